@@ -1,0 +1,23 @@
+# Installs library, headers, CMake package and pkg-config file.
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ves)
+install(TARGETS ves EXPORT vesTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/ves.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY src/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ves
+  FILES_MATCHING PATTERN "*.h" PATTERN "fortran.h" EXCLUDE)
+install(EXPORT vesTargets NAMESPACE ves:: DESTINATION ${package_dir})
+
+configure_package_config_file(cmake/vesConfig.cmake.in vesConfig.cmake
+  INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(vesConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/vesConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/vesConfigVersion.cmake
+  cmake/FindSCALAPACK.cmake
+  DESTINATION ${package_dir})
+
+configure_file(cmake/ves.pc.in ves.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ves.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,17 @@
+# Warnings, sanitizers and coverage for the project's own targets.
+function(ves_set_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+  if(VES_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
+if(VES_SANITIZE)
+  add_compile_options(-fsanitize=${VES_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VES_SANITIZE})
+endif()
+if(VES_COVERAGE)
+  add_compile_options(--coverage -O0)
+  add_link_options(--coverage)
+endif()

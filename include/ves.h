@@ -1,0 +1,273 @@
+/// \file ves.h
+/// libves: block eigensolvers for the lowest eigenpairs of large Hermitian problems
+/// A x = lambda x and A x = lambda B x, matrix-free and parallel over MPI.
+///
+/// The one public header of the flat interface, for C11 and C++17. In the comments n is the
+/// number of rows that this process holds of a distributed block, k its number of columns.
+///
+/// Conventions
+/// - Every function returns a VesReturnCode unless it says otherwise; codes are listed in the
+///   order in which the checks are made. A refused call changes nothing.
+/// - "Collective" means that every process of the block's first communicator makes the call, in
+///   the same order. All other functions are local.
+/// - A handle belongs to the caller from ...Create to ...Destroy. MPI must be initialised before
+///   the first call; handles may be destroyed after MPI_Finalize.
+#ifndef VES_H
+#define VES_H
+
+#include <mpi.h>
+#include <stdbool.h>
+
+#if defined(__GNUC__) || defined(__clang__)
+#define VES_EXPORT __attribute__((visibility("default")))
+#else
+#define VES_EXPORT
+#endif
+
+#ifdef __cplusplus
+#define VES_NOEXCEPT noexcept
+#define VES_ENUM_BASE : int /* any code of the caller is a valid value, to be refused by name */
+extern "C" {
+#else
+#define VES_NOEXCEPT
+#define VES_ENUM_BASE
+#endif
+
+/* ------------------------------------------------------------------ types and codes */
+
+/// The result of every operation.
+typedef enum VesReturnCode VES_ENUM_BASE {
+  VES_GOOD = 0,               ///< success
+  VES_ERR_INVALID_VALUE = -1, ///< an argument has an invalid value
+  VES_ERR_OUT_OF_RANGE = -2,  ///< a sub-block lies outside its parent block
+  VES_ERR_UNSUPPORTED = -4,   ///< unknown kind, or a block the operation cannot work on
+  VES_ERR_MISMATCH = -5,      ///< scalar types or shapes that do not belong together
+  VES_ERR_INCOMPATIBLE = -6,  ///< objects that cannot take part in the operation
+  VES_ERR_NULL_POINTER = -7   ///< a required handle, pointer or storage is missing
+} VesReturnCode;
+
+/// Element type of a handle. Two handles work together only if theirs are equal.
+typedef enum VesScalarType VES_ENUM_BASE {
+  VES_DOUBLE = 0,
+  VES_FLOAT = 1,
+  VES_COMPLEX_DOUBLE = 2,
+  VES_COMPLEX_FLOAT = 3
+} VesScalarType;
+
+/// Kind of an operator.
+typedef enum VesMatrixType VES_ENUM_BASE {
+  VES_MATRIX_EMPTY = 0, ///< the absent operator; never created by the caller
+  VES_MATRIX_SHELL = 1  ///< matrix-free, applied by a routine of the caller
+} VesMatrixType;
+
+/// Kind of a vector handle.
+typedef enum VesVectorType VES_ENUM_BASE {
+  VES_VECTOR_DENSE = 1 ///< row-distributed, column-major block of columns
+} VesVectorType;
+
+/// Solver algorithm.
+typedef enum VesSolverType VES_ENUM_BASE {
+  VES_LOBPCG = 0,       ///< locally optimal block preconditioned conjugate gradient
+  VES_LOBPCG_BATCH = 1, ///< the same on a moving batch of columns (not available yet)
+  VES_PPCG = 2          ///< projected preconditioned conjugate gradient (not available yet)
+} VesSolverType;
+
+/// Standard or generalized problem.
+typedef enum VesProblemType VES_ENUM_BASE {
+  VES_PROBLEM_STANDARD = 0,   ///< A x = lambda x, a B operator is ignored
+  VES_PROBLEM_GENERALIZED = 1 ///< A x = lambda B x, when a B operator is given
+} VesProblemType;
+
+/// Dense eigensolver for the small projected problems.
+typedef enum VesDenseEigenSolverType VES_ENUM_BASE {
+  VES_LAPACK_DIAG = 0,   ///< LAPACK on one process
+  VES_SCALAPACK_DIAG = 1 ///< ScaLAPACK from order 300 on, LAPACK below (default)
+} VesDenseEigenSolverType;
+
+/// Test for convergence and locking of a pair with residual r = A x - lambda B x.
+typedef enum VesConvergeDetectorType VES_ENUM_BASE {
+  VES_RESIDUALS = 0,               ///< ||r|| < threshold (default)
+  VES_RELATIVE_RESIDUALS = 1,      ///< ||r|| < |lambda| threshold
+  VES_EIGENVALUES = 2,             ///< |lambda - previous lambda| < threshold
+  VES_RESIDUALS_OR_EIGENVALUES = 3 ///< either VES_RESIDUALS or VES_EIGENVALUES
+} VesConvergeDetectorType;
+
+/// B-orthonormalization of a block.
+typedef enum VesOrthogonalizerType VES_ENUM_BASE {
+  VES_CHOLESKY_QR = 0, ///< Cholesky factor of the Gram matrix (default)
+  VES_SVD_QR = 1       ///< eigendecomposition of the Gram matrix
+} VesOrthogonalizerType;
+
+/// B-orthogonal projection of one block against another.
+typedef enum VesOrthoProjectorType VES_ENUM_BASE {
+  VES_GRAM_SCHMIDT = 0 ///< block classical Gram-Schmidt
+} VesOrthoProjectorType;
+
+/// Opaque handles of operators, blocks and solvers.
+typedef struct VesMatrixBase* VesMatrix;
+typedef struct VesVectorBase* VesVector;
+typedef struct VesSolverBase* VesSolver;
+
+/// Multiplication routine of the caller: y = Op x for every column of a block.
+/// \param shellData  the pointer given to VesMatrixSetShellMatVec
+/// \param x,y        first elements of the local parts, column-major, element type of the handle
+/// \param nRows      local rows n of both blocks
+/// \param nCols      columns of both blocks
+/// \param ld         leading dimension of both blocks
+/// Called on the processes that hold at least one row, with their own rows. It may communicate
+/// among those; a process without rows is never called, so a routine that needs all processes
+/// must work on a communicator of those that hold rows.
+typedef void (*VesShellMatVec)(void* shellData, void* x, void* y, int nRows, int nCols, int ld);
+
+/* ------------------------------------------------------------------ operators */
+
+/// Creates an operator of 0 x 0, without routine and data.
+/// \return -7 out is null; -5 scalarType is none of the four (out becomes null);
+///         -4 matrixType is not VES_MATRIX_SHELL; 0
+VES_EXPORT VesReturnCode VesMatrixCreate(VesMatrix* out, VesScalarType scalarType,
+                                         VesMatrixType matrixType) VES_NOEXCEPT;
+
+/// Stores the dimensions of an operator, for information only.
+/// \return -7 matrix is null; -1 a dimension is negative; 0
+VES_EXPORT VesReturnCode VesMatrixSetDim(VesMatrix matrix, int nRows, int nCols) VES_NOEXCEPT;
+
+/// Installs the multiplication routine and the pointer that it is called with. Both stay the
+/// caller's. An operator without a routine leaves its output block as it is.
+/// \return -7 matrix is null; -6 not a shell operator; -4 unknown scalar type; 0
+VES_EXPORT VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
+                                                 VesShellMatVec matVec) VES_NOEXCEPT;
+
+/// \return the user data of a shell operator; null for a null handle or another kind
+VES_EXPORT void* VesMatrixGetShellUserData(VesMatrix matrix) VES_NOEXCEPT;
+
+/// Releases an operator; a null handle is ignored.
+VES_EXPORT void VesMatrixDestroy(VesMatrix matrix) VES_NOEXCEPT;
+
+/* ------------------------------------------------------------------ blocks of vectors */
+
+/// Creates an empty block on MPI_COMM_WORLD and MPI_COMM_SELF, without storage, ld 1.
+/// \return -7 out is null; -5 scalarType is none of the four (out becomes null);
+///         -4 vectorType is not VES_VECTOR_DENSE; 0
+VES_EXPORT VesReturnCode VesVectorCreate(VesVector* out, VesScalarType scalarType,
+                                         VesVectorType vectorType) VES_NOEXCEPT;
+
+/// Stores a communicator: slot 0 the one over which the rows are distributed, slot 1 a second
+/// one over which the results of small dense problems are repeated (default MPI_COMM_SELF).
+/// The communicator must stay valid while the block is in use; it stays the caller's.
+/// \return -7 vector is null; -1 comm is MPI_COMM_NULL; -4 slot is neither 0 nor 1; 0
+VES_EXPORT VesReturnCode VesVectorSetComm(VesVector vector, int slot, MPI_Comm comm) VES_NOEXCEPT;
+
+/// Stores the local rows and the columns of a block; its leading dimension is not changed.
+/// \return -7 vector is null; -1 a dimension is negative; 0
+VES_EXPORT VesReturnCode VesVectorSetDim(VesVector vector, int nRows, int nCols) VES_NOEXCEPT;
+
+/// Gives a block its storage: values[i + j ld] is entry (i, j). The storage stays the caller's.
+/// \return -7 vector or values is null; -1 ld below 1; -6 not a dense block;
+///         -4 unknown scalar type; 0
+VES_EXPORT VesReturnCode VesVectorDenseSetValues(VesVector vector, void* values,
+                                                 int ld) VES_NOEXCEPT;
+
+/// \return the storage of a dense block; null for a null handle, another kind or no storage
+VES_EXPORT void* VesVectorDenseGetValues(VesVector vector) VES_NOEXCEPT;
+
+/// Creates a block of the same shape and communicators as src. With allocate it gets storage of
+/// its own, uninitialised; with allocate and copy it gets the values of src. Without allocate
+/// copy is ignored. On failure after the creation the new handle is the caller's to destroy.
+/// \return -7 src or out is null; -5, -4 as VesVectorCreate; -1 the storage cannot be had
+///         (beyond 32 bits or out of memory); 0
+VES_EXPORT VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool allocate,
+                                            bool copy) VES_NOEXCEPT;
+
+/// Euclidean norm of each column of the distributed block x (n x k) into norms (k x 1).
+/// Collective over the communicator of norms.
+/// \return -7 x or norms is null; -6 norms is not k x 1; -4 x is of another scalar type; 0
+VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEPT;
+
+/// Residuals R = A X - B X diag(D) of k pairs: X and R n x k, D k x 1. B may be null.
+/// Collective as far as the routines of A and B are.
+/// \return -1 A, X, D or R is null; -6 shapes disagree; 0
+VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
+                                        VesVector R) VES_NOEXCEPT;
+
+/// Releases a block and the storage it owns; a null handle is ignored.
+VES_EXPORT void VesVectorDestroy(VesVector vector) VES_NOEXCEPT;
+
+/* ------------------------------------------------------------------ solvers */
+
+/// Creates a solver with the defaults: standard problem, threshold 1e-6, 100 iterations, one
+/// orthogonalization pass, ScaLAPACK from order 300 on, residual test, Cholesky QR.
+/// \return -7 out is null; -5 scalarType is none of the four (out becomes null);
+///         -4 solverType is unknown; 0
+VES_EXPORT VesReturnCode VesSolverCreate(VesSolver* out, VesScalarType scalarType,
+                                         VesSolverType solverType) VES_NOEXCEPT;
+
+/// Releases a solver; a null handle is ignored.
+VES_EXPORT void VesSolverDestroy(VesSolver solver) VES_NOEXCEPT;
+
+/// Standard or generalized problem; the value is stored without a range check.
+/// \return -7 solver is null; 0
+VES_EXPORT VesReturnCode VesSolverSetProblemType(VesSolver solver,
+                                                 VesProblemType problemType) VES_NOEXCEPT;
+
+/// Limit of iterations (default 100).
+/// \return -7 solver is null; -1 value not positive; 0
+VES_EXPORT VesReturnCode VesSolverSetMaxIter(VesSolver solver, int maxIter) VES_NOEXCEPT;
+
+/// Limit of orthogonalization passes, both inside the components and around them (default 1).
+/// \return -7 solver is null; -1 value not positive; 0
+VES_EXPORT VesReturnCode VesSolverSetMaxOrthoIter(VesSolver solver, int maxOrthoIter) VES_NOEXCEPT;
+
+/// Threshold of the convergence test, in the units that the test compares (default 1e-6).
+/// \return -7 solver is null; -1 value not above 0; 0
+VES_EXPORT VesReturnCode VesSolverSetThreshold(VesSolver solver, double threshold) VES_NOEXCEPT;
+
+/// Chooses the dense eigensolver of the projected problems.
+/// \return -7 solver is null; -4 unknown kind; 0
+VES_EXPORT VesReturnCode VesSetDenseEigenSolverType(VesSolver solver,
+                                                    VesDenseEigenSolverType type) VES_NOEXCEPT;
+
+/// Chooses the test of convergence and locking.
+/// \return -7 solver is null; -4 unknown kind; 0
+VES_EXPORT VesReturnCode VesSetConvergeDetectorType(VesSolver solver,
+                                                    VesConvergeDetectorType type) VES_NOEXCEPT;
+
+/// Chooses the orthogonalizer.
+/// \return -7 solver is null; -4 unknown kind; 0
+VES_EXPORT VesReturnCode VesSetOrthogonalizerType(VesSolver solver,
+                                                  VesOrthogonalizerType type) VES_NOEXCEPT;
+
+/// Chooses the projector.
+/// \return -7 solver is null; -4 unknown kind; 0
+VES_EXPORT VesReturnCode VesSetOrthoProjectorType(VesSolver solver,
+                                                  VesOrthoProjectorType type) VES_NOEXCEPT;
+
+/// Iterations of the last run; 0 before the first.
+/// \return -7 solver or iter is null; 0
+VES_EXPORT VesReturnCode VesGetSolverIter(VesSolver solver, int* iter) VES_NOEXCEPT;
+
+/// Leading pairs of the last run that passed the convergence test; 0 before the first.
+/// \return -7 solver or nConv is null; 0
+VES_EXPORT VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) VES_NOEXCEPT;
+
+/// Computes the k lowest eigenpairs. X (n x k, rows distributed) holds the initial guess on entry
+/// and the eigenvectors on return, D (k x 1, on every process) receives the eigenvalues in
+/// ascending order. B and the preconditioner T may be null; B is used only in the generalized
+/// problem. Not converging is not an error: compare VesGetSolverConv with k. When the guess,
+/// completed with random columns, spans fewer than k directions, the pairs beyond its rank are
+/// zero vectors with the value +infinity.
+///
+/// Collective over the first communicator of X. The last three verdicts are agreed on there: all
+/// processes return the same code.
+/// \return -1 solver, A, X or D is null; -5 scalar types differ; -5 the columns of X differ from
+///         the rows of D, or D has not one column; -4 X or D is no dense block; -7 X (where it has
+///         rows) or D is without storage; -5 the communicators of X and D differ, or processes
+///         disagree on k; -1 ld below the rows of X or D, or a workspace of 3 k columns beyond
+///         32 bits; 0
+VES_EXPORT VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix T,
+                                      VesVector X, VesVector D) VES_NOEXCEPT;
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* VES_H */

@@ -1,0 +1,51 @@
+#include "scalapack_chol.h"
+
+#include "../data/finite_entries.h"
+
+#include <vector>
+
+namespace Ves {
+
+template <typename Scalar>
+ScaLapackChol<Scalar>::ScaLapackChol() : blacs(std::make_unique<BlacsWrapper<Scalar>>()) {
+  this->cholType = 1;
+}
+
+template <typename Scalar>
+VesReturnCode ScaLapackChol<Scalar>::RunChol(VesVectorBase& vecM, int& info, char uplo) {
+  const VesReturnCode code = this->CheckArguments(vecM);
+  return code == VES_GOOD ? RunScaLapackChol(AsDense<Scalar>(vecM), info, uplo) : code;
+}
+
+template <typename Scalar>
+VesReturnCode ScaLapackChol<Scalar>::RunScaLapackChol(VectorDense<Scalar>& vecM, int& info,
+                                                      char uplo) {
+  if (vecM.nCols < threshold) return LapackChol<Scalar>::RunChol(vecM, info, uplo);
+
+  // Process 0 decides for all whether the matrix may go to the grid: the one-process path deals
+  // with a matrix that is finite only in its leading part.
+  int isFinite = LeadingFiniteOrder(vecM, uplo, vecM.nCols) == vecM.nCols;
+  MPI_Bcast(&isFinite, 1, MPI_INT, 0, vecM.comm);
+  MPI_Bcast(&isFinite, 1, MPI_INT, 0, vecM.auxComm);
+  if (!isFinite) return this->RunLapackChol(vecM, info, uplo);
+
+  int desc[9];
+  blacs->InitDesc(desc, vecM.comm, vecM.nCols);
+  std::vector<Scalar> local(static_cast<std::size_t>(blacs->lld) *
+                            static_cast<std::size_t>(blacs->locCols));
+  blacs->AssembleLocalData(vecM.values, vecM.ld, local.data());
+  const int one = MathConstants<int>::ONE;
+  if (blacs->inGrid)
+    MathKernel<Scalar>::Ppotrf(&uplo, &vecM.nCols, local.data(), &one, &one, desc, &info);
+  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.comm);
+  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.auxComm);
+  VES_ASSERT_GOOD(vecM.Set2Zero());
+  blacs->DistributeLocalData(vecM.values, vecM.ld, local.data());
+  vecM.AllReduce(MPI_SUM, vecM.comm);
+  info = this->JudgeFactor(vecM, uplo, info);
+  return VES_GOOD;
+}
+
+VES_INSTANTIATE(ScaLapackChol);
+
+} // namespace Ves

@@ -1,0 +1,32 @@
+#ifndef VES_DATA_MATRIX_BASE_H
+#define VES_DATA_MATRIX_BASE_H
+
+#include <ves.h>
+
+struct VesVectorBase;
+
+/// An operator that is known only by its product with a block of vectors.
+struct VES_EXPORT VesMatrixBase {
+  VesScalarType scalarType = VES_DOUBLE;
+  VesMatrixType matrixType = VES_MATRIX_EMPTY;
+  int nRows = 0; ///< for information only
+  int nCols = 0; ///< for information only
+
+  VesMatrixBase() = default;
+  VesMatrixBase(const VesMatrixBase&) = delete;
+  VesMatrixBase& operator=(const VesMatrixBase&) = delete;
+
+  virtual ~VesMatrixBase() = default;
+  /// y = Op x for every column. Collective as far as the operator is.
+  virtual VesReturnCode Apply(const VesVectorBase& x, VesVectorBase& y) const = 0;
+
+  /// True for an operator that stands for something: false for the placeholder of an absent one.
+  bool IsPresent() const { return matrixType != VES_MATRIX_EMPTY; }
+};
+
+/// The placeholder of an absent B or T. Apply succeeds and touches neither block.
+struct VES_EXPORT VesMatrixEmpty final : VesMatrixBase {
+  VesReturnCode Apply(const VesVectorBase& x, VesVectorBase& y) const override;
+};
+
+#endif

@@ -1,0 +1,29 @@
+#ifndef VES_DETECTOR_FLAG_PAIRS_H
+#define VES_DETECTOR_FLAG_PAIRS_H
+
+#include "../data/vector_dense.h"
+
+namespace Ves {
+
+/// Flags the pairs j < nPairs that pass, counts them, makes the decision of process 0 of idxs's
+/// auxComm everybody's, and counts the leading flags among the first nCols.
+template <typename Scalar, typename Passes>
+void FlagPairs(VectorDense<Scalar>& idxs, int nPairs, int nCols, Passes passes, int& total,
+               int& nLeading) {
+  VES_ASSERT_GOOD(idxs.Set2Zero());
+  total = 0;
+  for (int j = 0; j < nPairs; ++j)
+    if (passes(j)) {
+      idxs(j) = static_cast<Scalar>(2);
+      ++total;
+    }
+  MPI_Bcast(&total, 1, MPI_INT, 0, idxs.auxComm);
+  idxs.BroadCast(idxs.auxComm);
+  nLeading = 0;
+  while (nLeading < nCols && std::abs(idxs(nLeading)) > 1)
+    ++nLeading;
+}
+
+} // namespace Ves
+
+#endif

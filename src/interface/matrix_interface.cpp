@@ -1,0 +1,48 @@
+#include "../data/matrix_shell.h"
+#include "scalar_dispatch.h"
+
+using namespace Ves;
+
+VesReturnCode VesMatrixCreate(VesMatrix* out, VesScalarType scalarType,
+                              VesMatrixType matrixType) noexcept {
+  if (out == nullptr) return VES_ERR_NULL_POINTER;
+  const auto create = [&](auto tag) {
+    if (matrixType != VES_MATRIX_SHELL) return VES_ERR_UNSUPPORTED;
+    *out = new MatrixShell<typename decltype(tag)::type>();
+    return VES_GOOD;
+  };
+  const VesReturnCode code = DispatchScalar(scalarType, VES_ERR_MISMATCH, create);
+  if (code == VES_ERR_MISMATCH) *out = nullptr;
+  return code;
+}
+
+VesReturnCode VesMatrixSetDim(VesMatrix matrix, int nRows, int nCols) noexcept {
+  if (matrix == nullptr) return VES_ERR_NULL_POINTER;
+  if (nRows < 0 || nCols < 0) return VES_ERR_INVALID_VALUE;
+  matrix->nRows = nRows;
+  matrix->nCols = nCols;
+  return VES_GOOD;
+}
+
+VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
+                                      VesShellMatVec matVec) noexcept {
+  if (matrix == nullptr) return VES_ERR_NULL_POINTER;
+  if (matrix->matrixType != VES_MATRIX_SHELL) return VES_ERR_INCOMPATIBLE;
+  return DispatchScalar(matrix->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
+    auto& shell = static_cast<MatrixShell<typename decltype(tag)::type>&>(*matrix);
+    shell.SetShellData(userData);
+    shell.SetShellMatVec(matVec);
+    return VES_GOOD;
+  });
+}
+
+void* VesMatrixGetShellUserData(VesMatrix matrix) noexcept {
+  if (matrix == nullptr || matrix->matrixType != VES_MATRIX_SHELL) return nullptr;
+  return DispatchScalar<void*>(matrix->scalarType, nullptr, [&](auto tag) -> void* {
+    return static_cast<MatrixShell<typename decltype(tag)::type>&>(*matrix).GetShellData();
+  });
+}
+
+void VesMatrixDestroy(VesMatrix matrix) noexcept {
+  delete matrix;
+}

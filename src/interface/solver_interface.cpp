@@ -1,0 +1,148 @@
+#include "../data/matrix_shell.h"
+#include "../data/vector_dense.h"
+#include "../solver/lobpcg.h"
+#include "scalar_dispatch.h"
+
+#include <cstdint>
+#include <limits>
+
+using namespace Ves;
+
+namespace {
+
+VesReturnCode CheckTypesAndShapes(const VesSolverBase& solver, const VesMatrixBase& A,
+                                  const VesMatrixBase& B, const VesMatrixBase& T,
+                                  const VesVectorBase& X, const VesVectorBase& D) {
+  const VesScalarType scalarType = solver.scalarType;
+  if (A.scalarType != scalarType || X.scalarType != scalarType || D.scalarType != scalarType)
+    return VES_ERR_MISMATCH;
+  if (B.IsPresent() && B.scalarType != scalarType) return VES_ERR_MISMATCH;
+  if (T.IsPresent() && T.scalarType != scalarType) return VES_ERR_MISMATCH;
+  if (X.nCols != D.nRows || D.nCols != 1) return VES_ERR_MISMATCH;
+  return VES_GOOD;
+}
+
+template <typename Scalar>
+bool LacksRoutine(const VesMatrixBase& op) {
+  const auto* shell = dynamic_cast<const MatrixShell<Scalar>*>(&op);
+  return shell != nullptr && shell->GetShellMatVec() == nullptr;
+}
+
+/// What this process alone can see of the blocks and operators of a run.
+template <typename Scalar>
+VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B, const VesMatrixBase& T,
+                           const VectorDense<Scalar>& X, const VectorDense<Scalar>& D) {
+  if (X.IsDataEmpty() && X.nRows > 0 && X.nCols > 0) return VES_ERR_NULL_POINTER;
+  if (D.IsDataEmpty() && D.nRows > 0) return VES_ERR_NULL_POINTER;
+  if (LacksRoutine<Scalar>(A) || LacksRoutine<Scalar>(B) || LacksRoutine<Scalar>(T))
+    return VES_ERR_NULL_POINTER;
+  if (X.comm != D.comm || X.auxComm != D.auxComm) return VES_ERR_MISMATCH;
+  if (X.ld < X.nRows || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
+  const std::int64_t widest = 3 * static_cast<std::int64_t>(X.nCols);
+  const std::int64_t largest = std::max<std::int64_t>(X.ld, widest) * widest;
+  return largest > std::numeric_limits<int>::max() ? VES_ERR_INVALID_VALUE : VES_GOOD;
+}
+
+/// The worst verdict of all processes, or -5 where they do not agree on the number of pairs, so
+/// that none starts a run that another has refused.
+VesReturnCode AgreeOn(VesReturnCode verdict, int nCols, MPI_Comm comm) {
+  int maxima[] = {-static_cast<int>(verdict), nCols, -nCols};
+  MPI_Allreduce(MPI_IN_PLACE, maxima, 3, MPI_INT, MPI_MAX, comm);
+  const bool sameCols = maxima[1] == -maxima[2];
+  if (maxima[0] == 0 && !sameCols) return VES_ERR_MISMATCH;
+  return static_cast<VesReturnCode>(-maxima[0]);
+}
+
+} // namespace
+
+VesReturnCode VesSolverCreate(VesSolver* out, VesScalarType scalarType,
+                              VesSolverType solverType) noexcept {
+  if (out == nullptr) return VES_ERR_NULL_POINTER;
+  const auto create = [&](auto tag) {
+    if (solverType != VES_LOBPCG) return VES_ERR_UNSUPPORTED;
+    *out = new LOBPCG<typename decltype(tag)::type>();
+    return VES_GOOD;
+  };
+  const VesReturnCode code = DispatchScalar(scalarType, VES_ERR_MISMATCH, create);
+  if (code == VES_ERR_MISMATCH) *out = nullptr;
+  return code;
+}
+
+void VesSolverDestroy(VesSolver solver) noexcept {
+  delete solver;
+}
+
+VesReturnCode VesSolverSetProblemType(VesSolver solver, VesProblemType problemType) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  solver->problemType = problemType;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetMaxIter(VesSolver solver, int maxIter) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  if (maxIter <= 0) return VES_ERR_INVALID_VALUE;
+  solver->maxIter = maxIter;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetMaxOrthoIter(VesSolver solver, int maxOrthoIter) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  if (maxOrthoIter <= 0) return VES_ERR_INVALID_VALUE;
+  solver->maxOrthoIter = maxOrthoIter;
+  solver->maxOrthoInnerIter = maxOrthoIter;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetThreshold(VesSolver solver, double threshold) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  if (threshold <= 0.0) return VES_ERR_INVALID_VALUE;
+  solver->threshold = threshold;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSetDenseEigenSolverType(VesSolver solver, VesDenseEigenSolverType type) noexcept {
+  return solver == nullptr ? VES_ERR_NULL_POINTER : solver->SetDenseEigenSolver(type);
+}
+
+VesReturnCode VesSetConvergeDetectorType(VesSolver solver, VesConvergeDetectorType type) noexcept {
+  return solver == nullptr ? VES_ERR_NULL_POINTER : solver->SetConvergeDetector(type);
+}
+
+VesReturnCode VesSetOrthogonalizerType(VesSolver solver, VesOrthogonalizerType type) noexcept {
+  return solver == nullptr ? VES_ERR_NULL_POINTER : solver->SetOrthogonalizer(type);
+}
+
+VesReturnCode VesSetOrthoProjectorType(VesSolver solver, VesOrthoProjectorType type) noexcept {
+  return solver == nullptr ? VES_ERR_NULL_POINTER : solver->SetOrthoProjector(type);
+}
+
+VesReturnCode VesGetSolverIter(VesSolver solver, int* iter) noexcept {
+  if (solver == nullptr || iter == nullptr) return VES_ERR_NULL_POINTER;
+  *iter = solver->iter;
+  return VES_GOOD;
+}
+
+VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) noexcept {
+  if (solver == nullptr || nConv == nullptr) return VES_ERR_NULL_POINTER;
+  *nConv = solver->nConv;
+  return VES_GOOD;
+}
+
+VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix T, VesVector X,
+                           VesVector D) noexcept {
+  if (solver == nullptr || A == nullptr || X == nullptr || D == nullptr)
+    return VES_ERR_INVALID_VALUE;
+  const VesMatrixEmpty empty;
+  const VesMatrixBase& matB = B != nullptr ? *B : static_cast<const VesMatrixBase&>(empty);
+  const VesMatrixBase& matT = T != nullptr ? *T : static_cast<const VesMatrixBase&>(empty);
+  const VesReturnCode written = CheckTypesAndShapes(*solver, *A, matB, matT, *X, *D);
+  if (written != VES_GOOD) return written;
+  const VesReturnCode local =
+      DispatchScalar(solver->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
+        using Scalar = typename decltype(tag)::type;
+        if (!AllDense<Scalar>(*X, *D)) return VES_ERR_UNSUPPORTED;
+        return LocalVerdict(*A, matB, matT, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
+      });
+  const VesReturnCode agreed = AgreeOn(local, X->nCols, X->comm);
+  return agreed == VES_GOOD ? solver->Solve(*A, matB, matT, *X, *D) : agreed;
+}

@@ -1,0 +1,39 @@
+#include "blacs_kernel.h"
+
+#include "fortran.h"
+
+namespace Ves {
+
+int BlacsKernel::DefaultContext() {
+  const int noContext = -1, systemContext = 0;
+  int value = -1;
+  blacs_get_(&noContext, &systemContext, &value);
+  return value;
+}
+
+void BlacsKernel::GridMap(int& context, const int* map, int ldMap, int nprow, int npcol) {
+  blacs_gridmap_(&context, map, &ldMap, &nprow, &npcol);
+}
+
+void BlacsKernel::GridInfo(int context, int& nprow, int& npcol, int& myrow, int& mycol) {
+  blacs_gridinfo_(&context, &nprow, &npcol, &myrow, &mycol);
+}
+
+void BlacsKernel::GridExit(int context) {
+  blacs_gridexit_(&context);
+}
+
+int BlacsKernel::Numroc(int n, int nb, int iproc, int source, int nprocs) {
+  return numroc_(&n, &nb, &iproc, &source, &nprocs);
+}
+
+int BlacsKernel::Indxl2g(int local, int nb, int iproc, int source, int nprocs) {
+  return indxl2g_(&local, &nb, &iproc, &source, &nprocs);
+}
+
+void BlacsKernel::DescInit(int* desc, int m, int n, int mb, int nb, int rsrc, int csrc, int context,
+                           int lld, int& info) {
+  descinit_(desc, &m, &n, &mb, &nb, &rsrc, &csrc, &context, &lld, &info);
+}
+
+} // namespace Ves

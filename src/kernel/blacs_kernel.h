@@ -1,0 +1,26 @@
+#ifndef VES_KERNEL_BLACS_KERNEL_H
+#define VES_KERNEL_BLACS_KERNEL_H
+
+namespace Ves {
+
+/// Wrappers over the BLACS grid routines and the ScaLAPACK index tools, arguments by value.
+class BlacsKernel {
+public:
+  /// The default system context, from which a grid of all processes of the job is mapped.
+  static int DefaultContext();
+  /// Replaces context, a system context on entry, by the grid of the mapped processes.
+  static void GridMap(int& context, const int* map, int ldMap, int nprow, int npcol);
+  /// Shape of the grid and the place of this process; all -1 outside the grid.
+  static void GridInfo(int context, int& nprow, int& npcol, int& myrow, int& mycol);
+  static void GridExit(int context);
+  /// Rows (or columns) that process iproc of nprocs holds of n dealt out in blocks of nb.
+  static int Numroc(int n, int nb, int iproc, int source, int nprocs);
+  /// Global index of a local one, both counted from 1.
+  static int Indxl2g(int local, int nb, int iproc, int source, int nprocs);
+  static void DescInit(int* desc, int m, int n, int mb, int nb, int rsrc, int csrc, int context,
+                       int lld, int& info);
+};
+
+} // namespace Ves
+
+#endif

@@ -1,0 +1,33 @@
+#ifndef VES_KERNEL_SCALAR_TRAITS_H
+#define VES_KERNEL_SCALAR_TRAITS_H
+
+#include <cmath>
+#include <complex>
+#include <type_traits>
+
+namespace Ves {
+
+/// Real type behind a scalar type: float or double.
+template <typename Scalar>
+struct RealTypeOf {
+  using type = Scalar;
+};
+template <typename Real>
+struct RealTypeOf<std::complex<Real>> {
+  using type = Real;
+};
+template <typename Scalar>
+using RealType = typename RealTypeOf<Scalar>::type;
+
+template <typename Scalar>
+inline constexpr bool isComplex = !std::is_same_v<Scalar, RealType<Scalar>>;
+
+/// True when no part of the value is infinite or a NaN.
+template <typename Scalar>
+bool IsFinite(const Scalar& value) {
+  return std::isfinite(std::real(value)) && std::isfinite(std::imag(value));
+}
+
+} // namespace Ves
+
+#endif

@@ -1,0 +1,72 @@
+#ifndef VES_ORTHOGONALIZER_PASS_LOOP_H
+#define VES_ORTHOGONALIZER_PASS_LOOP_H
+
+#include <ves.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+namespace Ves {
+
+/// Tolerance of an orthogonality error when none is given: 256 machine epsilons of double, 2^-44.
+inline constexpr double defaultOrthoTol = 0x1p-44;
+/// Passes when no limit is given.
+inline constexpr int defaultOrthoPasses = 2;
+
+/// Repeats pass() until measure(), the orthogonality error after it, is at most the threshold or
+/// the limit of passes is reached. At least one pass is made when the threshold is below 1, no
+/// measurement follows the last allowed pass, and with a threshold of 1 or more there is no pass.
+/// A negative limit or threshold takes its default.
+/// \return the result of the last pass
+template <typename Pass, typename Measure>
+VesReturnCode RepeatPasses(int maxOrthoIter, double threshold, Pass pass, Measure measure) {
+  const double tolerance = threshold < 0.0 ? defaultOrthoTol : threshold;
+  const int maxPasses = maxOrthoIter < 0 ? defaultOrthoPasses : maxOrthoIter;
+  VesReturnCode code = VES_GOOD;
+  double error = 1.0;
+  for (int passes = 1; tolerance < error; ++passes) {
+    code = pass();
+    if (passes >= maxPasses) break;
+    error = measure();
+  }
+  return code;
+}
+
+/// Largest error of the groups that have columns; an empty group has no error of its own.
+inline double LargestError(const std::vector<double>& errors, const std::vector<int>& widths) {
+  double largest = 0.0;
+  for (std::size_t j = 0; j < widths.size(); ++j)
+    if (widths[j] > 0) largest = std::max(largest, errors[j]);
+  return largest;
+}
+
+/// Which images of a block are storage of their own and must be updated with it.
+struct ImageUpdates {
+  bool needB; ///< the B-image is not the block itself
+  bool needA; ///< the A-image is neither the block nor its B-image
+
+  template <typename Block>
+  ImageUpdates(const Block& vec, const Block& vecB, const Block& vecA)
+      : needB(vec != vecB), needA(vec != vecA && vecB != vecA) {}
+};
+
+/// Small matrices of column groups, packed side by side so that one reduction serves all: as many
+/// rows as the widest of one list, group j at column offsets[j].
+struct GroupLayout {
+  int maxRows = 0, sumCols = 0;
+  std::vector<int> offsets;
+
+  GroupLayout(const std::vector<int>& rows, const std::vector<int>& cols) : offsets(cols.size()) {
+    for (std::size_t j = 0; j < cols.size(); ++j) {
+      maxRows = std::max(maxRows, rows[j]);
+      offsets[j] = sumCols;
+      sumCols += cols[j];
+    }
+  }
+};
+
+} // namespace Ves
+
+#endif

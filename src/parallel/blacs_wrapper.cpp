@@ -1,0 +1,124 @@
+#include "blacs_wrapper.h"
+
+#include "../kernel/blacs_kernel.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+namespace Ves {
+
+namespace {
+
+bool SameGroupAndOrder(MPI_Comm a, MPI_Comm b) {
+  int result = MPI_UNEQUAL;
+  MPI_Comm_compare(a, b, &result);
+  return result == MPI_IDENT || result == MPI_CONGRUENT;
+}
+
+bool MpiIsFinalized() {
+  int finalized = 0;
+  MPI_Finalized(&finalized);
+  return finalized != 0;
+}
+
+} // namespace
+
+BlacsBase::~BlacsBase() {
+  ExitGrid();
+}
+
+void BlacsBase::InitGrid() {
+  int p = 0, rank = 0;
+  MPI_Comm_size(comm, &p);
+  MPI_Comm_rank(MPI_COMM_WORLD, &rank);
+  // The default system context spans the whole job, and mapping a grid from it waits for every
+  // process of the job. On a proper part of the job the communicator itself is the parent
+  // context, and grid positions are ranks in it.
+  const bool spansWorld = SameGroupAndOrder(comm, MPI_COMM_WORLD);
+  if (!spansWorld) MPI_Comm_rank(comm, &rank);
+  std::vector<int> ranks(static_cast<std::size_t>(p));
+  MPI_Allgather(&rank, 1, MPI_INT, ranks.data(), 1, MPI_INT, comm);
+
+  nprow = npcol = static_cast<int>(std::sqrt(static_cast<double>(p)));
+  std::vector<int> map(static_cast<std::size_t>(nprow) * static_cast<std::size_t>(npcol));
+  for (int i = 0; i < nprow; ++i)
+    for (int k = 0; k < npcol; ++k)
+      map[static_cast<std::size_t>(i + k * nprow)] = ranks[static_cast<std::size_t>(i * npcol + k)];
+
+  ictxt = spansWorld ? BlacsKernel::DefaultContext() : static_cast<int>(MPI_Comm_c2f(comm));
+  BlacsKernel::GridMap(ictxt, map.data(), nprow, nprow, npcol);
+  BlacsKernel::GridInfo(ictxt, nprow, npcol, myrow, mycol);
+  gridReady = true;
+  inGrid = nprow != -1 && npcol != -1 && myrow != -1 && mycol != -1;
+}
+
+void BlacsBase::ExitGrid() {
+  if (MpiIsFinalized()) return;
+  if (gridReady && inGrid && ictxt != -1) BlacsKernel::GridExit(ictxt);
+  ictxt = -1;
+  if (ownsComm) MPI_Comm_free(&comm);
+  ownsComm = false;
+}
+
+void BlacsBase::ReplaceComm(MPI_Comm newComm) {
+  // A duplicate: the caller may free his communicator before the next run, and a recycled handle
+  // must not pass for the one that this grid was built on.
+  MPI_Comm_dup(newComm, &comm);
+  ownsComm = true;
+}
+
+void BlacsBase::InitDesc(int* desc, MPI_Comm gridComm, int n) {
+  // Agreed on by all: a process that used this object alone in between would otherwise rebuild
+  // while the others reuse, and wait for them.
+  int rebuild = !gridReady || !ownsComm || !SameGroupAndOrder(gridComm, comm);
+  MPI_Allreduce(MPI_IN_PLACE, &rebuild, 1, MPI_INT, MPI_MAX, gridComm);
+  if (rebuild != 0) {
+    ExitGrid();
+    ReplaceComm(gridComm);
+    InitGrid();
+  }
+  nb = std::min((n + npcol - 1) / npcol, 64);
+  rsrc = csrc = 0;
+  locRows = inGrid ? BlacsKernel::Numroc(n, nb, myrow, rsrc, nprow) : 0;
+  locCols = inGrid ? BlacsKernel::Numroc(n, nb, mycol, csrc, npcol) : 0;
+  lld = std::max(1, locRows);
+  MPI_Allreduce(&locRows, &maxLocRows, 1, MPI_INT, MPI_MAX, gridComm);
+  MPI_Allreduce(&locCols, &maxLocCols, 1, MPI_INT, MPI_MAX, gridComm);
+  int info = 0;
+  if (inGrid) BlacsKernel::DescInit(desc, n, n, nb, nb, rsrc, csrc, ictxt, lld, info);
+}
+
+/// Calls visit(local offset, global offset) for every entry of the local piece.
+template <typename Scalar>
+template <typename Visit>
+void BlacsWrapper<Scalar>::ForEachLocalEntry(int ldGlobal, Visit visit) const {
+  std::vector<std::size_t> globalRow(static_cast<std::size_t>(locRows));
+  for (int i = 0; i < locRows; ++i)
+    globalRow[static_cast<std::size_t>(i)] =
+        static_cast<std::size_t>(BlacsKernel::Indxl2g(i + 1, nb, myrow, rsrc, nprow) - 1);
+  for (int j = 0; j < locCols; ++j) {
+    const auto globalCol =
+        static_cast<std::size_t>(BlacsKernel::Indxl2g(j + 1, nb, mycol, csrc, npcol) - 1);
+    const std::size_t localCol = static_cast<std::size_t>(j) * static_cast<std::size_t>(lld);
+    for (std::size_t i = 0; i < globalRow.size(); ++i)
+      visit(i + localCol, globalRow[i] + globalCol * static_cast<std::size_t>(ldGlobal));
+  }
+}
+
+template <typename Scalar>
+void BlacsWrapper<Scalar>::AssembleLocalData(const Scalar* global, int ldGlobal,
+                                             Scalar* local) const {
+  ForEachLocalEntry(ldGlobal, [&](std::size_t l, std::size_t g) { local[l] = global[g]; });
+}
+
+template <typename Scalar>
+void BlacsWrapper<Scalar>::DistributeLocalData(Scalar* global, int ldGlobal,
+                                               const Scalar* local) const {
+  ForEachLocalEntry(ldGlobal, [&](std::size_t l, std::size_t g) { global[g] = local[l]; });
+}
+
+VES_INSTANTIATE(BlacsWrapper);
+
+} // namespace Ves

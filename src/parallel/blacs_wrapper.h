@@ -1,0 +1,79 @@
+#ifndef VES_PARALLEL_BLACS_WRAPPER_H
+#define VES_PARALLEL_BLACS_WRAPPER_H
+
+#include <mpi.h>
+#include <ves.h>
+
+#include "../kernel/instantiate.h"
+
+namespace Ves {
+
+/// A resource shared by the processes of a communicator.
+class VES_EXPORT VesParallel {
+public:
+  virtual ~VesParallel() = default;
+};
+
+/// Square BLACS process grid over a communicator and the descriptor of one n x n matrix on it.
+/// The grid is built by the first InitDesc and kept while later calls come with an identical or
+/// congruent communicator. The object owns the grid and a duplicate of the communicator.
+class VES_EXPORT BlacsBase : public VesParallel {
+public:
+  int ictxt = -1;                 ///< BLACS context of the grid
+  int nprow = -1;                 ///< grid rows
+  int npcol = -1;                 ///< grid columns
+  int myrow = -1;                 ///< grid row of this process, -1 outside the grid
+  int mycol = -1;                 ///< grid column of this process
+  bool gridReady = false;         ///< a grid has been set up
+  bool inGrid = false;            ///< this process belongs to the grid
+  int nb = 0;                     ///< block size of the last descriptor
+  int locRows = 0;                ///< rows of the local piece
+  int locCols = 0;                ///< columns of the local piece
+  int maxLocRows = 0;             ///< maximum of locRows over the communicator
+  int maxLocCols = 0;             ///< maximum of locCols over the communicator
+  int lld = 1;                    ///< leading dimension of the local piece
+  int rsrc = 0;                   ///< process row of the first block
+  int csrc = 0;                   ///< process column of the first block
+  MPI_Comm comm = MPI_COMM_WORLD; ///< communicator of the grid
+
+  BlacsBase() = default;
+  BlacsBase(const BlacsBase&) = delete;
+  BlacsBase& operator=(const BlacsBase&) = delete;
+  ~BlacsBase() override;
+
+  /// Builds the floor(sqrt(p)) x floor(sqrt(p)) grid, row by row in the order of comm; the
+  /// processes of highest rank stay outside. Collective over comm only.
+  void InitGrid();
+
+  /// Releases the grid and the duplicate of its communicator; does nothing after MPI_Finalize.
+  void ExitGrid();
+
+  /// Fills desc (9 integers) for an n x n matrix on the grid over gridComm, rebuilding the grid
+  /// when gridComm is neither identical nor congruent to the present one. Outside the grid desc
+  /// stays unset. Collective over gridComm.
+  void InitDesc(int* desc, MPI_Comm gridComm, int n);
+
+private:
+  void ReplaceComm(MPI_Comm newComm);
+  bool ownsComm = false; ///< comm is this object's duplicate
+};
+
+/// Moves a matrix that every process holds whole into and out of the block-cyclic layout.
+template <typename Scalar>
+class VES_EXPORT BlacsWrapper : public BlacsBase {
+public:
+  /// Cuts the local piece (lld x locCols) out of the whole matrix.
+  void AssembleLocalData(const Scalar* global, int ldGlobal, Scalar* local) const;
+  /// Writes the local piece into its places of the whole matrix and touches no other entry.
+  void DistributeLocalData(Scalar* global, int ldGlobal, const Scalar* local) const;
+
+private:
+  template <typename Visit>
+  void ForEachLocalEntry(int ldGlobal, Visit visit) const;
+};
+
+VES_EXTERN_TEMPLATE(BlacsWrapper);
+
+} // namespace Ves
+
+#endif

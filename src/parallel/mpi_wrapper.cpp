@@ -1,0 +1,35 @@
+#include "mpi_wrapper.h"
+
+#include <limits>
+#include <new>
+
+namespace Ves {
+
+template <>
+MPI_Datatype MpiType<double>() {
+  return MPI_DOUBLE;
+}
+template <>
+MPI_Datatype MpiType<float>() {
+  return MPI_FLOAT;
+}
+template <>
+MPI_Datatype MpiType<std::complex<double>>() {
+  return MPI_DOUBLE_COMPLEX;
+}
+template <>
+MPI_Datatype MpiType<std::complex<float>>() {
+  return MPI_COMPLEX;
+}
+
+template <typename Scalar>
+void MpiWrapper<Scalar>::AllReduce(Scalar* data, unsigned long count, MPI_Op op, MPI_Comm comm) {
+  if (data == nullptr) return;
+  if (count > static_cast<unsigned long>(std::numeric_limits<int>::max()))
+    throw std::bad_array_new_length();
+  MPI_Allreduce(MPI_IN_PLACE, data, static_cast<int>(count), MpiType<Scalar>(), op, comm);
+}
+
+VES_INSTANTIATE(MpiWrapper);
+
+} // namespace Ves

@@ -1,0 +1,39 @@
+#ifndef VES_PARALLEL_MPI_WRAPPER_H
+#define VES_PARALLEL_MPI_WRAPPER_H
+
+#include <mpi.h>
+#include <ves.h>
+
+#include "../kernel/instantiate.h"
+
+namespace Ves {
+
+/// MPI datatype of a scalar type.
+template <typename Scalar>
+MPI_Datatype MpiType();
+template <>
+VES_EXPORT MPI_Datatype MpiType<double>();
+template <>
+VES_EXPORT MPI_Datatype MpiType<float>();
+template <>
+VES_EXPORT MPI_Datatype MpiType<std::complex<double>>();
+template <>
+VES_EXPORT MPI_Datatype MpiType<std::complex<float>>();
+
+/// In-place reductions of raw arrays.
+template <typename Scalar>
+class VES_EXPORT MpiWrapper {
+public:
+  virtual ~MpiWrapper() = default;
+
+  /// Reduces count entries in place over comm. Collective; null data returns at once without
+  /// taking part, so every process must pass storage. Throws std::bad_array_new_length when count
+  /// does not fit the int of MPI.
+  static void AllReduce(Scalar* data, unsigned long count, MPI_Op op, MPI_Comm comm);
+};
+
+VES_EXTERN_TEMPLATE(MpiWrapper);
+
+} // namespace Ves
+
+#endif

@@ -1,0 +1,173 @@
+#include "block_solver.h"
+
+#include "../data/finite_entries.h"
+#include "../orthogonalizer/pass_loop.h"
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+#include <vector>
+
+namespace Ves {
+
+template <typename Scalar>
+BlockSolver<Scalar>::BlockSolver() {
+  MathKernel<Scalar>::SetScalarType(scalarType);
+  InstallComponents();
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::ReadProblem(const Block& vecQ, const VesMatrixBase& matB) const {
+  nPW = vecQ.nRows;
+  nBands = vecQ.nCols;
+  ldQ = vecQ.ld;
+  rowComm = vecQ.comm;
+  secondComm = vecQ.auxComm;
+  MPI_Comm_rank(rowComm, &processRank);
+  nRowsTotal = nPW;
+  MPI_Allreduce(MPI_IN_PLACE, &nRowsTotal, 1, MPI_LONG_LONG, MPI_SUM, rowComm);
+  isGeneralized = problemType == VES_PROBLEM_GENERALIZED && matB.IsPresent();
+  orthoTol = 256.0 * static_cast<double>(std::numeric_limits<RealType<Scalar>>::epsilon());
+  orthoInnerTol = orthoTol;
+  info = 0;
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::AllocateTall(Block& block, int cols) const {
+  block.SetShape(rowComm, secondComm, nPW, cols, ldQ);
+  VES_ASSERT_GOOD(block.AllocateMem());
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::AllocateSmall(Block& block, int rows, int cols) const {
+  block.SetShape(rowComm, secondComm, rows, cols, rows);
+  VES_ASSERT_GOOD(block.AllocateMem());
+}
+
+/// One call of the orthogonalizer. A Gram matrix that cannot be decomposed, as a NaN from an
+/// operator leaves it, means that no column is known to be independent.
+template <typename Scalar>
+void BlockSolver<Scalar>::Orthonormalize(Block& vecX, Block& vecBX, const VesMatrixBase& matB,
+                                         int& colRank, bool global) const {
+  const VesReturnCode code = VES_ASSERT_GOOD_OR(
+      VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(vecX, vecBX, matB, colRank, global,
+                                                      maxOrthoInnerIter, orthoInnerTol));
+  if (code != VES_GOOD) colRank = 0;
+}
+
+/// The orthogonalizer's rank is confirmed before it is believed: a dependent column may pass its
+/// test by a rounding error and is then anything but orthonormal. Broken columns are replaced by
+/// random ones, lost orthogonality is mended by another pass, and what still fails in the end is
+/// cut off. A sound guess takes one pass and one check.
+template <typename Scalar>
+int BlockSolver<Scalar>::OrthonormalizeGuess(const Block& blockX, const Block& blockBX,
+                                             const VesMatrixBase& matB) const {
+  constexpr int maxRepairs = 4;
+  constexpr double brokenColumn = 0.1;
+  const double tolerance = 0.25 * orthoTol; // well above what one pass leaves of a sound guess
+  const int full = static_cast<int>(std::min<long long>(nBands, nRowsTotal));
+  Block vecX = Columns(blockX, 0, nBands), vecBX = Columns(blockBX, 0, nBands);
+  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
+  for (int refills = 0, repairs = 0;;) {
+    int colRank = 0;
+    double orthoError = 0.0;
+    Orthonormalize(vecX, vecBX, matB, colRank, true);
+    colRank = std::min(colRank, full);
+    const Block lead = Columns(blockX, 0, colRank), leadB = Columns(blockBX, 0, colRank);
+    VES_ASSERT_GOOD(lead.CheckOrthogonality(leadB, orthoError, true, true));
+    if (orthoError <= tolerance) {
+      if (colRank == full || refills >= maxOrthoIter) return colRank;
+      ++refills;
+      FillRandom(blockX, blockBX, matB, colRank, refills);
+    } else {
+      if (repairs == maxRepairs) return LeadingOrthonormal(lead, leadB, tolerance);
+      ++repairs;
+      const int nSound = LeadingOrthonormal(lead, leadB, brokenColumn);
+      if (nSound < colRank) FillRandom(blockX, blockBX, matB, nSound, refills + repairs);
+    }
+  }
+}
+
+/// Random columns from first on and their B-images; the seed is attempt^2 (1 + rank)^2 in 32-bit
+/// arithmetic, of which only the low bits enter and the sign must stay out.
+template <typename Scalar>
+void BlockSolver<Scalar>::FillRandom(const Block& blockX, const Block& blockBX,
+                                     const VesMatrixBase& matB, int first, int attempt) const {
+  const unsigned factor = static_cast<unsigned>(attempt) * (1 + static_cast<unsigned>(processRank));
+  const int seed = static_cast<int>((factor * factor) & 0x7fffffffU);
+  Block vecNew = Columns(blockX, first, nBands - first);
+  Block vecBNew = Columns(blockBX, first, nBands - first);
+  VES_ASSERT_GOOD(vecNew.Set2Random(seed));
+  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecNew, vecBNew));
+}
+
+/// Number of leading columns that are orthonormal among themselves.
+template <typename Scalar>
+int BlockSolver<Scalar>::LeadingOrthonormal(const Block& vecX, const Block& vecBX,
+                                            double tolerance) const {
+  Block gram;
+  AllocateSmall(gram, vecX.nCols, vecX.nCols);
+  VES_ASSERT_GOOD(gram.InnerProduct(vecX, vecBX));
+  VES_ASSERT_GOOD(gram.BroadCast(rowComm));
+  for (int j = 0; j < gram.nCols; ++j)
+    for (int i = 0; i <= j; ++i) {
+      const Scalar expected = i == j ? MathConstants<Scalar>::ONE : MathConstants<Scalar>::ZERO;
+      if (!(static_cast<double>(std::abs(gram(i, j) - expected)) <= tolerance)) return j;
+    }
+  return gram.nCols;
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Block& vecY, const Block& vecBY,
+                                                   Block& vecC, Block& vecBC,
+                                                   const VesMatrixBase& matB, int& count,
+                                                   bool global) const {
+  VES_ASSERT_GOOD(vecC.Normalize(vecBC, global));
+  ZeroNonFiniteColumns(vecC, vecBC);
+  RepeatPasses(
+      maxOrthoIter, orthoTol,
+      [&] {
+        VES_ASSERT_GOOD(this->OrthoProjector->Run(vecY, vecBY, vecC, vecBC, matB, global,
+                                                  maxOrthoInnerIter, orthoInnerTol));
+        Orthonormalize(vecC, vecBC, matB, count, global);
+        vecC.nCols = vecBC.nCols = count;
+        return VES_GOOD;
+      },
+      [&] {
+        double orthoError = 0.0;
+        VES_ASSERT_GOOD(vecBY.CheckOrthogonality(vecC, orthoError, false, true));
+        return orthoError;
+      });
+}
+
+template <typename Scalar>
+bool BlockSolver<Scalar>::IsAscending(const Block& values) const {
+  const RealType<Scalar> rounding = 16 * std::numeric_limits<RealType<Scalar>>::epsilon();
+  for (int j = 1; j < values.nRows; ++j) {
+    const RealType<Scalar> before = std::real(values(j - 1)), here = std::real(values(j));
+    if (before > here + rounding * std::max(std::abs(before), std::abs(here))) return false;
+  }
+  return true;
+}
+
+template <typename Scalar>
+int BlockSolver<Scalar>::CopyAscending(const Block& vectors, const Block& values, int nConverged,
+                                       Block& toVectors, Block& toValues) const {
+  std::vector<int> order(static_cast<std::size_t>(values.nRows));
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(),
+                   [&](int a, int b) { return std::real(values(a)) < std::real(values(b)); });
+  for (int j = 0; j < values.nRows; ++j) {
+    const int from = order[static_cast<std::size_t>(j)];
+    Block to = Columns(toVectors, j, 1);
+    VES_ASSERT_GOOD(to.CopyData(Columns(vectors, from, 1)));
+    toValues(j) = values(from);
+  }
+  const auto firstOther =
+      std::find_if(order.begin(), order.end(), [&](int from) { return from >= nConverged; });
+  return static_cast<int>(firstOther - order.begin());
+}
+
+VES_INSTANTIATE(BlockSolver);
+
+} // namespace Ves

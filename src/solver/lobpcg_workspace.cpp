@@ -1,0 +1,89 @@
+#include "lobpcg.h"
+
+namespace Ves {
+
+template <typename Scalar>
+void LOBPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
+                                    const VesMatrixBase& matB) const {
+  this->ReadProblem(vecQ, matB);
+  iter = 0;
+  nX = nV = nBands;
+  nP = nR = 0;
+  nLockedTotal = nLocked = nLeadingConv = 0;
+  VES_ASSERT_GOOD(this->SetLockDetector(this->convergeDetectorType));
+  VES_ASSERT_GOOD(this->SetRankRevealer(this->orthogonalizerType));
+}
+
+template <typename Scalar>
+void LOBPCG<Scalar>::AllocateWorkspace() const {
+  const auto tall = [&](Block& block, int cols) {
+    block.SetShape(this->rowComm, this->secondComm, nPW, cols, ldQ);
+  };
+  const auto small = [&](Block& block, int rows, int cols) {
+    block.SetShape(this->rowComm, this->secondComm, rows, cols, rows);
+  };
+  tall(workZ, 3 * nBands);
+  VES_ASSERT_GOOD(workZ.AllocateMem());
+  tall(workAZ, 3 * nBands);
+  VES_ASSERT_GOOD(workAZ.AllocateMem());
+  small(workW, nBands, 1);
+  VES_ASSERT_GOOD(workW.AllocateMem());
+  tall(workX, nBands);
+  VES_ASSERT_GOOD(workX.AllocateMem());
+  tall(workAX, nBands);
+  VES_ASSERT_GOOD(workAX.AllocateMem());
+  tall(workP, nBands);
+  VES_ASSERT_GOOD(workP.AllocateMem());
+  tall(workR, nBands);
+  VES_ASSERT_GOOD(workR.AllocateMem());
+  small(workM, 3 * nBands, 3 * nBands);
+  VES_ASSERT_GOOD(workM.AllocateMem());
+  small(workD, 3 * nBands, 1);
+  VES_ASSERT_GOOD(workD.AllocateMem());
+  small(idxsConv, nBands, 1);
+  VES_ASSERT_GOOD(idxsConv.AllocateMem());
+  small(idxsLock, nBands, 1);
+  VES_ASSERT_GOOD(idxsLock.AllocateMem());
+  if (!isGeneralized) return;
+  tall(workBZ, 3 * nBands);
+  VES_ASSERT_GOOD(workBZ.AllocateMem());
+  tall(workBX, nBands);
+  VES_ASSERT_GOOD(workBX.AllocateMem());
+}
+
+template <typename Scalar>
+void LOBPCG<Scalar>::InitWorkspace(const Block& vecQ, const Block&) const {
+  Block vecX = Columns(workZ, 0, nBands);
+  VES_ASSERT_GOOD(vecX.CopyData(vecQ));
+  VES_ASSERT_GOOD(workW.Set2Val(MathConstants<Scalar>::INFTY));
+}
+
+template <typename Scalar>
+void LOBPCG<Scalar>::FillOutput(Block& vecQ, Block& vecW) const {
+  // Where the guess had no full rank, nBands was narrowed: zero vectors stand for what is missing.
+  Block vecX = Columns(workZ, 0, vecQ.nCols);
+  Block vecMissing = Columns(workZ, nBands, vecQ.nCols - nBands);
+  VES_ASSERT_GOOD(vecMissing.Set2Zero());
+  if (this->IsAscending(workW)) {
+    VES_ASSERT_GOOD(vecQ.CopyData(vecX));
+    VES_ASSERT_GOOD(vecW.CopyData(workW));
+  } else {
+    nR = nBands - this->CopyAscending(vecX, workW, nBands - nR, vecQ, vecW);
+  }
+}
+
+template <typename Scalar>
+void LOBPCG<Scalar>::FreeWorkspace() const {
+  for (Block* block : {&workZ, &workAZ, &workW, &workX, &workAX, &workP, &workR, &workM, &workD,
+                       &idxsConv, &idxsLock, &workBZ, &workBX})
+    VES_ASSERT_GOOD(block->FreeMem());
+}
+
+template <typename Scalar>
+void LOBPCG<Scalar>::CollectInfo() const {
+  nConv = nBands - nR;
+}
+
+VES_INSTANTIATE(LOBPCG);
+
+} // namespace Ves

@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# Installs the library into a fresh prefix and builds clients that know only that prefix: the
+# listings of the README, a C++ program by CMake package and one by pkg-config.
+# check_install.sh BUILD_DIR SOURCE_DIR WORK_DIR
+set -euo pipefail
+build=$1 source=$2 work=$3
+export OPENBLAS_NUM_THREADS=1
+rm -rf "$work"
+mkdir -p "$work"/{readme,cpp,pkgconfig}
+prefix=$work/prefix
+cmake --install "$build" --prefix "$prefix" >/dev/null
+pc=$(find "$prefix" -name ves.pc)
+export PKG_CONFIG_PATH=$(dirname "$pc") LD_LIBRARY_PATH=$(dirname "$(dirname "$pc")")
+
+# The README's program and CMakeLists.txt as they stand there.
+listing() { awk -v lang="$1" '$0 == "```" lang {on = 1; next} /^```/ {on = 0} on' "$source/README.md"; }
+listing c >"$work/readme/main.c"
+listing cmake >"$work/readme/CMakeLists.txt"
+diff "$work/readme/main.c" "$source/examples/01_first_steps.c"
+
+build_with_cmake() {
+  cmake -S "$1" -B "$1/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >"$1/log" 2>&1 &&
+    cmake --build "$1/build" >>"$1/log" 2>&1 || { cat "$1/log"; exit 1; }
+}
+build_with_cmake "$work/readme"
+"$work/readme/build/main"
+
+cat >"$work/cpp/main.cpp" <<'CPP'
+#include <ves/data/matrix_shell.h>
+#include <ves/solver/lobpcg.h>
+#include <cstdio>
+
+static void diagonal(void*, void* x, void* y, int n, int k, int ld) {
+  for (int j = 0; j < k; ++j)
+    for (int i = 0; i < n; ++i)
+      static_cast<std::complex<float>*>(y)[i + j * ld] =
+          static_cast<std::complex<float>*>(x)[i + j * ld] * (1.0f + static_cast<float>(i));
+}
+
+int main(int argc, char** argv) {
+  MPI_Init(&argc, &argv);
+  int failed = 1;
+  {
+    using Scalar = std::complex<float>;
+    Ves::MatrixShell<Scalar> A;
+    A.SetShellMatVec(diagonal);
+    const VesMatrixEmpty none;
+    Ves::VectorDense<Scalar> X(MPI_COMM_WORLD, MPI_COMM_SELF, 40, 3, 40), D;
+    X.AllocateMem();
+    X.Set2Random(1);
+    D.SetDims(3, 1, 3);
+    D.AllocateMem();
+    Ves::LOBPCG<Scalar> solver;
+    solver.threshold = 1e-3;
+    failed = solver.Solve(A, none, none, X, D) != VES_GOOD || solver.nConv != 3 ||
+             std::abs(D(2) - 3.0f) > 1e-3f;
+    std::printf("%.4f\n", static_cast<double>(D(2).real()));
+  }
+  MPI_Finalize();
+  return failed;
+}
+CPP
+cat >"$work/cpp/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(client C CXX)
+find_package(ves 0.1 CONFIG REQUIRED)
+add_executable(client main.cpp)
+target_link_libraries(client PRIVATE ves::ves ves::provider)
+CMAKE
+build_with_cmake "$work/cpp"
+"$work/cpp/build/client"
+
+g++ -std=c++17 -Wall -Wextra "$work/cpp/main.cpp" $(pkg-config --cflags ves) \
+  $(pkg-config --libs ves) -lscalapack-openmpi -llapack -lblas -o "$work/pkgconfig/client"
+"$work/pkgconfig/client"
+
+# One header of its own per class: each compiles alone, and ves.h in strict C11.
+for header in $(cd "$prefix/include" && find ves -name '*.h'); do
+  echo "#include <$header>" | g++ -std=c++17 -fsyntax-only $(pkg-config --cflags ves) -x c++ -
+done
+echo '#include <ves.h>' | gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $(pkg-config --cflags ves) -x c -
+
+# No C name of the library's inside leaks out.
+if nm -D --defined-only "$LD_LIBRARY_PATH/libves.so" | awk '$2 == "T" {print $3}' | grep -vE '^(Ves|_Z)'; then
+  echo "names that are not the library's interface are exported"
+  exit 1
+fi
+echo "clients of the installed package work"

@@ -1,0 +1,369 @@
+// The flat interface: every return code that a caller can cause, in the order of the checks, and
+// what a refused call leaves as it was.
+#include "data/matrix_shell.h"
+#include "data/vector_dense.h"
+#include "interface/solver_base.h"
+#include "support/correctness.h"
+
+#include <array>
+#include <limits>
+
+using namespace VesTest;
+
+namespace {
+
+constexpr auto noScalar = static_cast<VesScalarType>(4);
+constexpr auto negativeScalar = static_cast<VesScalarType>(-1);
+constexpr VesScalarType scalarTypes[] = {VES_DOUBLE, VES_FLOAT, VES_COMPLEX_DOUBLE,
+                                         VES_COMPLEX_FLOAT};
+
+TEST(Codes, NumbersAreFixed) {
+  EXPECT_EQ((std::array<int, 7>{VES_GOOD, VES_ERR_INVALID_VALUE, VES_ERR_OUT_OF_RANGE,
+                                VES_ERR_UNSUPPORTED, VES_ERR_MISMATCH, VES_ERR_INCOMPATIBLE,
+                                VES_ERR_NULL_POINTER}),
+            (std::array<int, 7>{0, -1, -2, -4, -5, -6, -7}));
+  EXPECT_EQ((std::array<int, 4>{VES_DOUBLE, VES_FLOAT, VES_COMPLEX_DOUBLE, VES_COMPLEX_FLOAT}),
+            (std::array<int, 4>{0, 1, 2, 3}));
+  EXPECT_EQ((std::array<int, 5>{VES_MATRIX_SHELL, VES_VECTOR_DENSE, VES_PPCG, VES_SVD_QR,
+                                VES_RESIDUALS_OR_EIGENVALUES}),
+            (std::array<int, 5>{1, 1, 2, 1, 3}));
+}
+
+/// All create functions refuse alike: no place to write, then the scalar type (which clears the
+/// handle), then the kind (which leaves it).
+template <typename Handle, typename Kind>
+void ExpectCreateCodes(VesReturnCode (*create)(Handle*, VesScalarType, Kind) noexcept, Kind known,
+                       Kind unknown, void (*destroy)(Handle) noexcept) {
+  Handle const untouched = reinterpret_cast<Handle>(&create);
+  EXPECT_EQ(create(nullptr, noScalar, unknown), VES_ERR_NULL_POINTER);
+  for (const VesScalarType wrong : {noScalar, negativeScalar})
+    for (const Kind kind : {known, unknown}) {
+      Handle handle = untouched;
+      EXPECT_EQ(create(&handle, wrong, kind), VES_ERR_MISMATCH);
+      EXPECT_EQ(handle, nullptr);
+    }
+  for (const VesScalarType scalarType : scalarTypes) {
+    Handle handle = untouched;
+    EXPECT_EQ(create(&handle, scalarType, unknown), VES_ERR_UNSUPPORTED);
+    EXPECT_EQ(handle, untouched);
+    EXPECT_EQ(create(&handle, scalarType, known), VES_GOOD);
+    EXPECT_EQ(handle->scalarType, scalarType);
+    destroy(handle);
+  }
+  destroy(nullptr);
+}
+
+TEST(Codes, Creation) {
+  ExpectCreateCodes(VesMatrixCreate, VES_MATRIX_SHELL, VES_MATRIX_EMPTY, VesMatrixDestroy);
+  ExpectCreateCodes(VesVectorCreate, VES_VECTOR_DENSE, static_cast<VesVectorType>(0),
+                    VesVectorDestroy);
+  ExpectCreateCodes(VesSolverCreate, VES_LOBPCG, static_cast<VesSolverType>(3), VesSolverDestroy);
+}
+
+void NoProduct(void*, void*, void*, int, int, int) {}
+
+TEST(Codes, Matrices) {
+  VesMatrix matrix = nullptr;
+  ASSERT_EQ(VesMatrixCreate(&matrix, VES_FLOAT, VES_MATRIX_SHELL), VES_GOOD);
+  const MatrixHandle owner(matrix);
+  EXPECT_EQ(matrix->nRows, 0);
+  EXPECT_EQ(VesMatrixGetShellUserData(matrix), nullptr);
+  EXPECT_EQ(VesMatrixSetDim(nullptr, -1, 1), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesMatrixSetDim(matrix, 4, 3), VES_GOOD);
+  EXPECT_EQ(VesMatrixSetDim(matrix, 5, -1), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(VesMatrixSetDim(matrix, -1, 5), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(matrix->nRows, 4);
+  EXPECT_EQ(matrix->nCols, 3);
+
+  int data = 0;
+  EXPECT_EQ(VesMatrixSetShellMatVec(nullptr, &data, NoProduct), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesMatrixSetShellMatVec(matrix, &data, NoProduct), VES_GOOD);
+  EXPECT_EQ(VesMatrixGetShellUserData(matrix), &data);
+  EXPECT_EQ(VesMatrixGetShellUserData(nullptr), nullptr);
+  VesMatrixEmpty empty;
+  EXPECT_EQ(VesMatrixSetShellMatVec(&empty, &data, NoProduct), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesMatrixGetShellUserData(&empty), nullptr);
+  matrix->scalarType = noScalar;
+  EXPECT_EQ(VesMatrixSetShellMatVec(matrix, &data, NoProduct), VES_ERR_UNSUPPORTED);
+  EXPECT_EQ(VesMatrixGetShellUserData(matrix), nullptr);
+}
+
+TEST(Codes, Vectors) {
+  VesVector vector = nullptr;
+  ASSERT_EQ(VesVectorCreate(&vector, VES_DOUBLE, VES_VECTOR_DENSE), VES_GOOD);
+  const VectorHandle owner(vector);
+  EXPECT_EQ(vector->comm, MPI_COMM_WORLD);
+  EXPECT_EQ(vector->auxComm, MPI_COMM_SELF);
+  EXPECT_EQ(VesVectorSetComm(nullptr, 2, MPI_COMM_NULL), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesVectorSetComm(vector, 2, MPI_COMM_NULL), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(VesVectorSetComm(vector, 2, MPI_COMM_SELF), VES_ERR_UNSUPPORTED);
+  EXPECT_EQ(VesVectorSetComm(vector, 1, MPI_COMM_WORLD), VES_GOOD);
+  EXPECT_EQ(vector->auxComm, MPI_COMM_WORLD);
+
+  EXPECT_EQ(VesVectorSetDim(nullptr, -1, 0), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesVectorSetDim(vector, 0, 0), VES_GOOD);
+  EXPECT_EQ(VesVectorSetDim(vector, 3, 2), VES_GOOD);
+  EXPECT_EQ(VesVectorSetDim(vector, -1, 5), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(vector->nRows, 3);
+
+  double values[8] = {};
+  EXPECT_EQ(VesVectorDenseSetValues(nullptr, values, 0), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesVectorDenseSetValues(vector, nullptr, 0), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesVectorDenseSetValues(vector, values, 0), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(VesVectorDenseGetValues(vector), nullptr);
+  EXPECT_EQ(VesVectorDenseSetValues(vector, values, 4), VES_GOOD);
+  EXPECT_EQ(VesVectorDenseGetValues(vector), values);
+  EXPECT_EQ(VesVectorDenseGetValues(nullptr), nullptr);
+  vector->scalarType = noScalar;
+  EXPECT_EQ(VesVectorDenseSetValues(vector, values, 4), VES_ERR_UNSUPPORTED);
+  EXPECT_EQ(VesVectorDenseGetValues(vector), nullptr);
+  vector->storageType = static_cast<VesVectorType>(0);
+  EXPECT_EQ(VesVectorDenseSetValues(vector, values, 4), VES_ERR_INCOMPATIBLE);
+}
+
+TEST(Vectors, Replicate) {
+  double values[] = {1, 2, 777, 3, 4, 777};
+  const VectorHandle src = MakeVector(MPI_COMM_SELF, 2, 2, values, 3);
+  VesVector made = nullptr;
+  EXPECT_EQ(VesVectorReplicate(nullptr, &made, true, true), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesVectorReplicate(src.get(), nullptr, true, true), VES_ERR_NULL_POINTER);
+
+  EXPECT_EQ(VesVectorReplicate(src.get(), &made, false, true), VES_GOOD);
+  EXPECT_EQ(VesVectorDenseGetValues(made), nullptr);
+  EXPECT_EQ(made->comm, MPI_COMM_SELF);
+  VesVectorDestroy(made);
+
+  EXPECT_EQ(VesVectorReplicate(src.get(), &made, true, true), VES_GOOD);
+  const auto* copy = static_cast<double*>(VesVectorDenseGetValues(made));
+  EXPECT_NE(copy, values);
+  EXPECT_EQ((std::array<double, 4>{copy[0], copy[1], copy[3], copy[4]}),
+            (std::array<double, 4>{1, 2, 3, 4}));
+  // Storage of the caller in the place of its own: the old is released, the new never.
+  EXPECT_EQ(VesVectorDenseSetValues(made, values, 3), VES_GOOD);
+  VesVectorDestroy(made);
+
+  EXPECT_EQ(VesVectorSetDim(src.get(), 1, std::numeric_limits<int>::max()), VES_GOOD);
+  EXPECT_EQ(VesVectorReplicate(src.get(), &made, true, false), VES_ERR_INVALID_VALUE);
+  VesVectorDestroy(made);
+}
+
+TEST(Vectors, NormAndResidual) {
+  const int rank = RankIn(MPI_COMM_WORLD), p = SizeOf(MPI_COMM_WORLD);
+  std::vector<double> x{3, 4, 1, 1}, norms(2), r(4), d{2, 1};
+  const VectorHandle X = MakeVector(MPI_COMM_WORLD, 2, 2, x.data(), 2);
+  const VectorHandle N = MakeVector(MPI_COMM_WORLD, 2, 1, norms.data(), 2);
+  EXPECT_EQ(VesVectorNorm(nullptr, N.get()), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesVectorNorm(X.get(), nullptr), VES_ERR_NULL_POINTER);
+  const VectorHandle bare = MakeVector<double>(MPI_COMM_WORLD, 2, 2, nullptr, 2);
+  EXPECT_EQ(VesVectorNorm(bare.get(), N.get()), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesVectorNorm(X.get(), X.get()), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesVectorNorm(X.get(), N.get()), VES_GOOD);
+  EXPECT_DOUBLE_EQ(norms[0], 5 * std::sqrt(p));
+  EXPECT_DOUBLE_EQ(norms[1], std::sqrt(2.0 * p));
+
+  const Rows rows(2 * p, MPI_COMM_WORLD);
+  SparseOperator<double> A(rows, [](int i) { return SparseOperator<double>::Row{{i, 1.0 + i}}; });
+  SparseOperator<double> B(rows, [](int i) { return SparseOperator<double>::Row{{i, 3.0}}; });
+  const MatrixHandle a = MakeMatrix(&A), b = MakeMatrix(&B);
+  const VectorHandle D = MakeVector(MPI_COMM_WORLD, 2, 1, d.data(), 2);
+  const VectorHandle R = MakeVector(MPI_COMM_WORLD, 2, 2, r.data(), 2);
+  EXPECT_EQ(VesEigResidual(nullptr, b.get(), X.get(), D.get(), R.get()), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), nullptr, R.get()), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), D.get(), nullptr), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(VesEigResidual(a.get(), b.get(), bare.get(), D.get(), R.get()), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), X.get(), R.get()), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesEigResidual(a.get(), nullptr, X.get(), D.get(), R.get()), VES_GOOD);
+  EXPECT_DOUBLE_EQ(r[0], (1.0 + 2 * rank - 2) * 3);
+  EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), D.get(), R.get()), VES_GOOD);
+  EXPECT_DOUBLE_EQ(r[1], (2.0 + 2 * rank - 6) * 4);
+  EXPECT_DOUBLE_EQ(r[3], (2.0 + 2 * rank - 3) * 1);
+}
+
+TEST(Solvers, SettersAndDefaults) {
+  VesSolver solver = nullptr;
+  ASSERT_EQ(VesSolverCreate(&solver, VES_COMPLEX_FLOAT, VES_LOBPCG), VES_GOOD);
+  const SolverHandle owner(solver);
+  EXPECT_EQ(solver->threshold, 1e-6);
+  EXPECT_EQ(solver->maxIter, 100);
+  EXPECT_EQ(solver->mu, 0.01);
+  EXPECT_EQ(solver->denseEigenSolverType, VES_SCALAPACK_DIAG);
+  EXPECT_EQ(solver->rankRevealerType, VES_SVD_QR);
+  EXPECT_EQ(solver->LockDetector, nullptr);
+  EXPECT_TRUE(solver->needResidualNorms);
+
+  EXPECT_EQ(VesSolverSetMaxOrthoIter(solver, 3), VES_GOOD);
+  for (const int wrong : {0, -2}) {
+    EXPECT_EQ(VesSolverSetMaxOrthoIter(solver, wrong), VES_ERR_INVALID_VALUE);
+    EXPECT_EQ(VesSolverSetMaxIter(solver, wrong), VES_ERR_INVALID_VALUE);
+    EXPECT_EQ(VesSolverSetThreshold(solver, wrong), VES_ERR_INVALID_VALUE);
+  }
+  EXPECT_EQ(solver->maxOrthoIter, 3);
+  EXPECT_EQ(solver->maxOrthoInnerIter, 3);
+  EXPECT_EQ(solver->threshold, 1e-6);
+  EXPECT_EQ(VesSolverSetThreshold(solver, std::nan("")), VES_GOOD);
+  EXPECT_EQ(VesSolverSetProblemType(solver, static_cast<VesProblemType>(17)), VES_GOOD);
+
+  const auto* detector = solver->ConvergeDetector.get();
+  EXPECT_EQ(VesSetConvergeDetectorType(solver, static_cast<VesConvergeDetectorType>(4)),
+            VES_ERR_UNSUPPORTED);
+  EXPECT_EQ(solver->ConvergeDetector.get(), detector);
+  EXPECT_EQ(VesSetDenseEigenSolverType(solver, static_cast<VesDenseEigenSolverType>(2)),
+            VES_ERR_UNSUPPORTED);
+  EXPECT_EQ(VesSetOrthogonalizerType(solver, static_cast<VesOrthogonalizerType>(-1)),
+            VES_ERR_UNSUPPORTED);
+  EXPECT_EQ(VesSetOrthoProjectorType(solver, static_cast<VesOrthoProjectorType>(1)),
+            VES_ERR_UNSUPPORTED);
+  EXPECT_EQ(VesSetConvergeDetectorType(solver, VES_EIGENVALUES), VES_GOOD);
+  EXPECT_EQ(solver->ConvergeDetector->detectorType, VES_EIGENVALUES);
+  EXPECT_TRUE(solver->needResidualNorms); // set once, never cleared
+}
+
+TEST(Solvers, NullHandles) {
+  int count = 0;
+  EXPECT_EQ(VesSolverSetProblemType(nullptr, VES_PROBLEM_STANDARD), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesSolverSetMaxIter(nullptr, 0), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesSolverSetMaxOrthoIter(nullptr, 0), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesSolverSetThreshold(nullptr, 0), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesSetDenseEigenSolverType(nullptr, VES_LAPACK_DIAG), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesSetConvergeDetectorType(nullptr, VES_RESIDUALS), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesSetOrthogonalizerType(nullptr, VES_SVD_QR), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesSetOrthoProjectorType(nullptr, VES_GRAM_SCHMIDT), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesGetSolverIter(nullptr, &count), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesGetSolverConv(nullptr, &count), VES_ERR_NULL_POINTER);
+  const SolverHandle solver = MakeSolver<double>({}, false);
+  EXPECT_EQ(VesGetSolverIter(solver.get(), nullptr), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesGetSolverConv(solver.get(), nullptr), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesGetSolverIter(solver.get(), &count), VES_GOOD);
+  EXPECT_EQ(count, 0);
+}
+
+/// A sound run whose parts can be spoiled one at a time.
+struct SmallRun {
+  Rows rows{12, MPI_COMM_WORLD};
+  SparseOperator<double> op{rows, [](int i) { return SparseOperator<double>::Row{{i, 1.0 + i}}; }};
+  std::vector<double> x = std::vector<double>(64, 5.0), d = std::vector<double>(8, 5.0);
+  SolverHandle solver = MakeSolver<double>({}, true);
+  MatrixHandle A = MakeMatrix(&op), B, T;
+  VectorHandle X = MakeVector(MPI_COMM_WORLD, rows.local, 2, x.data(), 12);
+  VectorHandle D = MakeVector(MPI_COMM_WORLD, 2, 1, d.data(), 2);
+
+  VesReturnCode Code() {
+    return VesRunSolver(solver.get(), A.get(), B.get(), T.get(), X.get(), D.get());
+  }
+};
+
+MatrixHandle FloatMatrix() {
+  VesMatrix matrix = nullptr;
+  VesMatrixCreate(&matrix, VES_FLOAT, VES_MATRIX_SHELL);
+  return MatrixHandle(matrix);
+}
+
+TEST(RunSolver, RefusesOnAllProcessesAlike) {
+  const bool first = RankIn(MPI_COMM_WORLD) == 0; // local faults: only process 0 has them
+  MPI_Comm twin = MPI_COMM_NULL;
+  MPI_Comm_dup(MPI_COMM_WORLD, &twin);
+  const struct {
+    const char* reason;
+    VesReturnCode code;
+    std::function<void(SmallRun&)> spoil;
+  } cases[] = {
+      {"no solver", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.solver.reset(); }},
+      {"no A", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.A.reset(); }},
+      {"no X", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.X.reset(); }},
+      {"no D", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.D.reset(); }},
+      {"A of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.A = FloatMatrix(); }},
+      {"B of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.B = FloatMatrix(); }},
+      {"T of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.T = FloatMatrix(); }},
+      {"D of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.D->scalarType = VES_FLOAT; }},
+      {"four columns, five values", VES_ERR_MISMATCH,
+       [](SmallRun& r) {
+         VesVectorSetDim(r.X.get(), r.rows.local, 4);
+         VesVectorSetDim(r.D.get(), 5, 1);
+       }},
+      {"two columns of values", VES_ERR_MISMATCH,
+       [](SmallRun& r) { VesVectorSetDim(r.D.get(), 2, 2); }},
+      {"X without storage", VES_ERR_NULL_POINTER,
+       [=](SmallRun& r) {
+         if (first) r.X = MakeVector<double>(MPI_COMM_WORLD, r.rows.local, 2, nullptr, 1);
+       }},
+      {"D without storage", VES_ERR_NULL_POINTER,
+       [=](SmallRun& r) {
+         if (first) r.D = MakeVector<double>(MPI_COMM_WORLD, 2, 1, nullptr, 1);
+       }},
+      {"A without a routine", VES_ERR_NULL_POINTER,
+       [=](SmallRun& r) {
+         if (first) VesMatrixSetShellMatVec(r.A.get(), nullptr, nullptr);
+       }},
+      {"communicators differ", VES_ERR_MISMATCH,
+       [=](SmallRun& r) { VesVectorSetComm(r.D.get(), 0, twin); }},
+      {"second communicators differ", VES_ERR_MISMATCH,
+       [=](SmallRun& r) {
+         if (first) VesVectorSetComm(r.X.get(), 1, twin);
+       }},
+      {"columns of X overlap", VES_ERR_INVALID_VALUE,
+       [=](SmallRun& r) {
+         if (first) VesVectorDenseSetValues(r.X.get(), r.x.data(), r.rows.local - 1);
+       }},
+      {"ld of D below its rows", VES_ERR_INVALID_VALUE,
+       [=](SmallRun& r) {
+         if (first) VesVectorDenseSetValues(r.D.get(), r.d.data(), 1);
+       }},
+      {"a workspace beyond 32 bits", VES_ERR_INVALID_VALUE,
+       [=](SmallRun& r) {
+         if (first) VesVectorDenseSetValues(r.X.get(), r.x.data(), 400000000);
+       }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reason);
+    SmallRun r;
+    c.spoil(r);
+    EXPECT_EQ(r.Code(), c.code);
+    EXPECT_EQ(r.op.columns, 0);
+    EXPECT_EQ(r.d, std::vector<double>(8, 5.0));
+    EXPECT_EQ(r.x, std::vector<double>(64, 5.0));
+  }
+  MPI_Comm_free(&twin);
+}
+
+TEST(RunSolver, DisagreementOnTheNumberOfPairs) {
+  if (SizeOf(MPI_COMM_WORLD) == 1) GTEST_SKIP() << "needs two processes";
+  SmallRun r;
+  const int k = RankIn(MPI_COMM_WORLD) == 0 ? 1 : 2;
+  VesVectorSetDim(r.X.get(), r.rows.local, k);
+  VesVectorSetDim(r.D.get(), k, 1);
+  EXPECT_EQ(r.Code(), VES_ERR_MISMATCH);
+}
+
+TEST(RunSolver, GeneralizedWithoutBIsStandard) {
+  SmallRun r;
+  for (std::size_t i = 0; i < r.x.size(); ++i)
+    r.x[i] = Hashed(static_cast<unsigned>(i), 1);
+  EXPECT_EQ(r.Code(), VES_GOOD);
+  EXPECT_FALSE(r.solver->isGeneralized);
+  EXPECT_NEAR(r.d[0], 1.0, 1e-9);
+}
+
+/// The message of an assertion: expression, source from src/, line and full signature; the call
+/// is evaluated once, in every build type.
+TEST(AssertionDeathTest, SaysWhatFailedWhere) {
+  const auto applyToNothing = [] {
+    Ves::MatrixShell<double> A;
+    A.SetShellMatVec(NoProduct);
+    const VesMatrixEmpty B;
+    Ves::VectorDense<double> X(MPI_COMM_SELF, MPI_COMM_SELF, 2, 1, 2);
+    Ves::VectorDense<double> R(MPI_COMM_SELF, MPI_COMM_SELF, 2, 1, 2), D;
+    D.SetDims(1, 1, 1);
+    R.EigResidual(A, B, X, D); // X has no storage
+  };
+  EXPECT_DEATH(applyToNothing(), "\\(matA\\.Apply\\(vecX, vecAX\\)\\) == VES_GOOD failed in "
+                                 "src/data/vector_dense.*\\.cpp:[0-9]+, .*EigResidual\\(.*double");
+  int calls = 0;
+  const auto succeed = [&] {
+    ++calls;
+    return VES_GOOD;
+  };
+  VES_ASSERT_GOOD(succeed());
+  EXPECT_EQ(calls, 1);
+}
+
+} // namespace

@@ -1,0 +1,147 @@
+// Solvers on parts of the job: groups that solve at once and unlike often, communicators that the
+// caller frees between runs, and no communicator left behind.
+#include "eigensolver/scalapack_diag.h"
+#include "interface/solver_base.h"
+#include "support/correctness.h"
+
+#include <cstdio>
+
+using namespace VesTest;
+
+namespace {
+
+int liveComms = 0;
+
+int CountIfMade(int code, const MPI_Comm* made) {
+  if (code == MPI_SUCCESS && *made != MPI_COMM_NULL) ++liveComms;
+  return code;
+}
+
+} // namespace
+
+// The profiling layer of MPI: the library and the linear algebra behind it call these.
+extern "C" {
+int MPI_Comm_dup(MPI_Comm comm, MPI_Comm* made) {
+  return CountIfMade(PMPI_Comm_dup(comm, made), made);
+}
+int MPI_Comm_create(MPI_Comm comm, MPI_Group group, MPI_Comm* made) {
+  return CountIfMade(PMPI_Comm_create(comm, group, made), made);
+}
+int MPI_Comm_split(MPI_Comm comm, int color, int key, MPI_Comm* made) {
+  return CountIfMade(PMPI_Comm_split(comm, color, key, made), made);
+}
+int MPI_Comm_free(MPI_Comm* comm) {
+  --liveComms;
+  return PMPI_Comm_free(comm);
+}
+}
+
+namespace {
+
+/// A communicator of a test, freed at its end.
+struct Part {
+  MPI_Comm comm = MPI_COMM_NULL;
+  explicit Part(int color) { MPI_Comm_split(MPI_COMM_WORLD, color, 0, &comm); }
+  Part(const Part&) = delete;
+  Part& operator=(const Part&) = delete;
+  ~Part() { MPI_Comm_free(&comm); }
+};
+
+/// One solve with a projected problem large enough for the distributed dense solver.
+void SolveOn(MPI_Comm comm, VesSolver solver, const Settings& s) {
+  const Box box{{9, 10, 8}};
+  const Rows rows(box.Order(), comm);
+  SparseOperator<double> A(rows, [&](int i) { return Phased<double>(i, box.Laplacian(i)); });
+  Pairs<double> p(rows, s.nBands);
+  p.FillRandom();
+  p.Run(solver, &A);
+  Limits limits;
+  limits.value = 1e-4;
+  ExpectAllConverged(p, A, nullptr, box.Eigenvalues(false), s.threshold, limits);
+}
+
+Settings Large() {
+  Settings s;
+  s.nBands = 100;
+  s.threshold = 1e-3;
+  return s;
+}
+
+TEST(Communicators, GroupsSolveAtOnceAndUnlikeOften) {
+  const int rank = RankIn(MPI_COMM_WORLD), size = SizeOf(MPI_COMM_WORLD);
+  const int before = liveComms;
+  {
+    // 6 processes: 3 + 2 + 1; 4 processes: 3 + 1.
+    const int color = rank < 3 ? 0 : (rank < 5 && size > 4 ? 1 : 2);
+    const Part part(color);
+    const SolverHandle solver = MakeSolver<double>(Large(), false);
+    for (int solve = 0; solve <= color; ++solve)
+      SolveOn(part.comm, solver.get(), Large());
+    MPI_Barrier(MPI_COMM_WORLD);
+  }
+  EXPECT_EQ(liveComms, before);
+}
+
+TEST(Communicators, OneGroupSolvesWhileTheOthersWait) {
+  const Part part(RankIn(MPI_COMM_WORLD) < 2 ? 0 : 1);
+  if (RankIn(MPI_COMM_WORLD) < 2) {
+    const SolverHandle solver = MakeSolver<double>(Large(), false);
+    SolveOn(part.comm, solver.get(), Large());
+  }
+  MPI_Barrier(MPI_COMM_WORLD);
+}
+
+TEST(Communicators, FreedAndReplacedBetweenRuns) {
+  const int rank = RankIn(MPI_COMM_WORLD), before = liveComms;
+  {
+    const SolverHandle solver = MakeSolver<double>(Large(), false);
+    // Parts that overlap differently each time, the same again, one process alone in between, and
+    // the whole job.
+    for (const int step : {0, 1, 1, 2, 1, 3}) {
+      const int color = step == 0 ? rank % 2 : step == 1 ? rank / 2 : step == 2 ? rank : 0;
+      if (step == 2 && rank > 0) continue;
+      MPI_Comm comm = MPI_COMM_SELF;
+      if (step != 2) MPI_Comm_split(MPI_COMM_WORLD, color, 0, &comm);
+      SolveOn(comm, solver.get(), Large());
+      if (step != 2) MPI_Comm_free(&comm);
+    }
+  }
+  EXPECT_EQ(liveComms, before);
+}
+
+long ResidentKilobytes() {
+  long pages = 0, resident = 0;
+  if (std::FILE* file = std::fopen("/proc/self/statm", "r")) {
+    if (std::fscanf(file, "%ld %ld", &pages, &resident) != 2) resident = 0;
+    std::fclose(file);
+  }
+  return resident * 4;
+}
+
+/// Every cycle builds a grid: a low threshold sends small problems to the distributed solver.
+TEST(Communicators, ThousandCyclesLeaveNothingBehind) {
+  const Part part(RankIn(MPI_COMM_WORLD) % 2);
+  const Box box{{4, 5}};
+  const Rows rows(box.Order(), part.comm);
+  SparseOperator<double> A(rows, [&](int i) { return Phased<double>(i, box.Laplacian(i)); });
+  Settings s;
+  s.maxIter = 2;
+  const auto cycle = [&] {
+    Pairs<double> p(rows, 3);
+    p.FillRandom();
+    const SolverHandle solver = MakeSolver<double>(s, false);
+    dynamic_cast<Ves::ScaLapackDiag<double>&>(*solver->DenseEigenSolver).threshold = 2;
+    p.Run(solver.get(), &A);
+    EXPECT_EQ(p.code, VES_GOOD);
+  };
+  for (int warmUp = 0; warmUp < 50; ++warmUp)
+    cycle();
+  const int comms = liveComms;
+  const long memory = ResidentKilobytes();
+  for (int i = 0; i < 1000; ++i)
+    cycle();
+  EXPECT_EQ(liveComms, comms);
+  EXPECT_LE(ResidentKilobytes() - memory, 4096); // one communicator alone costs a few kilobytes
+}
+
+} // namespace

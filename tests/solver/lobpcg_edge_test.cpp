@@ -1,0 +1,342 @@
+// LOBPCG where a careless iteration hangs, crashes or returns wrong pairs: guesses, spectra and
+// sizes at the edge, operators that return nonsense, processes without rows.
+#include "solver/lobpcg.h"
+#include "support/correctness.h"
+
+#include <limits>
+
+using namespace VesTest;
+
+namespace {
+
+template <typename Scalar>
+double LooseThreshold() {
+  return eps<Scalar> < 1e-10 ? 1e-6 : 2e-3;
+}
+
+template <typename Scalar>
+Limits LooseLimits() {
+  Limits limits;
+  limits.value = eps<Scalar> < 1e-10 ? 1e-9 : 1e-4;
+  return limits;
+}
+
+/// One pass lets the basis of single precision drift from orthonormality by a factor of about 1.3
+/// an iteration, which tells after twenty; repeated passes hold it.
+template <typename Scalar>
+int CarefulPasses() {
+  return eps<Scalar> < 1e-10 ? 1 : 3;
+}
+
+/// A = U diag(values) U^H with U = I - 2 u u^H: every eigenvalue known, the matrix full, its
+/// eigenvectors the columns of U.
+template <typename Scalar>
+struct Reflected {
+  std::vector<double> values;
+  std::vector<Scalar> u;
+
+  explicit Reflected(std::vector<double> spectrum) : values(std::move(spectrum)), u(values.size()) {
+    double norm = 0.0;
+    for (std::size_t i = 0; i < u.size(); ++i) {
+      u[i] = HashedNumber<Scalar>(static_cast<int>(i), 3, 11);
+      norm += static_cast<double>(std::norm(u[i]));
+    }
+    for (Scalar& x : u)
+      x *= Number<Scalar>(1.0 / std::sqrt(norm));
+  }
+
+  Scalar Vector(int i, int j) const {
+    const auto r = static_cast<std::size_t>(i), c = static_cast<std::size_t>(j);
+    return Number<Scalar>(i == j ? 1.0 : 0.0) - Number<Scalar>(2.0) * u[r] * Conj(u[c]);
+  }
+
+  typename SparseOperator<Scalar>::Row Row(int i) const {
+    typename SparseOperator<Scalar>::Row row;
+    for (int j = 0; j < static_cast<int>(values.size()); ++j) {
+      Scalar sum{};
+      for (int k = 0; k < static_cast<int>(values.size()); ++k)
+        sum +=
+            Vector(i, k) * Number<Scalar>(values[static_cast<std::size_t>(k)]) * Conj(Vector(j, k));
+      row.emplace_back(j, sum);
+    }
+    return row;
+  }
+
+  std::vector<double> Sorted() const {
+    std::vector<double> sorted = values;
+    std::sort(sorted.begin(), sorted.end());
+    return sorted;
+  }
+};
+
+std::vector<double> Spectrum(int n, const std::function<double(int)>& value) {
+  std::vector<double> values;
+  for (int i = 0; i < n; ++i)
+    values.push_back(value(i));
+  return values;
+}
+
+template <typename Scalar>
+class LobpcgEdgeTest : public testing::Test {};
+TYPED_TEST_SUITE(LobpcgEdgeTest, AllScalars);
+
+TYPED_TEST(LobpcgEdgeTest, Spectra) {
+  const struct {
+    const char* reason;
+    int nBands;
+    std::function<double(int)> value;
+    int passes = CarefulPasses<TypeParam>();
+  } cases[] = {
+      {"negative and positive", 5, [](int i) { return -7.5 + 0.35 * i; }},
+      {"a zero lowest value", 4, [](int i) { return 0.5 * i; }},
+      {"geometric", 5, [](int i) { return std::pow(1.07, i); }},
+      {"five-fold lowest value", 6, [](int i) { return i < 5 ? 1.0 : 1.5 + 0.2 * i; }},
+      {"a multiplet cut by the wanted count", 4,
+       [](int i) { return i < 2   ? 0.3 * i
+                          : i < 6 ? 2.0
+                                  : 0.5 * i; }},
+      {"multiple of the identity", 5, [](int) { return 3.25; }},
+      {"three distinct values: residuals soon depend on X and P", 6,
+       [](int i) { return 1.0 + (i >= 3) + 2.0 * (i >= 8); }, 3},
+  };
+  const Rows rows(60, MPI_COMM_WORLD);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reason);
+    const Reflected<TypeParam> matrix(Spectrum(rows.n, c.value));
+    SparseOperator<TypeParam> A(rows, [&](int i) { return matrix.Row(i); });
+    Settings s;
+    s.nBands = c.nBands;
+    s.threshold = LooseThreshold<TypeParam>();
+    s.maxOrthoIter = c.passes;
+    Pairs<TypeParam> p(rows, s.nBands);
+    p.FillRandom();
+    const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+    p.Run(solver.get(), &A);
+    ExpectAllConverged(p, A, nullptr, matrix.Sorted(), s.threshold, LooseLimits<TypeParam>());
+  }
+}
+
+TYPED_TEST(LobpcgEdgeTest, Guesses) {
+  using Scalar = TypeParam;
+  const Rows rows(80, MPI_COMM_WORLD, Deal::growing);
+  const Reflected<Scalar> matrix(Spectrum(rows.n, [](int i) { return 1.0 + 0.25 * i; }));
+  SparseOperator<Scalar> A(rows, [&](int i) { return matrix.Row(i); });
+  const auto random = [](int i, int j) { return HashedNumber<Scalar>(i, j); };
+  const Scalar nan = Number<Scalar>(std::numeric_limits<double>::quiet_NaN());
+  const struct {
+    const char* reason;
+    std::function<Scalar(int, int)> entry;
+    bool exact;
+  } cases[] = {
+      {"exact eigenvectors", [&](int i, int j) { return matrix.Vector(i, j); }, true},
+      {"the leading three exact",
+       [&](int i, int j) { return j < 3 ? matrix.Vector(i, j) : random(i, j); }, false},
+      {"one exact in the middle",
+       [&](int i, int j) { return j == 3 ? matrix.Vector(i, j) : random(i, j); }, false},
+      {"two equal columns", [&](int i, int j) { return random(i, j == 4 ? 1 : j); }, false},
+      {"all columns equal", [&](int i, int) { return random(i, 0); }, false},
+      {"a column nearly in the span of another",
+       [&](int i, int j) {
+         return j == 2 ? random(i, 1) + Number<Scalar>(20 * eps<Scalar>) * random(i, 2)
+                       : random(i, j);
+       },
+       false},
+      {"a zero column", [&](int i, int j) { return j == 2 ? Scalar{} : random(i, j); }, false},
+      {"nothing", [](int, int) { return Scalar{}; }, false},
+      {"a NaN in one column", [&](int i, int j) { return i == 7 && j == 2 ? nan : random(i, j); },
+       false},
+      {"NaN everywhere", [&](int, int) { return nan; }, false},
+  };
+  for (const auto& c : cases)
+    for (const auto orthogonalizer : {VES_CHOLESKY_QR, VES_SVD_QR}) {
+      SCOPED_TRACE(testing::Message() << c.reason << ", orthogonalizer " << orthogonalizer);
+      Settings s;
+      s.nBands = 6;
+      s.threshold = LooseThreshold<Scalar>();
+      s.orthogonalizer = orthogonalizer;
+      s.maxOrthoIter = CarefulPasses<Scalar>();
+      Pairs<Scalar> p(rows, s.nBands);
+      p.FillGuess(c.entry);
+      const SolverHandle solver = MakeSolver<Scalar>(s, false);
+      p.Run(solver.get(), &A);
+      ExpectAllConverged(p, A, nullptr, matrix.Sorted(), s.threshold, LooseLimits<Scalar>());
+      EXPECT_TRUE(!c.exact || p.iter == 0);
+    }
+}
+
+/// From as many wanted pairs as rows to a basis [X P R] that still fits.
+TYPED_TEST(LobpcgEdgeTest, SizesNearTheOrder) {
+  const int n = 24;
+  const Rows rows(n, MPI_COMM_WORLD);
+  const Reflected<TypeParam> matrix(Spectrum(n, [](int i) { return 2.0 + i; }));
+  SparseOperator<TypeParam> A(rows, [&](int i) { return matrix.Row(i); });
+  for (const int nBands : {n, n - 1, n / 2, n / 3, 1}) {
+    SCOPED_TRACE(nBands);
+    Settings s;
+    s.nBands = nBands;
+    s.threshold = LooseThreshold<TypeParam>();
+    Pairs<TypeParam> p(rows, nBands);
+    p.FillRandom();
+    const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+    p.Run(solver.get(), &A);
+    Limits limits = LooseLimits<TypeParam>();
+    limits.scale = 30.0;
+    ExpectAllConverged(p, A, nullptr, matrix.Sorted(), s.threshold, limits);
+    EXPECT_TRUE(nBands < n || p.iter == 0);
+  }
+}
+
+/// More pairs wanted than there are rows: the rank is all that can be had.
+TYPED_TEST(LobpcgEdgeTest, MorePairsThanRows) {
+  const int n = 7, nBands = 10;
+  const Rows rows(n, MPI_COMM_WORLD);
+  const Reflected<TypeParam> matrix(Spectrum(n, [](int i) { return 1.0 + i; }));
+  SparseOperator<TypeParam> A(rows, [&](int i) { return matrix.Row(i); });
+  Settings s;
+  s.threshold = LooseThreshold<TypeParam>();
+  Pairs<TypeParam> p(rows, nBands);
+  p.FillRandom();
+  const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+  p.Run(solver.get(), &A);
+  EXPECT_EQ(p.code, VES_GOOD);
+  EXPECT_EQ(p.nConv, n);
+  for (int j = 0; j < n; ++j)
+    EXPECT_NEAR(std::real(p.D[static_cast<std::size_t>(j)]), 1.0 + j, 500 * eps<TypeParam>);
+  for (int j = n; j < nBands; ++j) {
+    EXPECT_TRUE(std::isinf(std::real(p.D[static_cast<std::size_t>(j)])));
+    for (int i = 0; i < rows.local; ++i)
+      EXPECT_EQ(p.Column(j)[i], TypeParam{});
+  }
+}
+
+TYPED_TEST(LobpcgEdgeTest, ProcessesWithoutRows) {
+  const Box box{{6, 7}};
+  const Rows rows(box.Order(), MPI_COMM_WORLD, Deal::gaps);
+  SparseOperator<TypeParam> K(rows, [&](int i) { return Phased<TypeParam>(i, box.Stiffness(i)); });
+  SparseOperator<TypeParam> M(rows, [&](int i) { return Phased<TypeParam>(i, box.Mass(i)); });
+  Settings s;
+  s.nBands = 5;
+  s.threshold = LooseThreshold<TypeParam>();
+  Pairs<TypeParam> p(rows, s.nBands);
+  p.FillRandom();
+  const SolverHandle solver = MakeSolver<TypeParam>(s, true);
+  p.Run(solver.get(), &K, &M);
+  ExpectAllConverged(p, K, &M, box.Eigenvalues(true), s.threshold, LooseLimits<TypeParam>());
+}
+
+/// A NaN or an infinity out of an operator, from the start or later, on one process only: the run
+/// ends, claims nothing that is not true, and what it hands back is finite.
+TYPED_TEST(LobpcgEdgeTest, NonFiniteOperatorOutput) {
+  const Box box{{10, 9}};
+  const Rows rows(box.Order(), MPI_COMM_WORLD);
+  const TypeParam nan = Number<TypeParam>(std::numeric_limits<double>::quiet_NaN());
+  const TypeParam inf = Number<TypeParam>(std::numeric_limits<double>::infinity());
+  for (const char* const culprit : {"A", "B", "T"})
+    for (const TypeParam bad : {nan, inf})
+      for (const int fromCall : {1, 2, 8})
+        for (const auto orthogonalizer : {VES_CHOLESKY_QR, VES_SVD_QR}) {
+          SCOPED_TRACE(testing::Message() << culprit << " call " << fromCall << " " << bad);
+          SparseOperator<TypeParam> A(
+              rows, [&](int i) { return Phased<TypeParam>(i, box.Stiffness(i)); });
+          SparseOperator<TypeParam> B(rows,
+                                      [&](int i) { return Phased<TypeParam>(i, box.Mass(i)); });
+          SparseOperator<TypeParam> T(rows, [](int i) {
+            return typename SparseOperator<TypeParam>::Row{{i, Number<TypeParam>(1)}};
+          });
+          int calls = 0;
+          SparseOperator<TypeParam>& op = *culprit == 'A' ? A : *culprit == 'B' ? B : T;
+          op.spoil = [&](TypeParam* y, int nRows, int nCols, int ld) {
+            if (++calls >= fromCall && rows.first == 0) y[nRows / 2 + (nCols - 1) * ld] = bad;
+          };
+          Settings s;
+          s.nBands = 4;
+          s.maxIter = 12;
+          s.threshold = 1e-7;
+          s.orthogonalizer = orthogonalizer;
+          Pairs<TypeParam> p(rows, s.nBands);
+          p.FillRandom();
+          const SolverHandle solver = MakeSolver<TypeParam>(s, true);
+          p.Run(solver.get(), &A, &B, &T);
+          EXPECT_EQ(p.code, VES_GOOD);
+          EXPECT_LT(p.nConv, s.nBands);
+          for (int j = 0; j < p.k; ++j)
+            for (int i = 0; i < rows.local; ++i)
+              EXPECT_TRUE(Ves::IsFinite(p.Column(j)[i]));
+          if (*culprit == 'A' && fromCall == 8) {
+            EXPECT_LE(OrthogonalityError(p, &B), 2000 * eps<TypeParam>);
+            EXPECT_GT(p.iter, 0);
+            EXPECT_LT(p.iter, s.maxIter);
+          }
+        }
+}
+
+TYPED_TEST(LobpcgEdgeTest, ZeroPreconditionerLeavesTheGuess) {
+  const Box box{{10, 9}};
+  const Rows rows(box.Order(), MPI_COMM_WORLD);
+  SparseOperator<TypeParam> A(rows, [&](int i) { return Phased<TypeParam>(i, box.Laplacian(i)); });
+  SparseOperator<TypeParam> T(rows, [](int) { return typename SparseOperator<TypeParam>::Row{}; });
+  Settings s;
+  s.maxIter = 5;
+  Pairs<TypeParam> p(rows, s.nBands);
+  p.FillRandom();
+  const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+  p.Run(solver.get(), &A, nullptr, &T);
+  EXPECT_EQ(p.iter, s.maxIter);
+  EXPECT_EQ(p.nConv, 0);
+  EXPECT_LE(OrthogonalityError(p, nullptr), 2000 * eps<TypeParam>);
+}
+
+/// Without a residual-based detector no residual norms are kept: the steps form their residuals
+/// themselves, and the result is the same pair for pair.
+TYPED_TEST(LobpcgEdgeTest, ResidualsOnDemand) {
+  using Scalar = TypeParam;
+  const Box box{{8, 9}};
+  const Rows rows(box.Order(), MPI_COMM_WORLD);
+  SparseOperator<Scalar> K(rows, [&](int i) { return Phased<Scalar>(i, box.Stiffness(i)); });
+  SparseOperator<Scalar> M(rows, [&](int i) { return Phased<Scalar>(i, box.Mass(i)); });
+  SparseOperator<Scalar> T(rows, [](int i) {
+    return typename SparseOperator<Scalar>::Row{{i, Number<Scalar>(1.0 / (2.0 + i % 2))}};
+  });
+  for (SparseOperator<Scalar>* const precond :
+       {static_cast<SparseOperator<Scalar>*>(nullptr), &T}) {
+    std::vector<int> iterations;
+    std::vector<Scalar> values;
+    for (const bool keep : {true, false}) {
+      Settings s;
+      s.nBands = 5;
+      s.detector = VES_EIGENVALUES;
+      s.threshold = eps<Scalar> < 1e-10 ? 1e-12 : 1e-5;
+      Pairs<Scalar> p(rows, s.nBands);
+      p.FillRandom();
+      const SolverHandle solver = MakeSolver<Scalar>(s, true);
+      solver->needResidualNorms = keep;
+      p.Run(solver.get(), &K, &M, precond);
+      EXPECT_EQ(p.nConv, p.k);
+      EXPECT_EQ(solver->needResidualNorms, keep);
+      iterations.push_back(p.iter);
+      values.push_back(p.D[4]);
+    }
+    EXPECT_EQ(iterations[0], iterations[1]);
+    EXPECT_EQ(values[0], values[1]);
+  }
+}
+
+TEST(LobpcgClass, IterationLimitOfZeroRotatesTheGuess) {
+  const Box box{{5, 6}};
+  const Rows rows(box.Order(), MPI_COMM_WORLD);
+  SparseOperator<double> A(rows, [&](int i) { return Phased<double>(i, box.Laplacian(i)); });
+  Ves::LOBPCG<double> solver;
+  solver.maxIter = 0;
+  Pairs<double> p(rows, 4);
+  p.FillRandom();
+  p.Run(&solver, &A);
+  EXPECT_EQ(p.iter, 0);
+  EXPECT_EQ(p.nConv, 0);
+  EXPECT_LE(OrthogonalityError(p, nullptr), 2000 * eps<double>);
+  EXPECT_EQ(A.columns, rows.local > 0 ? 4 : 0);
+  EXPECT_TRUE(std::is_sorted(p.D.begin(), p.D.begin() + 4));
+  EXPECT_TRUE(solver.workBZ.IsDataEmpty()); // a standard problem has no B-images
+  EXPECT_FALSE(solver.isGeneralized);
+}
+
+} // namespace
