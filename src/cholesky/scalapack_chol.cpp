@@ -31,8 +31,7 @@ VesReturnCode ScaLapackChol<Scalar>::RunScaLapackChol(VectorDense<Scalar>& vecM,
 
   int desc[9];
   blacs->InitDesc(desc, vecM.comm, vecM.nCols);
-  std::vector<Scalar> local(static_cast<std::size_t>(blacs->lld) *
-                            static_cast<std::size_t>(blacs->locCols));
+  std::vector<Scalar> local(blacs->LocalSize());
   blacs->AssembleLocalData(vecM.values, vecM.ld, local.data());
   const int one = MathConstants<int>::ONE;
   if (blacs->inGrid)

@@ -84,7 +84,9 @@ int VectorDense<Scalar>::NumEntries() const {
 template <typename Scalar>
 VesReturnCode VectorDense<Scalar>::AllocateMem() {
   VES_ASSERT_GOOD(this->FreeMem());
-  const std::size_t entries = static_cast<std::size_t>(NumEntries());
+  // One column of slack: matrix-vector kernels of OpenBLAS read up to a column past the end of a
+  // matrix, which crashes where the next page is not mapped.
+  const std::size_t entries = static_cast<std::size_t>(NumEntries()) + static_cast<std::size_t>(ld);
   values = static_cast<Scalar*>(::operator new(entries * sizeof(Scalar), alignment));
   ownsValues = true;
   return VES_GOOD;

@@ -50,7 +50,8 @@ public:
   bool operator==(const VesVectorBase& other) const override { return IsEqual(other); }
   bool operator!=(const VesVectorBase& other) const override { return !IsEqual(other); }
 
-  /// Releases what it owns and allocates ld x nCols entries, 64-byte aligned and uninitialised.
+  /// Releases what it owns and allocates ld x nCols entries, 64-byte aligned and uninitialised,
+  /// with a column of slack behind them.
   /// Throws std::bad_array_new_length when their number exceeds 32 bits.
   VesReturnCode AllocateMem() override;
   /// Releases owned storage. The address is kept: allocate or set storage before the next use.

@@ -38,8 +38,7 @@ VesReturnCode ScaLapackDiag<Scalar>::RunScaLapackEvd(VectorDense<Scalar>& vecM,
 
   int desc[9];
   blacs->InitDesc(desc, vecM.comm, vecM.nCols);
-  const std::size_t localSize =
-      static_cast<std::size_t>(blacs->lld) * static_cast<std::size_t>(blacs->locCols);
+  const std::size_t localSize = blacs->LocalSize();
   std::vector<Scalar> localM(localSize), localZ(localSize);
   blacs->AssembleLocalData(vecM.values, vecM.ld, localM.data());
   if (blacs->inGrid) {

@@ -16,12 +16,12 @@
 struct VES_EXPORT VesSolverBase {
   VesScalarType scalarType = VES_DOUBLE;
   VesProblemType problemType = VES_PROBLEM_STANDARD;
-  int reserved0 = 0; ///< not read
-  int reserved1 = 1; ///< not read
+  VesSolverType solverType = VES_LOBPCG;
+  int reserved = 1; ///< not read
   double threshold = 1e-6;
   int maxIter = 100;
-  int maxOrthoIter = 1;      ///< outer limit of orthogonalization passes, used by the solvers
-  int maxOrthoInnerIter = 1; ///< limit handed to orthogonalizer and projector
+  mutable int maxOrthoIter = 1;      ///< outer limit of orthogonalization passes of the solvers
+  mutable int maxOrthoInnerIter = 1; ///< limit handed to orthogonalizer and projector
   mutable bool needResidualNorms = false; ///< set, and never cleared, by a residual-based detector
   mutable VesDenseEigenSolverType denseEigenSolverType = VES_SCALAPACK_DIAG;
   mutable VesConvergeDetectorType convergeDetectorType = VES_RESIDUALS;
@@ -41,6 +41,7 @@ struct VES_EXPORT VesSolverBase {
   mutable double orthoTol = -1.0;      ///< outer tolerance, set at the start of each run
   mutable double orthoInnerTol = -1.0; ///< tolerance handed to orthogonalizer and projector
   double mu = 0.01;                    ///< the lock detector runs with threshold * mu
+  bool selfCheck = true; ///< tests every rotation and restarts where the basis broke down
 
   VesSolverBase() = default;
   VesSolverBase(const VesSolverBase&) = delete;

@@ -59,6 +59,7 @@ void BlacsBase::ExitGrid() {
   if (gridReady && inGrid && ictxt != -1) BlacsKernel::GridExit(ictxt);
   ictxt = -1;
   if (ownsComm) MPI_Comm_free(&comm);
+  comm = MPI_COMM_WORLD;
   ownsComm = false;
 }
 

@@ -6,6 +6,8 @@
 
 #include "../kernel/instantiate.h"
 
+#include <cstddef>
+
 namespace Ves {
 
 /// A resource shared by the processes of a communicator.
@@ -52,6 +54,11 @@ public:
   /// when gridComm is neither identical nor congruent to the present one. Outside the grid desc
   /// stays unset. Collective over gridComm.
   void InitDesc(int* desc, MPI_Comm gridComm, int n);
+
+  /// Entries to allocate for the local piece, with the column of slack that every matrix gets.
+  std::size_t LocalSize() const {
+    return static_cast<std::size_t>(lld) * (static_cast<std::size_t>(locCols) + 1);
+  }
 
 private:
   void ReplaceComm(MPI_Comm newComm);

@@ -2,6 +2,7 @@
 
 #include "../data/finite_entries.h"
 #include "../orthogonalizer/pass_loop.h"
+#include "../parallel/mpi_wrapper.h"
 
 #include <algorithm>
 #include <limits>
@@ -61,29 +62,33 @@ void BlockSolver<Scalar>::Orthonormalize(Block& vecX, Block& vecBX, const VesMat
 /// cut off. A sound guess takes one pass and one check.
 template <typename Scalar>
 int BlockSolver<Scalar>::OrthonormalizeGuess(const Block& blockX, const Block& blockBX,
-                                             const VesMatrixBase& matB) const {
+                                             const VesMatrixBase& matB, int first) const {
   constexpr int maxRepairs = 4;
   constexpr double brokenColumn = 0.1;
   const double tolerance = 0.25 * orthoTol; // well above what one pass leaves of a sound guess
-  const int full = static_cast<int>(std::min<long long>(nBands, nRowsTotal));
-  Block vecX = Columns(blockX, 0, nBands), vecBX = Columns(blockBX, 0, nBands);
+  const int full = static_cast<int>(std::min<long long>(nBands, nRowsTotal)) - first;
+  const Block before = Columns(blockX, 0, first), beforeB = Columns(blockBX, 0, first);
+  Block vecX = Columns(blockX, first, nBands - first);
+  Block vecBX = Columns(blockBX, first, nBands - first);
   if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
   for (int refills = 0, repairs = 0;;) {
     int colRank = 0;
     double orthoError = 0.0;
+    VES_ASSERT_GOOD(this->OrthoProjector->Run(before, beforeB, vecX, vecBX, matB, true,
+                                              maxOrthoInnerIter, orthoInnerTol));
     Orthonormalize(vecX, vecBX, matB, colRank, true);
     colRank = std::min(colRank, full);
-    const Block lead = Columns(blockX, 0, colRank), leadB = Columns(blockBX, 0, colRank);
+    const Block lead = Columns(blockX, first, colRank), leadB = Columns(blockBX, first, colRank);
     VES_ASSERT_GOOD(lead.CheckOrthogonality(leadB, orthoError, true, true));
     if (orthoError <= tolerance) {
       if (colRank == full || refills >= maxOrthoIter) return colRank;
       ++refills;
-      FillRandom(blockX, blockBX, matB, colRank, refills);
+      FillRandom(blockX, blockBX, matB, first + colRank, refills);
     } else {
       if (repairs == maxRepairs) return LeadingOrthonormal(lead, leadB, tolerance);
       ++repairs;
       const int nSound = LeadingOrthonormal(lead, leadB, brokenColumn);
-      if (nSound < colRank) FillRandom(blockX, blockBX, matB, nSound, refills + repairs);
+      if (nSound < colRank) FillRandom(blockX, blockBX, matB, first + nSound, refills + repairs);
     }
   }
 }
@@ -138,6 +143,23 @@ void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Block& vecY, const Bloc
         VES_ASSERT_GOOD(vecBY.CheckOrthogonality(vecC, orthoError, false, true));
         return orthoError;
       });
+}
+
+template <typename Scalar>
+double BlockSolver<Scalar>::UnitNormError(const Block& vecX, const Block& vecBX) const {
+  std::vector<Scalar> s(static_cast<std::size_t>(vecX.nCols) + 1); // never null storage
+  for (int j = 0; j < vecX.nCols; ++j)
+    s[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
+        &nPW, &vecX(0, j), &MathConstants<int>::ONE, &vecBX(0, j), &MathConstants<int>::ONE);
+  MpiWrapper<Scalar>::AllReduce(s.data(), static_cast<unsigned long>(vecX.nCols), MPI_SUM, rowComm);
+  double worst = 0.0;
+  for (int j = 0; j < vecX.nCols; ++j) {
+    const double error =
+        static_cast<double>(std::abs(s[static_cast<std::size_t>(j)] - MathConstants<Scalar>::ONE));
+    if (!(error <= worst))
+      worst = std::isnan(error) ? std::numeric_limits<double>::infinity() : error;
+  }
+  return worst;
 }
 
 template <typename Scalar>

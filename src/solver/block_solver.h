@@ -4,6 +4,8 @@
 #include "../data/vector_dense.h"
 #include "../interface/solver_base.h"
 
+#include <limits>
+
 namespace Ves {
 
 /// What the block solvers share: the facts of a run that come from the caller's blocks, the
@@ -43,11 +45,19 @@ protected:
     return Block(block, 0, first, nPW, count);
   }
 
-  /// B-orthonormalizes the guess in columns [0, nBands) of blockX, with images in blockBX (the same
-  /// block when B is the identity), completes it with random columns where it lacks rank, and
-  /// returns the rank reached; the columns behind it are without meaning.
-  int OrthonormalizeGuess(const Block& blockX, const Block& blockBX,
-                          const VesMatrixBase& matB) const;
+  /// B-orthonormalizes columns [first, nBands) of blockX among themselves and against those before,
+  /// with images in blockBX (the same block when B is the identity), completes them with random
+  /// columns where they lack rank, and returns the rank reached; the columns behind it are without
+  /// meaning.
+  int OrthonormalizeGuess(const Block& blockX, const Block& blockBX, const VesMatrixBase& matB,
+                          int first = 0) const;
+
+  /// max_j |x_j^H B x_j - 1|: what a rotation by orthonormal coefficients lost because its basis
+  /// was not B-orthonormal. Collective: one reduction of a number per column.
+  double UnitNormError(const Block& vecX, const Block& vecBX) const;
+  /// A healthy basis stays orders of magnitude below, every breakdown seen exceeds it.
+  static constexpr double unitNormLimit =
+      std::numeric_limits<RealType<Scalar>>::digits > 30 ? 1e-7 : 3e-4;
 
   /// Makes the count columns of C B-orthonormal and B-orthogonal to Y; dependent columns are
   /// dropped, C, BC and count narrowed to the rest. BY and BC are Y and C where B is the identity.

@@ -16,6 +16,7 @@ template <typename Scalar>
 VesReturnCode LOBPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                          const VesMatrixBase& matP, Block& vecQ,
                                          Block& vecW) const {
+  const int givenOrthoIter = this->maxOrthoIter, givenInnerIter = this->maxOrthoInnerIter;
   InitParameters(vecQ, vecW, matB);
   AllocateWorkspace();
   InitWorkspace(vecQ, vecW);
@@ -26,6 +27,8 @@ VesReturnCode LOBPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMat
   FillOutput(vecQ, vecW);
   FreeWorkspace();
   CollectInfo();
+  this->maxOrthoIter = givenOrthoIter; // a restart raises them for the rest of its run
+  this->maxOrthoInnerIter = givenInnerIter;
   return VES_GOOD;
 }
 
@@ -33,18 +36,22 @@ template <typename Scalar>
 void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                              const VesMatrixBase& matP) const {
   for (iter = 0; iter < maxIter; ++iter) {
-    if (nR < 1 || info != 0) return;
+    if (nR < 1 || info != 0 || isStagnated) return;
     const int nUnconverged = nR;
     PreconditionedResidual(matP);
     OrthogonalizeResidual(matA, matB);
     ComputeRayleighRitzMatrix();
     DiagonalizeRayleighRitzMatrix();
+    if (info == 0) {
+      RotateEigVecs();
+      RestartUnlessSound(matA, matB);
+    }
     if (info != 0) { // X, its values and its images are still those of the last iteration
       nR = nUnconverged;
       return;
     }
-    RotateEigVecs();
     ComputeResidual();
+    JudgeRestart();
     CheckConvergence();
     ComputeConjugateDirection();
     UpdateEigVecs();
@@ -119,7 +126,7 @@ template <typename Scalar>
 void LOBPCG<Scalar>::OrthogonalizeResidual(const VesMatrixBase& matA,
                                            const VesMatrixBase& matB) const {
   // More directions than X and P leave room for would be made of rounding errors.
-  nR = static_cast<int>(std::min<long long>(nR, this->nRowsTotal - FirstR()));
+  nR = static_cast<int>(std::clamp<long long>(this->nRowsTotal - FirstR(), 0, nR));
   const Block vecY = Columns(workZ, 0, FirstR()), vecBY = Columns(ImageBZ(), 0, FirstR());
   Block vecR = Columns(workZ, FirstR(), nR), vecBR = Columns(ImageBZ(), FirstR(), nR);
   if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
@@ -167,6 +174,57 @@ void LOBPCG<Scalar>::RotateEigVecs() const {
   rotate(workZ, workX);
   rotate(workAZ, workAX);
   if (isGeneralized) rotate(workBZ, workBX);
+}
+
+/// The self-check. Where the basis [X P R] was not B-orthonormal, the new vectors have lost their
+/// unit norm: then this iteration becomes one over the old X alone, with fresh images, and the rest
+/// of the run makes more passes.
+template <typename Scalar>
+void LOBPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
+                                        const VesMatrixBase& matB) const {
+  constexpr int carefulPasses = 3;
+  isRestarted = this->selfCheck &&
+                this->UnitNormError(workX, isGeneralized ? workBX : workX) > this->unitNormLimit;
+  if (!isRestarted) return;
+  this->maxOrthoIter = std::max(this->maxOrthoIter, carefulPasses);
+  this->maxOrthoInnerIter = std::max(this->maxOrthoInnerIter, carefulPasses);
+
+  const int rank = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, FirstActive());
+  NarrowTo(FirstActive() + rank);
+  nP = nR = 0;
+  nV = nX;
+  Block vecX = Columns(workZ, FirstActive(), nX), vecAX = Columns(workAZ, FirstActive(), nX);
+  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
+  workM.SetDims(nV, nV, nV);
+  VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
+  DiagonalizeRayleighRitzMatrix();
+  if (info == 0) RotateEigVecs();
+}
+
+/// Gives up the vectors behind the first count, whose values become unknown.
+template <typename Scalar>
+void LOBPCG<Scalar>::NarrowTo(int count) const {
+  Block unknown(workW, count, 0, nBands - count, 1);
+  VES_ASSERT_GOOD(unknown.Set2Val(MathConstants<Scalar>::INFTY));
+  nBands = count;
+  nX = nBands - nLockedTotal;
+}
+
+/// A restart that does not halve the residuals of the one before has met what rounding allows.
+template <typename Scalar>
+void LOBPCG<Scalar>::JudgeRestart() const {
+  if (!isRestarted) return;
+  if (!needResidualNorms)
+    VES_ASSERT_GOOD(workR.ScaleAdd(workAX, isGeneralized ? workBX : workX, workD, -1));
+  Block normR(this->rowComm, this->secondComm, nX, 1, nX);
+  VES_ASSERT_GOOD(normR.AllocateMem());
+  VES_ASSERT_GOOD(normR.Norm(workR));
+  double residual = 0.0;
+  for (int j = 0; j < nX; ++j)
+    residual = std::max(residual, static_cast<double>(std::abs(normR(j))));
+  isStagnated = nRestarts > 0 && residual > 0.5 * restartResidual;
+  restartResidual = residual;
+  ++nRestarts;
 }
 
 template <typename Scalar>

@@ -44,13 +44,17 @@ public:
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const;
 
-  mutable int nX = 0;           ///< active Ritz vectors
-  mutable int nP = 0;           ///< conjugate directions
-  mutable int nR = 0;           ///< residuals; before an iteration the unconverged pairs
-  mutable int nV = 0;           ///< order of the Rayleigh-Ritz problem
-  mutable int nLockedTotal = 0; ///< vectors frozen for good
-  mutable int nLocked = 0;      ///< the lock detector's count at one check
-  mutable int nLeadingConv = 0; ///< leading converged pairs of the active set
+  mutable int nX = 0;                 ///< active Ritz vectors
+  mutable int nP = 0;                 ///< conjugate directions
+  mutable int nR = 0;                 ///< residuals; before an iteration the unconverged pairs
+  mutable int nV = 0;                 ///< order of the Rayleigh-Ritz problem
+  mutable int nLockedTotal = 0;       ///< vectors frozen for good
+  mutable int nLocked = 0;            ///< the lock detector's count at one check
+  mutable int nLeadingConv = 0;       ///< leading converged pairs of the active set
+  mutable int nRestarts = 0;          ///< rotations of this run that the self-check discarded
+  mutable double restartResidual = 0; ///< largest residual norm after the last restart
+  mutable bool isRestarted = false;   ///< this iteration discarded its rotation
+  mutable bool isStagnated = false;   ///< restarts have ceased to help
 
   mutable Block workZ, workAZ, workBZ; ///< [X | P | R] and its images
   mutable Block workX, workAX, workBX; ///< new Ritz vectors and their images
@@ -82,12 +86,16 @@ private:
   void ComputeRayleighRitzMatrix() const;
   void DiagonalizeRayleighRitzMatrix() const;
   void RotateEigVecs() const;
+  void RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void ComputeResidual() const;
+  void JudgeRestart() const;
   void CheckConvergence() const;
   void ComputeConjugateDirection() const;
   void UpdateEigVecs() const;
   void CheckLocking() const;
   void UpdateEigVals() const;
+
+  void NarrowTo(int count) const;
 
   // First columns of the parts of workZ.
   int FirstActive() const { return nBands - nX; }

@@ -9,7 +9,8 @@ void LOBPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
   iter = 0;
   nX = nV = nBands;
   nP = nR = 0;
-  nLockedTotal = nLocked = nLeadingConv = 0;
+  nLockedTotal = nLocked = nLeadingConv = nRestarts = 0;
+  isRestarted = isStagnated = false;
   VES_ASSERT_GOOD(this->SetLockDetector(this->convergeDetectorType));
   VES_ASSERT_GOOD(this->SetRankRevealer(this->orthogonalizerType));
 }

@@ -195,7 +195,7 @@ TEST(SiliconHamiltonian, ProcessesWithoutPlaneWavesAreNotNeeded) {
   const Crystal crystal = Crystal::PrimitiveCell();
   const ReferencePoint& gamma = *FindReference("Gamma", 5.0);
   const PlaneWaves basis(crystal, gamma.k, gamma.cutoff, comm);
-  if (Size(comm) >= 5) ASSERT_LT(basis.Layout().processes, Size(comm));
+  EXPECT_TRUE(Size(comm) < 5 || basis.Layout().processes < Size(comm));
   const Bands bands = SolveBands(crystal, gamma.k, gamma.cutoff, 8, TightOptions(), nullptr, comm);
   EXPECT_TRUE(bands.levels.Accepted(1e-7));
   EXPECT_LT(LargestDeviation(bands.levels.energies, gamma.energies.data(), 16), 1e-6);

@@ -141,7 +141,11 @@ TEST(Communicators, ThousandCyclesLeaveNothingBehind) {
   for (int i = 0; i < 1000; ++i)
     cycle();
   EXPECT_EQ(liveComms, comms);
+#ifndef __SANITIZE_ADDRESS__ // whose allocator keeps what is freed in quarantine
   EXPECT_LE(ResidentKilobytes() - memory, 4096); // one communicator alone costs a few kilobytes
+#else
+  static_cast<void>(memory);
+#endif
 }
 
 } // namespace
