@@ -69,7 +69,7 @@ typedef enum VesVectorType VES_ENUM_BASE {
 typedef enum VesSolverType VES_ENUM_BASE {
   VES_LOBPCG = 0,       ///< locally optimal block preconditioned conjugate gradient
   VES_LOBPCG_BATCH = 1, ///< the same on a moving batch of columns (not available yet)
-  VES_PPCG = 2          ///< projected preconditioned conjugate gradient (not available yet)
+  VES_PPCG = 2          ///< projected preconditioned conjugate gradient in sub-blocks
 } VesSolverType;
 
 /// Standard or generalized problem.
@@ -240,6 +240,24 @@ VES_EXPORT VesReturnCode VesSetOrthogonalizerType(VesSolver solver,
 /// \return -7 solver is null; -4 unknown kind; 0
 VES_EXPORT VesReturnCode VesSetOrthoProjectorType(VesSolver solver,
                                                   VesOrthoProjectorType type) VES_NOEXCEPT;
+
+/// Soft locking of PPCG: 0 none (default), 1 leaves out the residuals of pairs that pass the lock
+/// test, 2 those of pairs that pass the convergence test. Applies A to fewer columns.
+/// \return -7 solver is null; -6 not a PPCG solver; -1 type is none of the three; 0
+VES_EXPORT VesReturnCode VesSolverSetPPCGSoftLocking(VesSolver solver, int type) VES_NOEXCEPT;
+
+/// Widest sub-block of PPCG (default 64). A run for fewer pairs shrinks it for the runs after it.
+/// \return -7 solver is null; -6 not a PPCG solver; -1 nBatch not positive; 0
+VES_EXPORT VesReturnCode VesSolverSetPPCGBatch(VesSolver solver, int nBatch) VES_NOEXCEPT;
+
+/// Iterations of PPCG from one full Rayleigh-Ritz step to the next (default 5); 0 makes none before
+/// the last.
+/// \return -7 solver is null; -6 not a PPCG solver; -1 rrPeriod negative; 0
+VES_EXPORT VesReturnCode VesSolverSetPPCGRRPeriod(VesSolver solver, int rrPeriod) VES_NOEXCEPT;
+
+/// Factor of the threshold at which PPCG locks a pair for good (default 0.01).
+/// \return -7 solver is null; -6 not a PPCG solver; -1 mu not from 0 to 1; 0
+VES_EXPORT VesReturnCode VesSolverSetPPCGLockFactor(VesSolver solver, double mu) VES_NOEXCEPT;
 
 /// Iterations of the last run; 0 before the first.
 /// \return -7 solver or iter is null; 0

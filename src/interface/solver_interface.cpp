@@ -1,6 +1,7 @@
 #include "../data/matrix_shell.h"
 #include "../data/vector_dense.h"
 #include "../solver/lobpcg.h"
+#include "../solver/ppcg.h"
 #include "scalar_dispatch.h"
 
 #include <cstdint>
@@ -53,15 +54,35 @@ VesReturnCode AgreeOn(VesReturnCode verdict, int nCols, MPI_Comm comm) {
   return static_cast<VesReturnCode>(-maxima[0]);
 }
 
+/// Changes a field of a PPCG solver, after the checks that all its setters make.
+template <typename Change>
+VesReturnCode SetPpcg(VesSolver solver, bool isValid, Change change) {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  if (solver->solverType != VES_PPCG) return VES_ERR_INCOMPATIBLE;
+  if (!isValid) return VES_ERR_INVALID_VALUE;
+  return DispatchScalar(solver->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
+    change(dynamic_cast<PPCG<typename decltype(tag)::type>&>(*solver));
+    return VES_GOOD;
+  });
+}
+
 } // namespace
 
 VesReturnCode VesSolverCreate(VesSolver* out, VesScalarType scalarType,
                               VesSolverType solverType) noexcept {
   if (out == nullptr) return VES_ERR_NULL_POINTER;
   const auto create = [&](auto tag) {
-    if (solverType != VES_LOBPCG) return VES_ERR_UNSUPPORTED;
-    *out = new LOBPCG<typename decltype(tag)::type>();
-    return VES_GOOD;
+    using Scalar = typename decltype(tag)::type;
+    switch (solverType) {
+    case VES_LOBPCG:
+      *out = new LOBPCG<Scalar>();
+      return VES_GOOD;
+    case VES_PPCG:
+      *out = new PPCG<Scalar>();
+      return VES_GOOD;
+    default:
+      return VES_ERR_UNSUPPORTED;
+    }
   };
   const VesReturnCode code = DispatchScalar(scalarType, VES_ERR_MISMATCH, create);
   if (code == VES_ERR_MISMATCH) *out = nullptr;
@@ -114,6 +135,22 @@ VesReturnCode VesSetOrthogonalizerType(VesSolver solver, VesOrthogonalizerType t
 
 VesReturnCode VesSetOrthoProjectorType(VesSolver solver, VesOrthoProjectorType type) noexcept {
   return solver == nullptr ? VES_ERR_NULL_POINTER : solver->SetOrthoProjector(type);
+}
+
+VesReturnCode VesSolverSetPPCGSoftLocking(VesSolver solver, int type) noexcept {
+  return SetPpcg(solver, type >= 0 && type <= 2, [&](auto& ppcg) { ppcg.softLockingType = type; });
+}
+
+VesReturnCode VesSolverSetPPCGBatch(VesSolver solver, int nBatch) noexcept {
+  return SetPpcg(solver, nBatch > 0, [&](auto& ppcg) { ppcg.nBatch = nBatch; });
+}
+
+VesReturnCode VesSolverSetPPCGRRPeriod(VesSolver solver, int rrPeriod) noexcept {
+  return SetPpcg(solver, rrPeriod >= 0, [&](auto& ppcg) { ppcg.rrPeriod = rrPeriod; });
+}
+
+VesReturnCode VesSolverSetPPCGLockFactor(VesSolver solver, double mu) noexcept {
+  return SetPpcg(solver, mu >= 0.0 && mu <= 1.0, [&](auto& ppcg) { ppcg.mu = mu; });
 }
 
 VesReturnCode VesGetSolverIter(VesSolver solver, int* iter) noexcept {

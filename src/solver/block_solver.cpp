@@ -33,18 +33,6 @@ void BlockSolver<Scalar>::ReadProblem(const Block& vecQ, const VesMatrixBase& ma
   info = 0;
 }
 
-template <typename Scalar>
-void BlockSolver<Scalar>::AllocateTall(Block& block, int cols) const {
-  block.SetShape(rowComm, secondComm, nPW, cols, ldQ);
-  VES_ASSERT_GOOD(block.AllocateMem());
-}
-
-template <typename Scalar>
-void BlockSolver<Scalar>::AllocateSmall(Block& block, int rows, int cols) const {
-  block.SetShape(rowComm, secondComm, rows, cols, rows);
-  VES_ASSERT_GOOD(block.AllocateMem());
-}
-
 /// One call of the orthogonalizer. A Gram matrix that cannot be decomposed, as a NaN from an
 /// operator leaves it, means that no column is known to be independent.
 template <typename Scalar>
@@ -111,7 +99,8 @@ template <typename Scalar>
 int BlockSolver<Scalar>::LeadingOrthonormal(const Block& vecX, const Block& vecBX,
                                             double tolerance) const {
   Block gram;
-  AllocateSmall(gram, vecX.nCols, vecX.nCols);
+  ShapeSmall(gram, vecX.nCols, vecX.nCols);
+  VES_ASSERT_GOOD(gram.AllocateMem());
   VES_ASSERT_GOOD(gram.InnerProduct(vecX, vecBX));
   VES_ASSERT_GOOD(gram.BroadCast(rowComm));
   for (int j = 0; j < gram.nCols; ++j)
@@ -120,6 +109,13 @@ int BlockSolver<Scalar>::LeadingOrthonormal(const Block& vecX, const Block& vecB
       if (!(static_cast<double>(std::abs(gram(i, j) - expected)) <= tolerance)) return j;
     }
   return gram.nCols;
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::NarrowBands(const Block& estimates, int count) const {
+  Block unknown(estimates, count, 0, nBands - count, 1);
+  VES_ASSERT_GOOD(unknown.Set2Val(MathConstants<Scalar>::INFTY));
+  nBands = count;
 }
 
 template <typename Scalar>

@@ -36,9 +36,13 @@ protected:
     return AllDense<Scalar>(vecQ, vecW);
   }
 
-  /// Shape and storage of a tall block of the given columns, or of a small replicated matrix.
-  void AllocateTall(Block& block, int cols) const;
-  void AllocateSmall(Block& block, int rows, int cols) const;
+  /// Shape of a tall block of the given columns, and of a small matrix that every process holds.
+  void ShapeTall(Block& block, int cols) const {
+    block.SetShape(rowComm, secondComm, nPW, cols, ldQ);
+  }
+  void ShapeSmall(Block& block, int rows, int cols) const {
+    block.SetShape(rowComm, secondComm, rows, cols, rows);
+  }
 
   /// View of columns [first, first + count) of a tall block.
   Block Columns(const Block& block, int first, int count) const {
@@ -58,6 +62,9 @@ protected:
   /// A healthy basis stays orders of magnitude below, every breakdown seen exceeds it.
   static constexpr double unitNormLimit =
       std::numeric_limits<RealType<Scalar>>::digits > 30 ? 1e-7 : 3e-4;
+
+  /// Gives up the pairs behind the first count: nBands falls, and their estimates become unknown.
+  void NarrowBands(const Block& estimates, int count) const;
 
   /// Makes the count columns of C B-orthonormal and B-orthogonal to Y; dependent columns are
   /// dropped, C, BC and count narrowed to the rest. BY and BC are Y and C where B is the identity.

@@ -190,7 +190,8 @@ void LOBPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
   this->maxOrthoInnerIter = std::max(this->maxOrthoInnerIter, carefulPasses);
 
   const int rank = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, FirstActive());
-  NarrowTo(FirstActive() + rank);
+  this->NarrowBands(workW, FirstActive() + rank);
+  nX = rank;
   nP = nR = 0;
   nV = nX;
   Block vecX = Columns(workZ, FirstActive(), nX), vecAX = Columns(workAZ, FirstActive(), nX);
@@ -199,15 +200,6 @@ void LOBPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
   VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
   DiagonalizeRayleighRitzMatrix();
   if (info == 0) RotateEigVecs();
-}
-
-/// Gives up the vectors behind the first count, whose values become unknown.
-template <typename Scalar>
-void LOBPCG<Scalar>::NarrowTo(int count) const {
-  Block unknown(workW, count, 0, nBands - count, 1);
-  VES_ASSERT_GOOD(unknown.Set2Val(MathConstants<Scalar>::INFTY));
-  nBands = count;
-  nX = nBands - nLockedTotal;
 }
 
 /// A restart that does not halve the residuals of the one before has met what rounding allows.

@@ -95,8 +95,6 @@ private:
   void CheckLocking() const;
   void UpdateEigVals() const;
 
-  void NarrowTo(int count) const;
-
   // First columns of the parts of workZ.
   int FirstActive() const { return nBands - nX; }
   int FirstP() const { return nBands; }

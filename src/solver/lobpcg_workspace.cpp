@@ -17,38 +17,32 @@ void LOBPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
 
 template <typename Scalar>
 void LOBPCG<Scalar>::AllocateWorkspace() const {
-  const auto tall = [&](Block& block, int cols) {
-    block.SetShape(this->rowComm, this->secondComm, nPW, cols, ldQ);
-  };
-  const auto small = [&](Block& block, int rows, int cols) {
-    block.SetShape(this->rowComm, this->secondComm, rows, cols, rows);
-  };
-  tall(workZ, 3 * nBands);
+  this->ShapeTall(workZ, 3 * nBands);
   VES_ASSERT_GOOD(workZ.AllocateMem());
-  tall(workAZ, 3 * nBands);
+  this->ShapeTall(workAZ, 3 * nBands);
   VES_ASSERT_GOOD(workAZ.AllocateMem());
-  small(workW, nBands, 1);
+  this->ShapeSmall(workW, nBands, 1);
   VES_ASSERT_GOOD(workW.AllocateMem());
-  tall(workX, nBands);
+  this->ShapeTall(workX, nBands);
   VES_ASSERT_GOOD(workX.AllocateMem());
-  tall(workAX, nBands);
+  this->ShapeTall(workAX, nBands);
   VES_ASSERT_GOOD(workAX.AllocateMem());
-  tall(workP, nBands);
+  this->ShapeTall(workP, nBands);
   VES_ASSERT_GOOD(workP.AllocateMem());
-  tall(workR, nBands);
+  this->ShapeTall(workR, nBands);
   VES_ASSERT_GOOD(workR.AllocateMem());
-  small(workM, 3 * nBands, 3 * nBands);
+  this->ShapeSmall(workM, 3 * nBands, 3 * nBands);
   VES_ASSERT_GOOD(workM.AllocateMem());
-  small(workD, 3 * nBands, 1);
+  this->ShapeSmall(workD, 3 * nBands, 1);
   VES_ASSERT_GOOD(workD.AllocateMem());
-  small(idxsConv, nBands, 1);
+  this->ShapeSmall(idxsConv, nBands, 1);
   VES_ASSERT_GOOD(idxsConv.AllocateMem());
-  small(idxsLock, nBands, 1);
+  this->ShapeSmall(idxsLock, nBands, 1);
   VES_ASSERT_GOOD(idxsLock.AllocateMem());
   if (!isGeneralized) return;
-  tall(workBZ, 3 * nBands);
+  this->ShapeTall(workBZ, 3 * nBands);
   VES_ASSERT_GOOD(workBZ.AllocateMem());
-  tall(workBX, nBands);
+  this->ShapeTall(workBX, nBands);
   VES_ASSERT_GOOD(workBX.AllocateMem());
 }
 

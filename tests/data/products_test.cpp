@@ -8,11 +8,9 @@ using Ves::VectorDense;
 using Wide = std::complex<double>;
 using Ints = std::vector<int>;
 
-namespace {
-
-int reductions = 0; ///< of this process, so far
-
-} // namespace
+namespace VesTest {
+int reductions = 0; ///< that this process took part in
+}
 
 extern "C" int MPI_Allreduce(const void* from, void* to, int count, MPI_Datatype type, MPI_Op op,
                              MPI_Comm comm) {
@@ -23,262 +21,165 @@ extern "C" int MPI_Allreduce(const void* from, void* to, int count, MPI_Datatype
 namespace {
 
 const MPI_Comm world = MPI_COMM_WORLD, self = MPI_COMM_SELF;
+constexpr int n = 16, m = 4; // rows of a distributed block, order of a small matrix
 
 template <typename Scalar>
 struct Block : VectorDense<Scalar> {
-  Block(int m, int k, unsigned stream = 0, int first = 0)
-      : VectorDense<Scalar>(world, self, m, k, m + 2) {
+  Block(int rows, int k, unsigned stream = 0, int first = 0)
+      : VectorDense<Scalar>(world, self, rows, k, rows + 2) {
     this->AllocateMem();
     for (int j = 0; j < k; ++j)
-      for (int i = 0; i < m; ++i)
+      for (int i = 0; i < rows; ++i)
         (*this)(i, j) = HashedNumber<Scalar>(first + i, j, stream);
   }
   Block(const Rows& rows, int k, unsigned stream = 0) : Block(rows.local, k, stream, rows.first) {}
-  /// Entry (i, j) of op(this).
-  Wide Op(char trans, int i, int j) const {
-    const char upper = static_cast<char>(std::toupper(trans));
-    return upper == 'N' ? (*this)(i, j) : upper == 'T' ? (*this)(j, i) : Conj((*this)(j, i));
-  }
   template <typename Formula>
-  void Expect(Formula formula, double units) const {
+  void Expect(double units, Formula formula) const {
     for (int j = 0; j < this->nCols; ++j)
       for (int i = 0; i < this->nRows; ++i)
-        EXPECT_LE(std::abs(Wide((*this)(i, j)) - Wide(formula(i, j))), units * eps<Scalar>)
-            << i << " " << j;
+        EXPECT_LE(std::abs(Wide((*this)(i, j)) - Wide(formula(i, j))), units * eps<Scalar>);
   }
 };
 
-/// Sum over k of x_k^H y_k, for column i of the hashed block of stream 1 and j of stream 2.
-template <typename Scalar>
-Wide HashedDot(int i, int j, int first, int n) {
+template <typename Term>
+Wide Sum(int first, int count, Term term) {
   Wide sum = 0.0;
-  for (int k = first; k < first + n; ++k)
-    sum += std::conj(Wide(HashedNumber<Scalar>(k, i, 1))) * Wide(HashedNumber<Scalar>(k, j, 2));
+  for (int k = first; k < first + count; ++k)
+    sum += Wide(term(k));
   return sum;
 }
 
 template <typename Scalar>
 struct ProductsTest : testing::Test {
-  const Rows rows{13, world, Deal::gaps};
+  const Rows rows{n, world, Deal::gaps};
 };
 TYPED_TEST_SUITE(ProductsTest, AllScalars);
 
-TYPED_TEST(ProductsTest, GemmInAllTranspositions) {
-  const int m = 3, n = 2, k = 4;
-  for (const char ta : {'N', 'n', 'T', 't', 'C', 'c'})
-    for (const char tb : {'N', 'n', 'T', 't', 'C', 'c'})
-      for (const int alpha : {1, -1}) {
-        SCOPED_TRACE(testing::Message() << ta << tb << alpha);
-        const bool plainA = std::toupper(ta) == 'N', plainB = std::toupper(tb) == 'N';
-        const Block<TypeParam> A(plainA ? m : k, plainA ? k : m, 1);
-        const Block<TypeParam> B(plainB ? k : n, plainB ? n : k, 2), old(m, n, 3);
-        Block<TypeParam> C(m, n, 3);
-        EXPECT_EQ(C.Gemm(A, B, ta, tb, alpha, alpha - 1), VES_GOOD);
-        C.Expect(
-            [&](int i, int j) {
-              Wide sum = 0.0;
-              for (int l = 0; l < k; ++l)
-                sum += A.Op(ta, i, l) * B.Op(tb, l, j);
-              return static_cast<double>(alpha) * sum + (alpha - 1.0) * Wide(old(i, j));
-            },
-            20.0);
-      }
-}
-
-TYPED_TEST(ProductsTest, InnerProductInOneReduction) {
-  const Block<TypeParam> X(this->rows, 3, 1), Y(this->rows, 4, 2);
-  for (const bool global : {true, false}) {
-    Block<TypeParam> M(3, 4);
-    const int before = reductions, n = global ? 13 : this->rows.local;
-    EXPECT_EQ(M.InnerProduct(X, Y, global), VES_GOOD);
-    EXPECT_EQ(reductions - before, global ? 1 : 0);
-    const int first = global ? 0 : this->rows.first;
-    M.Expect([&](int i, int j) { return HashedDot<TypeParam>(i, j, first, n); }, 30.0);
+TYPED_TEST(ProductsTest, GemmTransposesAndConjugates) {
+  const Block<TypeParam> A(m, 3, 1), B(m, 2, 2), old(3, 2);
+  for (const char trans : {'T', 't', 'C', 'c'}) {
+    Block<TypeParam> C(3, 2);
+    EXPECT_EQ(C.Gemm(A, B, trans, 'n', -1, 2), VES_GOOD);
+    C.Expect(20.0, [&](int i, int j) {
+      const auto term = [&](int k) {
+        return (trans < 'T' || trans == 'c' ? Conj(A(k, i)) : A(k, i)) * B(k, j);
+      };
+      return 2.0 * Wide(old(i, j)) - Sum(0, m, term);
+    });
   }
 }
 
-TYPED_TEST(ProductsTest, ScaleAddBySignAndInPlace) {
-  const Block<TypeParam> X(5, 3, 1), Y(5, 3, 2), d(3, 1, 3);
-  for (const int sign : {1, -1})
-    for (const bool inPlace : {false, true}) {
-      Block<TypeParam> R(5, 3, 1);
-      EXPECT_EQ(R.ScaleAdd(inPlace ? R : X, Y, d, sign), VES_GOOD);
-      R.Expect(
-          [&](int i, int j) { return Wide(X(i, j)) + sign * 1.0 * Wide(Y(i, j)) * Wide(d(j)); },
-          4.0);
-    }
-}
-
-/// The solution times the triangle is the block before; the other triangle is never read.
+/// The solution times the upper triangle is the block before; what lies below is never read.
 TYPED_TEST(ProductsTest, TriangularSolveOnBothSides) {
-  const int n = 4;
-  for (const char side : {'L', 'R'})
-    for (const char uplo : {'U', 'L'})
-      for (const char trans : {'N', 'C'})
-        for (const char diag : {'N', 'U'}) {
-          SCOPED_TRACE(testing::Message() << side << uplo << trans << diag);
-          Block<TypeParam> M(n, n, 1), T(n, n, 1), X(n, n, 2);
-          for (int i = 0; i < n; ++i)
-            for (int j = 0; j < n; ++j) {
-              const bool inside = i == j ? diag == 'N' : (i < j) == (uplo == 'U');
-              M(i, j) =
-                  inside ? M(i, j) + Number<TypeParam>(i == j ? 3.0 : 0.0) : Number<TypeParam>(777);
-              T(i, j) = inside ? M(i, j) : Number<TypeParam>(i == j ? 1.0 : 0.0);
-            }
-          EXPECT_EQ(X.TriangularSolve(M, side, uplo, trans, diag), VES_GOOD);
-          const Block<TypeParam> B(n, n, 2);
-          B.Expect(
-              [&](int i, int j) {
-                Wide sum = 0.0;
-                for (int k = 0; k < n; ++k)
-                  sum += side == 'L' ? T.Op(trans, i, k) * Wide(X(k, j))
-                                     : Wide(X(i, k)) * T.Op(trans, k, j);
-                return sum;
-              },
-              200.0);
-        }
+  for (const char side : {'L', 'R'}) {
+    Block<TypeParam> M(m, m, 1), X(m, m, 2);
+    for (int j = 0; j < m; ++j)
+      M(j, j) += Number<TypeParam>(3.0);
+    EXPECT_EQ(X.TriangularSolve(M, side, 'U', 'N', 'N'), VES_GOOD);
+    Block<TypeParam>(m, m, 2).Expect(50.0, [&](int i, int j) {
+      return side == 'L' ? Sum(i, m - i, [&](int k) { return M(i, k) * X(k, j); })
+                         : Sum(0, j + 1, [&](int k) { return X(i, k) * M(k, j); });
+    });
+  }
 }
 
 TYPED_TEST(ProductsTest, PermuteColsMovesSmallValuesToTheFront) {
-  const struct {
-    const char* why;
-    Ints sizes;
-    double tol;
-    Ints order;
-  } cases[] = {{"the outermost pairs swap", {9, 1, 9, 1}, 2.0, {3, 1, 2, 0}},
-               {"the sign of the tolerance does not count", {9, 9, 1}, -2.0, {2, 1, 0}},
-               {"strictly below", {2, 2, 1, 2}, 2.0, {2, 1, 0, 3}},
-               {"nothing is below zero", {1, 0, 1}, 0.0, {0, 1, 2}},
-               {"all are small", {1, 0, 1, 1}, 2.0, {0, 1, 2, 3}},
-               {"already in order", {1, 1, 9, 9}, 2.0, {0, 1, 2, 3}},
-               {"one column", {1}, 2.0, {0}}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    const int k = static_cast<int>(c.sizes.size());
+  const auto expect = [&](const Ints& sizes, double tol, int small, const Ints& order) {
+    const int k = static_cast<int>(sizes.size());
     Block<TypeParam> X(this->rows, k), v(k, 1);
     const Block<TypeParam> old(this->rows, k);
-    const auto phase = Number<TypeParam>(Ves::isComplex<TypeParam> ? 0.6 : -1.0, 0.8);
-    int count = -1, small = 0;
-    for (int j = 0; j < k; ++j) {
-      v(j) = Number<TypeParam>(c.sizes.data()[j]) * phase;
-      small += c.sizes.data()[j] < std::abs(c.tol) ? 1 : 0;
-    }
-    EXPECT_EQ(X.PermuteCols(v, c.tol, count), VES_GOOD);
+    int count = -1;
+    for (int j = 0; j < k; ++j) // of that modulus
+      v(j) = Number<TypeParam>(Ves::isComplex<TypeParam> ? 0 : -sizes.data()[j], sizes.data()[j]);
+    EXPECT_EQ(X.PermuteCols(v, tol, count), VES_GOOD);
     EXPECT_EQ(count, small);
-    X.Expect([&](int i, int j) { return old(i, c.order.data()[j]); }, 0.0);
-  }
+    X.Expect(0.0, [&](int i, int j) { return old(i, order.data()[j]); });
+  };
+  expect({9, 1, 9, 1}, 2.0, 2, {3, 1, 2, 0}); // the outermost pairs swap
+  expect({9, 9, 1}, -2.0, 1, {2, 1, 0});      // the modulus of the tolerance counts
+  expect({2, 2, 1, 2}, 2.0, 1, {2, 1, 0, 3}); // strictly below it
+  expect({1, 0, 1}, 0.0, 0, {0, 1, 2});       // nothing is below zero
+  expect({1, 0, 1, 1}, 2.0, 4, {0, 1, 2, 3}); // all are small
 }
 
-/// y_i = (1 + i) x_i on local rows, counted.
-template <typename Scalar>
-void MultiplyByRow(void* calls, void* x, void* y, int nRows, int nCols, int ld) {
-  ++*static_cast<int*>(calls);
-  for (int j = 0; j < nCols; ++j)
-    for (int i = 0; i < nRows; ++i)
-      static_cast<Scalar*>(y)[i + j * ld] =
-          Number<Scalar>(1.0 + i) * static_cast<Scalar*>(x)[i + j * ld];
-}
-
-TYPED_TEST(ProductsTest, EigResidualWithAndWithoutB) {
+TYPED_TEST(ProductsTest, EigResidualAndItsUndoing) {
   const Block<TypeParam> X(this->rows, 3), lambda(3, 1, 1);
-  int calls = 0;
-  Ves::MatrixShell<TypeParam> shell;
-  const VesMatrixEmpty identity;
-  shell.SetShellMatVec(&MultiplyByRow<TypeParam>);
-  shell.SetShellData(&calls);
-  for (const bool generalized : {true, false}) {
-    Block<TypeParam> R(this->rows, 3, 5);
-    const auto& B = generalized ? static_cast<const VesMatrixBase&>(shell) : identity;
-    EXPECT_EQ(R.EigResidual(shell, B, X, lambda), VES_GOOD);
-    R.Expect(
-        [&](int i, int j) {
-          return Wide(X(i, j)) * (1.0 + i - Wide(lambda(j)) * (generalized ? 1.0 + i : 1.0));
-        },
-        60.0);
-  }
-  EXPECT_EQ(calls, this->rows.local > 0 ? 3 : 0);
+  Block<TypeParam> R(this->rows, 3, 5);
+  Ves::MatrixShell<TypeParam> A; // A x = 2 x
+  A.SetShellMatVec([](void*, void* x, void* y, int, int nCols, int ld) {
+    for (int at = 0; at < nCols * ld; ++at)
+      static_cast<TypeParam*>(y)[at] = Number<TypeParam>(2.0) * static_cast<TypeParam*>(x)[at];
+  });
+  EXPECT_EQ(R.EigResidual(A, A, X, lambda), VES_GOOD);
+  R.Expect(9.0, [&](int i, int j) { return Wide(X(i, j)) * 2.0 * (1.0 - Wide(lambda(j))); });
+  EXPECT_EQ(R.EigResidual(A, VesMatrixEmpty(), X, lambda), VES_GOOD);
+  R.Expect(9.0, [&](int i, int j) { return Wide(X(i, j)) * (2.0 - Wide(lambda(j))); });
+  EXPECT_EQ(R.ScaleAdd(R, X, lambda, 1), VES_GOOD) << "in place";
+  R.Expect(9.0, [&](int i, int j) { return Wide(X(i, j)) * 2.0; });
 }
 
-/// max_j ||(Y^H X - I) e_j|| / sqrt(nY) over the columns of a group, from all rows.
-template <typename Scalar>
-double GroupError(int firstY, int nY, int firstX, int nX, bool minusIdentity) {
-  double worst = 0.0;
-  for (int j = 0; j < nX; ++j) {
-    double square = 0.0;
-    for (int i = 0; i < nY; ++i)
-      square += std::norm(HashedDot<Scalar>(firstY + i, firstX + j, 0, 13) -
-                          (minusIdentity && i == j ? 1.0 : 0.0));
-    worst = std::max(worst, std::sqrt(square / nY));
-  }
-  return worst;
-}
-
+/// Y has a one in every fourth row, X a constant in each column: each entry of Y^H X is four times
+/// that constant, and max_j ||(Y^H X - I) e_j|| / sqrt(nY) is known.
 TYPED_TEST(ProductsTest, OrthogonalityOfBlocksAndGroups) {
-  const Block<TypeParam> Y(this->rows, 7, 1), X(this->rows, 8, 2), none(this->rows, 0);
-  const Ints dispY{0, 2, 7, 3}, nYs{2, 1, 0, 4}, dispX{1, 0, 3, 4}, nXs{2, 3, 1, 4};
-  for (const bool minusIdentity : {true, false}) {
-    double error = -1.0;
-    EXPECT_EQ(Y.CheckOrthogonality(X, error, minusIdentity, true), VES_GOOD);
-    EXPECT_NEAR(error, GroupError<TypeParam>(0, 7, 0, 8, minusIdentity), 50 * eps<TypeParam>);
-
-    std::vector<double> errors(5, -1.0); // one entry more than groups
-    const int before = reductions;
-    EXPECT_EQ(Y.CheckBatchOrthogonality(X, dispY, nYs, dispX, nXs, errors, minusIdentity, true),
-              VES_GOOD);
-    EXPECT_EQ(reductions - before, 1) << "one reduction for all groups";
-    for (const std::size_t b : {0U, 1U, 3U})
-      EXPECT_NEAR(errors[b],
-                  GroupError<TypeParam>(dispY[b], nYs[b], dispX[b], nXs[b], minusIdentity),
-                  50 * eps<TypeParam>);
-    EXPECT_TRUE(std::isnan(errors[2])) << "a group without columns has no error";
-    EXPECT_EQ(errors[4], -1.0);
-  }
-  // Without columns process 0 need not wait for anybody.
+  Block<TypeParam> Y(this->rows, 4), X(this->rows, 8), none(this->rows, 0);
+  for (int i = 0; i < this->rows.local; ++i)
+    for (int j = 0; j < 8; ++j) {
+      X(i, j) = HashedNumber<TypeParam>(0, j);
+      if (j < 4) Y(i, j) = TypeParam((this->rows.first + i) % 4 == j ? 1 : 0);
+    }
+  const auto expected = [](int nY, int firstX, int nX, double diagonal) {
+    double worst = 0.0;
+    for (int j = 0; j < nX; ++j) {
+      const Wide g = 4.0 * Wide(HashedNumber<TypeParam>(0, firstX + j));
+      const double rest = j < nY ? std::norm(g - diagonal) - std::norm(g) : 0.0;
+      worst = std::max(worst, nY * std::norm(g) + rest);
+    }
+    return std::sqrt(worst / nY);
+  };
+  const Ints dispY{0, 2, 3, 4}, nYs{2, 1, 1, 0}, dispX{1, 0, 4, 3}, nXs{2, 3, 4, 1};
+  const double limit = 50 * eps<TypeParam>;
   double error = -1.0;
-  if (RankIn(world) == 0) {
-    EXPECT_EQ(none.CheckOrthogonality(X, error, true, true), VES_GOOD);
-    EXPECT_EQ(error, 0.0);
+  if (RankIn(world) == 0) none.CheckOrthogonality(X, error, true, true); // waits for nobody
+  EXPECT_EQ(error, RankIn(world) == 0 ? 0.0 : -1.0);
+  for (const double diagonal : {1.0, 0.0}) {
+    EXPECT_EQ(Y.CheckOrthogonality(X, error, diagonal > 0.0, true), VES_GOOD);
+    EXPECT_NEAR(error, expected(4, 0, 8, diagonal), limit);
+    std::vector<double> errors(5, -1.0); // one entry more than there are groups
+    reductions = 0;
+    EXPECT_EQ(Y.CheckOrthogonality(X, error, true, false), VES_GOOD);
+    EXPECT_EQ(reductions, 0);
+    Y.CheckBatchOrthogonality(X, dispY, nYs, dispX, nXs, errors, diagonal > 0.0, true);
+    EXPECT_EQ(reductions, 1);
+    for (std::size_t b = 0; b < 3; ++b)
+      EXPECT_NEAR(errors[b], expected(nYs[b], dispX[b], nXs[b], diagonal), limit);
+    EXPECT_TRUE(std::isnan(errors[3]) && errors[4] == -1.0) << "a group without columns";
   }
 }
 
-/// Shapes are judged before kinds, and nothing is written.
+/// Shapes are judged before kinds, each operation has its codes, and nothing is written.
 TYPED_TEST(ProductsTest, Refusals) {
-  using Other = std::conditional_t<std::is_same_v<TypeParam, double>, float, double>;
-  Block<TypeParam> X(5, 3), M(3, 3), L(5, 5), column(3, 1), odd(3, 3), short2(2, 1);
-  const Block<Other> other(3, 3), otherColumn(3, 1);
-  odd.storageType = static_cast<VesVectorType>(2);
-  const VectorDense<TypeParam> bare(world, self, 3, 1, 3);
+  using Codes = std::vector<VesReturnCode>;
+  Block<TypeParam> X(5, 3), M(3, 3), L(5, 5), d(3, 1), odd(3, 3), oddColumn(3, 1);
+  odd.storageType = oddColumn.storageType = static_cast<VesVectorType>(2);
   const VesMatrixEmpty none;
   int count = -5;
-  const struct {
-    const char* why;
-    VesReturnCode expected, got;
-  } verdicts[] = {
-      {"inner dimensions", VES_ERR_INCOMPATIBLE, M.Gemm(M, X)},
-      {"rows of the result", VES_ERR_INCOMPATIBLE, M.Gemm(X, M)},
-      {"transposed shapes", VES_ERR_INCOMPATIBLE, X.Gemm(X, M, 'x', 'N')},
-      {"first operand of another type", VES_ERR_UNSUPPORTED,
-       X.Gemm(other, M, 'N', 'N') == VES_ERR_INCOMPATIBLE ? M.Gemm(other, M) : VES_GOOD},
-      {"second operand not dense", VES_ERR_UNSUPPORTED, M.Gemm(M, odd)},
-      {"inner product, shapes", VES_ERR_INCOMPATIBLE, L.InnerProduct(X, X)},
-      {"residual, dimensions", VES_ERR_INCOMPATIBLE, X.ScaleAdd(X, M, column, 1)},
-      {"residual, factors", VES_ERR_INCOMPATIBLE, X.ScaleAdd(X, X, short2, 1)},
-      {"residual, factors of another type", VES_ERR_UNSUPPORTED, X.ScaleAdd(X, X, otherColumn, 1)},
-      {"triangle not square", VES_ERR_INVALID_VALUE, X.TriangularSolve(X, 'q', 'U', 'N', 'N')},
-      {"triangle on the wrong side", VES_ERR_INCOMPATIBLE,
-       X.TriangularSolve(M, 'L', 'U', 'N', 'N')},
-      {"side in lower case", VES_ERR_INCOMPATIBLE, X.TriangularSolve(M, 'r', 'U', 'N', 'N')},
-      {"triangle not dense", VES_ERR_UNSUPPORTED, X.TriangularSolve(odd, 'R', 'U', 'N', 'N')},
-      {"values for other columns", VES_ERR_INVALID_VALUE, X.PermuteCols(short2, 1.0, count)},
-      {"no values", VES_ERR_NULL_POINTER, X.PermuteCols(bare, 1.0, count)},
-      {"values of another type", VES_ERR_MISMATCH, X.PermuteCols(otherColumn, 1.0, count)},
-      {"residual of other dimensions", VES_ERR_INCOMPATIBLE, X.EigResidual(none, none, M, column)},
-      {"eigenvalues as a row", VES_ERR_INCOMPATIBLE, X.EigResidual(none, none, X, M)}};
-  for (const auto& v : verdicts)
-    EXPECT_EQ(v.got, v.expected) << v.why;
+  const Codes products{M.Gemm(M, X), M.Gemm(X, M), X.Gemm(odd, M), L.InnerProduct(X, X)};
+  EXPECT_EQ(products, Codes(4, VES_ERR_INCOMPATIBLE));
+  const Codes sums{X.ScaleAdd(X, M, d, 1), X.ScaleAdd(X, X, L, 1), X.EigResidual(none, none, M, d),
+                   X.EigResidual(none, none, X, M)};
+  EXPECT_EQ(sums, Codes(4, VES_ERR_INCOMPATIBLE));
+  const Codes kinds{M.Gemm(odd, M), M.Gemm(M, odd), X.ScaleAdd(X, X, oddColumn, 1),
+                    X.TriangularSolve(odd, 'R', 'U', 'N', 'N')};
+  EXPECT_EQ(kinds, Codes(4, VES_ERR_UNSUPPORTED));
+  EXPECT_EQ(X.TriangularSolve(X, 'q', 'U', 'N', 'N'), VES_ERR_INVALID_VALUE) << "not square";
+  EXPECT_EQ(X.TriangularSolve(M, 'L', 'U', 'N', 'N'), VES_ERR_INCOMPATIBLE) << "wrong side";
+  EXPECT_EQ(X.TriangularSolve(M, 'r', 'U', 'N', 'N'), VES_ERR_INCOMPATIBLE) << "lower case";
+  EXPECT_EQ(X.PermuteCols(X, 1, count), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(X.PermuteCols(VectorDense<TypeParam>(world, self, 3, 1, 3), 1, count),
+            VES_ERR_NULL_POINTER);
+  EXPECT_EQ(X.PermuteCols(oddColumn, 1, count), VES_ERR_MISMATCH);
   EXPECT_EQ(count, -5);
-  for (const auto* block : {&X, &M, &L})
-    block->Expect([](int i, int j) { return HashedNumber<TypeParam>(i, j); }, 0.0);
+  X.Expect(0.0, [](int i, int j) { return HashedNumber<TypeParam>(i, j); });
 }
 
 } // namespace

@@ -5,10 +5,10 @@
 #include "detector/residuals_or_eigenvalues.h"
 #include "support/problem.h"
 
-#include <memory>
+#include <array>
 
 using namespace VesTest;
-using Ves::VectorDense;
+using Numbers = std::vector<double>;
 
 namespace {
 
@@ -16,29 +16,28 @@ const MPI_Comm world = MPI_COMM_WORLD;
 const double nan = std::numeric_limits<double>::quiet_NaN();
 
 template <typename Scalar>
-struct Column : VectorDense<Scalar> {
-  explicit Column(const std::vector<double>& entries, int nCols = 1)
-      : VectorDense<Scalar>(world, world, static_cast<int>(entries.size()), nCols,
-                            static_cast<int>(entries.size())) {
+struct Column : Ves::VectorDense<Scalar> {
+  Column(const Numbers& entries, int columns = 1) {
+    const int k = static_cast<int>(entries.size());
+    this->SetShape(world, world, k, columns, k);
     this->AllocateMem();
-    for (int i = 0; i < this->nRows * nCols; ++i)
-      this->values[i] = Number<Scalar>(entries.data()[i % this->nRows]);
+    for (int i = 0; i < k; ++i)
+      (*this)(i) = Number<Scalar>(entries.data()[i]);
   }
 };
 
-/// Distributed residuals with exactly the given norms: four entries of half the norm, some of them
-/// imaginary.
+/// Distributed residuals with exactly these norms: four entries of half the norm, in complex types
+/// two of them imaginary.
 template <typename Scalar>
-struct Residual : VectorDense<Scalar> {
-  Residual(const Rows& rows, const std::vector<double>& norms)
-      : VectorDense<Scalar>(world, world, rows.local, static_cast<int>(norms.size()),
-                            rows.local + 1) {
+struct Residual : Ves::VectorDense<Scalar> {
+  Residual(const Rows& rows, const Numbers& norms) {
+    this->SetShape(world, world, rows.local, static_cast<int>(norms.size()), 4);
     this->AllocateMem();
     for (int j = 0; j < this->nCols; ++j)
-      for (int i = 0; i < this->nRows; ++i) {
+      for (int i = 0; i < rows.local; ++i) {
         const double half = norms.data()[j] / 2;
-        const bool imaginary = Ves::isComplex<Scalar> && (rows.first + i) % 2 == 1;
-        (*this)(i, j) = imaginary ? Number<Scalar>(0.0, half) : Number<Scalar>(half);
+        const bool real = !Ves::isComplex<Scalar> || (rows.first + i) % 2 == 0;
+        (*this)(i, j) = Number<Scalar>(real ? half : 0.0, real ? 0.0 : half);
       }
   }
 };
@@ -46,128 +45,70 @@ struct Residual : VectorDense<Scalar> {
 template <typename Scalar>
 struct DetectorTest : testing::Test {
   const Rows rows{4, world, Deal::gaps};
+  Ves::Residuals<Scalar> residuals;
+  Ves::RelativeResiduals<Scalar> relative;
+  Ves::Eigenvalues<Scalar> eigenvalues;
+  Ves::ResidualsOrEigenvalues<Scalar> either;
+  std::array<Ves::VesConvergeDetector*, 4> kinds{&residuals, &relative, &eigenvalues, &either};
   int total = -7, leading = -7;
-
-  static std::unique_ptr<Ves::VesConvergeDetector> Make(VesConvergeDetectorType kind) {
-    if (kind == VES_RESIDUALS) return std::make_unique<Ves::Residuals<Scalar>>();
-    if (kind == VES_RELATIVE_RESIDUALS) return std::make_unique<Ves::RelativeResiduals<Scalar>>();
-    if (kind == VES_EIGENVALUES) return std::make_unique<Ves::Eigenvalues<Scalar>>();
-    return std::make_unique<Ves::ResidualsOrEigenvalues<Scalar>>();
-  }
 };
 TYPED_TEST_SUITE(DetectorTest, AllScalars);
 
 TYPED_TEST(DetectorTest, WhatPassesAndWhatIsCounted) {
+  const Numbers any{9, 9, 9, 9}, none;
+  const double mine = RankIn(world) == 0 ? 9.0 : 5.0; // process 0 decides for all
   const struct {
     const char* why;
-    VesConvergeDetectorType kind;
-    std::vector<double> norms, now, before, flags;
+    std::size_t kind;
+    Numbers norms, now, before, flags;
     int leading;
-  } cases[] = {{"a gap ends the leading pairs",
-                VES_RESIDUALS,
-                {.1, .2, .3, 0},
-                {9, 9, 9, 9},
-                {9, 9, 9, 9},
-                {2, 2, 0, 2},
-                2},
-               {"the threshold itself fails, and a NaN",
-                VES_RESIDUALS,
-                {.25, nan, .2},
-                {9, 9, 9},
-                {9, 9, 9},
-                {0, 0, 2},
-                0},
-               {"scaled by the modulus of the value",
-                VES_RELATIVE_RESIDUALS,
-                {.4, .4, .5, .1},
-                {2, -2, 2, 0},
-                {9, 9, 9, 9},
-                {2, 2, 0, 0},
-                2},
-               {"a NaN as value",
-                VES_RELATIVE_RESIDUALS,
-                {.1, nan, .1},
-                {1, 1, nan},
-                {1, 1, 1},
-                {2, 0, 0},
-                1},
-               {"up and down, strictly",
-                VES_EIGENVALUES,
-                {9, 9, 9, 9},
-                {1, 1, 1, nan},
-                {1.2, .8, 1.25, 1},
-                {2, 2, 0, 0},
-                2},
-               {"either will do",
-                VES_RESIDUALS_OR_EIGENVALUES,
-                {.1, 9, .25, nan},
-                {5, 1, 1.5, 1},
-                {1, 1.2, 1.25, 1},
-                {2, 2, 0, 2},
-                2},
-               {"no pairs", VES_RESIDUALS, {}, {}, {}, {}, 0},
-               {"no pairs", VES_EIGENVALUES, {}, {}, {}, {}, 0}};
+  } cases[] = {{"a gap ends the leading", 0, {.1, .2, .3, 0}, any, any, {2, 2, 0, 2}, 2},
+               {"threshold itself, NaN", 0, {.25, nan, .2, .1}, any, any, {0, 0, 2, 2}, 0},
+               {"relative", 1, {.4, .4, .5, .1}, {2, -2, 2, 0}, any, {2, 2, 0, 0}, 2},
+               {"to a NaN", 1, {.1, nan, .1, .1}, {1, 1, nan, 1}, any, {2, 0, 0, 2}, 1},
+               {"up and down", 2, any, {1, 1, 1, nan}, {1.2, .8, 1.25, 1}, {2, 2, 0, 0}, 2},
+               {"process 0", 2, any, {mine, 9, 5, 9}, {9, mine, 9, 9}, {2, 2, 0, 2}, 2},
+               {"either", 3, {.1, 9, .25, nan}, {5, 1, 1.5, 1}, {1, 1.2, 1.25, 1}, {2, 2, 0, 2}, 2},
+               {"no pairs", 0, none, none, none, none, 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    const Residual<TypeParam> R(this->rows, c.norms);
     const Column<TypeParam> now(c.now), before(c.before), expected(c.flags);
-    Column<TypeParam> flags(std::vector<double>(c.flags.size(), 5.0));
-    const auto detector = this->Make(c.kind);
-    EXPECT_EQ(detector->detectorType, c.kind);
-    EXPECT_EQ(detector->Run(R, now, before, 0.25, flags, this->total, this->leading), VES_GOOD);
+    Column<TypeParam> flags(c.flags.empty() ? none : any);
+    EXPECT_EQ(this->kinds[c.kind]->Run(Residual<TypeParam>(this->rows, c.norms), now, before, 0.25,
+                                       flags, this->total, this->leading),
+              VES_GOOD);
     EXPECT_EQ(this->total, std::count(c.flags.begin(), c.flags.end(), 2.0));
     EXPECT_EQ(this->leading, c.leading);
     EXPECT_TRUE(std::equal(flags.values, flags.values + flags.nRows, expected.values));
   }
 }
 
-/// Processes that see different values follow process 0.
-TYPED_TEST(DetectorTest, ProcessZeroDecides) {
-  const Residual<TypeParam> R(this->rows, {9, 9});
-  const double mine = RankIn(world) == 0 ? 1.0 : 2.0;
-  const Column<TypeParam> now({mine, 1.0}), before({1.0, mine});
-  Column<TypeParam> flags({5.0, 5.0});
-  EXPECT_EQ(
-      this->Make(VES_EIGENVALUES)->Run(R, now, before, 0.25, flags, this->total, this->leading),
-      VES_GOOD);
-  EXPECT_EQ(this->total, 2);
-  EXPECT_EQ(this->leading, 2);
-}
-
 TYPED_TEST(DetectorTest, RefusalsByKind) {
   using Other = std::conditional_t<std::is_same_v<TypeParam, double>, float, double>;
+  using Codes = std::array<int, 4>; // by kind of detector
   const Residual<TypeParam> R(this->rows, {1, 1});
-  const VectorDense<TypeParam> bareR(world, world, this->rows.local, 2, 4),
-      bare(world, world, 2, 1, 2);
-  const Column<TypeParam> d({1, 1}), longer({1, 1, 1}), wide({1, 1}, 2);
-  Column<TypeParam> flags({5, 5}), odd({5, 5}), longFlags({5, 5, 5}), wideFlags({5, 5}, 2);
-  VectorDense<TypeParam> bareFlags(world, world, 2, 1, 2);
-  odd.storageType = static_cast<VesVectorType>(2);
+  const Ves::VectorDense<TypeParam> bareR(world, world, 1, 2, 4), bare(world, world, 2, 1, 2);
+  const Column<TypeParam> d({1, 1}), d3({1, 1, 1});
   const Column<Other> other({1, 1});
-  const VesReturnCode good = VES_GOOD, shape = VES_ERR_INVALID_VALUE, kind = VES_ERR_MISMATCH,
-                      null = VES_ERR_NULL_POINTER;
-  const struct {
-    const char* why;
-    const VesVectorBase &R, &now, &before;
-    VesVectorBase& flags;
-    VesReturnCode expected[4]; // by kind of detector
-  } cases[] = {{"a flag too many", R, d, d, longFlags, {shape, shape, shape, shape}},
-               {"two columns of flags", R, d, d, wideFlags, {shape, shape, shape, shape}},
-               {"values too many", R, longer, longer, flags, {good, good, shape, shape}},
-               {"previous values too many", R, d, longer, flags, {good, good, shape, shape}},
-               {"two columns of values", R, wide, wide, flags, {good, good, shape, shape}},
-               {"flags not dense", R, d, d, odd, {kind, kind, kind, kind}},
-               {"values of another type", R, other, d, flags, {kind, kind, kind, kind}},
-               {"previous values of another type", R, d, other, flags, {kind, kind, kind, kind}},
-               {"no residuals", bareR, d, d, flags, {null, null, good, null}},
-               {"no previous values", R, d, bare, flags, {good, good, null, null}},
-               {"no flags", R, d, d, bareFlags, {null, null, null, null}}};
-  for (const auto& c : cases)
-    for (int k = 0; k < 4; ++k)
-      EXPECT_EQ(this->Make(static_cast<VesConvergeDetectorType>(k))
-                    ->Run(c.R, c.now, c.before, 0.25, c.flags, this->total, this->leading),
-                c.expected[k])
-          << c.why << ", detector " << k;
+  Column<TypeParam> flags({5, 5}), odd({5, 5}), flags3({5, 5, 5}), wide({5, 5}, 2);
+  Ves::VectorDense<TypeParam> bareFlags(world, world, 2, 1, 2);
+  odd.storageType = static_cast<VesVectorType>(2);
+  const auto run = [&](const VesVectorBase& r, const VesVectorBase& now,
+                       const VesVectorBase& before, VesVectorBase& idxs) {
+    Codes codes{};
+    for (std::size_t k = 0; k < 4; ++k)
+      codes[k] = this->kinds[k]->Run(r, now, before, 0.25, idxs, this->total, this->leading);
+    return codes;
+  };
+  EXPECT_EQ(run(R, d, d, flags3), (Codes{-1, -1, -1, -1})) << "a flag too many";
+  EXPECT_EQ(run(R, d, d, wide), (Codes{-1, -1, -1, -1})) << "two columns of flags";
+  EXPECT_EQ(run(R, d3, d3, flags), (Codes{0, 0, -1, -1})) << "values too many";
+  EXPECT_EQ(run(R, d, d3, flags), (Codes{0, 0, -1, -1})) << "previous values too many";
+  EXPECT_EQ(run(R, d, d, odd), (Codes{-5, -5, -5, -5})) << "flags not dense";
+  EXPECT_EQ(run(R, other, d, flags), (Codes{-5, -5, -5, -5})) << "values of another type";
+  EXPECT_EQ(run(bareR, d, d, flags), (Codes{-7, -7, 0, -7})) << "no residuals";
+  EXPECT_EQ(run(R, d, bare, flags), (Codes{0, 0, -7, -7})) << "no previous values";
+  EXPECT_EQ(run(R, d, d, bareFlags), (Codes{-7, -7, -7, -7})) << "no flags";
 }
 
 } // namespace

@@ -1,12 +1,13 @@
-// Cholesky and SVD QR: orthonormality recomputed from the entries, images, ranks, passes, groups.
-// B and A are diagonal, so that images can be judged entry by entry; some processes hold no rows.
+// Cholesky and SVD QR: orthonormality and images recomputed from the entries; ranks, passes and
+// groups. B and A are diagonal, so that images can be judged entry by entry.
 #include "orthogonalizer/cholesky_qr.h"
 #include "orthogonalizer/pass_loop.h"
 #include "orthogonalizer/svd_qr.h"
 #include "support/problem.h"
 
+#include <tuple>
+
 using namespace VesTest;
-using Ves::VectorDense;
 using Wide = std::complex<double>;
 using Ints = std::vector<int>;
 
@@ -22,21 +23,21 @@ extern "C" int MPI_Allreduce(const void* from, void* to, int count, MPI_Datatype
 
 namespace {
 
-const MPI_Comm world = MPI_COMM_WORLD;
 const double nan = std::numeric_limits<double>::quiet_NaN();
-enum Images { none, ofB, ofBAndA };
+const VesMatrixEmpty empty;
 
-/// A block X with its images B X and A X, and X as it was.
+/// A block X, its images B X and A X, of which the first few are handed over, and the old X. Some
+/// processes hold no rows.
 template <typename Scalar>
 struct Blocks {
-  static constexpr int n = 64;
-  const Rows rows{n, world, Deal::gaps};
-  VectorDense<Scalar> X, BX, AX, old;
+  const Rows rows{64, MPI_COMM_WORLD, Deal::gaps};
+  const int images;
+  Ves::VectorDense<Scalar> X, BX, AX, old;
 
   template <typename Entry>
-  Blocks(int k, Entry entry) {
+  Blocks(int k, int handedOver, Entry entry) : images(handedOver) {
     for (auto* block : {&X, &BX, &AX, &old}) {
-      block->SetShape(world, MPI_COMM_SELF, rows.local, k, rows.local + 2);
+      block->SetShape(rows.comm, MPI_COMM_SELF, rows.local, k, rows.local + 2);
       block->AllocateMem();
     }
     for (int j = 0; j < k; ++j)
@@ -46,63 +47,38 @@ struct Blocks {
         AX(i, j) = Number<Scalar>(A(i)) * X(i, j);
       }
   }
-  double B(int i) const { return 1.0 + 0.5 * ((rows.first + i) % 5); }
+  double B(int i) const { return images > 0 ? 1.0 + 0.5 * ((rows.first + i) % 5) : 1.0; }
   double A(int i) const { return (rows.first + i) % 7 - 3.0; }
 
-  VesReturnCode Run(Ves::VesOrthogonalizer& by, Images images, int& rank, int passes,
-                    double threshold) {
+  /// In groups, whose widths become their ranks, or as one block, whose rank stands alone.
+  VesReturnCode Run(Ves::VesOrthogonalizer& by, bool batch, const Ints& disp, Ints& ranks,
+                    int passes, double tol) {
+    auto& bx = images > 0 ? BX : X;
     reductions = 0;
-    if (images == ofBAndA)
-      return by.Run(X, BX, AX, VesMatrixEmpty(), rank, true, passes, threshold);
-    return by.Run(X, images == none ? X : BX, VesMatrixEmpty(), rank, true, passes, threshold);
+    if (images < 2 && batch) return by.RunBatch(X, bx, disp, ranks, empty, true, passes, tol);
+    if (images < 2) return by.Run(X, bx, empty, ranks[0], true, passes, tol);
+    return batch ? by.RunBatch(X, bx, AX, disp, ranks, empty, true, passes, tol)
+                 : by.Run(X, bx, AX, empty, ranks[0], true, passes, tol);
   }
-  VesReturnCode RunBatch(Ves::VesOrthogonalizer& by, Images images, const Ints& disp, Ints& widths,
-                         int passes, double threshold) {
-    reductions = 0;
-    const VesMatrixEmpty empty;
-    if (images == ofBAndA)
-      return by.RunBatch(X, BX, AX, disp, widths, empty, true, passes, threshold);
-    return by.RunBatch(X, images == none ? X : BX, disp, widths, empty, true, passes, threshold);
-  }
-
-  /// x^H B y of column i of X and column j of Y.
-  Wide Dot(int i, const VectorDense<Scalar>& Y, int j, bool useB) const {
-    Wide sum = 0.0;
-    for (int r = 0; r < rows.local; ++r)
-      sum += std::conj(Wide(X(r, i))) * Wide(Y(r, j)) * (useB ? B(r) : 1.0);
-    PMPI_Allreduce(MPI_IN_PLACE, &sum, 2, MPI_DOUBLE, MPI_SUM, world);
-    return sum;
-  }
-  /// Columns first to first + rank - 1 are orthonormal.
-  void ExpectOrthonormal(int first, int rank, bool useB) const {
+  void ExpectOrthonormal(int first, int rank) const {
     for (int i = first; i < first + rank; ++i)
-      for (int j = first; j < first + rank; ++j)
-        EXPECT_LE(std::abs(Dot(i, X, j, useB) - (i == j ? 1.0 : 0.0)), 100 * eps<Scalar>)
-            << i << " " << j;
-  }
-  /// The old columns are combinations of the new ones: of the leading ones when triangular.
-  void ExpectSameSpan(int first, int width, bool useB, bool triangular) const {
-    for (int j = first; j < first + width; ++j) {
-      std::vector<Wide> rest(old.values + j * old.ld, old.values + j * old.ld + rows.local);
-      for (int i = first; i <= (triangular ? j : first + width - 1); ++i) {
-        const Wide c = Dot(i, old, j, useB);
+      for (int j = first; j <= i; ++j) {
+        Wide sum = 0.0;
         for (int r = 0; r < rows.local; ++r)
-          rest.data()[r] -= c * Wide(X(r, i));
+          sum += std::conj(Wide(X(r, i))) * Wide(X(r, j)) * B(r);
+        PMPI_Allreduce(MPI_IN_PLACE, &sum, 2, MPI_DOUBLE, MPI_SUM, rows.comm);
+        EXPECT_LE(std::abs(sum - (i == j ? 1.0 : 0.0)), 100 * eps<Scalar>) << i << " " << j;
       }
-      for (const Wide& entry : rest)
-        EXPECT_LE(std::abs(entry), 100 * eps<Scalar>) << j;
-    }
   }
-  void ExpectImages(Images images) const {
+  /// Images follow X when they were handed over, and keep to the old one otherwise.
+  void ExpectImages() const {
     for (int j = 0; j < X.nCols; ++j)
       for (int i = 0; i < rows.local; ++i) {
-        const Wide x = images >= ofB ? X(i, j) : old(i, j),
-                   y = images == ofBAndA ? X(i, j) : old(i, j);
-        EXPECT_LE(std::abs(Wide(BX(i, j)) - B(i) * x), 200 * eps<Scalar>);
-        EXPECT_LE(std::abs(Wide(AX(i, j)) - A(i) * y), 200 * eps<Scalar>);
+        const Wide x = X(i, j), was = old(i, j);
+        EXPECT_LE(std::abs(Wide(BX(i, j)) - B(i) * (images > 0 ? x : was)), 100 * eps<Scalar>);
+        EXPECT_LE(std::abs(Wide(AX(i, j)) - A(i) * (images > 1 ? x : was)), 200 * eps<Scalar>);
       }
   }
-  /// Bit for bit, also NaN.
   void ExpectUntouched(int first, int end) const {
     for (int j = first; j < end; ++j)
       for (int i = 0; i < rows.local; ++i)
@@ -110,141 +86,84 @@ struct Blocks {
   }
 };
 
+/// Columns of disjoint support and norm 4, whose Gram matrix is exact; from the fifth on hashed.
+template <typename Scalar>
+Scalar Comb(int i, int j) {
+  if (j > 3) return HashedNumber<Scalar>(i, j);
+  return Number<Scalar>(i % 4 == j && !Ves::isComplex<Scalar> ? 1.0 : 0.0, i % 4 == j ? 1.0 : 0.0);
+}
+
 template <typename Scalar>
 struct OrthogonalizerTest : testing::Test {
   Ves::CholeskyQR<Scalar> cholesky;
   Ves::SvdQR<Scalar> svd;
   std::vector<Ves::VesOrthogonalizer*> both{&cholesky, &svd};
-  int rank = -7;
-
-  static Scalar Random(int i, int j) { return HashedNumber<Scalar>(i, j); }
-  /// Columns of disjoint support and norm 4, so that their Gram matrix is exact; turned for
-  /// complex types.
-  static Scalar Comb(int i, int j) {
-    return i % 4 == j ? (Ves::isComplex<Scalar> ? Number<Scalar>(0.0, 1.0) : Number<Scalar>(1.0))
-                      : Number<Scalar>(0.0);
-  }
 };
 TYPED_TEST_SUITE(OrthogonalizerTest, AllScalars);
 
-TYPED_TEST(OrthogonalizerTest, PassesAndImages) {
-  const struct {
-    int passes;
-    double threshold;
-    int reductions; // one in each pass and one in each measurement between
-  } cases[] = {{0, 0.0, 1}, {1, 0.0, 1}, {3, 0.0, 5}, {-1, 0.0, 3}, {3, 0.5, 2}, {3, 1.0, 0}};
+/// One reduction in each pass and one in each measurement between them, however many groups.
+TYPED_TEST(OrthogonalizerTest, PassesImagesAndGroups) {
+  const std::tuple<int, double, int> cases[] = {{0, 0.0, 1},  {1, 0.0, 1}, {3, 0.0, 5},
+                                                {-1, 0.0, 3}, {3, 0.5, 2}, {3, 1.0, 0}};
   for (auto* by : this->both)
-    for (const Images images : {none, ofB, ofBAndA})
-      for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "svd " << (by == &this->svd) << " images " << images
-                                        << " passes " << c.passes << " " << c.threshold);
-        Blocks<TypeParam> b(5, this->Random);
-        this->rank = -7;
-        EXPECT_EQ(b.Run(*by, images, this->rank, c.passes, c.threshold), VES_GOOD);
-        EXPECT_EQ(reductions, c.reductions);
-        EXPECT_EQ(this->rank, c.threshold < 1.0 ? 5 : -7);
-        b.ExpectImages(images);
-        if (c.threshold >= 1.0) {
-          b.ExpectUntouched(0, 5);
-          continue;
+    for (const bool batch : {false, true})
+      for (const int images : {0, 1, 2})
+        for (const auto& [passes, tol, count] : cases) {
+          SCOPED_TRACE(testing::Message() << (by == &this->svd) << batch << images << passes);
+          Blocks<TypeParam> b(8, images, [](int i, int j) { return Comb<TypeParam>(i, j + 4); });
+          Ints ranks = batch ? Ints{4, 2, 0} : Ints{8};
+          const Ints expected = ranks;
+          EXPECT_EQ(b.Run(*by, batch, {4, 0, 3}, ranks, passes, tol), VES_GOOD);
+          EXPECT_EQ(reductions, count);
+          EXPECT_EQ(ranks, expected);
+          b.ExpectImages();
+          const bool done = tol < 1.0;
+          b.ExpectOrthonormal(0, done ? (batch ? 2 : 8) : 0);
+          b.ExpectOrthonormal(4, done ? 4 : 0);
+          b.ExpectUntouched(batch ? 2 : 8, batch ? 4 : 8);
+          b.ExpectUntouched(0, done ? 0 : 8);
         }
-        b.ExpectOrthonormal(0, 5, images != none);
-        b.ExpectSameSpan(0, 5, images != none, by == &this->cholesky);
-      }
 }
 
-/// Nearly parallel columns: one pass does not suffice, the default number does.
-TYPED_TEST(OrthogonalizerTest, SecondPassRestoresOrthogonality) {
-  const auto tilt = Number<TypeParam>(std::pow(eps<TypeParam>, 0.375));
-  for (auto* by : this->both)
-    for (const int passes : {1, -1}) {
-      Blocks<TypeParam> b(
-          3, [&](int i, int j) { return this->Random(i, 0) + tilt * this->Random(i, j); });
-      EXPECT_EQ(b.Run(*by, none, this->rank, passes, -1.0), VES_GOOD);
-      if (passes < 0)
-        b.ExpectOrthonormal(0, 3, false);
-      else
-        EXPECT_GT(std::abs(b.Dot(1, b.X, 2, false)), 1000 * eps<TypeParam>);
-    }
-}
-
+/// Columns behind the rank keep their contents; a failing group leaves the others alone.
 TYPED_TEST(OrthogonalizerTest, DependentColumns) {
-  const struct {
-    const char* why;
-    bool svd;
-    double factor0, factor2; // column 2 = factor0 column 0 + factor2 column 2
-    VesReturnCode code;
-    int rank;
-  } cases[] = {{"twice another", false, 2.0, 0.0, VES_GOOD, 2},
-               {"zero", false, 0.0, 0.0, VES_GOOD, 2},
-               {"not a number", false, 0.0, nan, VES_GOOD, 2},
-               {"zero", true, 0.0, 0.0, VES_GOOD, 3},
-               {"small, but nothing is relative", true, 0.0, 1e-10, VES_GOOD, 4},
-               {"not a number", true, 0.0, nan, VES_ERR_INCOMPATIBLE, 0}};
-  for (const auto& c : cases)
-    for (const int passes : {1, 3}) {
-      SCOPED_TRACE(testing::Message() << c.why << " svd " << c.svd);
-      Blocks<TypeParam> b(4, [&](int i, int j) {
-        return j == 2 ? Number<TypeParam>(c.factor0) * this->Comb(i, 0) +
-                            Number<TypeParam>(c.factor2) * this->Comb(i, 2)
-                      : this->Comb(i, j);
-      });
-      EXPECT_EQ(b.Run(*this->both[c.svd ? 1 : 0], none, this->rank, passes, -1.0), c.code);
-      EXPECT_EQ(this->rank, c.rank);
-      b.ExpectOrthonormal(0, c.rank, false);
-      b.ExpectUntouched(c.rank, 4);
-    }
-}
-
-/// Groups apart from each other, one empty, one that loses a column and one that loses all.
-TYPED_TEST(OrthogonalizerTest, GroupsInOneReduction) {
-  const Ints disp{5, 0, 3, 9}, widths{3, 2, 0, 2};
-  for (auto* by : this->both)
-    for (const Images images : {none, ofB, ofBAndA})
-      for (const auto& [threshold, expected] :
-           {std::pair{0.0, 5}, std::pair{0.5, 2}, std::pair{1.0, 0}}) {
-        SCOPED_TRACE(testing::Message() << "svd " << (by == &this->svd) << " images " << images);
-        Blocks<TypeParam> b(11, [&](int i, int j) {
-          return j == 7             ? Number<TypeParam>(0.0)
-                 : j == 9           ? Number<TypeParam>(nan)
-                 : j == 5 || j == 6 ? this->Comb(i, j - 5)
-                                    : this->Random(i, j);
+  // For SVD or Cholesky: column 2 becomes a column 0 + b column 2, which leaves some rank.
+  const std::tuple<bool, double, double, int> cases[] = {
+      {false, 2.0, 0.0, 2}, // twice another
+      {false, 0.0, 0.0, 2}, {false, 0.0, nan, 2},
+      {true, 0.0, 0.0, 3},  {true, 0.0, 1e-10, 4}, // small, which is not relative
+      {true, 0.0, nan, 0}};
+  for (const auto& [bySvd, of0, of2, left] : cases)
+    for (const bool batch : {false, true})
+      for (const int passes : {1, 3}) {
+        SCOPED_TRACE(testing::Message() << bySvd << " " << of0 << " " << of2 << " " << batch);
+        const auto a = Number<TypeParam>(of0), b = Number<TypeParam>(of2);
+        Blocks<TypeParam> x(batch ? 6 : 4, 0, [a, b](int i, int j) {
+          const TypeParam own = Comb<TypeParam>(i, j);
+          return j == 2 ? a * Comb<TypeParam>(i, 0) + b * own : own;
         });
-        Ints ranks = widths;
-        EXPECT_EQ(b.RunBatch(*by, images, disp, ranks, 3, threshold), VES_GOOD);
-        EXPECT_EQ(reductions, expected) << "however many groups there are";
-        EXPECT_EQ(ranks, threshold < 1.0 ? (Ints{2, 2, 0, 0}) : widths);
-        b.ExpectUntouched(2, 5);
-        b.ExpectUntouched(7, 11);
-        if (threshold >= 1.0) continue;
-        b.ExpectOrthonormal(5, 2, images != none);
-        b.ExpectOrthonormal(0, 2, images != none);
-        b.ExpectSameSpan(0, 2, images != none, by == &this->cholesky);
+        Ints ranks = batch ? Ints{4, 2} : Ints{-7};
+        EXPECT_EQ(x.Run(*this->both[bySvd ? 1 : 0], batch, {0, 4}, ranks, passes, -1.0),
+                  left > 0 || batch ? VES_GOOD : VES_ERR_INCOMPATIBLE);
+        EXPECT_EQ(ranks, batch ? (Ints{left, 2}) : Ints{left});
+        x.ExpectOrthonormal(0, left);
+        x.ExpectUntouched(left, 4);
+        x.ExpectOrthonormal(4, batch ? 2 : 0);
       }
 }
 
-TYPED_TEST(OrthogonalizerTest, Refusals) {
-  using Other = std::conditional_t<std::is_same_v<TypeParam, double>, float, double>;
-  Blocks<TypeParam> b(2, this->Random), odd(2, this->Random), empty(0, this->Random);
-  Blocks<Other> other(2, [](int i, int j) { return HashedNumber<Other>(i, j); });
-  odd.X.storageType = static_cast<VesVectorType>(2);
-  const VesMatrixEmpty B;
-  Ints disp{0}, widths{2};
-  for (auto* by : this->both) {
-    const auto run = [&](VesVectorBase& X, VesVectorBase& BX, VesVectorBase& AX) {
-      const VesReturnCode batch = by->RunBatch(X, BX, AX, disp, widths, B, true, 1, -1.0);
-      const VesReturnCode code = by->Run(X, BX, AX, B, this->rank, true, 1, -1.0);
-      return code == batch ? code : VES_ERR_OUT_OF_RANGE;
-    };
-    EXPECT_EQ(run(other.X, b.BX, b.AX), VES_ERR_MISMATCH);
-    EXPECT_EQ(run(b.X, other.X, b.AX), VES_ERR_MISMATCH);
-    EXPECT_EQ(run(b.X, b.BX, odd.X), VES_ERR_MISMATCH);
-    EXPECT_EQ(run(odd.X, b.BX, b.AX), VES_ERR_MISMATCH);
-    EXPECT_EQ(run(empty.X, other.X, odd.X), VES_GOOD) << "no columns, no questions";
-  }
-  EXPECT_EQ(this->rank, -7);
-  EXPECT_EQ(widths, Ints{2});
-  b.ExpectUntouched(0, 2);
+TYPED_TEST(OrthogonalizerTest, RefusesWhatIsNotDense) {
+  for (auto* by : this->both)
+    for (const bool batch : {false, true}) {
+      Blocks<TypeParam> b(2, 2, Comb<TypeParam>);
+      Ints rank{-7};
+      b.AX.storageType = static_cast<VesVectorType>(2);
+      EXPECT_EQ(b.Run(*by, batch, {0}, rank, 1, 0.0), VES_ERR_MISMATCH);
+      b.ExpectUntouched(0, 2);
+      b.X.nCols = 0; // no columns, no questions
+      EXPECT_EQ(b.Run(*by, batch, {0}, rank, 1, 0.0), VES_GOOD);
+      EXPECT_EQ(rank, Ints{-7});
+    }
 }
 
 TEST(PassLoop, EmptyGroupsHaveNoError) {

@@ -47,6 +47,8 @@ VectorHandle MakeVector(MPI_Comm comm, int nRows, int nCols, Scalar* values, int
   return VectorHandle(vector);
 }
 
+inline constexpr VesSolverType allSolvers[] = {VES_LOBPCG, VES_PPCG};
+
 struct Settings {
   int nBands = 10;
   double threshold = 1e-6;
@@ -177,7 +179,7 @@ void ExpectAllConverged(Pairs<Scalar>& p, const SparseOperator<Scalar>& A,
                         const std::vector<double>& exact, double threshold,
                         const Limits& limits = {}) {
   ASSERT_EQ(p.code, VES_GOOD);
-  EXPECT_EQ(p.nConv, p.k);
+  EXPECT_EQ(p.nConv, p.k) << "after " << p.iter << " iterations";
   EXPECT_LE(OrthogonalityError(p, B), limits.orthogonality * eps<Scalar>);
   const std::vector<double> residuals = ResidualNorms(p, A, B);
   const double rounding = 50.0 * eps<Scalar> * limits.scale;

@@ -1,0 +1,449 @@
+#include "ppcg.h"
+
+#include "../data/finite_entries.h"
+#include "../orthogonalizer/pass_loop.h"
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+
+namespace Ves {
+
+namespace {
+
+int SumOf(const std::vector<int>& widths) {
+  return std::accumulate(widths.begin(), widths.end(), 0);
+}
+
+} // namespace
+
+template <typename Scalar>
+PPCG<Scalar>::PPCG() {
+  this->solverType = VES_PPCG;
+}
+
+template <typename Scalar>
+VesReturnCode PPCG<Scalar>::Solve(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                  const VesMatrixBase& matP, VesVectorBase& vecQ,
+                                  VesVectorBase& vecW) const {
+  if (!this->TakesBlocks(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
+  return SolveDense(matA, matB, matP, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
+}
+
+template <typename Scalar>
+VesReturnCode PPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                       const VesMatrixBase& matP, Block& vecQ, Block& vecW) const {
+  const int givenOrthoIter = maxOrthoIter, givenInnerIter = maxOrthoInnerIter;
+  InitParameters(vecQ, vecW, matB);
+  AllocateWorkspace();
+  InitWorkspace(vecQ, vecW);
+  OrthogonalizeInitialGuess(matA, matB);
+  Iterate(matA, matB, matP);
+  RestartUnlessSound(matA, matB);
+  PostProcess(vecQ, vecW);
+  FreeWorkspace();
+  maxOrthoIter = givenOrthoIter; // a restart raises them for the rest of its run
+  maxOrthoInnerIter = givenInnerIter;
+  return VES_GOOD;
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                           const VesMatrixBase& matP) const {
+  for (iter = 0; iter < maxIter; ++iter) {
+    if (nR < 1) return;
+    if (IsRotationDue()) RestartUnlessSound(matA, matB);
+    RayleighRitzRotation();
+    if (info != 0) return; // X and its images are still those of the last iteration
+    ComputeResiduals();
+    CheckConvergence(matA, matB);
+    CheckLocking();
+    PreconditionedResiduals(matP);
+    PartitionBlocks();
+    OrthogonalizeConjugateDirections(matB);
+    SoftLocking();
+    OrthogonalizeResiduals(matB);
+    AssembleActiveResiduals(matA);
+    ComputeRayleighRitzMatrix();
+    SubspacesDiagonalization();
+    if (info != 0) return;
+    UpdateEigenVectors();
+    OrthogonalizeEigenVectors(matA, matB);
+  }
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::OrthogonalizeInitialGuess(const VesMatrixBase& matA,
+                                             const VesMatrixBase& matB) const {
+  nBands = nX = nR = this->OrthonormalizeGuess(workZ, ImageBZ(), matB);
+  Block vecX = Columns(workZ, 0, nBands), vecAX = Columns(workAZ, 0, nBands);
+  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
+}
+
+/// M = X^H A X; in every rrPeriod-th iteration X is rotated to its eigenvectors.
+template <typename Scalar>
+void PPCG<Scalar>::RayleighRitzRotation() const {
+  const Block vecX = Active(workZ), vecAX = Active(workAZ);
+  workM.SetDims(nX, nX, nX);
+  workD.SetDims(nX, 1, nX);
+  VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
+  isRotated = false;
+  if (IsRotationDue()) {
+    RotateActive();
+  } else {
+    VES_ASSERT_GOOD(workD.GetDiag(workM));
+    info = LeadingFiniteOrder(workM, 'U', nX) < nX ? 1 : 0; // as the eigensolver would say
+  }
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::RotateActive() const {
+  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, info));
+  if (info != 0) return;
+  isRotated = true;
+  const auto rotate = [&](const Block& basis) {
+    Block vec = Active(basis);
+    workX.SetDims(nPW, nX, ldQ);
+    VES_ASSERT_GOOD(workX.Gemm(vec, workM));
+    VES_ASSERT_GOOD(vec.CopyData(workX));
+  };
+  rotate(workZ);
+  rotate(workAZ);
+  if (isGeneralized) rotate(workBZ);
+}
+
+/// R = AX - BX diag(D) after a rotation, R = AX - BX M otherwise.
+template <typename Scalar>
+void PPCG<Scalar>::ComputeResiduals() const {
+  const Block vecAX = Active(workAZ), vecBX = Active(ImageBZ());
+  workR.SetDims(nPW, nX, ldQ);
+  if (isRotated) {
+    workR.ScaleAdd(vecAX, vecBX, workD, -1);
+  } else {
+    VES_ASSERT_GOOD(workR.CopyData(vecAX));
+    VES_ASSERT_GOOD(
+        workR.Gemm(vecBX, workM, 'N', 'N', MathConstants<int>::NEG_ONE, MathConstants<int>::ONE));
+  }
+  nR = nX;
+}
+
+/// Only Ritz pairs of an orthonormal block end the run: where the columns of an iteration without
+/// rotation all pass, they are rotated and tested again, and a block that lost its orthonormality
+/// is restarted instead.
+template <typename Scalar>
+void PPCG<Scalar>::CheckConvergence(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
+  RunConvergeDetector();
+  if (nConvActive == nX && !isRotated) {
+    RotateActive();
+    if (info != 0) return;
+    ComputeResiduals();
+    RunConvergeDetector();
+  }
+  if (nConvActive == nX && RestartUnlessSound(matA, matB)) nConvActive = 0;
+  nConv = nDeflated + nConvActive;
+  if (nConvActive == nX) nX = nP = nR = 0;
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::RunConvergeDetector() const {
+  int dummy = 0;
+  const Block vecD = Estimates();
+  idxsConv.SetDims(nX, 1, nX);
+  VES_ASSERT_GOOD(
+      this->ConvergeDetector->Run(workR, workD, vecD, threshold, idxsConv, dummy, nConvActive));
+}
+
+/// Locks for good only after a rotation, when the leading columns are the lowest Ritz pairs.
+template <typename Scalar>
+void PPCG<Scalar>::CheckLocking() const {
+  if (nX == 0) return;
+  int dummy = 0;
+  Block vecD = Estimates();
+  idxsLock.SetDims(nX, 1, nX);
+  VES_ASSERT_GOOD(
+      this->LockDetector->Run(workR, workD, vecD, threshold * mu, idxsLock, dummy, nLocked));
+  flagShift = isRotated ? nLocked : 0;
+  if (isRotated) {
+    nX -= nLocked;
+    nR = nX;
+    nDeflated += nLocked;
+  }
+  VES_ASSERT_GOOD(vecD.CopyData(workD));
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::PreconditionedResiduals(const VesMatrixBase& matP) const {
+  if (nR == 0) return;
+  Block vecR = Columns(workZ, 2 * nBands, nR);
+  const Block vecTmpR = Columns(workR, workR.nCols - nR, nR);
+  if (matP.IsPresent())
+    VES_ASSERT_GOOD(matP.Apply(vecTmpR, vecR));
+  else
+    VES_ASSERT_GOOD(vecR.CopyData(vecTmpR));
+}
+
+/// P against all X, then each P_j in itself; further passes bring P_j against X_j again.
+template <typename Scalar>
+void PPCG<Scalar>::OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const {
+  if (nP == 0) return;
+  const Block vecX = Columns(workZ, 0, nBands), vecAX = Columns(workAZ, 0, nBands),
+              vecBX = Columns(ImageBZ(), 0, nBands);
+  Block vecP = Columns(workZ, nBands, nP), vecAP = Columns(workAZ, nBands, nP),
+        vecBP = Columns(ImageBZ(), nBands, nP);
+  VES_ASSERT_GOOD(this->OrthoProjector->Run(vecX, vecBX, vecAX, vecP, vecBP, vecAP, matB, true,
+                                            maxOrthoInnerIter, orthoInnerTol));
+
+  Block vecZ = Columns(workZ, 0, 3 * nBands), vecAZ = Columns(workAZ, 0, 3 * nBands),
+        vecBZ = Columns(ImageBZ(), 0, 3 * nBands);
+  std::vector<double> orthoErrors(nPs.size(), 0.0);
+  std::vector<int> nPsTmp;
+  bool isFirst = true;
+  RepeatPasses(
+      maxOrthoIter, orthoTol,
+      [&] {
+        if (!isFirst)
+          VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecAZ, vecZ, vecBZ, vecAZ,
+                                                         dispX, nXs, dispP, nPs, matB, true,
+                                                         maxOrthoInnerIter, orthoInnerTol));
+        isFirst = false;
+        nPsTmp = nPs;
+        VES_ASSERT_GOOD(this->Orthogonalizer->RunBatch(vecZ, vecBZ, vecAZ, dispP, nPsTmp, matB,
+                                                       true, maxOrthoInnerIter, orthoInnerTol));
+        return VES_GOOD;
+      },
+      [&] {
+        VES_ASSERT_GOOD(vecBZ.CheckBatchOrthogonality(vecZ, dispX, nXs, dispP, nPsTmp, orthoErrors,
+                                                      false, true));
+        return LargestError(orthoErrors, nXs);
+      });
+  nPs = nPsTmp;
+}
+
+/// Gathers the residuals that are still to be iterated at the front of each sub-block. Flags stand
+/// at the row of the column they were made for: those of columns locked since come first. The
+/// B-images are formed afterwards.
+template <typename Scalar>
+void PPCG<Scalar>::SoftLocking() const {
+  if (nR == 0 || softLockingType < 1) return;
+  const Block& flags = softLockingType == 1 ? idxsLock : idxsConv;
+  for (std::size_t j = 0; j < nRs.size(); ++j) {
+    const Block idxsBatch(flags, flagShift + static_cast<int>(j) * runBatch, 0, nRs[j], 1);
+    Block vecR = Columns(workZ, dispR[j], nRs[j]);
+    VES_ASSERT_GOOD(vecR.PermuteCols(idxsBatch, 1, nActive));
+    nRs[j] = nActive;
+  }
+}
+
+/// R against all X, then each R_j against P_j and in itself; further passes bring R_j against X_j
+/// again.
+template <typename Scalar>
+void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB) const {
+  if (nR == 0) return;
+  const Block vecX = Columns(workZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
+  Block vecR = Columns(workZ, 2 * nBands, nR), vecBR = Columns(ImageBZ(), 2 * nBands, nR);
+  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
+  VES_ASSERT_GOOD(this->OrthoProjector->Run(vecX, vecBX, vecR, vecBR, matB, true, maxOrthoInnerIter,
+                                            orthoInnerTol));
+  // More directions than X and P_j leave room for would be made of rounding errors.
+  for (std::size_t j = 0; j < nRs.size(); ++j)
+    nRs[j] = static_cast<int>(std::clamp<long long>(this->nRowsTotal - nBands - nPs[j], 0, nRs[j]));
+
+  Block vecZ = Columns(workZ, 0, 3 * nBands), vecBZ = Columns(ImageBZ(), 0, 3 * nBands);
+  std::vector<double> orthoErrors(nRs.size(), 0.0);
+  std::vector<int> nRsTmp;
+  bool isFirst = true;
+  RepeatPasses(
+      maxOrthoIter, orthoTol,
+      [&] {
+        if (!isFirst)
+          VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecZ, vecBZ, dispX, nXs,
+                                                         dispR, nRs, matB, true, maxOrthoInnerIter,
+                                                         orthoInnerTol));
+        isFirst = false;
+        VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecZ, vecBZ, dispP, nPs, dispR,
+                                                       nRs, matB, true, maxOrthoInnerIter,
+                                                       orthoInnerTol));
+        nRsTmp = nRs;
+        VES_ASSERT_GOOD(this->Orthogonalizer->RunBatch(vecZ, vecBZ, dispR, nRsTmp, matB, true,
+                                                       maxOrthoInnerIter, orthoInnerTol));
+        return VES_GOOD;
+      },
+      [&] {
+        VES_ASSERT_GOOD(vecBZ.CheckBatchOrthogonality(vecZ, dispX, nXs, dispR, nRsTmp, orthoErrors,
+                                                      false, true));
+        const double errorX = LargestError(orthoErrors, nXs);
+        VES_ASSERT_GOOD(vecBZ.CheckBatchOrthogonality(vecZ, dispP, nPs, dispR, nRsTmp, orthoErrors,
+                                                      false, true));
+        return std::max(errorX, LargestError(orthoErrors, nPs));
+      });
+  nRs = nRsTmp;
+}
+
+/// Packs the residuals of all sub-blocks without gaps and applies A to them.
+template <typename Scalar>
+void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
+  if (nR == 0) return;
+  const auto move = [&](const Block& basis, Block& scratch, int from, int to, int count) {
+    Block vecTmp = Columns(scratch, 0, count), vecY = Columns(basis, to, count);
+    VES_ASSERT_GOOD(vecTmp.CopyData(Columns(basis, from, count)));
+    VES_ASSERT_GOOD(vecY.CopyData(vecTmp));
+  };
+  int disp = 2 * nBands;
+  for (std::size_t j = 0; j < nRs.size(); ++j) {
+    nVs[j] = nXs[j] + nPs[j] + nRs[j];
+    if (dispR[j] != disp) {
+      move(workZ, workT, dispR[j], disp, nRs[j]);
+      if (isGeneralized) move(workBZ, workBT, dispR[j], disp, nRs[j]);
+      dispR[j] = disp;
+    }
+    disp += nRs[j];
+  }
+  nR = SumOf(nRs);
+  const Block vecR = Columns(workZ, 2 * nBands, nR);
+  Block vecAR = Columns(workAZ, 2 * nBands, nR);
+  VES_ASSERT_GOOD(matA.Apply(vecR, vecAR));
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::GatherSubspace(const Block& block, std::size_t j) const {
+  const auto place = [&](int to, int from, int count) {
+    Block part = Columns(workT, to, count);
+    VES_ASSERT_GOOD(part.CopyData(Columns(block, from, count)));
+  };
+  place(0, dispX[j], nXs[j]);
+  place(nXs[j], dispP[j], nPs[j]);
+  place(nXs[j] + nPs[j], dispR[j], nRs[j]);
+}
+
+/// Upper block triangles of G_j = [X_j P_j R_j]^H A [X_j P_j R_j], summed in one reduction for all.
+/// Each basis is B-orthonormal, so the small problems are standard.
+template <typename Scalar>
+void PPCG<Scalar>::ComputeRayleighRitzMatrix() const {
+  nVmax = nVs.empty() ? 0 : *std::max_element(nVs.begin(), nVs.end());
+  workG.SetDims(nVmax, nVmax * nBlocks, nVmax);
+  VES_ASSERT_GOOD(workG.Set2Zero());
+  for (std::size_t j = 0; j < nVs.size(); ++j) {
+    GatherSubspace(workZ, j);
+    const Block tile = Tile(j);
+    const auto product = [&](int first, int count, int dispA) {
+      Block part(tile, 0, first, first + count, count);
+      const Block images = Columns(workAZ, dispA, count);
+      VES_ASSERT_GOOD(part.InnerProduct(Columns(workT, 0, first + count), images, false));
+    };
+    product(0, nXs[j], dispX[j]);
+    product(nXs[j], nPs[j], dispP[j]);
+    product(nXs[j] + nPs[j], nRs[j], dispR[j]);
+  }
+  workG.AllReduce(MPI_SUM, workG.comm);
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::SubspacesDiagonalization() const {
+  for (std::size_t j = 0; j < nVs.size(); ++j) {
+    Block vecG = Tile(j);
+    workD.SetDims(nVs[j], 1, nVs[j]);
+    VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(vecG, workD, info));
+    if (info != 0) return;
+  }
+}
+
+/// X_j := [X_j P_j R_j] C_X and P_j := [P_j R_j] C_PR, where C_X are the lowest eigenvectors of the
+/// tile and C_PR their rows of P and R; likewise the images.
+template <typename Scalar>
+void PPCG<Scalar>::UpdateEigenVectors() const {
+  for (std::size_t j = 0; j < nVs.size(); ++j) {
+    const int nRest = nVs[j] - nXs[j];
+    const Block tile = Tile(j);
+    const Block vecCX(tile, 0, 0, nVs[j], nXs[j]);
+    Block vecCP;
+    this->ShapeSmall(vecCP, nRest, nXs[j]);
+    VES_ASSERT_GOOD(vecCP.AllocateMem());
+    GatherDirections(Block(tile, nXs[j], 0, nRest, nXs[j]), vecCP);
+    const auto update = [&](const Block& basis) {
+      GatherSubspace(basis, j);
+      Block vecX = Columns(basis, dispX[j], nXs[j]), vecP = Columns(basis, dispP[j], nXs[j]);
+      VES_ASSERT_GOOD(vecX.Gemm(Columns(workT, 0, nVs[j]), vecCX, 'N', 'N', 1, 0));
+      VES_ASSERT_GOOD(vecP.Gemm(Columns(workT, nXs[j], nRest), vecCP, 'N', 'N', 1, 0));
+    };
+    update(workZ);
+    update(workAZ);
+    if (isGeneralized) update(workBZ);
+  }
+  nP = SumOf(nXs);
+}
+
+/// Orthonormalizes the coefficients of new directions (Gram-Schmidt, each vector twice), so that
+/// small steps do not pass for dependent ones, nor dependent ones for directions: those of columns
+/// without a residual of their own lie in the span of the others. What is no more than a rounding
+/// error becomes zero behind the rest, since its images are wrong by as much.
+template <typename Scalar>
+void PPCG<Scalar>::GatherDirections(const Block& from, Block& to) const {
+  using Real = RealType<Scalar>;
+  const Real smallest = 4000 * std::numeric_limits<Real>::epsilon();
+  const int n = from.nRows, one = MathConstants<int>::ONE;
+  VES_ASSERT_GOOD(to.Set2Zero());
+  for (int j = 0, kept = 0; j < from.nCols && kept < n; ++j) {
+    Scalar* const v = &to(0, kept);
+    MathKernel<Scalar>::Copy(&n, &from(0, j), &one, v, &one);
+    for (int i = 0; i < 2 * kept; ++i) {
+      const Scalar* const q = &to(0, i % kept);
+      const Scalar overlap = MathKernel<Scalar>::Dot(&n, q, &one, v, &one);
+      for (int r = 0; r < n; ++r)
+        v[r] -= overlap * q[r];
+    }
+    const Real norm = std::sqrt(std::real(MathKernel<Scalar>::Dot(&n, v, &one, v, &one)));
+    const bool isDirection = norm > smallest;
+    const Scalar factor = isDirection ? Scalar(1 / norm) : MathConstants<Scalar>::ZERO;
+    MathKernel<Scalar>::Scal(&n, &factor, v, &one);
+    kept += isDirection ? 1 : 0;
+  }
+}
+
+/// The sub-blocks were updated on their own: X is B-orthonormalized as a whole, with its images.
+/// Where a basis [X_j P_j R_j] was not B-orthonormal, vectors have lost their unit norm, and to
+/// stretch them would spoil their images.
+template <typename Scalar>
+void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
+                                             const VesMatrixBase& matB) const {
+  if (nX == 0) return;
+  Block vecX = Active(workZ), vecAX = Active(workAZ), vecBX = Active(ImageBZ());
+  if (this->selfCheck && this->UnitNormError(vecX, vecBX) > this->unitNormLimit)
+    return Restart(matA, matB);
+  int colRank = 0;
+  const VesReturnCode code = VES_ASSERT_GOOD_OR(
+      VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(vecX, vecBX, vecAX, matB, colRank, true,
+                                                      maxOrthoInnerIter, orthoInnerTol));
+  if (code != VES_GOOD || colRank < nX) Restart(matA, matB);
+}
+
+/// One pass over nearly dependent sub-blocks leaves X short of orthonormal, and all that follows
+/// takes it for orthonormal.
+template <typename Scalar>
+bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
+  if (!this->selfCheck) return false;
+  double orthoError = 0.0;
+  const Block vecX = Columns(workZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
+  VES_ASSERT_GOOD(vecX.CheckOrthogonality(vecBX, orthoError, true, true));
+  if (orthoError <= 4.0 * orthoTol) return false;
+  Restart(matA, matB);
+  return true;
+}
+
+/// Orthonormalizes the active X with all care, completes it where it has lost rank, makes its
+/// images afresh and drops the old directions; the rest of the run makes more passes.
+template <typename Scalar>
+void PPCG<Scalar>::Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
+  constexpr int carefulPasses = 3;
+  maxOrthoIter = std::max(maxOrthoIter, carefulPasses);
+  maxOrthoInnerIter = std::max(maxOrthoInnerIter, carefulPasses);
+  nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated);
+  nP = 0;
+  this->NarrowBands(workW, nDeflated + nX);
+  Block vecX = Active(workZ), vecAX = Active(workAZ);
+  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
+  ++nRestarts;
+}
+
+VES_INSTANTIATE(PPCG);
+
+} // namespace Ves

@@ -1,0 +1,132 @@
+#include "ppcg.h"
+
+#include <algorithm>
+
+namespace Ves {
+
+template <typename Scalar>
+void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
+                                  const VesMatrixBase& matB) const {
+  this->ReadProblem(vecQ, matB);
+  nBatch = std::max(std::min(nBands, nBatch), 1);
+  runBatch = nBatch; // partitions shrink this one: the stored width must survive the run
+  iter = 0;
+  nX = nR = nBands;
+  nP = nDeflated = nConvActive = nLocked = flagShift = nRestarts = 0;
+  nConv = 0;
+  nBlocks = (nBands + nBatch - 1) / nBatch;
+  isRotated = false;
+  VES_ASSERT_GOOD(this->SetLockDetector(VES_RESIDUALS));
+  VES_ASSERT_GOOD(this->SetRankRevealer(VES_SVD_QR));
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::AllocateWorkspace() const {
+  const int nT = 3 * nBatch;
+  this->ShapeTall(workZ, 3 * nBands);
+  VES_ASSERT_GOOD(workZ.AllocateMem());
+  this->ShapeTall(workAZ, 3 * nBands);
+  VES_ASSERT_GOOD(workAZ.AllocateMem());
+  this->ShapeSmall(workW, nBands, 1);
+  VES_ASSERT_GOOD(workW.AllocateMem());
+  this->ShapeTall(workX, nBands);
+  VES_ASSERT_GOOD(workX.AllocateMem());
+  this->ShapeTall(workR, nBands);
+  VES_ASSERT_GOOD(workR.AllocateMem());
+  this->ShapeSmall(workM, nBands, nBands);
+  VES_ASSERT_GOOD(workM.AllocateMem());
+  this->ShapeTall(workT, nT);
+  VES_ASSERT_GOOD(workT.AllocateMem());
+  this->ShapeSmall(workG, nT, nT * nBlocks);
+  VES_ASSERT_GOOD(workG.AllocateMem());
+  this->ShapeSmall(workD, std::max(nBands, nT), 1);
+  VES_ASSERT_GOOD(workD.AllocateMem());
+  this->ShapeSmall(idxsConv, nBands, 1);
+  VES_ASSERT_GOOD(idxsConv.AllocateMem());
+  this->ShapeSmall(idxsLock, nBands, 1);
+  VES_ASSERT_GOOD(idxsLock.AllocateMem());
+  if (!isGeneralized) return;
+  this->ShapeTall(workBT, nT);
+  VES_ASSERT_GOOD(workBT.AllocateMem());
+  this->ShapeTall(workBZ, 3 * nBands);
+  VES_ASSERT_GOOD(workBZ.AllocateMem());
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::InitWorkspace(const Block& vecQ, const Block&) const {
+  Block vecX = Columns(workZ, 0, nBands);
+  VES_ASSERT_GOOD(vecX.CopyData(vecQ));
+  VES_ASSERT_GOOD(workW.Set2Val(MathConstants<Scalar>::INFTY));
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::PartitionBlocks() const {
+  const int n = nX;
+  runBatch = std::min(runBatch, n);
+  nBlocks = n < 1 ? 0 : (n - 1) / runBatch + 1;
+  for (std::vector<int>* const list : {&nXs, &nPs, &nRs, &nVs, &dispX, &dispP, &dispR})
+    list->assign(static_cast<std::size_t>(nBlocks), 0);
+  for (int j = 0; j < nBlocks; ++j) {
+    const auto at = static_cast<std::size_t>(j);
+    const int first = j * runBatch, width = std::min(n - first, runBatch);
+    nXs[at] = nRs[at] = width;
+    nPs[at] = nP > 0 ? width : 0;
+    dispX[at] = nDeflated + first;
+    dispP[at] = nBands + first;
+    dispR[at] = 2 * nBands + first;
+  }
+}
+
+/// Rayleigh-Ritz over the whole block, locked vectors included. Where the guess had no full rank,
+/// nBands was narrowed, and zero vectors with infinite values stand for what is missing.
+template <typename Scalar>
+void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
+  const Block vecX = Columns(workZ, 0, nBands), vecAX = Columns(workAZ, 0, nBands);
+  Block vecOut = Columns(vecQ, 0, nBands), vecValues(vecW, 0, 0, nBands, 1);
+  workM.SetDims(nBands, nBands, nBands);
+  workD.SetDims(nBands, 1, nBands);
+  VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
+  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, info));
+  VES_ASSERT_GOOD(vecQ.Set2Zero());
+  VES_ASSERT_GOOD(vecW.Set2Val(MathConstants<Scalar>::INFTY));
+  if (info == 0) {
+    VES_ASSERT_GOOD(vecOut.Gemm(vecX, workM, 'N', 'N', 1, 0));
+    VES_ASSERT_GOOD(vecValues.CopyData(workD));
+    RecountConverged(workM);
+  } else { // the last pairs there are
+    const Block estimates(workW, 0, 0, nBands, 1);
+    VES_ASSERT_GOOD(vecOut.CopyData(vecX));
+    VES_ASSERT_GOOD(vecValues.CopyData(estimates));
+  }
+}
+
+/// The values of the last step are in order, those of the checks before it need not have been: a
+/// pair counts only if all before it pass the test on their final residuals A x - lambda B x, too.
+template <typename Scalar>
+void PPCG<Scalar>::RecountConverged(const Block& coefficients) const {
+  if (nConv < 1 || this->convergeDetectorType == VES_EIGENVALUES) return;
+  const auto rotate = [&](const Block& basis, Block& rotated) {
+    rotated.SetDims(nPW, nBands, ldQ);
+    VES_ASSERT_GOOD(rotated.Gemm(Columns(basis, 0, nBands), coefficients));
+  };
+  rotate(workAZ, workR);
+  rotate(ImageBZ(), workX);
+  VES_ASSERT_GOOD(workR.ScaleAdd(workR, workX, workD, -1));
+  int dummy = 0, nLeading = 0;
+  const Block estimates(workW, 0, 0, nBands, 1);
+  idxsConv.SetDims(nBands, 1, nBands);
+  VES_ASSERT_GOOD(
+      this->ConvergeDetector->Run(workR, workD, estimates, threshold, idxsConv, dummy, nLeading));
+  nConv = std::min(nConv, nLeading);
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::FreeWorkspace() const {
+  for (Block* const block : {&workZ, &workAZ, &workW, &workX, &workR, &workM, &workT, &workG,
+                             &workD, &idxsConv, &idxsLock, &workBT, &workBZ})
+    VES_ASSERT_GOOD(block->FreeMem());
+}
+
+VES_INSTANTIATE(PPCG);
+
+} // namespace Ves
