@@ -160,6 +160,8 @@ Bands SolveBands(const Crystal& crystal, const Vec3& k, double cutoff, int bands
   Check(VesSolverSetMaxIter(solver.get(), options.maxIterations), "VesSolverSetMaxIter");
   Check(VesRunSolver(solver.get(), a.get(), nullptr, t.get(), x.Get(), energies.Get()),
         "VesRunSolver");
+  levels.columns = hamiltonian.AppliedColumns();
+  MPI_Allreduce(MPI_IN_PLACE, &levels.columns, 1, MPI_LONG, MPI_MAX, comm);
   Check(VesGetSolverIter(solver.get(), &levels.iterations), "VesGetSolverIter");
   Check(VesGetSolverConv(solver.get(), &levels.converged), "VesGetSolverConv");
   levels.converged = std::min(levels.converged, bands);

@@ -49,6 +49,7 @@ void Hamiltonian::SetPotential(const Crystal& crystal, const PlaneWaves& basis) 
 
 void Hamiltonian::Apply(const Complex* x, Complex* y, int nCols, int ld) {
   if (!fft_) return;
+  appliedColumns_ += nCols;
   for (int first = 0; first < nCols; first += batchWidth) {
     const std::ptrdiff_t offset = std::ptrdiff_t(first) * ld;
     ApplyBatch(x + offset, y + offset, std::min(batchWidth, nCols - first), ld);

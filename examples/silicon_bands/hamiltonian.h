@@ -25,6 +25,9 @@ public:
   /// constant over the few Ry around the levels looked for.
   void Precondition(const Complex* x, Complex* y, int nCols, int ld) const;
 
+  /// Columns that H was applied to on this process.
+  long AppliedColumns() const { return appliedColumns_; }
+
 private:
   void SetPotential(const Crystal& crystal, const PlaneWaves& basis);
   void ApplyBatch(const Complex* x, Complex* y, int nCols, int ld);
@@ -33,7 +36,8 @@ private:
   std::unique_ptr<SlabFft> fft_;
   std::vector<double> kinetic_;          ///< per local row, Ry
   std::vector<std::ptrdiff_t> position_; ///< per local row, its place on the local FFT grid
-  std::vector<double> potential_;        ///< V(r) / (number of grid points) on local points
+  long appliedColumns_ = 0;
+  std::vector<double> potential_; ///< V(r) / (number of grid points) on local points
 };
 
 } // namespace silicon

@@ -57,10 +57,10 @@ bool RunSupercell(const Options& options, std::ostream& out) {
       SolveBands(crystal, {}, options.cutoff, options.bands, options.solver, nullptr, comm).levels;
   const double seconds = MPI_Wtime() - start;
   const double deviation = LargestDeviation(levels.energies, folded.data(), folded.size());
-  out << std::setprecision(3) << levels.iterations << " iterations, " << levels.converged << '/'
-      << levels.Count() << " bands converged, largest residual " << levels.LargestResidual()
-      << " Ry, " << seconds << " s\nLargest deviation from the folded bands: " << deviation
-      << " Ry.\n";
+  out << std::setprecision(3) << levels.iterations << " iterations, H applied to " << levels.columns
+      << " columns, " << levels.converged << '/' << levels.Count()
+      << " bands converged, largest residual " << levels.LargestResidual() << " Ry, " << seconds
+      << " s\nLargest deviation from the folded bands: " << deviation << " Ry.\n";
   directory.Write("supercell.csv",
                   [&](std::ostream& file) { WriteSupercellCsv(file, levels, folded); });
   return levels.Accepted(threshold) && deviation <= 2.0 * EnergyTolerance(options.bands, threshold);

@@ -118,19 +118,20 @@ TYPED_TEST(ProductsTest, EigResidualAndItsUndoing) {
   R.Expect(9.0, [&](int i, int j) { return Wide(X(i, j)) * 2.0; });
 }
 
-/// Y has a one in every fourth row, X a constant in each column: each entry of Y^H X is four times
-/// that constant, and max_j ||(Y^H X - I) e_j|| / sqrt(nY) is known.
+/// Y has a number of modulus 1 in every fourth row, X a constant in each column, so that the
+/// entries of Y^H X and max_j ||(Y^H X - I) e_j|| / sqrt(nY) are known.
 TYPED_TEST(ProductsTest, OrthogonalityOfBlocksAndGroups) {
   Block<TypeParam> Y(this->rows, 4), X(this->rows, 8), none(this->rows, 0);
+  const auto turn = Number<TypeParam>(Ves::isComplex<TypeParam> ? 0.0 : -1.0, 1.0);
   for (int i = 0; i < this->rows.local; ++i)
     for (int j = 0; j < 8; ++j) {
       X(i, j) = HashedNumber<TypeParam>(0, j);
-      if (j < 4) Y(i, j) = TypeParam((this->rows.first + i) % 4 == j ? 1 : 0);
+      if (j < 4) Y(i, j) = (this->rows.first + i) % 4 == j ? turn : TypeParam(0);
     }
-  const auto expected = [](int nY, int firstX, int nX, double diagonal) {
+  const auto expected = [turn](int nY, int firstX, int nX, double diagonal) {
     double worst = 0.0;
     for (int j = 0; j < nX; ++j) {
-      const Wide g = 4.0 * Wide(HashedNumber<TypeParam>(0, firstX + j));
+      const Wide g = 4.0 * Wide(Conj(turn) * HashedNumber<TypeParam>(0, firstX + j));
       const double rest = j < nY ? std::norm(g - diagonal) - std::norm(g) : 0.0;
       worst = std::max(worst, nY * std::norm(g) + rest);
     }
