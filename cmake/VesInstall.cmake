@@ -19,5 +19,8 @@ install(FILES
   cmake/FindSCALAPACK.cmake
   DESTINATION ${package_dir})
 
+# The prefix may be chosen at installation, so ves.pc finds it from its own place.
+file(RELATIVE_PATH ves_prefix_from_pc
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/ves.pc.in ves.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ves.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

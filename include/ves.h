@@ -9,7 +9,11 @@
 /// - Every function returns a VesReturnCode unless it says otherwise; codes are listed in the
 ///   order in which the checks are made. A refused call changes nothing.
 /// - "Collective" means that every process of the block's first communicator makes the call, in
-///   the same order. All other functions are local.
+///   the same order. All other functions are local, but for what a solver releases: destroying it,
+///   and replacing its dense eigensolver or orthogonalizer, frees a communicator of its own.
+/// - Every block of a handle holds its scalar type, columns of values and norms too: the k values
+/// of
+///   a complex problem are k complex numbers.
 /// - A handle belongs to the caller from ...Create to ...Destroy. MPI must be initialised before
 ///   the first call; handles may be destroyed after MPI_Finalize.
 #ifndef VES_H
@@ -132,7 +136,7 @@ VES_EXPORT VesReturnCode VesMatrixCreate(VesMatrix* out, VesScalarType scalarTyp
 VES_EXPORT VesReturnCode VesMatrixSetDim(VesMatrix matrix, int nRows, int nCols) VES_NOEXCEPT;
 
 /// Installs the multiplication routine and the pointer that it is called with. Both stay the
-/// caller's. An operator without a routine leaves its output block as it is.
+/// caller's. A run refuses an operator without a routine.
 /// \return -7 matrix is null; -6 not a shell operator; -4 unknown scalar type; 0
 VES_EXPORT VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
                                                  VesShellMatVec matVec) VES_NOEXCEPT;
@@ -172,20 +176,25 @@ VES_EXPORT void* VesVectorDenseGetValues(VesVector vector) VES_NOEXCEPT;
 
 /// Creates a block of the same shape and communicators as src. With allocate it gets storage of
 /// its own, uninitialised; with allocate and copy it gets the values of src. Without allocate
-/// copy is ignored. On failure after the creation the new handle is the caller's to destroy.
-/// \return -7 src or out is null; -5, -4 as VesVectorCreate; -1 the storage cannot be had
-///         (beyond 32 bits or out of memory); 0
+/// copy is ignored. A leading dimension below the rows, of a shape that never got storage, is
+/// raised to them. On failure after the creation the new handle is the caller's to destroy. \return
+/// -7 src or out is null; -5, -4 as VesVectorCreate; -7 src is without values to copy; -1 the
+///         storage cannot be had (beyond 32 bits or out of memory); 0
 VES_EXPORT VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool allocate,
                                             bool copy) VES_NOEXCEPT;
 
 /// Euclidean norm of each column of the distributed block x (n x k) into norms (k x 1).
-/// Collective over the communicator of norms.
-/// \return -7 x or norms is null; -6 norms is not k x 1; -4 x is of another scalar type; 0
+/// Collective over the communicator of norms, where the verdicts after the first are agreed on.
+/// \return -7 x or norms is null; -7 x or norms is without storage; -6 norms is not k x 1; -4 x is
+/// of
+///         another scalar type; -1 ld of norms below its rows; 0
 VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEPT;
 
 /// Residuals R = A X - B X diag(D) of k pairs: X and R n x k, D k x 1. B may be null.
 /// Collective as far as the routines of A and B are.
-/// \return -1 A, X, D or R is null; -6 shapes disagree; 0
+/// \return -1 A, X, D or R is null; -5 scalar types differ; -7 a block without storage or an
+/// operator
+///         without a routine; -1 a block beyond 32 bits; -6 shapes disagree; 0
 VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                         VesVector R) VES_NOEXCEPT;
 
@@ -269,18 +278,18 @@ VES_EXPORT VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) VES_NOEX
 
 /// Computes the k lowest eigenpairs. X (n x k, rows distributed) holds the initial guess on entry
 /// and the eigenvectors on return, D (k x 1, on every process) receives the eigenvalues in
-/// ascending order. B and the preconditioner T may be null; B is used only in the generalized
-/// problem. Not converging is not an error: compare VesGetSolverConv with k. When the guess,
-/// completed with random columns, spans fewer than k directions, the pairs beyond its rank are
-/// zero vectors with the value +infinity.
+/// ascending order, but for rounding errors among close ones. B and the preconditioner T may be
+/// null; B is used only in the generalized problem. Not converging is not an error: compare
+/// VesGetSolverConv with k. When the guess, completed with random columns, spans fewer than k
+/// directions, the pairs beyond its rank are zero vectors with the value +infinity.
 ///
-/// Collective over the first communicator of X. The last three verdicts are agreed on there: all
-/// processes return the same code.
-/// \return -1 solver, A, X or D is null; -5 scalar types differ; -5 the columns of X differ from
+/// Collective over both communicators of X. All verdicts after the first are agreed on over the
+/// first communicator: all processes return the same code. \return -1 solver, A, X or D is null; -5
+/// scalar types differ; -5 the columns of X differ from
 ///         the rows of D, or D has not one column; -4 X or D is no dense block; -7 X (where it has
-///         rows) or D is without storage; -5 the communicators of X and D differ, or processes
-///         disagree on k; -1 ld below the rows of X or D, or a workspace of 3 k columns beyond
-///         32 bits; 0
+///         rows) or D is without storage, or an operator that is used has no routine; -5 the
+///         communicators of X and D differ, or processes disagree on k; -1 ld below the rows of X
+///         or D, more than 10922 pairs, or a workspace of 3 k columns beyond 32 bits; 0
 VES_EXPORT VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix T,
                                       VesVector X, VesVector D) VES_NOEXCEPT;
 

@@ -17,15 +17,13 @@ int LeadingFiniteOrder(const VectorDense<Scalar>& vecM, char uplo, int order) {
   return order;
 }
 
-/// Sets the columns of a block that hold a non-finite local entry to zero, and their images with
-/// them: what Normalize leaves of a zero column, which a rank test then drops.
+/// Sets what Normalize leaves of a zero column, NaN in every entry, back to zero, and the image
+/// with it, so that a rank test drops the column. The first entry tells.
 template <typename Scalar>
-void ZeroNonFiniteColumns(VectorDense<Scalar>& vecX, VectorDense<Scalar>& vecBX) {
-  for (int j = 0; j < vecX.nCols; ++j) {
-    bool finite = true;
-    for (int i = 0; i < vecX.nRows && finite; ++i)
-      finite = IsFinite(vecX(i, j)) && IsFinite(vecBX(i, j));
-    for (int i = 0; i < vecX.nRows && !finite; ++i)
+void RestoreZeroColumns(VectorDense<Scalar>& vecX, VectorDense<Scalar>& vecBX) {
+  for (int j = 0; j < vecX.nCols && vecX.nRows > 0; ++j) {
+    if (IsFinite(vecX(0, j)) && IsFinite(vecBX(0, j))) continue;
+    for (int i = 0; i < vecX.nRows; ++i)
       vecX(i, j) = vecBX(i, j) = MathConstants<Scalar>::ZERO;
   }
 }

@@ -16,8 +16,8 @@
 struct VES_EXPORT VesSolverBase {
   VesScalarType scalarType = VES_DOUBLE;
   VesProblemType problemType = VES_PROBLEM_STANDARD;
-  VesSolverType solverType = VES_LOBPCG;
-  int reserved = 1; ///< not read
+  int reserved0 = 0; ///< not read
+  int reserved1 = 1; ///< not read
   double threshold = 1e-6;
   int maxIter = 100;
   mutable int maxOrthoIter = 1;      ///< outer limit of orthogonalization passes of the solvers
@@ -35,12 +35,13 @@ struct VES_EXPORT VesSolverBase {
   mutable std::unique_ptr<Ves::VesOrthogonalizer> Orthogonalizer;
   mutable std::unique_ptr<Ves::VesOrthoProjector> OrthoProjector;
   mutable std::unique_ptr<Ves::VesOrthogonalizer> RankRevealer;
-  mutable bool isGeneralized = false;  ///< decided at the start of each run
-  mutable int nConv = 0;               ///< converged pairs of the last run
-  mutable int iter = 0;                ///< iterations of the last run
-  mutable double orthoTol = -1.0;      ///< outer tolerance, set at the start of each run
-  mutable double orthoInnerTol = -1.0; ///< tolerance handed to orthogonalizer and projector
-  double mu = 0.01;                    ///< the lock detector runs with threshold * mu
+  mutable bool isGeneralized = false;    ///< decided at the start of each run
+  mutable int nConv = 0;                 ///< converged pairs of the last run
+  mutable int iter = 0;                  ///< iterations of the last run
+  mutable double orthoTol = -1.0;        ///< outer tolerance, set at the start of each run
+  mutable double orthoInnerTol = -1.0;   ///< tolerance handed to orthogonalizer and projector
+  double mu = 0.01;                      ///< the lock detector runs with threshold * mu
+  VesSolverType solverType = VES_LOBPCG; ///< algorithm of the derived class
   bool selfCheck = true; ///< tests every rotation and restarts where the basis broke down
 
   VesSolverBase() = default;

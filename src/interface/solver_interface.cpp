@@ -1,9 +1,10 @@
-#include "../data/matrix_shell.h"
 #include "../data/vector_dense.h"
 #include "../solver/lobpcg.h"
 #include "../solver/ppcg.h"
+#include "operator_checks.h"
 #include "scalar_dispatch.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 
@@ -23,25 +24,21 @@ VesReturnCode CheckTypesAndShapes(const VesSolverBase& solver, const VesMatrixBa
   return VES_GOOD;
 }
 
-template <typename Scalar>
-bool LacksRoutine(const VesMatrixBase& op) {
-  const auto* shell = dynamic_cast<const MatrixShell<Scalar>*>(&op);
-  return shell != nullptr && shell->GetShellMatVec() == nullptr;
-}
-
 /// What this process alone can see of the blocks and operators of a run.
 template <typename Scalar>
 VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B, const VesMatrixBase& T,
-                           const VectorDense<Scalar>& X, const VectorDense<Scalar>& D) {
+                           const VectorDense<Scalar>& X, const VectorDense<Scalar>& D, bool usesB) {
   if (X.IsDataEmpty() && X.nRows > 0 && X.nCols > 0) return VES_ERR_NULL_POINTER;
   if (D.IsDataEmpty() && D.nRows > 0) return VES_ERR_NULL_POINTER;
-  if (LacksRoutine<Scalar>(A) || LacksRoutine<Scalar>(B) || LacksRoutine<Scalar>(T))
-    return VES_ERR_NULL_POINTER;
+  if (LacksRoutine(A) || LacksRoutine(T) || (usesB && LacksRoutine(B))) return VES_ERR_NULL_POINTER;
   if (X.comm != D.comm || X.auxComm != D.auxComm) return VES_ERR_MISMATCH;
   if (X.ld < X.nRows || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
+  // Sizes are 32-bit: of the tall blocks, and of the workspaces of the dense eigensolvers, which
+  // hold twice the square of the order.
+  constexpr std::int64_t largestOrder = 32767;
   const std::int64_t widest = 3 * static_cast<std::int64_t>(X.nCols);
-  const std::int64_t largest = std::max<std::int64_t>(X.ld, widest) * widest;
-  return largest > std::numeric_limits<int>::max() ? VES_ERR_INVALID_VALUE : VES_GOOD;
+  const bool fits = widest <= largestOrder && X.ld * widest <= std::numeric_limits<int>::max();
+  return fits ? VES_GOOD : VES_ERR_INVALID_VALUE;
 }
 
 /// The worst verdict of all processes, or -5 where they do not agree on the number of pairs, so
@@ -172,14 +169,14 @@ VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix
   const VesMatrixEmpty empty;
   const VesMatrixBase& matB = B != nullptr ? *B : static_cast<const VesMatrixBase&>(empty);
   const VesMatrixBase& matT = T != nullptr ? *T : static_cast<const VesMatrixBase&>(empty);
-  const VesReturnCode written = CheckTypesAndShapes(*solver, *A, matB, matT, *X, *D);
-  if (written != VES_GOOD) return written;
-  const VesReturnCode local =
-      DispatchScalar(solver->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
-        using Scalar = typename decltype(tag)::type;
-        if (!AllDense<Scalar>(*X, *D)) return VES_ERR_UNSUPPORTED;
-        return LocalVerdict(*A, matB, matT, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
-      });
-  const VesReturnCode agreed = AgreeOn(local, X->nCols, X->comm);
+  VesReturnCode verdict = CheckTypesAndShapes(*solver, *A, matB, matT, *X, *D);
+  if (verdict == VES_GOOD)
+    verdict = DispatchScalar(solver->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
+      using Scalar = typename decltype(tag)::type;
+      if (!AllDense<Scalar>(*X, *D)) return VES_ERR_UNSUPPORTED;
+      return LocalVerdict(*A, matB, matT, AsDense<Scalar>(*X), AsDense<Scalar>(*D),
+                          solver->problemType == VES_PROBLEM_GENERALIZED);
+    });
+  const VesReturnCode agreed = AgreeOn(verdict, X->nCols, X->comm);
   return agreed == VES_GOOD ? solver->Solve(*A, matB, matT, *X, *D) : agreed;
 }

@@ -1,7 +1,10 @@
 #include "../data/matrix_base.h"
 #include "../data/vector_dense.h"
+#include "operator_checks.h"
 #include "scalar_dispatch.h"
 
+#include <cstdint>
+#include <limits>
 #include <new>
 
 using namespace Ves;
@@ -10,6 +13,18 @@ namespace {
 
 bool LacksStorage(const VesVectorBase& vec) {
   return vec.IsDataEmpty() && vec.nRows > 0 && vec.nCols > 0;
+}
+
+int LeadingDimension(const VesVectorBase& vec) {
+  return DispatchScalar(vec.scalarType, 1,
+                        [&](auto tag) { return AsDense<typename decltype(tag)::type>(vec).ld; });
+}
+
+/// The worst verdict of the processes of comm, so that none waits for one that refused.
+VesReturnCode AgreeOn(VesReturnCode verdict, MPI_Comm comm) {
+  int worst = verdict;
+  MPI_Allreduce(MPI_IN_PLACE, &worst, 1, MPI_INT, MPI_MIN, comm);
+  return static_cast<VesReturnCode>(worst);
 }
 
 } // namespace
@@ -70,6 +85,12 @@ VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool allocate, b
   if (code != VES_GOOD) return code;
   code = (*out)->DuplicateShape(*src);
   if (code != VES_GOOD || !allocate) return code;
+  if (copy && LacksStorage(*src)) return VES_ERR_NULL_POINTER;
+  if (LeadingDimension(*src) < src->nRows) // a shape that never got storage
+    DispatchScalar(src->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
+      AsDense<typename decltype(tag)::type>(**out).SetLd(src->nRows);
+      return VES_GOOD;
+    });
   try {
     code = (*out)->AllocateMem();
   } catch (const std::bad_alloc&) {
@@ -81,8 +102,17 @@ VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool allocate, b
 
 VesReturnCode VesVectorNorm(VesVector x, VesVector norms) noexcept {
   if (x == nullptr || norms == nullptr) return VES_ERR_NULL_POINTER;
-  if (LacksStorage(*x) || LacksStorage(*norms)) return VES_ERR_NULL_POINTER;
-  return norms->Norm(*x, true);
+  VesReturnCode verdict = VES_GOOD;
+  if (LacksStorage(*x) || LacksStorage(*norms))
+    verdict = VES_ERR_NULL_POINTER;
+  else if (x->nCols != norms->nRows || norms->nCols != 1)
+    verdict = VES_ERR_INCOMPATIBLE;
+  else if (x->scalarType != norms->scalarType)
+    verdict = VES_ERR_UNSUPPORTED;
+  else if (LeadingDimension(*norms) < norms->nRows)
+    verdict = VES_ERR_INVALID_VALUE;
+  verdict = AgreeOn(verdict, norms->comm);
+  return verdict == VES_GOOD ? norms->Norm(*x, true) : verdict;
 }
 
 VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
@@ -95,6 +125,9 @@ VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                          matB.IsPresent() ? matB.scalarType : X->scalarType})
     if (scalarType != X->scalarType) return VES_ERR_MISMATCH;
   if (LacksStorage(*X) || LacksStorage(*D) || LacksStorage(*R)) return VES_ERR_NULL_POINTER;
+  if (LacksRoutine(*A) || LacksRoutine(matB)) return VES_ERR_NULL_POINTER;
+  if (static_cast<std::int64_t>(LeadingDimension(*X)) * X->nCols > std::numeric_limits<int>::max())
+    return VES_ERR_INVALID_VALUE;
   return R->EigResidual(*A, matB, *X, *D);
 }
 

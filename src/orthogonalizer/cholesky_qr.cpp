@@ -23,7 +23,8 @@ VesReturnCode CholeskyQR<Scalar>::Run4Dense(VectorDense<Scalar>& vecX, VectorDen
                                             int& colRank, bool global, int maxOrthoIter,
                                             double threshold) {
   return RepeatPasses(
-      maxOrthoIter, threshold, [&] { return this->CholQR(vecX, vecBX, vecAX, colRank, global); },
+      maxOrthoIter, threshold, vecX.auxComm,
+      [&] { return this->CholQR(vecX, vecBX, vecAX, colRank, global); },
       [&] {
         double error = 0.0;
         VES_ASSERT_GOOD(vecX.CheckOrthogonality(vecBX, error, true, global));
@@ -39,7 +40,7 @@ CholeskyQR<Scalar>::RunBatch4Dense(VectorDense<Scalar>& vecX, VectorDense<Scalar
                                    int maxOrthoIter, double threshold) {
   std::vector<double> errors(nXs.size(), 0.0);
   return RepeatPasses(
-      maxOrthoIter, threshold,
+      maxOrthoIter, threshold, vecX.auxComm,
       [&] { return this->BatchCholQR(vecX, vecBX, vecAX, dispX, nXs, global); },
       [&] {
         VES_ASSERT_GOOD(

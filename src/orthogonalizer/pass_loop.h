@@ -1,6 +1,7 @@
 #ifndef VES_ORTHOGONALIZER_PASS_LOOP_H
 #define VES_ORTHOGONALIZER_PASS_LOOP_H
 
+#include <mpi.h>
 #include <ves.h>
 
 #include <algorithm>
@@ -18,10 +19,12 @@ inline constexpr int defaultOrthoPasses = 2;
 /// Repeats pass() until measure(), the orthogonality error after it, is at most the threshold or
 /// the limit of passes is reached. At least one pass is made when the threshold is below 1, no
 /// measurement follows the last allowed pass, and with a threshold of 1 or more there is no pass.
-/// A negative limit or threshold takes its default.
+/// A negative limit or threshold takes its default. The error of process 0 of auxComm, over which
+/// replicas of the blocks are kept in step, decides for all.
 /// \return the result of the last pass
 template <typename Pass, typename Measure>
-VesReturnCode RepeatPasses(int maxOrthoIter, double threshold, Pass pass, Measure measure) {
+VesReturnCode RepeatPasses(int maxOrthoIter, double threshold, MPI_Comm auxComm, Pass pass,
+                           Measure measure) {
   const double tolerance = threshold < 0.0 ? defaultOrthoTol : threshold;
   const int maxPasses = maxOrthoIter < 0 ? defaultOrthoPasses : maxOrthoIter;
   VesReturnCode code = VES_GOOD;
@@ -30,6 +33,7 @@ VesReturnCode RepeatPasses(int maxOrthoIter, double threshold, Pass pass, Measur
     code = pass();
     if (passes >= maxPasses) break;
     error = measure();
+    MPI_Bcast(&error, 1, MPI_DOUBLE, 0, auxComm);
   }
   return code;
 }

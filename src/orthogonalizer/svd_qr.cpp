@@ -42,7 +42,8 @@ VesReturnCode SvdQR<Scalar>::Run4Dense(VectorDense<Scalar>& vecX, VectorDense<Sc
                                        int& colRank, bool global, int maxOrthoIter,
                                        double threshold) {
   return RepeatPasses(
-      maxOrthoIter, threshold, [&] { return this->SvQR(vecX, vecBX, vecAX, colRank, global); },
+      maxOrthoIter, threshold, vecX.auxComm,
+      [&] { return this->SvQR(vecX, vecBX, vecAX, colRank, global); },
       [&] {
         double error = 0.0;
         VES_ASSERT_GOOD(vecX.CheckOrthogonality(vecBX, error, true, global));
@@ -58,7 +59,7 @@ VesReturnCode SvdQR<Scalar>::RunBatch4Dense(VectorDense<Scalar>& vecX, VectorDen
                                             double threshold) {
   std::vector<double> errors(nXs.size(), 0.0);
   return RepeatPasses(
-      maxOrthoIter, threshold,
+      maxOrthoIter, threshold, vecX.auxComm,
       [&] { return this->BatchSvQR(vecX, vecBX, vecAX, dispX, nXs, global); },
       [&] {
         VES_ASSERT_GOOD(

@@ -61,7 +61,7 @@ VesReturnCode GramSchmidt<Scalar>::Run4Dense(const Block& vecX, const Block& vec
                                              Block& vecAY, const VesMatrixBase&, bool global,
                                              int maxOrthoIter, double threshold) {
   return RepeatPasses(
-      maxOrthoIter, threshold,
+      maxOrthoIter, threshold, vecX.auxComm,
       [&] { return this->GramSchm(vecX, vecBX, vecAX, vecY, vecBY, vecAY, global); },
       [&] {
         double error = 0.0;
@@ -79,7 +79,7 @@ VesReturnCode GramSchmidt<Scalar>::RunBatch4Dense(const Block& vecX, const Block
                                                   bool global, int maxOrthoIter, double threshold) {
   std::vector<double> errors(nXs.size(), 0.0);
   return RepeatPasses(
-      maxOrthoIter, threshold,
+      maxOrthoIter, threshold, vecX.auxComm,
       [&] {
         return this->BatchGramSchm(vecX, vecBX, vecAX, vecY, vecBY, vecAY, dispX, nXs, dispY, nYs,
                                    global);

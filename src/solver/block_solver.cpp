@@ -68,13 +68,16 @@ int BlockSolver<Scalar>::OrthonormalizeGuess(const Block& blockX, const Block& b
     colRank = std::min(colRank, full);
     const Block lead = Columns(blockX, first, colRank), leadB = Columns(blockBX, first, colRank);
     VES_ASSERT_GOOD(lead.CheckOrthogonality(leadB, orthoError, true, true));
+    Replicate(orthoError);
     if (orthoError <= tolerance) {
       if (colRank == full || refills >= maxOrthoIter) return colRank;
       ++refills;
-      FillRandom(blockX, blockBX, matB, first + colRank, refills);
+      FillRandom(blockX, blockBX, matB, first + colRank, refills + repairs);
     } else {
-      if (repairs == maxRepairs) return LeadingOrthonormal(lead, leadB, tolerance);
+      if (repairs == maxRepairs) return LeadingOrthonormal(lead, leadB, unitNormLimit);
       ++repairs;
+      // Images that were only updated drift from B X, and no pass on them can mend that.
+      if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
       const int nSound = LeadingOrthonormal(lead, leadB, brokenColumn);
       if (nSound < colRank) FillRandom(blockX, blockBX, matB, first + nSound, refills + repairs);
     }
@@ -102,13 +105,44 @@ int BlockSolver<Scalar>::LeadingOrthonormal(const Block& vecX, const Block& vecB
   ShapeSmall(gram, vecX.nCols, vecX.nCols);
   VES_ASSERT_GOOD(gram.AllocateMem());
   VES_ASSERT_GOOD(gram.InnerProduct(vecX, vecBX));
-  VES_ASSERT_GOOD(gram.BroadCast(rowComm));
-  for (int j = 0; j < gram.nCols; ++j)
+  int leading = 0;
+  const auto isSound = [&](int j) {
     for (int i = 0; i <= j; ++i) {
       const Scalar expected = i == j ? MathConstants<Scalar>::ONE : MathConstants<Scalar>::ZERO;
-      if (!(static_cast<double>(std::abs(gram(i, j) - expected)) <= tolerance)) return j;
+      if (!(static_cast<double>(std::abs(gram(i, j) - expected)) <= tolerance)) return false;
     }
-  return gram.nCols;
+    return true;
+  };
+  while (leading < gram.nCols && isSound(leading))
+    ++leading;
+  Replicate(leading);
+  return leading;
+}
+
+/// A value of process 0 for all: over the rows, then over the second communicator, where replicas
+/// of the run may deal their rows out differently and so differ in rounding.
+template <typename Scalar>
+void BlockSolver<Scalar>::Replicate(int& value) const {
+  MPI_Bcast(&value, 1, MPI_INT, 0, rowComm);
+  MPI_Bcast(&value, 1, MPI_INT, 0, secondComm);
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::Replicate(double& value) const {
+  MPI_Bcast(&value, 1, MPI_DOUBLE, 0, rowComm);
+  MPI_Bcast(&value, 1, MPI_DOUBLE, 0, secondComm);
+}
+
+/// No process holds a NaN or an infinity in the blocks. Collective.
+template <typename Scalar>
+bool BlockSolver<Scalar>::AllFinite(const Block& vecX, const Block& vecBX) const {
+  int isFinite = 1;
+  for (int j = 0; j < vecX.nCols && isFinite == 1; ++j)
+    for (int i = 0; i < nPW && isFinite == 1; ++i)
+      isFinite = IsFinite(vecX(i, j)) && IsFinite(vecBX(i, j)) ? 1 : 0;
+  MPI_Allreduce(MPI_IN_PLACE, &isFinite, 1, MPI_INT, MPI_MIN, rowComm);
+  Replicate(isFinite);
+  return isFinite == 1;
 }
 
 template <typename Scalar>
@@ -124,9 +158,9 @@ void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Block& vecY, const Bloc
                                                    const VesMatrixBase& matB, int& count,
                                                    bool global) const {
   VES_ASSERT_GOOD(vecC.Normalize(vecBC, global));
-  ZeroNonFiniteColumns(vecC, vecBC);
+  RestoreZeroColumns(vecC, vecBC);
   RepeatPasses(
-      maxOrthoIter, orthoTol,
+      maxOrthoIter, orthoTol, this->secondComm,
       [&] {
         VES_ASSERT_GOOD(this->OrthoProjector->Run(vecY, vecBY, vecC, vecBC, matB, global,
                                                   maxOrthoInnerIter, orthoInnerTol));
@@ -155,6 +189,7 @@ double BlockSolver<Scalar>::UnitNormError(const Block& vecX, const Block& vecBX)
     if (!(error <= worst))
       worst = std::isnan(error) ? std::numeric_limits<double>::infinity() : error;
   }
+  Replicate(worst);
   return worst;
 }
 

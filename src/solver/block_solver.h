@@ -82,6 +82,10 @@ protected:
   int CopyAscending(const Block& vectors, const Block& values, int nConverged, Block& toVectors,
                     Block& toValues) const;
 
+  void Replicate(int& value) const;
+  void Replicate(double& value) const;
+  bool AllFinite(const Block& vecX, const Block& vecBX) const;
+
 private:
   void Orthonormalize(Block& vecX, Block& vecBX, const VesMatrixBase& matB, int& colRank,
                       bool global) const;

@@ -39,15 +39,17 @@ void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& mat
     if (nR < 1 || info != 0 || isStagnated) return;
     const int nUnconverged = nR;
     PreconditionedResidual(matP);
-    OrthogonalizeResidual(matA, matB);
-    ComputeRayleighRitzMatrix();
-    DiagonalizeRayleighRitzMatrix();
+    OrthogonalizeResidual(matA, matB, matP);
+    if (info == 0) {
+      ComputeRayleighRitzMatrix();
+      DiagonalizeRayleighRitzMatrix();
+    }
     if (info == 0) {
       RotateEigVecs();
       RestartUnlessSound(matA, matB);
     }
-    if (info != 0) { // X, its values and its images are still those of the last iteration
-      nR = nUnconverged;
+    if (info != 0) { // the pairs of the last iteration are the last there are
+      nR = std::min(nUnconverged, nBands);
       return;
     }
     ComputeResidual();
@@ -123,13 +125,18 @@ void LOBPCG<Scalar>::PreconditionedResidual(const VesMatrixBase& matP) const {
 
 /// Makes [X P R] B-orthonormal: R against all X, locked ones included, and P, then in itself.
 template <typename Scalar>
-void LOBPCG<Scalar>::OrthogonalizeResidual(const VesMatrixBase& matA,
-                                           const VesMatrixBase& matB) const {
+void LOBPCG<Scalar>::OrthogonalizeResidual(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                           const VesMatrixBase& matP) const {
   // More directions than X and P leave room for would be made of rounding errors.
   nR = static_cast<int>(std::clamp<long long>(this->nRowsTotal - FirstR(), 0, nR));
   const Block vecY = Columns(workZ, 0, FirstR()), vecBY = Columns(ImageBZ(), 0, FirstR());
   Block vecR = Columns(workZ, FirstR(), nR), vecBR = Columns(ImageBZ(), FirstR(), nR);
   if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
+  // A NaN or an infinity out of T or B must not pass for a direction without length.
+  if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(vecR, vecBR)) {
+    info = 1;
+    return;
+  }
   this->ProjectAndOrthonormalize(vecY, vecBY, vecR, vecBR, matB, nR, true);
   Block vecAR = Columns(workAZ, FirstR(), nR);
   VES_ASSERT_GOOD(matA.Apply(vecR, vecAR));
@@ -214,6 +221,7 @@ void LOBPCG<Scalar>::JudgeRestart() const {
   double residual = 0.0;
   for (int j = 0; j < nX; ++j)
     residual = std::max(residual, static_cast<double>(std::abs(normR(j))));
+  this->Replicate(residual);
   isStagnated = nRestarts > 0 && residual > 0.5 * restartResidual;
   restartResidual = residual;
   ++nRestarts;

@@ -82,7 +82,8 @@ private:
   void Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                const VesMatrixBase& matP) const;
   void PreconditionedResidual(const VesMatrixBase& matP) const;
-  void OrthogonalizeResidual(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void OrthogonalizeResidual(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                             const VesMatrixBase& matP) const;
   void ComputeRayleighRitzMatrix() const;
   void DiagonalizeRayleighRitzMatrix() const;
   void RotateEigVecs() const;

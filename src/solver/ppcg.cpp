@@ -57,12 +57,14 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
     if (info != 0) return; // X and its images are still those of the last iteration
     ComputeResiduals();
     CheckConvergence(matA, matB);
+    if (info != 0) return;
     CheckLocking();
     PreconditionedResiduals(matP);
     PartitionBlocks();
     OrthogonalizeConjugateDirections(matB);
     SoftLocking();
-    OrthogonalizeResiduals(matB);
+    OrthogonalizeResiduals(matB, matP);
+    if (info != 0) return;
     AssembleActiveResiduals(matA);
     ComputeRayleighRitzMatrix();
     SubspacesDiagonalization();
@@ -199,7 +201,7 @@ void PPCG<Scalar>::OrthogonalizeConjugateDirections(const VesMatrixBase& matB) c
   std::vector<int> nPsTmp;
   bool isFirst = true;
   RepeatPasses(
-      maxOrthoIter, orthoTol,
+      maxOrthoIter, orthoTol, this->secondComm,
       [&] {
         if (!isFirst)
           VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecAZ, vecZ, vecBZ, vecAZ,
@@ -237,11 +239,17 @@ void PPCG<Scalar>::SoftLocking() const {
 /// R against all X, then each R_j against P_j and in itself; further passes bring R_j against X_j
 /// again.
 template <typename Scalar>
-void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB) const {
+void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
+                                          const VesMatrixBase& matP) const {
   if (nR == 0) return;
   const Block vecX = Columns(workZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
   Block vecR = Columns(workZ, 2 * nBands, nR), vecBR = Columns(ImageBZ(), 2 * nBands, nR);
   if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
+  // A NaN or an infinity out of T or B must not pass for a direction without length.
+  if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(vecR, vecBR)) {
+    info = 1;
+    return;
+  }
   VES_ASSERT_GOOD(this->OrthoProjector->Run(vecX, vecBX, vecR, vecBR, matB, true, maxOrthoInnerIter,
                                             orthoInnerTol));
   // More directions than X and P_j leave room for would be made of rounding errors.
@@ -253,7 +261,7 @@ void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB) const {
   std::vector<int> nRsTmp;
   bool isFirst = true;
   RepeatPasses(
-      maxOrthoIter, orthoTol,
+      maxOrthoIter, orthoTol, this->secondComm,
       [&] {
         if (!isFirst)
           VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecZ, vecBZ, dispX, nXs,
@@ -424,6 +432,7 @@ bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrix
   double orthoError = 0.0;
   const Block vecX = Columns(workZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
   VES_ASSERT_GOOD(vecX.CheckOrthogonality(vecBX, orthoError, true, true));
+  this->Replicate(orthoError);
   if (orthoError <= 4.0 * orthoTol) return false;
   Restart(matA, matB);
   return true;

@@ -101,7 +101,7 @@ private:
   void PreconditionedResiduals(const VesMatrixBase& matP) const;
   void OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const;
   void SoftLocking() const;
-  void OrthogonalizeResiduals(const VesMatrixBase& matB) const;
+  void OrthogonalizeResiduals(const VesMatrixBase& matB, const VesMatrixBase& matP) const;
   void AssembleActiveResiduals(const VesMatrixBase& matA) const;
   void ComputeRayleighRitzMatrix() const;
   void SubspacesDiagonalization() const;

@@ -16,15 +16,15 @@ void Record(void* calls, void* x, void* y, int nRows, int nCols, int ld) {
 
 TEST(MatrixShellTest, ChecksInTheirOrderAndOneCall) {
   const MPI_Comm world = MPI_COMM_WORLD, self = MPI_COMM_SELF;
-  const auto dense = VES_VECTOR_DENSE, odd = static_cast<VesVectorType>(2);
+  const auto odd = static_cast<VesVectorType>(2), dense = VES_VECTOR_DENSE;
   std::vector<Call> calls;
   double storage[20] = {};
   Ves::MatrixShell<double> set, unset;
   set.SetShellMatVec(&Record);
   set.SetShellData(&calls);
   // x has 3 rows and a leading dimension of 5; the arguments are those of y.
-  const auto apply = [&](const VesMatrixBase& op, MPI_Comm comm, int nRows, int nCols, int ld,
-                         VesVectorType kind, double* values) -> int {
+  const auto apply = [&](const auto& op, MPI_Comm comm, int nRows, int nCols, int ld, auto kind,
+                         double* values) -> int {
     Ves::VectorDense<double> x(world, self, 3, nCols, 5), y(comm, self, nRows, nCols, ld);
     x.SetValues(storage + 10);
     y.SetValues(values);
@@ -39,7 +39,6 @@ TEST(MatrixShellTest, ChecksInTheirOrderAndOneCall) {
   EXPECT_EQ(apply(set, world, 3, 2, 5, odd, nullptr), -4) << "not dense";
   EXPECT_EQ(apply(set, world, 3, 2, 4, dense, nullptr), -7) << "no values";
   EXPECT_EQ(apply(set, world, 3, 2, 4, dense, storage), -1) << "another leading dimension";
-  EXPECT_TRUE(calls.empty());
   EXPECT_EQ(apply(set, world, 3, 2, 5, dense, storage), 0);
   EXPECT_EQ(calls, std::vector<Call>{Call(storage + 10, storage, 3, 2, 5)});
 }

@@ -142,6 +142,14 @@ TEST(Vectors, Replicate) {
   EXPECT_EQ(VesVectorDenseSetValues(made, values, 3), VES_GOOD);
   VesVectorDestroy(made);
 
+  // A shape that never got storage has the leading dimension 1, which its replica must not keep.
+  const VectorHandle bare = MakeVector<double>(MPI_COMM_SELF, 50, 4, nullptr, 1);
+  EXPECT_EQ(VesVectorReplicate(bare.get(), &made, true, true), VES_ERR_NULL_POINTER);
+  VesVectorDestroy(made);
+  EXPECT_EQ(VesVectorReplicate(bare.get(), &made, true, false), VES_GOOD);
+  EXPECT_EQ(Ves::AsDense<double>(*made).ld, 50);
+  VesVectorDestroy(made);
+
   EXPECT_EQ(VesVectorSetDim(src.get(), 1, std::numeric_limits<int>::max()), VES_GOOD);
   EXPECT_EQ(VesVectorReplicate(src.get(), &made, true, false), VES_ERR_INVALID_VALUE);
   VesVectorDestroy(made);
@@ -157,6 +165,10 @@ TEST(Vectors, NormAndResidual) {
   const VectorHandle bare = MakeVector<double>(MPI_COMM_WORLD, 2, 2, nullptr, 2);
   EXPECT_EQ(VesVectorNorm(bare.get(), N.get()), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesVectorNorm(X.get(), X.get()), VES_ERR_INCOMPATIBLE);
+  const VectorHandle flat = MakeVector(MPI_COMM_WORLD, 2, 1, norms.data(), 1);
+  EXPECT_EQ(VesVectorNorm(X.get(), flat.get()), VES_ERR_INVALID_VALUE);
+  // Storage missing on one process only: none may wait for it.
+  EXPECT_EQ(VesVectorNorm(rank == 0 ? bare.get() : X.get(), N.get()), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesVectorNorm(X.get(), N.get()), VES_GOOD);
   EXPECT_DOUBLE_EQ(norms[0], 5 * std::sqrt(p));
   EXPECT_DOUBLE_EQ(norms[1], std::sqrt(2.0 * p));
@@ -172,6 +184,11 @@ TEST(Vectors, NormAndResidual) {
   EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), D.get(), nullptr), VES_ERR_INVALID_VALUE);
   EXPECT_EQ(VesEigResidual(a.get(), b.get(), bare.get(), D.get(), R.get()), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), X.get(), R.get()), VES_ERR_INCOMPATIBLE);
+  VesMatrix idle = nullptr;
+  ASSERT_EQ(VesMatrixCreate(&idle, VES_DOUBLE, VES_MATRIX_SHELL), VES_GOOD);
+  const MatrixHandle noRoutine(idle);
+  EXPECT_EQ(VesEigResidual(idle, nullptr, X.get(), D.get(), R.get()), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesEigResidual(a.get(), idle, X.get(), D.get(), R.get()), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesEigResidual(a.get(), nullptr, X.get(), D.get(), R.get()), VES_GOOD);
   EXPECT_DOUBLE_EQ(r[0], (1.0 + 2 * rank - 2) * 3);
   EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), D.get(), R.get()), VES_GOOD);
@@ -279,6 +296,10 @@ TEST(RunSolver, RefusesOnAllProcessesAlike) {
        [](SmallRun& r) {
          VesVectorSetDim(r.X.get(), r.rows.local, 4);
          VesVectorSetDim(r.D.get(), 5, 1);
+       }},
+      {"values of the wrong number on one process", VES_ERR_MISMATCH,
+       [=](SmallRun& r) {
+         if (first) VesVectorSetDim(r.D.get(), 3, 1);
        }},
       {"two columns of values", VES_ERR_MISMATCH,
        [](SmallRun& r) { VesVectorSetDim(r.D.get(), 2, 2); }},

@@ -1,5 +1,4 @@
-// What only the wrappers themselves show: their scalar codes and the calling convention of complex
-// functions. The routines behind them are tested by the blocks and components that call them.
+// The routines behind the wrappers are tested by the blocks and components that call them.
 #include "support/scalars.h"
 
 #include <vector>

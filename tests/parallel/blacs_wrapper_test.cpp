@@ -11,28 +11,24 @@
 using namespace VesTest;
 using Ves::BlacsBase;
 
-namespace {
+// Communicators made and not yet freed, and all that were made, by anybody in this program. Through
+// the profiling interface libraries, too, call what is defined here instead of MPI's own.
+static int alive = 0, made = 0;
 
-/// Communicators made and not yet freed, and all that were made, by anybody in this program.
-int alive = 0, made = 0;
-
-int Counted(int code, const MPI_Comm* result) {
+static int Count(int code, const MPI_Comm* result) {
   if (*result != MPI_COMM_NULL) ++alive, ++made;
   return code;
 }
 
-} // namespace
-
-// The profiling interface: libraries, too, call these instead of MPI's own.
 extern "C" {
 int MPI_Comm_dup(MPI_Comm comm, MPI_Comm* result) {
-  return Counted(PMPI_Comm_dup(comm, result), result);
+  return Count(PMPI_Comm_dup(comm, result), result);
 }
 int MPI_Comm_create(MPI_Comm comm, MPI_Group group, MPI_Comm* result) {
-  return Counted(PMPI_Comm_create(comm, group, result), result);
+  return Count(PMPI_Comm_create(comm, group, result), result);
 }
 int MPI_Comm_split(MPI_Comm comm, int color, int key, MPI_Comm* result) {
-  return Counted(PMPI_Comm_split(comm, color, key, result), result);
+  return Count(PMPI_Comm_split(comm, color, key, result), result);
 }
 int MPI_Comm_free(MPI_Comm* comm) {
   --alive;
@@ -97,8 +93,7 @@ TEST(BlacsBaseTest, RebuildsOnlyForAnotherGroupOrOrder) {
     MPI_Comm_free(comm);
 }
 
-/// Parts of the job work at once, or while process 0 waits. The caller frees his communicators, and
-/// MPI may give their handles to other groups.
+/// At once, or while process 0 waits. Of freed communicators MPI gives the handles to other groups.
 TEST(BlacsBaseTest, PartsOfTheJobOneAfterTheOther) {
   const int before = alive, rank = RankIn(world);
   for (int cycle = 0; cycle < 20; ++cycle) {

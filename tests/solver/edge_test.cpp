@@ -332,6 +332,63 @@ TYPED_TEST(EdgeTest, NonFiniteOperatorOutput) {
           }
 }
 
+/// Values that stand still because a preconditioner returns NaN have not converged.
+TYPED_TEST(EdgeTest, BrokenPreconditionerIsNoConvergence) {
+  const Box box{{10, 9}};
+  const Rows rows(box.Order(), MPI_COMM_WORLD);
+  SparseOperator<TypeParam> A(rows, [&](int i) { return Phased<TypeParam>(i, box.Laplacian(i)); });
+  for (const auto type : allSolvers) {
+    SparseOperator<TypeParam> T(rows, [](int i) {
+      return typename SparseOperator<TypeParam>::Row{{i, Number<TypeParam>(1)}};
+    });
+    int calls = 0;
+    T.spoil = [&](TypeParam* y, int, int, int) {
+      if (++calls >= 2) y[0] = Number<TypeParam>(std::numeric_limits<double>::quiet_NaN());
+    };
+    Settings s;
+    s.solver = type;
+    s.detector = VES_EIGENVALUES;
+    s.threshold = LooseThreshold<TypeParam>();
+    Pairs<TypeParam> p(rows, s.nBands);
+    p.FillRandom();
+    const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+    p.Run(solver.get(), &A, nullptr, &T);
+    EXPECT_LT(p.nConv, s.nBands);
+    EXPECT_LT(p.iter, 3);
+  }
+}
+
+/// Images of B that are only updated drift from B X: an ill-conditioned start must not cost pairs.
+TEST(EdgeGeneralized, IllConditionedGuessAndPenalties) {
+  const int n = 500;
+  const Rows rows(n, MPI_COMM_WORLD);
+  const Box box{{n}};
+  SparseOperator<double> A(rows, [&](int i) { return Phased<double>(i, box.Laplacian(i)); });
+  SparseOperator<double> M(rows, [&](int i) { return Phased<double>(i, box.Mass(i)); });
+  SparseOperator<double> penalty(rows, [](int i) {
+    return SparseOperator<double>::Row{{i, i == 20 || i == 400 ? 1e10 : 1.0}};
+  });
+  for (const auto type : allSolvers)
+    for (const auto orthogonalizer : {VES_CHOLESKY_QR, VES_SVD_QR})
+      for (const bool polynomial : {false, true}) {
+        SCOPED_TRACE(testing::Message() << type << " " << orthogonalizer << " " << polynomial);
+        Settings s;
+        s.solver = type;
+        s.nBands = 20;
+        s.maxIter = 3; // only the start is tried
+        s.orthogonalizer = orthogonalizer;
+        Pairs<double> p(rows, s.nBands);
+        if (polynomial)
+          p.FillGuess([&](int i, int j) { return std::pow(2.0 * i / n - 1.0, j); });
+        else
+          p.FillRandom();
+        const SolverHandle solver = MakeSolver<double>(s, true);
+        p.Run(solver.get(), &A, polynomial ? &M : &penalty);
+        for (int j = 0; j < s.nBands; ++j)
+          EXPECT_TRUE(std::isfinite(p.D[static_cast<std::size_t>(j)])) << "pair " << j;
+      }
+}
+
 TYPED_TEST(EdgeTest, ZeroPreconditionerLeavesTheGuess) {
   const Box box{{10, 9}};
   const Rows rows(box.Order(), MPI_COMM_WORLD);
