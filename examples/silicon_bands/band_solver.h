@@ -26,8 +26,8 @@ struct Levels {
   std::vector<double> energies;  ///< Ry, ascending
   std::vector<double> residuals; ///< || H x - E x || / || x ||, recomputed, Ry
   int iterations = 0;
-  long columns = 0;  ///< of wave functions that H was applied to, on the process with most
   int converged = 0; ///< leading bands that the solver says to have converged
+  long columns = 0;  ///< that H was applied to, on the process with most
 
   int Count() const { return static_cast<int>(energies.size()); }
   double LargestResidual() const;
