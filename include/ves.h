@@ -72,7 +72,7 @@ typedef enum VesVectorType VES_ENUM_BASE {
 /// Solver algorithm.
 typedef enum VesSolverType VES_ENUM_BASE {
   VES_LOBPCG = 0,       ///< locally optimal block preconditioned conjugate gradient
-  VES_LOBPCG_BATCH = 1, ///< the same on a moving batch of columns (not available yet)
+  VES_LOBPCG_BATCH = 1, ///< the same on a moving batch of columns
   VES_PPCG = 2          ///< projected preconditioned conjugate gradient in sub-blocks
 } VesSolverType;
 
@@ -249,6 +249,11 @@ VES_EXPORT VesReturnCode VesSetOrthogonalizerType(VesSolver solver,
 /// \return -7 solver is null; -4 unknown kind; 0
 VES_EXPORT VesReturnCode VesSetOrthoProjectorType(VesSolver solver,
                                                   VesOrthoProjectorType type) VES_NOEXCEPT;
+
+/// Most vectors that VES_LOBPCG_BATCH iterates at once (default 256), from the next run on. A small
+/// batch takes less memory and less dense work, and more columns of A.
+/// \return -7 solver is null; -6 not a VES_LOBPCG_BATCH solver; -1 limit not positive; 0
+VES_EXPORT VesReturnCode VesSolverSetBatchLimit(VesSolver solver, int limit) VES_NOEXCEPT;
 
 /// Soft locking of PPCG: 0 none (default), 1 leaves out the residuals of pairs that pass the lock
 /// test, 2 those of pairs that pass the convergence test. Applies A to fewer columns.

@@ -1,5 +1,6 @@
 #include "../data/vector_dense.h"
 #include "../solver/lobpcg.h"
+#include "../solver/lobpcg_batch.h"
 #include "../solver/ppcg.h"
 #include "operator_checks.h"
 #include "scalar_dispatch.h"
@@ -51,14 +52,14 @@ VesReturnCode AgreeOn(VesReturnCode verdict, int nCols, MPI_Comm comm) {
   return static_cast<VesReturnCode>(-maxima[0]);
 }
 
-/// Changes a field of a PPCG solver, after the checks that all its setters make.
-template <typename Change>
-VesReturnCode SetPpcg(VesSolver solver, bool isValid, Change change) {
+/// Changes a field that only one algorithm has, after the checks that all such setters make.
+template <template <typename> class Algorithm, typename Change>
+VesReturnCode SetOwn(VesSolver solver, VesSolverType type, bool isValid, Change change) {
   if (solver == nullptr) return VES_ERR_NULL_POINTER;
-  if (solver->solverType != VES_PPCG) return VES_ERR_INCOMPATIBLE;
+  if (solver->solverType != type) return VES_ERR_INCOMPATIBLE;
   if (!isValid) return VES_ERR_INVALID_VALUE;
   return DispatchScalar(solver->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
-    change(dynamic_cast<PPCG<typename decltype(tag)::type>&>(*solver));
+    change(dynamic_cast<Algorithm<typename decltype(tag)::type>&>(*solver));
     return VES_GOOD;
   });
 }
@@ -73,6 +74,9 @@ VesReturnCode VesSolverCreate(VesSolver* out, VesScalarType scalarType,
     switch (solverType) {
     case VES_LOBPCG:
       *out = new LOBPCG<Scalar>();
+      return VES_GOOD;
+    case VES_LOBPCG_BATCH:
+      *out = new LOBPCG_BATCH<Scalar>();
       return VES_GOOD;
     case VES_PPCG:
       *out = new PPCG<Scalar>();
@@ -135,19 +139,26 @@ VesReturnCode VesSetOrthoProjectorType(VesSolver solver, VesOrthoProjectorType t
 }
 
 VesReturnCode VesSolverSetPPCGSoftLocking(VesSolver solver, int type) noexcept {
-  return SetPpcg(solver, type >= 0 && type <= 2, [&](auto& ppcg) { ppcg.softLockingType = type; });
+  return SetOwn<PPCG>(solver, VES_PPCG, type >= 0 && type <= 2,
+                      [&](auto& ppcg) { ppcg.softLockingType = type; });
 }
 
 VesReturnCode VesSolverSetPPCGBatch(VesSolver solver, int nBatch) noexcept {
-  return SetPpcg(solver, nBatch > 0, [&](auto& ppcg) { ppcg.nBatch = nBatch; });
+  return SetOwn<PPCG>(solver, VES_PPCG, nBatch > 0, [&](auto& ppcg) { ppcg.nBatch = nBatch; });
 }
 
 VesReturnCode VesSolverSetPPCGRRPeriod(VesSolver solver, int rrPeriod) noexcept {
-  return SetPpcg(solver, rrPeriod >= 0, [&](auto& ppcg) { ppcg.rrPeriod = rrPeriod; });
+  return SetOwn<PPCG>(solver, VES_PPCG, rrPeriod >= 0,
+                      [&](auto& ppcg) { ppcg.rrPeriod = rrPeriod; });
 }
 
 VesReturnCode VesSolverSetPPCGLockFactor(VesSolver solver, double mu) noexcept {
-  return SetPpcg(solver, mu >= 0.0 && mu <= 1.0, [&](auto& ppcg) { ppcg.mu = mu; });
+  return SetOwn<PPCG>(solver, VES_PPCG, mu >= 0.0 && mu <= 1.0, [&](auto& ppcg) { ppcg.mu = mu; });
+}
+
+VesReturnCode VesSolverSetBatchLimit(VesSolver solver, int limit) noexcept {
+  return SetOwn<LOBPCG_BATCH>(solver, VES_LOBPCG_BATCH, limit > 0,
+                              [&](auto& batched) { batched.batchLimit = limit; });
 }
 
 VesReturnCode VesGetSolverIter(VesSolver solver, int* iter) noexcept {

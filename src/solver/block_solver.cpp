@@ -50,49 +50,58 @@ void BlockSolver<Scalar>::Orthonormalize(Block& vecX, Block& vecBX, const VesMat
 /// cut off. A sound guess takes one pass and one check.
 template <typename Scalar>
 int BlockSolver<Scalar>::OrthonormalizeGuess(const Block& blockX, const Block& blockBX,
-                                             const VesMatrixBase& matB, int first) const {
+                                             const VesMatrixBase& matB, int first,
+                                             int count) const {
   constexpr int maxRepairs = 4;
   constexpr double brokenColumn = 0.1;
-  const double tolerance = 0.25 * orthoTol; // well above what one pass leaves of a sound guess
-  const int full = static_cast<int>(std::min<long long>(nBands, nRowsTotal)) - first;
+  const int full = static_cast<int>(std::clamp<long long>(nRowsTotal - first, 0, count));
   const Block before = Columns(blockX, 0, first), beforeB = Columns(blockBX, 0, first);
-  Block vecX = Columns(blockX, first, nBands - first);
-  Block vecBX = Columns(blockBX, first, nBands - first);
+  Block vecX = Columns(blockX, first, count), vecBX = Columns(blockBX, first, count);
   if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
   for (int refills = 0, repairs = 0;;) {
     int colRank = 0;
-    double orthoError = 0.0;
     VES_ASSERT_GOOD(this->OrthoProjector->Run(before, beforeB, vecX, vecBX, matB, true,
                                               maxOrthoInnerIter, orthoInnerTol));
     Orthonormalize(vecX, vecBX, matB, colRank, true);
     colRank = std::min(colRank, full);
-    const Block lead = Columns(blockX, first, colRank), leadB = Columns(blockBX, first, colRank);
-    VES_ASSERT_GOOD(lead.CheckOrthogonality(leadB, orthoError, true, true));
-    Replicate(orthoError);
-    if (orthoError <= tolerance) {
+    if (OrthoError(blockX, blockBX, first, colRank) <= SoundOrthoError()) {
       if (colRank == full || refills >= maxOrthoIter) return colRank;
       ++refills;
-      FillRandom(blockX, blockBX, matB, first + colRank, refills + repairs);
+      FillRandom(blockX, blockBX, matB, first + colRank, count - colRank, refills + repairs);
     } else {
+      const Block lead = Columns(blockX, first, colRank), leadB = Columns(blockBX, first, colRank);
       if (repairs == maxRepairs) return LeadingOrthonormal(lead, leadB, unitNormLimit);
       ++repairs;
       // Images that were only updated drift from B X, and no pass on them can mend that.
       if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
       const int nSound = LeadingOrthonormal(lead, leadB, brokenColumn);
-      if (nSound < colRank) FillRandom(blockX, blockBX, matB, first + nSound, refills + repairs);
+      if (nSound < colRank)
+        FillRandom(blockX, blockBX, matB, first + nSound, count - nSound, refills + repairs);
     }
   }
 }
 
-/// Random columns from first on and their B-images; the seed is attempt^2 (1 + rank)^2 in 32-bit
+template <typename Scalar>
+double BlockSolver<Scalar>::OrthoError(const Block& blockX, const Block& blockBX, int first,
+                                       int count) const {
+  const Block vecX = Columns(blockX, first, count);
+  double among = 0.0, against = 0.0;
+  VES_ASSERT_GOOD(vecX.CheckOrthogonality(Columns(blockBX, first, count), among, true, true));
+  VES_ASSERT_GOOD(Columns(blockBX, 0, first).CheckOrthogonality(vecX, against, false, true));
+  double worst = std::isnan(against) ? against : std::max(among, against);
+  Replicate(worst);
+  return worst;
+}
+
+/// Random columns and their B-images; the seed is attempt^2 (1 + rank)^2 in 32-bit
 /// arithmetic, of which only the low bits enter and the sign must stay out.
 template <typename Scalar>
 void BlockSolver<Scalar>::FillRandom(const Block& blockX, const Block& blockBX,
-                                     const VesMatrixBase& matB, int first, int attempt) const {
+                                     const VesMatrixBase& matB, int first, int count,
+                                     int attempt) const {
   const unsigned factor = static_cast<unsigned>(attempt) * (1 + static_cast<unsigned>(processRank));
   const int seed = static_cast<int>((factor * factor) & 0x7fffffffU);
-  Block vecNew = Columns(blockX, first, nBands - first);
-  Block vecBNew = Columns(blockBX, first, nBands - first);
+  Block vecNew = Columns(blockX, first, count), vecBNew = Columns(blockBX, first, count);
   VES_ASSERT_GOOD(vecNew.Set2Random(seed));
   if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecNew, vecBNew));
 }

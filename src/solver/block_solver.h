@@ -49,12 +49,18 @@ protected:
     return Block(block, 0, first, nPW, count);
   }
 
-  /// B-orthonormalizes columns [first, nBands) of blockX among themselves and against those before,
-  /// with images in blockBX (the same block when B is the identity), completes them with random
-  /// columns where they lack rank, and returns the rank reached; the columns behind it are without
-  /// meaning.
+  /// B-orthonormalizes count columns of blockX from first on among themselves and against those
+  /// before, with images in blockBX (the same block when B is the identity), completes them with
+  /// random columns where they lack rank, and returns the rank reached; the columns behind it are
+  /// without meaning.
   int OrthonormalizeGuess(const Block& blockX, const Block& blockBX, const VesMatrixBase& matB,
-                          int first = 0) const;
+                          int first, int count) const;
+
+  /// Largest orthogonality error of count columns from first on, among themselves and against those
+  /// before.
+  double OrthoError(const Block& blockX, const Block& blockBX, int first, int count) const;
+  /// What one pass leaves of sound columns stays well below this error.
+  double SoundOrthoError() const { return 0.25 * orthoTol; }
 
   /// max_j |x_j^H B x_j - 1|: what a rotation by orthonormal coefficients lost because its basis
   /// was not B-orthonormal. Collective: one reduction of a number per column.
@@ -90,7 +96,7 @@ private:
   void Orthonormalize(Block& vecX, Block& vecBX, const VesMatrixBase& matB, int& colRank,
                       bool global) const;
   void FillRandom(const Block& blockX, const Block& blockBX, const VesMatrixBase& matB, int first,
-                  int attempt) const;
+                  int count, int attempt) const;
   int LeadingOrthonormal(const Block& vecX, const Block& vecBX, double tolerance) const;
 };
 

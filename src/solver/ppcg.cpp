@@ -77,7 +77,7 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
 template <typename Scalar>
 void PPCG<Scalar>::OrthogonalizeInitialGuess(const VesMatrixBase& matA,
                                              const VesMatrixBase& matB) const {
-  nBands = nX = nR = this->OrthonormalizeGuess(workZ, ImageBZ(), matB);
+  nBands = nX = nR = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, 0, nBands);
   Block vecX = Columns(workZ, 0, nBands), vecAX = Columns(workAZ, 0, nBands);
   VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
 }
@@ -85,17 +85,21 @@ void PPCG<Scalar>::OrthogonalizeInitialGuess(const VesMatrixBase& matA,
 /// M = X^H A X; in every rrPeriod-th iteration X is rotated to its eigenvectors.
 template <typename Scalar>
 void PPCG<Scalar>::RayleighRitzRotation() const {
-  const Block vecX = Active(workZ), vecAX = Active(workAZ);
-  workM.SetDims(nX, nX, nX);
-  workD.SetDims(nX, 1, nX);
-  VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
-  isRotated = false;
+  ProjectActive();
   if (IsRotationDue()) {
     RotateActive();
   } else {
     VES_ASSERT_GOOD(workD.GetDiag(workM));
     info = LeadingFiniteOrder(workM, 'U', nX) < nX ? 1 : 0; // as the eigensolver would say
   }
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::ProjectActive() const {
+  workM.SetDims(nX, nX, nX);
+  workD.SetDims(nX, 1, nX);
+  VES_ASSERT_GOOD(workM.InnerProduct(Active(workZ), Active(workAZ)));
+  isRotated = false;
 }
 
 template <typename Scalar>
@@ -129,19 +133,20 @@ void PPCG<Scalar>::ComputeResiduals() const {
   nR = nX;
 }
 
-/// Only Ritz pairs of an orthonormal block end the run: where the columns of an iteration without
-/// rotation all pass, they are rotated and tested again, and a block that lost its orthonormality
-/// is restarted instead.
+/// Only Ritz pairs of an orthonormal block end the run: where all columns pass, a block that lost
+/// its orthonormality is restarted, one that was not rotated is, and they are tested again.
 template <typename Scalar>
 void PPCG<Scalar>::CheckConvergence(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   RunConvergeDetector();
-  if (nConvActive == nX && !isRotated) {
-    RotateActive();
-    if (info != 0) return;
-    ComputeResiduals();
-    RunConvergeDetector();
+  if (nConvActive == nX) {
+    if (RestartUnlessSound(matA, matB)) ProjectActive();
+    if (!isRotated) {
+      RotateActive();
+      if (info != 0) return;
+      ComputeResiduals();
+      RunConvergeDetector();
+    }
   }
-  if (nConvActive == nX && RestartUnlessSound(matA, matB)) nConvActive = 0;
   nConv = nDeflated + nConvActive;
   if (nConvActive == nX) nX = nP = nR = 0;
 }
@@ -155,7 +160,8 @@ void PPCG<Scalar>::RunConvergeDetector() const {
       this->ConvergeDetector->Run(workR, workD, vecD, threshold, idxsConv, dummy, nConvActive));
 }
 
-/// Locks for good only after a rotation, when the leading columns are the lowest Ritz pairs.
+/// Locks for good only in the iterations of a full Rayleigh-Ritz step, when the leading columns are
+/// the lowest Ritz pairs.
 template <typename Scalar>
 void PPCG<Scalar>::CheckLocking() const {
   if (nX == 0) return;
@@ -164,8 +170,8 @@ void PPCG<Scalar>::CheckLocking() const {
   idxsLock.SetDims(nX, 1, nX);
   VES_ASSERT_GOOD(
       this->LockDetector->Run(workR, workD, vecD, threshold * mu, idxsLock, dummy, nLocked));
-  flagShift = isRotated ? nLocked : 0;
-  if (isRotated) {
+  flagShift = IsRotationDue() ? nLocked : 0;
+  if (IsRotationDue()) {
     nX -= nLocked;
     nR = nX;
     nDeflated += nLocked;
@@ -445,7 +451,7 @@ void PPCG<Scalar>::Restart(const VesMatrixBase& matA, const VesMatrixBase& matB)
   constexpr int carefulPasses = 3;
   maxOrthoIter = std::max(maxOrthoIter, carefulPasses);
   maxOrthoInnerIter = std::max(maxOrthoInnerIter, carefulPasses);
-  nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated);
+  nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated, nBands - nDeflated);
   nP = 0;
   this->NarrowBands(workW, nDeflated + nX);
   Block vecX = Active(workZ), vecAX = Active(workAZ);

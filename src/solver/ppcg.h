@@ -93,6 +93,7 @@ private:
   void Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                const VesMatrixBase& matP) const;
   void RayleighRitzRotation() const;
+  void ProjectActive() const;
   void RotateActive() const;
   void ComputeResiduals() const;
   void RunConvergeDetector() const;

@@ -153,7 +153,7 @@ TYPED_TEST(ProductsTest, Refusals) {
             VES_ERR_NULL_POINTER);
   EXPECT_EQ(X.PermuteCols(oddColumn, 1, count), VES_ERR_MISMATCH);
   EXPECT_EQ(count, -5);
-  X.Expect(0.0, [](int i, int j) { return HashedNumber<TypeParam>(i, j); });
+  X.Expect(0.0, [&](int i, int j) { return L(i, j); }); // which began with the same numbers
 }
 
 } // namespace

@@ -135,6 +135,7 @@ TEST(ModelFigures, IterationsAndColumnsOfTheModel) {
     int nBands, maxIter, iterations, columns;
   } cases[] = {{VES_LOBPCG, {10, 11, 12}, 30, 100, 90, 1208},
                {VES_LOBPCG, {24, 25}, 10, 200, 126, 653},
+               {VES_LOBPCG_BATCH, {10, 11, 12}, 30, 100, 90, 1208},
                {VES_PPCG, {10, 11, 12}, 30, 300, 105, 1570}};
   for (const auto& c : cases) {
     const Box box{c.dims};

@@ -47,7 +47,7 @@ VectorHandle MakeVector(MPI_Comm comm, int nRows, int nCols, Scalar* values, int
   return VectorHandle(vector);
 }
 
-inline constexpr VesSolverType allSolvers[] = {VES_LOBPCG, VES_PPCG};
+inline constexpr VesSolverType allSolvers[] = {VES_LOBPCG, VES_LOBPCG_BATCH, VES_PPCG};
 
 struct Settings {
   int nBands = 10;

@@ -5,14 +5,6 @@
 #include <cstdio>
 #include <string>
 
-#ifdef __SANITIZE_ADDRESS__
-/// Keeps the plug-ins of MPI loaded to the end, so that the leak checker can name what they leave
-/// and tell it from leaks of the library.
-extern "C" int dlclose(void*) {
-  return 0;
-}
-#endif
-
 namespace {
 
 /// Names the failing process, since only process 0 keeps the usual printer.

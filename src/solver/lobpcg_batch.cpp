@@ -1,0 +1,205 @@
+#include "lobpcg_batch.h"
+
+#include <algorithm>
+
+namespace Ves {
+
+template <typename Scalar>
+LOBPCG_BATCH<Scalar>::LOBPCG_BATCH() {
+  this->solverType = VES_LOBPCG_BATCH;
+}
+
+template <typename Scalar>
+VesReturnCode LOBPCG_BATCH<Scalar>::Solve(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                          const VesMatrixBase& matP, VesVectorBase& vecQ,
+                                          VesVectorBase& vecW) const {
+  if (!this->TakesBlocks(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
+  return SolveDense(matA, matB, matP, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
+}
+
+template <typename Scalar>
+VesReturnCode LOBPCG_BATCH<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                               const VesMatrixBase& matP, Block& vecQ,
+                                               Block& vecW) const {
+  const int givenOrthoIter = this->maxOrthoIter, givenInnerIter = this->maxOrthoInnerIter;
+  InitParameters(vecQ, vecW, matB);
+  this->AllocateWorkspace(nXseekMax);
+  VES_ASSERT_GOOD(workW.Set2Val(MathConstants<Scalar>::INFTY));
+  Iterate(matA, matB, matP, vecQ);
+  FillOutput(vecQ, vecW);
+  this->FreeWorkspace();
+  this->maxOrthoIter = givenOrthoIter; // a restart raises them for the rest of its run
+  this->maxOrthoInnerIter = givenInnerIter;
+  return VES_GOOD;
+}
+
+/// Up to maxIter + 2 passes.
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                   const VesMatrixBase& matP, const Block& vecQ) const {
+  for (iter = -1; iter <= maxIter && nConv < nBands; ++iter) {
+    if (nP == 0 && nR == 0 && nXnxt == 0) return;
+    isLastPass = isLastPass || iter == maxIter;
+    ExtendBasis(matA, matB, matP, vecQ);
+    if (info != 0) return; // the pairs of the last pass are the last there are
+    this->ComputeRayleighRitzMatrix();
+    this->DiagonalizeRayleighRitzMatrix();
+    if (info != 0) return;
+    this->RotateEigVecs();
+    if (isLastPass) {
+      FinishRun();
+      continue;
+    }
+    this->RotateImages(nXseek);
+    this->RestartUnlessSound(matA, matB);
+    if (info != 0) return;
+    this->ComputeResidual();
+    this->JudgeRestart();
+    this->CheckConvergence();
+    this->ComputeConjugateDirection();
+    this->UpdateEigVecs();
+    this->UpdateImages();
+    CheckLocking();
+    this->UpdateEigVals();
+    RefillBatch();
+  }
+}
+
+/// Adds R, the new columns of the guess and random columns in the place of lost ones to [X P].
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::ExtendBasis(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                       const VesMatrixBase& matP, const Block& vecQ) const {
+  this->AddResiduals(matP);
+  this->OrthogonalizeResidual(matB, matP);
+  if (info != 0) return;
+  AddNewVectors(vecQ);
+  OrthogonalizeNewVectors(matB);
+  AddRandomVectors();
+  OrthogonalizeRandomVectors(matB);
+  this->ApplyMatrixA(matA);
+}
+
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::AddNewVectors(const Block& vecQ) const {
+  nXseek = nAdded + nXnxt - nDeflated;
+  Block vecXnxt = Columns(workZ, FirstNew(), nXnxt);
+  VES_ASSERT_GOOD(vecXnxt.CopyData(Columns(vecQ, nAdded, nXnxt)));
+  nAdded += nXnxt;
+}
+
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::OrthogonalizeNewVectors(const VesMatrixBase& matB) const {
+  nXnxt = this->RoomBehind(FirstNew(), nXnxt);
+  FormImagesB(matB, FirstNew(), nXnxt);
+  this->OrthogonalizeBehind(FirstNew(), nXnxt, matB);
+}
+
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::AddRandomVectors() const {
+  const int first = FirstNew() + nXnxt;
+  nRand = this->RoomBehind(first, nXseek - nX - nXnxt);
+  const int seed = this->processRank + (iter + 2) * nRand + this->processRank / 2;
+  Block vecRand = Columns(workZ, first, nRand);
+  VES_ASSERT_GOOD(vecRand.Set2Random(seed));
+}
+
+/// From here on the random columns are new columns like the others. All of them are confirmed: a
+/// dependent column may pass the rank test by a rounding error and is then anything but
+/// orthonormal.
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::OrthogonalizeRandomVectors(const VesMatrixBase& matB) const {
+  const int first = FirstNew() + nXnxt;
+  FormImagesB(matB, first, nRand);
+  this->OrthogonalizeBehind(first, nRand, matB);
+  nXnxt += nRand;
+  if (nXnxt > 0 &&
+      !(this->OrthoError(workZ, ImageBZ(), FirstNew(), nXnxt) <= this->SoundOrthoError()))
+    nXnxt = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, FirstNew(), nXnxt);
+}
+
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::FormImagesB(const VesMatrixBase& matB, int first, int count) const {
+  Block vecB = Columns(ImageBZ(), first, count);
+  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(Columns(workZ, first, count), vecB));
+}
+
+/// A batch in which nothing is left to iterate is locked whole.
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::CheckLocking() const {
+  Base::CheckLocking();
+  if (nR == 0) nLocked = nXseek;
+}
+
+/// Tops the batch up once less than half of it is left. Places of columns that were lost to
+/// dependence stay taken: random columns fill them. Before the last pass all that remains of the
+/// guess comes in.
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::RefillBatch() const {
+  const int taken = nAdded - nDeflated;
+  const bool isRefilled = taken < nXseekMax / 2 || taken == 0;
+  nXnxt = isRefilled ? std::min(nBands - nAdded, nXseekMax - taken) : 0;
+  if (nXnxt > 0) this->nRestarts = 0; // new pairs have residuals of their own
+  if (iter != maxIter - 1 && !isStagnated) return;
+  isLastPass = true;
+  nP = nR = 0;
+  nXnxt = nBands - nAdded;
+}
+
+/// The last pass leaves X and its values; it needs no images and no directions.
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::FinishRun() const {
+  RecountConverged();
+  nP = nR = nLeadingConv = nLocked = nXnxt = 0;
+  this->UpdateEigVecs();
+  this->UpdateEigVals();
+}
+
+/// The last rotation mixed new columns into pairs that had passed the test: only those count that
+/// still pass it.
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::RecountConverged() const {
+  const int nClaimed = std::min(nConv - nDeflated, nXseek);
+  if (nClaimed < 1) return;
+  int dummy = 0;
+  const Block vecD(workD, 0, 0, nClaimed, 1);
+  this->RotateImages(nClaimed);
+  workR.SetDims(nPW, nClaimed, this->ldQ);
+  VES_ASSERT_GOOD(workR.ScaleAdd(workAX, Columns(ImageBX(), 0, nClaimed), vecD, -1));
+  this->idxsConv.SetDims(nClaimed, 1, nClaimed);
+  VES_ASSERT_GOOD(this->ConvergeDetector->Run(workR, vecD, Estimates(nClaimed), threshold,
+                                              this->idxsConv, dummy, nLeadingConv));
+  nConv = nDeflated + nLeadingConv;
+}
+
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::InitParameters(const Block& vecQ, const Block&,
+                                          const VesMatrixBase& matB) const {
+  this->ReadProblem(vecQ, matB);
+  this->ResetCounters();
+  nXseekMax = std::min(nBands, batchLimit);
+  nXnxt = this->nV = nXseekMax; // the first pass loads a full batch
+  nRand = nAdded = 0;
+  isLastPass = false;
+  VES_ASSERT_GOOD(this->SetLockDetector(this->convergeDetectorType));
+  VES_ASSERT_GOOD(this->SetRankRevealer(this->orthogonalizerType));
+}
+
+/// Behind the pairs known there are zero vectors where the guess had no full rank; a run that broke
+/// off leaves the caller's guess there.
+template <typename Scalar>
+void LOBPCG_BATCH<Scalar>::FillOutput(Block& vecQ, Block& vecW) const {
+  const int nKnown = nDeflated + nX;
+  Block vecRest = Columns(workZ, nKnown, nBands - nKnown);
+  Block unknown(workW, nKnown, 0, nBands - nKnown, 1);
+  VES_ASSERT_GOOD(unknown.Set2Val(MathConstants<Scalar>::INFTY));
+  if (info == 0)
+    VES_ASSERT_GOOD(vecRest.Set2Zero());
+  else
+    VES_ASSERT_GOOD(vecRest.CopyData(Columns(vecQ, nKnown, nBands - nKnown)));
+  nConv = this->HandBack(std::min(nConv, nKnown), vecQ, vecW);
+  iter = std::max(iter, 0);
+}
+
+VES_INSTANTIATE(LOBPCG_BATCH);
+
+} // namespace Ves

@@ -1,0 +1,243 @@
+#include "lobpcg_steps.h"
+
+#include <algorithm>
+
+namespace Ves {
+
+/// R = T (AX - BX diag(D)) of the pairs behind the leading converged ones.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::AddResiduals(const VesMatrixBase& matP) const {
+  Block vecR = Columns(workZ, FirstR(), nR);
+  if (!needResidualNorms) { // nobody has formed them yet
+    const int first = nDeflated + nLeadingConv - nLocked;
+    workR.SetDims(nPW, nR, ldQ);
+    VES_ASSERT_GOOD(workR.ScaleAdd(Columns(workAZ, first, nR), Columns(ImageBZ(), first, nR),
+                                   Block(workW, first, 0, nR, 1), -1));
+  }
+  const Block vecTmp = Columns(workR, workR.nCols - nR, nR);
+  if (matP.IsPresent())
+    VES_ASSERT_GOOD(matP.Apply(vecTmp, vecR));
+  else
+    VES_ASSERT_GOOD(vecR.CopyData(vecTmp));
+}
+
+template <typename Scalar>
+int LobpcgSteps<Scalar>::RoomBehind(int first, int wanted) const {
+  return static_cast<int>(std::clamp<long long>(this->nRowsTotal - first, 0, wanted));
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::OrthogonalizeResidual(const VesMatrixBase& matB,
+                                                const VesMatrixBase& matP) const {
+  nR = RoomBehind(FirstR(), nR);
+  const Block vecR = Columns(workZ, FirstR(), nR);
+  Block vecBR = Columns(ImageBZ(), FirstR(), nR);
+  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
+  // A NaN or an infinity out of T or B must not pass for a direction without length.
+  if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(vecR, vecBR))
+    info = 1;
+  else
+    OrthogonalizeBehind(FirstR(), nR, matB);
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::OrthogonalizeBehind(int first, int& count,
+                                              const VesMatrixBase& matB) const {
+  const Block vecY = Columns(workZ, 0, first), vecBY = Columns(ImageBZ(), 0, first);
+  Block vecC = Columns(workZ, first, count), vecBC = Columns(ImageBZ(), first, count);
+  this->ProjectAndOrthonormalize(vecY, vecBY, vecC, vecBC, matB, count, true);
+}
+
+/// A on the residuals and the new columns together.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::ApplyMatrixA(const VesMatrixBase& matA) const {
+  const Block vecY = Columns(workZ, FirstR(), nR + nXnxt);
+  Block vecAY = Columns(workAZ, FirstR(), nR + nXnxt);
+  VES_ASSERT_GOOD(matA.Apply(vecY, vecAY));
+}
+
+/// Upper block triangle of V^H A V, where V = [X P Y] and Y = [R N]:
+///     diag(D)  0        X^H A Y
+///              P^H A P  P^H A Y
+///                       Y^H A Y
+/// The basis is B-orthonormal, so the projected problem is standard.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::ComputeRayleighRitzMatrix() const {
+  const int nY = nR + nXnxt;
+  nV = nX + nP + nY;
+  workM.SetDims(nV, nV, nV);
+  VES_ASSERT_GOOD(workM.Set2Zero());
+  Block workMX(workM, 0, 0, nX, nX), workMP(workM, nX, nX, nP, nP),
+      workMY(workM, 0, nX + nP, nV, nY);
+  const Block vecP = Columns(workZ, FirstP(), nP), vecAP = Columns(workAZ, FirstP(), nP);
+  const Block vecV = Columns(workZ, nDeflated, nV), vecAY = Columns(workAZ, FirstR(), nY);
+  VES_ASSERT_GOOD(workMX.SetDiag(Estimates(nX)));
+  // The reduction of the P block runs on into the first rows of the next column, which only the
+  // product for the last block column fills: this order.
+  VES_ASSERT_GOOD(workMP.InnerProduct(vecP, vecAP, true));
+  VES_ASSERT_GOOD(workMY.InnerProduct(vecV, vecAY, true));
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::DiagonalizeRayleighRitzMatrix() const {
+  workD.SetDims(nV, 1, nV);
+  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, info));
+  nXseek = std::min(nXseek, nV);
+  workD.SetDims(nXseek, 1, nXseek);
+}
+
+/// X' = V C_X, beside the old basis that the new directions still need.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::RotateEigVecs() const {
+  const Block vecCX(workM, 0, 0, nV, nXseek);
+  workX.SetDims(nPW, nXseek, ldQ);
+  VES_ASSERT_GOOD(workX.Gemm(Columns(workZ, nDeflated, nV), vecCX));
+}
+
+/// The images of the first count columns of X'.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::RotateImages(int count) const {
+  const Block vecCX(workM, 0, 0, nV, count);
+  workAX.SetDims(nPW, count, ldQ);
+  VES_ASSERT_GOOD(workAX.Gemm(Columns(workAZ, nDeflated, nV), vecCX));
+  if (!isGeneralized) return;
+  workBX.SetDims(nPW, count, ldQ);
+  VES_ASSERT_GOOD(workBX.Gemm(Columns(workBZ, nDeflated, nV), vecCX));
+}
+
+/// The self-check. Where the basis was not B-orthonormal, the new vectors have lost their unit
+/// norm: then this iteration becomes one over the old X and the new columns alone, with fresh
+/// images, and the rest of the run makes more passes.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
+                                             const VesMatrixBase& matB) const {
+  constexpr int carefulPasses = 3;
+  isRestarted = this->selfCheck && this->UnitNormError(workX, ImageBX()) > this->unitNormLimit;
+  if (!isRestarted) return;
+  this->maxOrthoIter = std::max(this->maxOrthoIter, carefulPasses);
+  this->maxOrthoInnerIter = std::max(this->maxOrthoInnerIter, carefulPasses);
+
+  MoveNewBehindX();
+  nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated, nX + nXnxt);
+  nP = nR = nXnxt = 0;
+  nV = nX;
+  const Block vecX = Columns(workZ, nDeflated, nX);
+  Block vecAX = Columns(workAZ, nDeflated, nX);
+  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
+  workM.SetDims(nV, nV, nV);
+  VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
+  DiagonalizeRayleighRitzMatrix();
+  if (info != 0) return;
+  RotateEigVecs();
+  RotateImages(nXseek);
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::MoveNewBehindX() const {
+  if (nXnxt == 0) return;
+  Block vecTo = Columns(workZ, FirstP(), nXnxt);
+  workP.SetDims(nPW, nXnxt, ldQ);
+  VES_ASSERT_GOOD(workP.CopyData(Columns(workZ, FirstNew(), nXnxt)));
+  VES_ASSERT_GOOD(vecTo.CopyData(workP));
+}
+
+/// A restart that does not halve the residuals of the one before has met what rounding allows.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::JudgeRestart() const {
+  if (!isRestarted) return;
+  if (!needResidualNorms) {
+    workR.SetDims(nPW, nXseek, ldQ);
+    VES_ASSERT_GOOD(workR.ScaleAdd(workAX, ImageBX(), workD, -1));
+  }
+  Block normR(this->rowComm, this->secondComm, nXseek, 1, nXseek);
+  VES_ASSERT_GOOD(normR.AllocateMem());
+  VES_ASSERT_GOOD(normR.Norm(workR));
+  double residual = 0.0;
+  for (int j = 0; j < nXseek; ++j)
+    residual = std::max(residual, static_cast<double>(std::abs(normR(j))));
+  this->Replicate(residual);
+  isStagnated = nRestarts > 0 && residual > 0.5 * restartResidual;
+  restartResidual = residual;
+  ++nRestarts;
+}
+
+/// R = AX' - BX' diag(D).
+template <typename Scalar>
+void LobpcgSteps<Scalar>::ComputeResidual() const {
+  workR.SetDims(nPW, nXseek, ldQ);
+  if (needResidualNorms) VES_ASSERT_GOOD(workR.ScaleAdd(workAX, ImageBX(), workD, -1));
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::CheckConvergence() const {
+  int dummy = 0;
+  const Block vecD = Estimates(nXseek);
+  idxsConv.SetDims(nXseek, 1, nXseek);
+  VES_ASSERT_GOOD(
+      this->ConvergeDetector->Run(workR, workD, vecD, threshold, idxsConv, dummy, nLeadingConv));
+  nConv = nDeflated + nLeadingConv;
+  nR = nXseek - nLeadingConv;
+  nP = std::min(nV - nXseek, nR);
+}
+
+/// P' = V C_P, where C_P is what the unconverged columns of C_X hold in [P R], orthonormalized
+/// against C_X. So P' is B-orthonormal, B-orthogonal to X', and X'^H A P' = 0.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::ComputeConjugateDirection() const {
+  const Block vecCX(workM, 0, 0, nV, nXseek), vecUnconverged(workM, 0, nLeadingConv, nV, nP);
+  Block vecCP(workM, 0, nXseek, nV, nP);
+  Block rowsOfX(workM, 0, nXseek, nX, nP), rowsOfNew(workM, nV - nXnxt, nXseek, nXnxt, nP);
+  VES_ASSERT_GOOD(vecCP.CopyData(vecUnconverged));
+  VES_ASSERT_GOOD(rowsOfX.Set2Zero());
+  VES_ASSERT_GOOD(rowsOfNew.Set2Zero());
+  const VesMatrixEmpty matNull;
+  this->ProjectAndOrthonormalize(vecCX, vecCX, vecCP, vecCP, matNull, nP, false);
+
+  const auto rotate = [&](const Block& basis) {
+    Block vecP = Columns(basis, nDeflated + nXseek, nP);
+    workP.SetDims(nPW, nP, ldQ);
+    VES_ASSERT_GOOD(workP.Gemm(Columns(basis, nDeflated, nV), vecCP));
+    VES_ASSERT_GOOD(vecP.CopyData(workP));
+  };
+  rotate(workZ);
+  rotate(workAZ);
+  if (isGeneralized) rotate(workBZ);
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::UpdateEigVecs() const {
+  Block vecX = Columns(workZ, nDeflated, nXseek);
+  VES_ASSERT_GOOD(vecX.CopyData(workX));
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::UpdateImages() const {
+  Block vecAX = Columns(workAZ, nDeflated, nXseek);
+  VES_ASSERT_GOOD(vecAX.CopyData(workAX));
+  if (!isGeneralized) return;
+  Block vecBX = Columns(workBZ, nDeflated, nXseek);
+  VES_ASSERT_GOOD(vecBX.CopyData(workBX));
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::CheckLocking() const {
+  int dummy = 0;
+  const Block vecD = Estimates(nXseek);
+  idxsLock.SetDims(nXseek, 1, nXseek);
+  VES_ASSERT_GOOD(
+      this->LockDetector->Run(workR, workD, vecD, threshold * mu, idxsLock, dummy, nLocked));
+}
+
+/// Stores the new values of the pairs kept in this iteration, then lets the active window begin
+/// behind those just locked.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::UpdateEigVals() const {
+  Block vecD = Estimates(nXseek);
+  VES_ASSERT_GOOD(vecD.CopyData(workD));
+  nDeflated += nLocked;
+  nX = nXseek - nLocked;
+}
+
+VES_INSTANTIATE(LobpcgSteps);
+
+} // namespace Ves

@@ -1,0 +1,117 @@
+#ifndef VES_SOLVER_LOBPCG_STEPS_H
+#define VES_SOLVER_LOBPCG_STEPS_H
+
+#include "block_solver.h"
+
+namespace Ves {
+
+/// What the two locally optimal solvers share. An iteration minimizes the Rayleigh quotient over
+/// span [X P R N] of the active Ritz vectors X, their last directions P, the preconditioned
+/// residuals R = T (A X - B X diag(D)) and columns N that are new in this iteration, if any:
+///     [X P R N]^H A [X P R N] C = C diag(D),   X := [X P R N] C_X,   P := [X P R N] C_P,
+/// where the basis is B-orthonormal, C_X are the nXseek lowest eigenvectors, and C_P is the part of
+/// the unconverged columns of C_X in [P R], orthonormalized against C_X.
+/// Knyazev, SIAM J. Sci. Comput. 23 (2001) 517; basis as in Duersch, Shao, Yang, Gu, SIAM J. Sci.
+/// Comput. 40 (2018) C655.
+///
+/// Columns of workZ, and of its images workAZ and workBZ, from the left: nDeflated locked vectors,
+/// X (nX), P (nP), R (nR), N (nXnxt). The last nV = nX + nP + nR + nXnxt are the basis.
+template <typename Scalar>
+class VES_EXPORT LobpcgSteps : public BlockSolver<Scalar> {
+public:
+  using Base = BlockSolver<Scalar>;
+  using Base::Columns;
+  using Base::info;
+  using Base::isGeneralized;
+  using Base::iter;
+  using Base::ldQ;
+  using Base::maxIter;
+  using Base::mu;
+  using Base::nBands;
+  using Base::nConv;
+  using Base::needResidualNorms;
+  using Base::nPW;
+  using Base::threshold;
+  using typename Base::Block;
+
+  mutable int nX = 0;                 ///< active Ritz vectors
+  mutable int nP = 0;                 ///< conjugate directions
+  mutable int nR = 0;                 ///< residuals; before an iteration the unconverged pairs
+  mutable int nXnxt = 0;              ///< columns that are new in the iteration
+  mutable int nXseek = 0;             ///< Ritz vectors that the iteration keeps
+  mutable int nV = 0;                 ///< order of the Rayleigh-Ritz problem
+  mutable int nDeflated = 0;          ///< vectors locked for good
+  mutable int nLocked = 0;            ///< leading pairs locked at the last check
+  mutable int nLeadingConv = 0;       ///< leading converged pairs among those kept
+  mutable int nRestarts = 0;          ///< rotations in a row that the self-check discarded
+  mutable double restartResidual = 0; ///< largest residual norm after the last restart
+  mutable bool isRestarted = false;   ///< this iteration discarded its rotation
+  mutable bool isStagnated = false;   ///< restarts have ceased to help
+
+  mutable Block workZ, workAZ, workBZ; ///< locked vectors and basis, and their images
+  mutable Block workX, workAX, workBX; ///< new Ritz vectors and their images
+  mutable Block workP;                 ///< scratch for new directions and their images
+  mutable Block workR;                 ///< residuals of the Ritz vectors kept
+  mutable Block workM;                 ///< Rayleigh-Ritz matrix, then its eigenvectors
+  mutable Block workD;                 ///< Ritz values of the current problem
+  mutable Block workW;                 ///< eigenvalue estimates of all nBands vectors
+  mutable Block idxsConv, idxsLock;    ///< flags of the detectors
+
+protected:
+  // Set-up and hand-back, in lobpcg_steps_workspace.cpp.
+
+  /// Counters of a run that has neither vectors nor directions yet.
+  void ResetCounters() const;
+  /// All blocks of a run that keeps at most the given number of Ritz vectors active.
+  void AllocateWorkspace(int mostActive) const;
+  void FreeWorkspace() const;
+  /// Copies nBands pairs in ascending order and returns how many of the nConverged leading ones
+  /// still stand before all others.
+  int HandBack(int nConverged, Block& vecQ, Block& vecW) const;
+
+  // Steps of an iteration.
+
+  void AddResiduals(const VesMatrixBase& matP) const;
+  /// R against all columns before it, then in itself. Output of T or B that is not finite sets
+  /// info.
+  void OrthogonalizeResidual(const VesMatrixBase& matB, const VesMatrixBase& matP) const;
+  /// B-orthonormalizes the count columns of workZ from first on, whose B-images are in place,
+  /// against all before and in themselves; count becomes the rank.
+  void OrthogonalizeBehind(int first, int& count, const VesMatrixBase& matB) const;
+  void ApplyMatrixA(const VesMatrixBase& matA) const;
+  void ComputeRayleighRitzMatrix() const;
+  void DiagonalizeRayleighRitzMatrix() const;
+  void RotateEigVecs() const;
+  void RotateImages(int count) const;
+  void RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void ComputeResidual() const;
+  void JudgeRestart() const;
+  void CheckConvergence() const;
+  void ComputeConjugateDirection() const;
+  void UpdateEigVecs() const;
+  void UpdateImages() const;
+  void CheckLocking() const;
+  void UpdateEigVals() const;
+
+  // First columns of the parts of workZ.
+  int FirstP() const { return nDeflated + nX; }
+  int FirstR() const { return FirstP() + nP; }
+  int FirstNew() const { return FirstR() + nR; }
+
+  /// The block that holds B Z: Z itself where B is the identity. Likewise for the new vectors.
+  const Block& ImageBZ() const { return isGeneralized ? workBZ : workZ; }
+  const Block& ImageBX() const { return isGeneralized ? workBX : workX; }
+  /// Eigenvalue estimates of the first count active pairs.
+  Block Estimates(int count) const { return Block(workW, nDeflated, 0, count, 1); }
+  /// More columns than those before them leave room for would be made of rounding errors.
+  int RoomBehind(int first, int wanted) const;
+
+private:
+  void MoveNewBehindX() const;
+};
+
+VES_EXTERN_TEMPLATE(LobpcgSteps);
+
+} // namespace Ves
+
+#endif

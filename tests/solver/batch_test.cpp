@@ -1,0 +1,193 @@
+// What only the batched solver has: the moving batch, its refill, and the count of its passes.
+#include "solver/lobpcg_batch.h"
+#include "support/correctness.h"
+
+using namespace VesTest;
+
+namespace {
+
+template <typename Scalar>
+class BatchTest : public testing::Test {
+protected:
+  static constexpr double threshold = eps<Scalar> < 1e-10 ? 1e-6 : 2e-3;
+  const Box box{{7, 8, 9}};
+  const Rows rows{504, MPI_COMM_WORLD, Deal::growing};
+  SparseOperator<Scalar> laplacian{rows,
+                                   [this](int i) { return Phased<Scalar>(i, box.Laplacian(i)); }};
+  SparseOperator<Scalar> stiffness{rows,
+                                   [this](int i) { return Phased<Scalar>(i, box.Stiffness(i)); }};
+  SparseOperator<Scalar> mass{rows, [this](int i) { return Phased<Scalar>(i, box.Mass(i)); }};
+  SparseOperator<Scalar> jacobi{
+      rows, [](int i) {
+        return typename SparseOperator<Scalar>::Row{{i, Number<Scalar>(1.0 / (6.0 + (i % 3)))}};
+      }};
+
+  static SolverHandle Solver(VesSolverType type, bool generalized, int limit = 256) {
+    Settings s;
+    s.solver = type;
+    s.threshold = threshold;
+    s.maxIter = 2000;
+    SolverHandle solver = MakeSolver<Scalar>(s, generalized);
+    EXPECT_EQ(VesSolverSetBatchLimit(solver.get(), limit),
+              type == VES_LOBPCG_BATCH ? VES_GOOD : VES_ERR_INCOMPATIBLE);
+    return solver;
+  }
+
+  void ExpectRight(Pairs<Scalar>& p, bool generalized) {
+    Limits limits;
+    limits.value = eps<Scalar> < 1e-10 ? 1e-9 : threshold; // values err by less than the residual
+    ExpectAllConverged(p, generalized ? stiffness : laplacian, generalized ? &mass : nullptr,
+                       box.Eigenvalues(generalized), threshold, limits);
+  }
+};
+TYPED_TEST_SUITE(BatchTest, AllScalars);
+
+/// While one batch holds all pairs, both solvers are the same method.
+TYPED_TEST(BatchTest, OneBatchIsLobpcg) {
+  for (const bool generalized : {false, true})
+    for (const bool preconditioned : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "generalized " << generalized << " T " << preconditioned);
+      SparseOperator<TypeParam>& A = generalized ? this->stiffness : this->laplacian;
+      int iterations[2], at = 0;
+      long columns[2];
+      for (const auto type : {VES_LOBPCG, VES_LOBPCG_BATCH}) {
+        Pairs<TypeParam> p(this->rows, 10);
+        p.FillRandom();
+        A.columns = 0;
+        p.Run(this->Solver(type, generalized).get(), &A, generalized ? &this->mass : nullptr,
+              preconditioned ? &this->jacobi : nullptr);
+        this->ExpectRight(p, generalized);
+        iterations[at] = p.iter;
+        columns[at++] = A.columns;
+      }
+      EXPECT_EQ(iterations[0], iterations[1]);
+      EXPECT_EQ(columns[0], columns[1]);
+    }
+}
+
+TYPED_TEST(BatchTest, MovesOverTheWantedPairs) {
+  for (const bool generalized : {false, true})
+    for (const int limit : {16, 5}) {
+      SCOPED_TRACE(testing::Message() << "generalized " << generalized << " limit " << limit);
+      SparseOperator<TypeParam>& A = generalized ? this->stiffness : this->laplacian;
+      Pairs<TypeParam> p(this->rows, 40);
+      p.FillRandom();
+      p.Run(this->Solver(VES_LOBPCG_BATCH, generalized, limit).get(), &A,
+            generalized ? &this->mass : nullptr);
+      this->ExpectRight(p, generalized);
+    }
+}
+
+/// Dependent, zero and non-finite columns of any batch are made up for by random ones.
+TYPED_TEST(BatchTest, CompletesALaterBatch) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  Pairs<TypeParam> p(this->rows, 24);
+  p.FillGuess([&](int i, int j) {
+    return j == 13   ? HashedNumber<TypeParam>(i, 2)
+           : j == 19 ? TypeParam{}
+           : j == 22 ? Number<TypeParam>(i == 5 ? nan : 1.0)
+                     : HashedNumber<TypeParam>(i, j);
+  });
+  p.Run(this->Solver(VES_LOBPCG_BATCH, false, 8).get(), &this->laplacian);
+  this->ExpectRight(p, false);
+}
+
+/// A = diag(1, 2, ...): eigenvectors that A meets can be told from its output.
+struct Diagonal {
+  Rows rows;
+  SparseOperator<double> A{rows, [](int i) { return SparseOperator<double>::Row{{i, Value(i)}}; }};
+  std::vector<int> met; ///< row of the unit vector in each column that A was applied to
+
+  static double Value(int i) { return 1.0 + i; }
+
+  explicit Diagonal(int n) : rows(n, MPI_COMM_SELF) {
+    A.spoil = [this](double* y, int nRows, int nCols, int ld) {
+      for (int j = 0; j < nCols; ++j) {
+        const double* const column = y + static_cast<std::ptrdiff_t>(j) * ld;
+        const auto isOne = [&](int i) { return std::abs(column[i] / Value(i)) > 0.999; };
+        int i = 0;
+        while (i < nRows && !isOne(i))
+          ++i;
+        met.push_back(i < nRows ? i : -1);
+      }
+    };
+  }
+
+  SolverHandle Solver(int limit, int maxIter) const {
+    Settings s;
+    s.solver = VES_LOBPCG_BATCH;
+    SolverHandle solver = MakeSolver<double>(s, false);
+    VesSolverSetBatchLimit(solver.get(), limit);
+    solver->maxIter = maxIter; // the flat setter refuses 0
+    return solver;
+  }
+};
+
+TEST(BatchRefill, TakesTheGuessInItsOrder) {
+  Diagonal d(100);
+  Pairs<double> p(d.rows, 40);
+  p.FillGuess([](int i, int j) { return i == j ? 3.0 : 0.0; });
+  p.Run(d.Solver(16, 50).get(), &d.A);
+  EXPECT_EQ(p.nConv, 40);
+  EXPECT_EQ(p.iter, 2); // passes -1, 0 and 1 load 16, 16 and 8 columns
+  std::vector<int> inOrder(40);
+  std::iota(inOrder.begin(), inOrder.end(), 0);
+  EXPECT_EQ(d.met, inOrder);
+}
+
+/// Passes -1 ... maxIter, of which the last but one gives its directions up and the last brings in
+/// all that remains of the guess.
+TEST(BatchPasses, AsManyAsTheLimitSays) {
+  const struct {
+    const char* reason;
+    int nBands, limit, maxIter, iter;
+    std::size_t columns;
+  } cases[] = {
+      {"the first batch and the rest", 40, 16, 0, 1, 16 + 24},
+      {"one iteration between them", 40, 16, 1, 2, 16 + 16 + 24},
+      {"nothing remains for a last pass", 12, 16, 1, 1, 12 + 12},
+      {"the last pass is far wider than the batch", 600, 256, 3, 4, 4 * 256 + 344},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reason);
+    Diagonal d(2 * c.nBands + 400);
+    Pairs<double> p(d.rows, c.nBands);
+    p.FillRandom();
+    p.Run(d.Solver(c.limit, c.maxIter).get(), &d.A);
+    EXPECT_EQ(p.iter, c.iter);
+    EXPECT_EQ(d.met.size(), c.columns);
+    EXPECT_EQ(p.nConv, 0);
+    EXPECT_LE(OrthogonalityError(p, nullptr), 1e-12);
+    EXPECT_TRUE(std::is_sorted(p.D.begin(), p.D.begin() + c.nBands));
+    for (int j = 0; j < c.nBands; j += 7) { // Rayleigh quotients of what came back
+      double quotient = 0.0;
+      for (int i = 0; i < d.rows.n; ++i)
+        quotient += Diagonal::Value(i) * p.Column(j)[i] * p.Column(j)[i];
+      EXPECT_NEAR(p.D[static_cast<std::size_t>(j)], quotient, 1e-9);
+    }
+  }
+}
+
+/// What had converged before the last pass must still hold after new columns came in.
+TEST(BatchPasses, ClaimsOnlyWhatTheLastPassLeft) {
+  Diagonal d(60);
+  Pairs<double> p(d.rows, 30);
+  p.FillGuess(
+      [](int i, int j) { return j < 3 ? (i == j ? 1.0 : 0.0) : HashedNumber<double>(i, j); });
+  p.Run(d.Solver(12, 1).get(), &d.A);
+  EXPECT_GE(p.nConv, 3);
+  EXPECT_EQ(p.nConv, RecomputedConverged(p, d.A, nullptr, 1e-6));
+}
+
+TEST(BatchSetter, CodesInTheirOrder) {
+  Settings s;
+  s.solver = VES_LOBPCG_BATCH;
+  const SolverHandle batched = MakeSolver<float>(s, false), lobpcg = MakeSolver<float>({}, false);
+  EXPECT_EQ(batched->solverType, VES_LOBPCG_BATCH);
+  EXPECT_EQ(VesSolverSetBatchLimit(nullptr, 0), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesSolverSetBatchLimit(lobpcg.get(), 0), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesSolverSetBatchLimit(batched.get(), 0), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(dynamic_cast<const Ves::LOBPCG_BATCH<float>&>(*batched).batchLimit, 256);
+}
+
+} // namespace
