@@ -12,8 +12,7 @@
 ///   the same order. All other functions are local, but for what a solver releases: destroying it,
 ///   and replacing its dense eigensolver or orthogonalizer, frees a communicator of its own.
 /// - Every block of a handle holds its scalar type, columns of values and norms too: the k values
-/// of
-///   a complex problem are k complex numbers.
+///   of a complex problem are k complex numbers.
 /// - A handle belongs to the caller from ...Create to ...Destroy. MPI must be initialised before
 ///   the first call; handles may be destroyed after MPI_Finalize.
 #ifndef VES_H
@@ -177,24 +176,22 @@ VES_EXPORT void* VesVectorDenseGetValues(VesVector vector) VES_NOEXCEPT;
 /// Creates a block of the same shape and communicators as src. With allocate it gets storage of
 /// its own, uninitialised; with allocate and copy it gets the values of src. Without allocate
 /// copy is ignored. A leading dimension below the rows, of a shape that never got storage, is
-/// raised to them. On failure after the creation the new handle is the caller's to destroy. \return
-/// -7 src or out is null; -5, -4 as VesVectorCreate; -7 src is without values to copy; -1 the
-///         storage cannot be had (beyond 32 bits or out of memory); 0
+/// raised to them. On failure after the creation the new handle is the caller's to destroy.
+/// \return -7 src or out is null; -5, -4 as VesVectorCreate; -7 src is without values to copy;
+///         -1 the storage cannot be had (beyond 32 bits or out of memory); 0
 VES_EXPORT VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool allocate,
                                             bool copy) VES_NOEXCEPT;
 
 /// Euclidean norm of each column of the distributed block x (n x k) into norms (k x 1).
 /// Collective over the communicator of norms, where the verdicts after the first are agreed on.
-/// \return -7 x or norms is null; -7 x or norms is without storage; -6 norms is not k x 1; -4 x is
-/// of
-///         another scalar type; -1 ld of norms below its rows; 0
+/// \return -7 x or norms is null; -7 x or norms is without storage; -6 norms is not k x 1;
+///         -4 x is of another scalar type; -1 ld of norms below its rows; 0
 VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEPT;
 
 /// Residuals R = A X - B X diag(D) of k pairs: X and R n x k, D k x 1. B may be null.
 /// Collective as far as the routines of A and B are.
 /// \return -1 A, X, D or R is null; -5 scalar types differ; -7 a block without storage or an
-/// operator
-///         without a routine; -1 a block beyond 32 bits; -6 shapes disagree; 0
+///         operator without a routine; -1 a block beyond 32 bits; -6 shapes disagree; 0
 VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                         VesVector R) VES_NOEXCEPT;
 
@@ -289,8 +286,8 @@ VES_EXPORT VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) VES_NOEX
 /// directions, the pairs beyond its rank are zero vectors with the value +infinity.
 ///
 /// Collective over both communicators of X. All verdicts after the first are agreed on over the
-/// first communicator: all processes return the same code. \return -1 solver, A, X or D is null; -5
-/// scalar types differ; -5 the columns of X differ from
+/// first communicator: all processes return the same code.
+/// \return -1 solver, A, X or D is null; -5 scalar types differ; -5 the columns of X differ from
 ///         the rows of D, or D has not one column; -4 X or D is no dense block; -7 X (where it has
 ///         rows) or D is without storage, or an operator that is used has no routine; -5 the
 ///         communicators of X and D differ, or processes disagree on k; -1 ld below the rows of X

@@ -18,26 +18,16 @@ namespace {
 // symmetries of its starting block: without some of everything it would follow the wrong band.
 constexpr double noiseInCarriedBands = 1e-2;
 
-const char* SolverName(VesSolverType type) {
-  switch (type) {
-  case VES_LOBPCG:
-    return "LOBPCG";
-  case VES_LOBPCG_BATCH:
-    return "batched LOBPCG";
-  case VES_PPCG:
-    return "PPCG";
-  }
-  return "unknown";
-}
-
-SolverHandle MakeSolver(VesSolverType type) {
+SolverHandle MakeSolver(const SolverOptions& options) {
   VesSolver solver = nullptr;
-  const VesReturnCode code = VesSolverCreate(&solver, VES_COMPLEX_DOUBLE, type);
+  Check(VesSolverCreate(&solver, VES_COMPLEX_DOUBLE, options.type), "VesSolverCreate");
   SolverHandle handle(solver);
-  if (code == VES_ERR_UNSUPPORTED) {
-    throw Error(std::string("this libves has no ") + SolverName(type) + " solver");
-  }
-  Check(code, "VesSolverCreate");
+  Check(VesSolverSetThreshold(solver, options.threshold), "VesSolverSetThreshold");
+  Check(VesSolverSetMaxIter(solver, options.maxIterations), "VesSolverSetMaxIter");
+  if (options.batch > 0 && options.type == VES_LOBPCG_BATCH)
+    Check(VesSolverSetBatchLimit(solver, options.batch), "VesSolverSetBatchLimit");
+  if (options.batch > 0 && options.type == VES_PPCG)
+    Check(VesSolverSetPPCGBatch(solver, options.batch), "VesSolverSetPPCGBatch");
   return handle;
 }
 
@@ -127,10 +117,6 @@ double EnergyTolerance(int bands, double threshold) {
   return std::sqrt(double(bands)) * threshold + 1e-12;
 }
 
-void CheckSolverType(VesSolverType type) {
-  MakeSolver(type);
-}
-
 void CheckBandCount(const Crystal& crystal, const Vec3& k, double cutoff, int bands) {
   const int waves = CountPlaneWaves(crystal, k, cutoff);
   if (bands <= waves) return;
@@ -155,9 +141,7 @@ Bands SolveBands(const Crystal& crystal, const Vec3& k, double cutoff, int bands
   const Coefficients start = StartingBands(basis, crystal, computed, previous, comm);
   std::copy(start.begin(), start.end(), x.Values().begin());
 
-  const SolverHandle solver = MakeSolver(options.type);
-  Check(VesSolverSetThreshold(solver.get(), options.threshold), "VesSolverSetThreshold");
-  Check(VesSolverSetMaxIter(solver.get(), options.maxIterations), "VesSolverSetMaxIter");
+  const SolverHandle solver = MakeSolver(options);
   Check(VesRunSolver(solver.get(), a.get(), nullptr, t.get(), x.Get(), energies.Get()),
         "VesRunSolver");
   levels.columns = hamiltonian.AppliedColumns();

@@ -16,7 +16,8 @@ namespace silicon {
 struct SolverOptions {
   VesSolverType type = VES_LOBPCG;
   double threshold = 1e-6; ///< on the residual norms, Ry
-  int maxIterations = 200;
+  int maxIterations = 1000;
+  int batch = 0;      ///< bands iterated at once, or width of a sub-block; 0: the library's default
   int spareBands = 2; ///< computed above the wanted ones, as far as plane waves go
 };
 
@@ -54,9 +55,6 @@ double LargestDeviation(const std::vector<double>& levels, const double* referen
 /// How far levels of this residual norm can lie from the exact ones, none missing: the norm of the
 /// matrix of residuals, at most sqrt(bands) threshold, and rounding errors of 1e-12 Ry.
 double EnergyTolerance(int bands, double threshold);
-
-/// Throws Error when the library has no such solver.
-void CheckSolverType(VesSolverType type);
 
 /// Throws Error when there are fewer plane waves at k than bands. Local.
 void CheckBandCount(const Crystal& crystal, const Vec3& k, double cutoff, int bands);

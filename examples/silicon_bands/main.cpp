@@ -74,7 +74,6 @@ int Run(int argc, char** argv) {
   try {
     Options options;
     if (const auto code = ParseOptions(argc, argv, options, out, err)) return *code;
-    CheckSolverType(options.solver.type);
     const bool good =
         options.supercell > 0 ? RunSupercell(options, out) : RunBandStructure(options, out);
     return good ? 0 : 1;

@@ -47,6 +47,9 @@ void Describe(CLI::App& app, Options& options, std::string& solver) {
   app.add_option("--solver", solver, "algorithm of the library")
       ->check(CLI::IsMember(&solvers))
       ->capture_default_str();
+  app.add_option("--batch", options.solver.batch,
+                 "bands that lobpcg-batch iterates at once, or columns of a sub-block of ppcg")
+      ->check(CountUpTo(maxCount));
   app.add_option("--max-iter", options.solver.maxIterations, "iterations of the solver at most")
       ->check(CountUpTo(maxCount))
       ->capture_default_str();
