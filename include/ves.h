@@ -20,6 +20,7 @@
 
 #include <mpi.h>
 #include <stdbool.h>
+#include <stddef.h>
 
 #if defined(__GNUC__) || defined(__clang__)
 #define VES_EXPORT __attribute__((visibility("default")))
@@ -294,6 +295,111 @@ VES_EXPORT VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) VES_NOEX
 ///         or D, more than 10922 pairs, or a workspace of 3 k columns beyond 32 bits; 0
 VES_EXPORT VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix T,
                                       VesVector X, VesVector D) VES_NOEXCEPT;
+
+/* ------------------------------------------------------------------ what a run did, and beyond */
+
+/// Release of the library as "major.minor.patch"; a static text.
+VES_EXPORT const char* VesGetVersion(void) VES_NOEXCEPT;
+
+/// What a return code means, in a few words; a static text for any number.
+VES_EXPORT const char* VesErrorString(VesReturnCode code) VES_NOEXCEPT;
+
+/// Why the last run of a solver ended.
+typedef enum VesSolverReason VES_ENUM_BASE {
+  VES_REASON_NONE = 0,       ///< there was no run yet
+  VES_REASON_CONVERGED = 1,  ///< all wanted pairs passed the convergence test
+  VES_REASON_ITERATIONS = 2, ///< the limit of iterations was reached
+  VES_REASON_MONITOR = 3,    ///< the monitor asked for the end
+  VES_REASON_STAGNATED = 4,  ///< rounding, or the rank of the guess, allows no further progress
+  VES_REASON_NONFINITE = 5   ///< an operator returned NaN or infinity
+} VesSolverReason;
+
+/// \return -7 solver or reason is null; 0
+VES_EXPORT VesReturnCode VesGetSolverReason(VesSolver solver, VesSolverReason* reason) VES_NOEXCEPT;
+
+/// A short text for a reason; static, for any number.
+VES_EXPORT const char* VesReasonString(VesSolverReason reason) VES_NOEXCEPT;
+
+/// What the last run of a solver cost on this process.
+typedef struct VesSolverStats {
+  long long columnsA;     ///< columns that A was applied to
+  long long columnsB;     ///< columns that B was applied to
+  long long columnsT;     ///< columns that the preconditioner was applied to
+  long long reductions;   ///< reductions over processes
+  long long bytesReduced; ///< bytes that this process gave to them
+  double secondsOperators; ///< in the routines of A, B and T
+  double secondsDense;     ///< in dense factorizations and eigendecompositions
+  double secondsTotal;
+} VesSolverStats;
+
+/// \return -7 solver or stats is null; 0
+VES_EXPORT VesReturnCode VesGetSolverStats(VesSolver solver, VesSolverStats* stats) VES_NOEXCEPT;
+
+/// Where a run stands after an iteration. The arrays have an entry for each wanted pair and live
+/// until the monitor returns.
+typedef struct VesProgress {
+  int iteration;           ///< iterations made, 0 after the start
+  int wanted;              ///< pairs wanted
+  int converged;           ///< leading pairs that pass the convergence test
+  int locked;              ///< pairs that are no longer changed
+  int active;              ///< pairs that are iterated
+  const double* values;    ///< eigenvalue estimates, +infinity where unknown
+  const double* residuals; ///< residual norms when last tested, NaN where unknown
+  long long columnsA;      ///< columns that A was applied to so far
+} VesProgress;
+
+/// Routine of the caller that follows a run. Process 0 of X's first communicator decides: when it
+/// returns other than 0 there, the run ends after this iteration.
+typedef int (*VesMonitor)(void* data, const VesProgress* progress);
+
+/// Installs a routine that is called on every process after the start and after each iteration;
+/// null removes it. It must be set on all processes or on none. It may call neither the solver nor
+/// the operators of the run. With a monitor an iteration makes one more broadcast of an int.
+/// \return -7 solver is null; 0
+VES_EXPORT VesReturnCode VesSolverSetMonitor(VesSolver solver, VesMonitor monitor,
+                                             void* data) VES_NOEXCEPT;
+
+/// Factor of the threshold at which a pair is locked for good (default 0.01). A larger one saves
+/// work, and leaves locked pairs as far from exact as it says.
+/// \return -7 solver is null; -1 factor not from 0 to 1; 0
+VES_EXPORT VesReturnCode VesSolverSetLockFactor(VesSolver solver, double factor) VES_NOEXCEPT;
+
+/// Chooses the test for locking. Without a choice it is the test of convergence, and for VES_PPCG
+/// VES_RESIDUALS.
+/// \return -7 solver is null; -4 unknown kind; 0
+VES_EXPORT VesReturnCode VesSolverSetLockDetectorType(VesSolver solver,
+                                                      VesConvergeDetectorType type) VES_NOEXCEPT;
+
+/// Chooses the rank-revealing orthogonalizer, which no step of the present solvers uses.
+/// \return -7 solver is null; -4 unknown kind; 0
+VES_EXPORT VesReturnCode VesSolverSetRankRevealerType(VesSolver solver,
+                                                      VesOrthogonalizerType type) VES_NOEXCEPT;
+
+/// Turns the self-check on (default) or off: it tests every rotation, restarts from the last sound
+/// vectors where rounding broke the basis down, and confirms what a run is about to report. Sound
+/// runs are the same with and without it, bit for bit.
+/// \return -7 solver is null; 0
+VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_NOEXCEPT;
+
+/// Forecast of the bytes that a run takes on this process beside the caller's blocks, for nRows
+/// local rows (and leading dimension) and nCols pairs, as the solver is set now.
+/// \return -7 solver or bytes is null; -1 a dimension is negative; 0
+VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols, bool generalized,
+                                         size_t* bytes) VES_NOEXCEPT;
+
+/// Recomputes k pairs: the largest 2-norm of A x - lambda B x, and the largest entry of
+/// |X^H B X - I|. B may be null. Not a number where a pair is not finite.
+/// Collective over X's communicator; takes the storage of X twice more.
+/// \return -1 A, X or D is null; -7 maxResidual or maxOrthoError is null; -5 scalar types differ;
+///         -7 a block without storage or an operator without a routine; -1 ld below the rows, or a
+///         block beyond 32 bits; -6 D is not k x 1; 0. All verdicts but the first two are agreed on.
+VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
+                                            double* maxResidual,
+                                            double* maxOrthoError) VES_NOEXCEPT;
+
+/// As VesVectorSetComm, for callers that hold a communicator as a Fortran handle.
+/// \return as VesVectorSetComm
+VES_EXPORT VesReturnCode VesVectorSetComm_f(VesVector vector, int slot, MPI_Fint comm) VES_NOEXCEPT;
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -1,6 +1,7 @@
 #include "lapack_chol.h"
 
 #include "../data/finite_entries.h"
+#include "../parallel/run_meter.h"
 
 namespace Ves {
 
@@ -23,6 +24,7 @@ VesReturnCode LapackChol<Scalar>::RunChol(VesVectorBase& vecM, int& info, char u
 
 template <typename Scalar>
 VesReturnCode LapackChol<Scalar>::RunLapackChol(VectorDense<Scalar>& vecM, int& info, char uplo) {
+  const RunMeter::DenseTime timed;
   int rank = 0;
   MPI_Comm_rank(vecM.comm, &rank);
   if (rank == 0) info = FactorizeHere(vecM, uplo);

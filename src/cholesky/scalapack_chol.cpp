@@ -1,6 +1,7 @@
 #include "scalapack_chol.h"
 
 #include "../data/finite_entries.h"
+#include "../parallel/run_meter.h"
 
 #include <vector>
 
@@ -22,6 +23,7 @@ VesReturnCode ScaLapackChol<Scalar>::RunScaLapackChol(VectorDense<Scalar>& vecM,
                                                       char uplo) {
   if (vecM.nCols < threshold) return LapackChol<Scalar>::RunChol(vecM, info, uplo);
 
+  const RunMeter::DenseTime timed;
   // Process 0 decides for all whether the matrix may go to the grid: the one-process path deals
   // with a matrix that is finite only in its leading part.
   int isFinite = LeadingFiniteOrder(vecM, uplo, vecM.nCols) == vecM.nCols;

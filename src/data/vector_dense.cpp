@@ -1,6 +1,7 @@
 #include "vector_dense.h"
 
 #include "../parallel/mpi_wrapper.h"
+#include "../parallel/run_meter.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -246,7 +247,7 @@ VesReturnCode VectorDense<Scalar>::Normalize(VesVectorBase& vecY, bool global) {
 template <typename Scalar>
 VesReturnCode VectorDense<Scalar>::AllReduce(MPI_Op op, MPI_Comm overComm) {
   return static_cast<VesReturnCode>(
-      MPI_Allreduce(MPI_IN_PLACE, values, NumEntries(), MpiType<Scalar>(), op, overComm));
+      ReduceInPlace(values, NumEntries(), MpiType<Scalar>(), op, overComm));
 }
 
 template <typename Scalar>

@@ -3,6 +3,8 @@
 
 #include "../data/vector_base.h"
 
+#include <vector>
+
 namespace Ves {
 
 /// Decides which of the k current eigenpairs pass a test; serves for convergence and for locking.
@@ -10,6 +12,7 @@ class VES_EXPORT VesConvergeDetector {
 public:
   VesConvergeDetectorType detectorType = VES_RESIDUALS;
   VesScalarType scalarType = VES_DOUBLE;
+  std::vector<double> residualNorms; ///< of the last run; empty where the test reads no residuals
 
   virtual ~VesConvergeDetector() = default;
 

@@ -3,7 +3,21 @@
 
 #include "../data/vector_dense.h"
 
+#include <vector>
+
 namespace Ves {
+
+/// Norms of the k columns of vecR, distributed by rows. Collective over its comm.
+template <typename Scalar>
+std::vector<double> ColumnNorms(const VectorDense<Scalar>& vecR) {
+  VectorDense<Scalar> normR(vecR.comm, vecR.auxComm, vecR.nCols, 1, vecR.nCols);
+  VES_ASSERT_GOOD(normR.AllocateMem());
+  VES_ASSERT_GOOD(normR.Norm(vecR));
+  std::vector<double> norms(static_cast<std::size_t>(vecR.nCols));
+  for (int j = 0; j < vecR.nCols; ++j)
+    norms[static_cast<std::size_t>(j)] = static_cast<double>(std::abs(normR(j)));
+  return norms;
+}
 
 /// Flags the pairs j < nPairs that pass, counts them, makes the decision of process 0 of idxs's
 /// auxComm everybody's, and counts the leading flags among the first nCols.

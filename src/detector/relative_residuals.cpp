@@ -27,15 +27,12 @@ VesReturnCode RelativeResiduals<Scalar>::RunDense(const VectorDense<Scalar>& vec
                                                   VectorDense<Scalar>& idxs, int& dummy,
                                                   int& nLeading) {
   if (vecR.IsDataEmpty() || idxs.IsDataEmpty()) return VES_ERR_NULL_POINTER;
-  VectorDense<Scalar> normR(vecR.comm, vecR.auxComm, vecR.nCols, 1, vecR.nCols);
-  VES_ASSERT_GOOD(normR.AllocateMem());
-  VES_ASSERT_GOOD(normR.Norm(vecR));
+  residualNorms = ColumnNorms(vecR);
   const auto passes = [&](int j) {
-    const double norm = static_cast<double>(std::abs(normR(j)));
+    const double norm = residualNorms[static_cast<std::size_t>(j)];
     return norm < static_cast<double>(std::abs(workD(j))) * threshold;
   };
   FlagPairs(idxs, vecR.nCols, vecR.nCols, passes, dummy, nLeading);
-  VES_ASSERT_GOOD(normR.FreeMem());
   return VES_GOOD;
 }
 

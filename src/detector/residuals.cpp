@@ -26,12 +26,9 @@ VesReturnCode Residuals<Scalar>::RunDense(const VectorDense<Scalar>& vecR,
                                           double threshold, VectorDense<Scalar>& idxs, int& dummy,
                                           int& nLeading) {
   if (vecR.IsDataEmpty() || idxs.IsDataEmpty()) return VES_ERR_NULL_POINTER;
-  VectorDense<Scalar> normR(vecR.comm, vecR.auxComm, vecR.nCols, 1, vecR.nCols);
-  VES_ASSERT_GOOD(normR.AllocateMem());
-  VES_ASSERT_GOOD(normR.Norm(vecR));
-  const auto passes = [&](int j) { return static_cast<double>(std::abs(normR(j))) < threshold; };
+  residualNorms = ColumnNorms(vecR);
+  const auto passes = [&](int j) { return residualNorms[static_cast<std::size_t>(j)] < threshold; };
   FlagPairs(idxs, vecR.nCols, vecR.nCols, passes, dummy, nLeading);
-  VES_ASSERT_GOOD(normR.FreeMem());
   return VES_GOOD;
 }
 

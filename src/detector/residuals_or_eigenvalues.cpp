@@ -31,16 +31,13 @@ VesReturnCode ResidualsOrEigenvalues<Scalar>::RunDense(const VectorDense<Scalar>
                                                        int& dummy, int& nLeading) {
   if (vecR.IsDataEmpty() || idxs.IsDataEmpty() || workD.IsDataEmpty() || vecD.IsDataEmpty())
     return VES_ERR_NULL_POINTER;
-  VectorDense<Scalar> normR(vecR.comm, vecR.auxComm, vecR.nCols, 1, vecR.nCols);
-  VES_ASSERT_GOOD(normR.AllocateMem());
-  VES_ASSERT_GOOD(normR.Norm(vecR));
+  residualNorms = ColumnNorms(vecR);
   const auto passes = [&](int j) {
-    const double norm = static_cast<double>(std::abs(normR(j)));
+    const double norm = residualNorms[static_cast<std::size_t>(j)];
     const double change = static_cast<double>(std::abs(workD(j) - vecD(j)));
     return norm < threshold || change < threshold;
   };
   FlagPairs(idxs, vecR.nCols, vecR.nCols, passes, dummy, nLeading);
-  VES_ASSERT_GOOD(normR.FreeMem());
   return VES_GOOD;
 }
 

@@ -1,6 +1,7 @@
 #include "lapack_diag.h"
 
 #include "../data/finite_entries.h"
+#include "../parallel/run_meter.h"
 #include "workspace_size.h"
 
 #include <vector>
@@ -35,6 +36,7 @@ VesReturnCode LapackDiag<Scalar>::RunEvd(VesVectorBase& vecM, VesVectorBase& vec
 template <typename Scalar>
 VesReturnCode LapackDiag<Scalar>::RunLapackEvd(VectorDense<Scalar>& vecM, VectorDense<Scalar>& vecD,
                                                int& info) {
+  const RunMeter::DenseTime timed;
   int rank = 0;
   MPI_Comm_rank(vecM.comm, &rank);
   if (rank == 0) {

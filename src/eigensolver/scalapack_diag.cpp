@@ -1,6 +1,7 @@
 #include "scalapack_diag.h"
 
 #include "../data/finite_entries.h"
+#include "../parallel/run_meter.h"
 #include "workspace_size.h"
 
 #include <algorithm>
@@ -30,6 +31,7 @@ VesReturnCode ScaLapackDiag<Scalar>::RunScaLapackEvd(VectorDense<Scalar>& vecM,
                                                      VectorDense<Scalar>& vecD, int& info) {
   if (vecM.nCols < threshold) return LapackDiag<Scalar>::RunEvd(vecM, vecD, info);
 
+  const RunMeter::DenseTime timed;
   // The distributed eigensolver never returns from a NaN; process 0 decides for all.
   info = LeadingFiniteOrder(vecM, this->uplo, vecM.nCols) < vecM.nCols ? 1 : 0;
   MPI_Bcast(&info, 1, MPI_INT, 0, vecM.comm);

@@ -9,6 +9,7 @@
 #include "../projector/ortho_projector.h"
 
 #include <memory>
+#include <optional>
 
 /// Base of the solvers: the caller's parameters, the replaceable components and the two results
 /// that the caller reads. A run is a const operation that works on mutable state; a solver object
@@ -43,6 +44,12 @@ struct VES_EXPORT VesSolverBase {
   double mu = 0.01;                      ///< the lock detector runs with threshold * mu
   VesSolverType solverType = VES_LOBPCG; ///< algorithm of the derived class
   bool selfCheck = true; ///< tests every rotation and restarts where the basis broke down
+  std::optional<VesConvergeDetectorType> chosenLockDetector; ///< in place of the solver's own
+  std::optional<VesOrthogonalizerType> chosenRankRevealer;   ///< in place of the solver's own
+  VesMonitor monitor = nullptr;                              ///< called after each iteration
+  void* monitorData = nullptr;
+  mutable VesSolverReason reason = VES_REASON_NONE; ///< why the last run ended
+  mutable VesSolverStats stats{};                   ///< what the last run cost here
 
   VesSolverBase() = default;
   VesSolverBase(const VesSolverBase&) = delete;
@@ -55,6 +62,9 @@ struct VES_EXPORT VesSolverBase {
   virtual VesReturnCode Solve(const VesMatrixBase& matA, const VesMatrixBase& matB,
                               const VesMatrixBase& matT, VesVectorBase& vecX,
                               VesVectorBase& vecD) const = 0;
+
+  /// Bytes that a run takes for nRows local rows and nCols pairs.
+  virtual std::size_t Memory(int nRows, int nCols, bool generalized) const = 0;
 
   /// Each setter replaces its component and stores the kind.
   /// \return -4 unknown kind or scalar type, and nothing changes; 0

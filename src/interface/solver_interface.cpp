@@ -42,13 +42,14 @@ VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B, const
   return fits ? VES_GOOD : VES_ERR_INVALID_VALUE;
 }
 
-/// The worst verdict of all processes, or -5 where they do not agree on the number of pairs, so
-/// that none starts a run that another has refused.
-VesReturnCode AgreeOn(VesReturnCode verdict, int nCols, MPI_Comm comm) {
-  int maxima[] = {-static_cast<int>(verdict), nCols, -nCols};
-  MPI_Allreduce(MPI_IN_PLACE, maxima, 3, MPI_INT, MPI_MAX, comm);
-  const bool sameCols = maxima[1] == -maxima[2];
-  if (maxima[0] == 0 && !sameCols) return VES_ERR_MISMATCH;
+/// The worst verdict of all processes, or -5 where they do not agree on the number of pairs or on
+/// having a monitor, so that none starts a run that another has refused, or waits for an answer.
+VesReturnCode AgreeOn(VesReturnCode verdict, int nCols, bool hasMonitor, MPI_Comm comm) {
+  const int monitors = hasMonitor ? 1 : 0;
+  int maxima[] = {-static_cast<int>(verdict), nCols, -nCols, monitors, -monitors};
+  MPI_Allreduce(MPI_IN_PLACE, maxima, 5, MPI_INT, MPI_MAX, comm);
+  const bool isSame = maxima[1] == -maxima[2] && maxima[3] == -maxima[4];
+  if (maxima[0] == 0 && !isSame) return VES_ERR_MISMATCH;
   return static_cast<VesReturnCode>(-maxima[0]);
 }
 
@@ -161,6 +162,61 @@ VesReturnCode VesSolverSetBatchLimit(VesSolver solver, int limit) noexcept {
                               [&](auto& batched) { batched.batchLimit = limit; });
 }
 
+VesReturnCode VesSolverSetLockFactor(VesSolver solver, double factor) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  if (!(factor >= 0.0 && factor <= 1.0)) return VES_ERR_INVALID_VALUE;
+  solver->mu = factor;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetLockDetectorType(VesSolver solver,
+                                           VesConvergeDetectorType type) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  const VesReturnCode code = solver->SetLockDetector(type);
+  if (code == VES_GOOD) solver->chosenLockDetector = type;
+  return code;
+}
+
+VesReturnCode VesSolverSetRankRevealerType(VesSolver solver, VesOrthogonalizerType type) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  const VesReturnCode code = solver->SetRankRevealer(type);
+  if (code == VES_GOOD) solver->chosenRankRevealer = type;
+  return code;
+}
+
+VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  solver->selfCheck = isOn;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetMonitor(VesSolver solver, VesMonitor monitor, void* data) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  solver->monitor = monitor;
+  solver->monitorData = data;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols, bool generalized,
+                              size_t* bytes) noexcept {
+  if (solver == nullptr || bytes == nullptr) return VES_ERR_NULL_POINTER;
+  if (nRows < 0 || nCols < 0) return VES_ERR_INVALID_VALUE;
+  *bytes = solver->Memory(nRows, nCols, generalized);
+  return VES_GOOD;
+}
+
+VesReturnCode VesGetSolverReason(VesSolver solver, VesSolverReason* reason) noexcept {
+  if (solver == nullptr || reason == nullptr) return VES_ERR_NULL_POINTER;
+  *reason = solver->reason;
+  return VES_GOOD;
+}
+
+VesReturnCode VesGetSolverStats(VesSolver solver, VesSolverStats* stats) noexcept {
+  if (solver == nullptr || stats == nullptr) return VES_ERR_NULL_POINTER;
+  *stats = solver->stats;
+  return VES_GOOD;
+}
+
 VesReturnCode VesGetSolverIter(VesSolver solver, int* iter) noexcept {
   if (solver == nullptr || iter == nullptr) return VES_ERR_NULL_POINTER;
   *iter = solver->iter;
@@ -188,6 +244,6 @@ VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix
       return LocalVerdict(*A, matB, matT, AsDense<Scalar>(*X), AsDense<Scalar>(*D),
                           solver->problemType == VES_PROBLEM_GENERALIZED);
     });
-  const VesReturnCode agreed = AgreeOn(verdict, X->nCols, X->comm);
+  const VesReturnCode agreed = AgreeOn(verdict, X->nCols, solver->monitor != nullptr, X->comm);
   return agreed == VES_GOOD ? solver->Solve(*A, matB, matT, *X, *D) : agreed;
 }

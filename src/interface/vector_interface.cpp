@@ -131,6 +131,10 @@ VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
   return R->EigResidual(*A, matB, *X, *D);
 }
 
+VesReturnCode VesVectorSetComm_f(VesVector vector, int slot, MPI_Fint comm) noexcept {
+  return VesVectorSetComm(vector, slot, MPI_Comm_f2c(comm));
+}
+
 void VesVectorDestroy(VesVector vector) noexcept {
   delete vector;
 }

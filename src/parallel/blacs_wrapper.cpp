@@ -1,6 +1,7 @@
 #include "blacs_wrapper.h"
 
 #include "../kernel/blacs_kernel.h"
+#include "run_meter.h"
 
 #include <algorithm>
 #include <cmath>
@@ -74,7 +75,7 @@ void BlacsBase::InitDesc(int* desc, MPI_Comm gridComm, int n) {
   // Agreed on by all: a process that used this object alone in between would otherwise rebuild
   // while the others reuse, and wait for them.
   int rebuild = !gridReady || !ownsComm || !SameGroupAndOrder(gridComm, comm);
-  MPI_Allreduce(MPI_IN_PLACE, &rebuild, 1, MPI_INT, MPI_MAX, gridComm);
+  ReduceInPlace(&rebuild, 1, MPI_INT, MPI_MAX, gridComm);
   if (rebuild != 0) {
     ExitGrid();
     ReplaceComm(gridComm);
@@ -85,8 +86,10 @@ void BlacsBase::InitDesc(int* desc, MPI_Comm gridComm, int n) {
   locRows = inGrid ? BlacsKernel::Numroc(n, nb, myrow, rsrc, nprow) : 0;
   locCols = inGrid ? BlacsKernel::Numroc(n, nb, mycol, csrc, npcol) : 0;
   lld = std::max(1, locRows);
-  MPI_Allreduce(&locRows, &maxLocRows, 1, MPI_INT, MPI_MAX, gridComm);
-  MPI_Allreduce(&locCols, &maxLocCols, 1, MPI_INT, MPI_MAX, gridComm);
+  maxLocRows = locRows;
+  maxLocCols = locCols;
+  ReduceInPlace(&maxLocRows, 1, MPI_INT, MPI_MAX, gridComm);
+  ReduceInPlace(&maxLocCols, 1, MPI_INT, MPI_MAX, gridComm);
   int info = 0;
   if (inGrid) BlacsKernel::DescInit(desc, n, n, nb, nb, rsrc, csrc, ictxt, lld, info);
 }

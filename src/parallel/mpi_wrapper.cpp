@@ -1,5 +1,7 @@
 #include "mpi_wrapper.h"
 
+#include "run_meter.h"
+
 #include <limits>
 #include <new>
 
@@ -27,7 +29,7 @@ void MpiWrapper<Scalar>::AllReduce(Scalar* data, unsigned long count, MPI_Op op,
   if (data == nullptr) return;
   if (count > static_cast<unsigned long>(std::numeric_limits<int>::max()))
     throw std::bad_array_new_length();
-  MPI_Allreduce(MPI_IN_PLACE, data, static_cast<int>(count), MpiType<Scalar>(), op, comm);
+  ReduceInPlace(data, static_cast<int>(count), MpiType<Scalar>(), op, comm);
 }
 
 VES_INSTANTIATE(MpiWrapper);

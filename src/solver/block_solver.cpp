@@ -3,6 +3,7 @@
 #include "../data/finite_entries.h"
 #include "../orthogonalizer/pass_loop.h"
 #include "../parallel/mpi_wrapper.h"
+#include "../parallel/run_meter.h"
 
 #include <algorithm>
 #include <limits>
@@ -26,11 +27,22 @@ void BlockSolver<Scalar>::ReadProblem(const Block& vecQ, const VesMatrixBase& ma
   secondComm = vecQ.auxComm;
   MPI_Comm_rank(rowComm, &processRank);
   nRowsTotal = nPW;
-  MPI_Allreduce(MPI_IN_PLACE, &nRowsTotal, 1, MPI_LONG_LONG, MPI_SUM, rowComm);
+  ReduceInPlace(&nRowsTotal, 1, MPI_LONG_LONG, MPI_SUM, rowComm);
   isGeneralized = problemType == VES_PROBLEM_GENERALIZED && matB.IsPresent();
   orthoTol = 256.0 * static_cast<double>(std::numeric_limits<RealType<Scalar>>::epsilon());
   orthoInnerTol = orthoTol;
   info = 0;
+  isStagnated = isStopped = isRestartDue = isCareful = false;
+  largestRitz = 0.0;
+  pairResiduals.assign(static_cast<std::size_t>(nBands), std::nan(""));
+  watch = Watch();
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::InstallRunComponents(VesConvergeDetectorType lock,
+                                               VesOrthogonalizerType rank) const {
+  VES_ASSERT_GOOD(this->SetLockDetector(chosenLockDetector.value_or(lock)));
+  VES_ASSERT_GOOD(this->SetRankRevealer(chosenRankRevealer.value_or(rank)));
 }
 
 /// One call of the orthogonalizer. A Gram matrix that cannot be decomposed, as a NaN from an
@@ -149,9 +161,17 @@ bool BlockSolver<Scalar>::AllFinite(const Block& vecX, const Block& vecBX) const
   for (int j = 0; j < vecX.nCols && isFinite == 1; ++j)
     for (int i = 0; i < nPW && isFinite == 1; ++i)
       isFinite = IsFinite(vecX(i, j)) && IsFinite(vecBX(i, j)) ? 1 : 0;
-  MPI_Allreduce(MPI_IN_PLACE, &isFinite, 1, MPI_INT, MPI_MIN, rowComm);
+  ReduceInPlace(&isFinite, 1, MPI_INT, MPI_MIN, rowComm);
   Replicate(isFinite);
   return isFinite == 1;
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::BeCareful() const {
+  constexpr int carefulPasses = 3;
+  isCareful = true;
+  maxOrthoIter = std::max(maxOrthoIter, carefulPasses);
+  maxOrthoInnerIter = std::max(maxOrthoInnerIter, carefulPasses);
 }
 
 template <typename Scalar>

@@ -1,10 +1,13 @@
 #ifndef VES_SOLVER_BLOCK_SOLVER_H
 #define VES_SOLVER_BLOCK_SOLVER_H
 
+#include "../data/metered_operator.h"
 #include "../data/vector_dense.h"
 #include "../interface/solver_base.h"
+#include "../parallel/run_meter.h"
 
 #include <limits>
+#include <vector>
 
 namespace Ves {
 
@@ -24,12 +27,44 @@ public:
   mutable int info = 0;             ///< outcome of the last dense eigendecomposition
   mutable MPI_Comm rowComm = MPI_COMM_WORLD;
   mutable MPI_Comm secondComm = MPI_COMM_SELF;
+  mutable bool isStagnated = false;          ///< rounding allows no further progress
+  mutable bool isStopped = false;            ///< the monitor asked for the end
+  mutable bool isRestartDue = false;         ///< noise keeps a pair from the floor of rounding
+  mutable bool isCareful = false;            ///< a restart has shown that more care is needed
+  mutable double largestRitz = 0.0;          ///< largest modulus of a Ritz value met so far
+  mutable std::vector<double> pairResiduals; ///< of the wanted pairs when last tested, or NaN
 
 protected:
   BlockSolver();
 
-  /// Takes the facts of a run from the caller's block and sets the run's tolerances.
+  /// One run: steps(A, B, T) with operators that count, inside the bookkeeping that every solver
+  /// needs. It leaves costs and reason, and the pass limits as the caller gave them, since a
+  /// restart raises them for the rest of its run.
+  template <typename Steps>
+  VesReturnCode Metered(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                        const VesMatrixBase& matP, int wanted, Steps steps) const {
+    const RunMeter meter;
+    const double start = MPI_Wtime();
+    const int givenOrthoIter = maxOrthoIter, givenInnerIter = maxOrthoInnerIter;
+    const MeteredOperator a(matA), b(matB), t(matP);
+    meteredA = &a;
+    const VesReturnCode code = steps(a, b, t);
+    meteredA = nullptr;
+    maxOrthoIter = givenOrthoIter;
+    maxOrthoInnerIter = givenInnerIter;
+    stats = {a.columns,          b.columns,          t.columns,
+             meter.reductions,   meter.bytesReduced, a.seconds + b.seconds + t.seconds,
+             meter.secondsDense, MPI_Wtime() - start};
+    reason = FindReason(wanted);
+    return code;
+  }
+
+  /// Takes the facts of a run from the caller's block, sets its tolerances, and forgets the run
+  /// before.
   void ReadProblem(const Block& vecQ, const VesMatrixBase& matB) const;
+
+  /// Installs lock detector and rank revealer: those the caller chose, or else these.
+  void InstallRunComponents(VesConvergeDetectorType lock, VesOrthogonalizerType rank) const;
 
   /// Both are dense blocks of the solver's scalar type.
   bool TakesBlocks(const VesVectorBase& vecQ, const VesVectorBase& vecW) const {
@@ -69,6 +104,40 @@ protected:
   static constexpr double unitNormLimit =
       std::numeric_limits<RealType<Scalar>>::digits > 30 ? 1e-7 : 3e-4;
 
+  /// Bytes of tall blocks with the given columns in total, and of small matrices: one of the given
+  /// entries beside the workspace of an eigendecomposition of the given order.
+  std::size_t Bytes(int nRows, int nBlocks, int columns, std::size_t smallEntries,
+                    int evdOrder) const;
+  /// Whether the orthogonalizer takes a scratch block as wide as its argument.
+  bool HasScratchBlock() const { return orthogonalizerType == VES_SVD_QR; }
+
+  /// \name Progress
+  /// @{
+  /// Takes over the norms of the last convergence test, which began at the given pair.
+  void KeepResiduals(int first) const;
+  /// Remembers the largest Ritz value, for what it says of the size of the operator.
+  void NoteRitzValues(const Block& values) const;
+  /// Shows the monitor where the run stands, and takes its answer. Collective when there is one.
+  void Report(int iteration, const Block& estimates, int nLockedPairs, int nActivePairs) const;
+  /// To be asked once an iteration. Where the count of converged pairs has not grown and the
+  /// residual of the next pair has not halved for long, and the residuals of all active pairs have
+  /// come close to what rounding allows, the run has stagnated; where noise keeps them above for
+  /// long, a restart is due. X holds the active vectors, the
+  /// pairs first, first + 1, ...; scratch are two blocks of at least one column.
+  void WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& vecX,
+                     const Block& vecBX, int first, const Block& values, const Block& scratch,
+                     const Block& scratchImage) const;
+  /// The claims of convergence lie so close to rounding errors that images which were only updated
+  /// cannot bear them out.
+  bool IsTight(const Block& vecBX, const Block& values) const;
+  /// Sizes of rounding errors in a residual, in units of largestRitz and the norm of B x.
+  static constexpr double epsilon =
+      static_cast<double>(std::numeric_limits<RealType<Scalar>>::epsilon());
+  /// @}
+
+  /// After a restart: more passes, and images of B made afresh between them, to the end of the run.
+  void BeCareful() const;
+
   /// Gives up the pairs behind the first count: nBands falls, and their estimates become unknown.
   void NarrowBands(const Block& estimates, int count) const;
 
@@ -98,6 +167,24 @@ private:
   void FillRandom(const Block& blockX, const Block& blockBX, const VesMatrixBase& matB, int first,
                   int count, int attempt) const;
   int LeadingOrthonormal(const Block& vecX, const Block& vecBX, double tolerance) const;
+  VesSolverReason FindReason(int wanted) const;
+  double NormEstimate(const VesMatrixBase& op, const Block& scratch,
+                      const Block& scratchImage) const;
+
+  mutable const MeteredOperator* meteredA = nullptr; ///< of the run under way
+  bool ResidualsBelow(const Block& vecX, int first, const Block& values, double normA,
+                      double normB) const;
+
+  /// What is remembered of a pair that does not converge.
+  struct Watch {
+    int nConv = 0;        ///< pairs that stand before it
+    int tests = 0;        ///< since it became the next one, or has improved while close
+    bool isClose = false; ///< to rounding errors: it is tested in every iteration
+    bool hasRestarted = false;
+    double best = std::numeric_limits<double>::infinity(); ///< residual at the last progress
+    double normA = 0.0, normB = 0.0;                       ///< estimates, once close
+  };
+  mutable Watch watch;
 };
 
 VES_EXTERN_TEMPLATE(BlockSolver);

@@ -9,37 +9,41 @@ VesReturnCode LOBPCG<Scalar>::Solve(const VesMatrixBase& matA, const VesMatrixBa
                                     const VesMatrixBase& matP, VesVectorBase& vecQ,
                                     VesVectorBase& vecW) const {
   if (!this->TakesBlocks(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
-  return SolveDense(matA, matB, matP, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
+  return this->Metered(matA, matB, matP, vecQ.nCols, [&](auto& a, auto& b, auto& t) {
+    return SolveDense(a, b, t, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
+  });
 }
 
 template <typename Scalar>
 VesReturnCode LOBPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                          const VesMatrixBase& matP, Block& vecQ,
                                          Block& vecW) const {
-  const int givenOrthoIter = this->maxOrthoIter, givenInnerIter = this->maxOrthoInnerIter;
   InitParameters(vecQ, vecW, matB);
   this->AllocateWorkspace(nBands);
   InitWorkspace(vecQ, vecW);
   RotateInitialGuess(matA, matB);
-  ComputeInitialResidual();
+  ComputeInitialResidual(matA, matB);
   this->UpdateEigVals();
   Iterate(matA, matB, matP);
+  this->ConfirmResult(matA, matB);
+  if (nDeflated + nX < nBands) this->NarrowBands(workW, nDeflated + nX);
   FillOutput(vecQ, vecW);
   this->FreeWorkspace();
-  this->maxOrthoIter = givenOrthoIter; // a restart raises them for the rest of its run
-  this->maxOrthoInnerIter = givenInnerIter;
   return VES_GOOD;
 }
 
 template <typename Scalar>
 void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                              const VesMatrixBase& matP) const {
+  iter = -1; // the start counts as no iteration
+  this->Report();
   for (iter = 0; iter < maxIter; ++iter) {
-    if (nR < 1 || info != 0 || isStagnated) return;
+    if (nR < 1 || info != 0 || isStagnated || isStopped) return;
     this->AddResiduals(matP);
     this->OrthogonalizeResidual(matB, matP);
     if (info != 0) return; // the pairs of the last iteration are the last there are
     this->ApplyMatrixA(matA);
+    this->WatchProgress(matA, matB);
     this->ComputeRayleighRitzMatrix();
     this->DiagonalizeRayleighRitzMatrix();
     if (info != 0) return;
@@ -50,13 +54,14 @@ void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& mat
     if (info != 0) return;
     this->ComputeResidual();
     this->JudgeRestart();
-    this->CheckConvergence();
+    this->CheckConvergence(matA, matB);
     this->ComputeConjugateDirection();
     this->UpdateEigVecs();
     this->UpdateImages();
     this->CheckLocking();
     this->UpdateEigVals();
     nXseek = nX;
+    this->Report();
   }
 }
 
@@ -67,8 +72,7 @@ void LOBPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
   this->ResetCounters();
   iter = 0;
   nX = nXseek = nV = nBands;
-  VES_ASSERT_GOOD(this->SetLockDetector(this->convergeDetectorType));
-  VES_ASSERT_GOOD(this->SetRankRevealer(this->orthogonalizerType));
+  this->InstallRunComponents(this->convergeDetectorType, this->orthogonalizerType);
 }
 
 template <typename Scalar>
@@ -103,10 +107,11 @@ void LOBPCG<Scalar>::RotateInitialGuess(const VesMatrixBase& matA,
 /// R = AX - BX diag(D). A guess that passes the convergence test as it stands is the answer: to
 /// iterate on its residuals would be to iterate on rounding errors.
 template <typename Scalar>
-void LOBPCG<Scalar>::ComputeInitialResidual() const {
+void LOBPCG<Scalar>::ComputeInitialResidual(const VesMatrixBase& matA,
+                                            const VesMatrixBase& matB) const {
   if (info != 0) return;
   this->ComputeResidual();
-  this->CheckConvergence();
+  this->CheckConvergence(matA, matB);
   if (nLeadingConv == nBands) return;
   nR = nBands;
   nLeadingConv = nConv = 0;

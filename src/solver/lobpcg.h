@@ -17,6 +17,7 @@ public:
   using Base::isGeneralized;
   using Base::isRestarted;
   using Base::isStagnated;
+  using Base::isStopped;
   using Base::iter;
   using Base::ldQ;
   using Base::maxIter;
@@ -52,6 +53,10 @@ public:
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const;
 
+  std::size_t Memory(int nRows, int nCols, bool generalized) const override {
+    return this->WorkspaceBytes(nRows, nCols, nCols, generalized);
+  }
+
 private:
   using Base::Estimates;
   using Base::ImageBZ;
@@ -61,7 +66,7 @@ private:
   void FillOutput(Block& vecQ, Block& vecW) const;
 
   void RotateInitialGuess(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
-  void ComputeInitialResidual() const;
+  void ComputeInitialResidual(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                const VesMatrixBase& matP) const;
 };

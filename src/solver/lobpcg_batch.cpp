@@ -14,22 +14,22 @@ VesReturnCode LOBPCG_BATCH<Scalar>::Solve(const VesMatrixBase& matA, const VesMa
                                           const VesMatrixBase& matP, VesVectorBase& vecQ,
                                           VesVectorBase& vecW) const {
   if (!this->TakesBlocks(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
-  return SolveDense(matA, matB, matP, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
+  return this->Metered(matA, matB, matP, vecQ.nCols, [&](auto& a, auto& b, auto& t) {
+    return SolveDense(a, b, t, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
+  });
 }
 
 template <typename Scalar>
 VesReturnCode LOBPCG_BATCH<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                                const VesMatrixBase& matP, Block& vecQ,
                                                Block& vecW) const {
-  const int givenOrthoIter = this->maxOrthoIter, givenInnerIter = this->maxOrthoInnerIter;
   InitParameters(vecQ, vecW, matB);
   this->AllocateWorkspace(nXseekMax);
   VES_ASSERT_GOOD(workW.Set2Val(MathConstants<Scalar>::INFTY));
   Iterate(matA, matB, matP, vecQ);
+  this->ConfirmResult(matA, matB);
   FillOutput(vecQ, vecW);
   this->FreeWorkspace();
-  this->maxOrthoIter = givenOrthoIter; // a restart raises them for the rest of its run
-  this->maxOrthoInnerIter = givenInnerIter;
   return VES_GOOD;
 }
 
@@ -42,6 +42,7 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
     isLastPass = isLastPass || iter == maxIter;
     ExtendBasis(matA, matB, matP, vecQ);
     if (info != 0) return; // the pairs of the last pass are the last there are
+    this->WatchProgress(matA, matB);
     this->ComputeRayleighRitzMatrix();
     this->DiagonalizeRayleighRitzMatrix();
     if (info != 0) return;
@@ -55,12 +56,13 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
     if (info != 0) return;
     this->ComputeResidual();
     this->JudgeRestart();
-    this->CheckConvergence();
+    this->CheckConvergence(matA, matB);
     this->ComputeConjugateDirection();
     this->UpdateEigVecs();
     this->UpdateImages();
     CheckLocking();
     this->UpdateEigVals();
+    this->Report();
     RefillBatch();
   }
 }
@@ -105,16 +107,17 @@ void LOBPCG_BATCH<Scalar>::AddRandomVectors() const {
 
 /// From here on the random columns are new columns like the others. All of them are confirmed: a
 /// dependent column may pass the rank test by a rounding error and is then anything but
-/// orthonormal.
+/// orthonormal, and so may those that were made orthogonal to it.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::OrthogonalizeRandomVectors(const VesMatrixBase& matB) const {
   const int first = FirstNew() + nXnxt;
   FormImagesB(matB, first, nRand);
   this->OrthogonalizeBehind(first, nRand, matB);
   nXnxt += nRand;
-  if (nXnxt > 0 &&
-      !(this->OrthoError(workZ, ImageBZ(), FirstNew(), nXnxt) <= this->SoundOrthoError()))
-    nXnxt = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, FirstNew(), nXnxt);
+  const int places = this->RoomBehind(FirstNew(), nXseek - nX);
+  if (places > 0 && (nXnxt < places || !(this->OrthoError(workZ, ImageBZ(), FirstNew(), nXnxt) <=
+                                         this->SoundOrthoError())))
+    nXnxt = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, FirstNew(), places);
 }
 
 template <typename Scalar>
@@ -135,40 +138,41 @@ void LOBPCG_BATCH<Scalar>::CheckLocking() const {
 /// guess comes in.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::RefillBatch() const {
+  if (isStagnated && nAdded < nBands) RetireBatch();
   const int taken = nAdded - nDeflated;
   const bool isRefilled = taken < nXseekMax / 2 || taken == 0;
   nXnxt = isRefilled ? std::min(nBands - nAdded, nXseekMax - taken) : 0;
-  if (nXnxt > 0) this->nRestarts = 0; // new pairs have residuals of their own
-  if (iter != maxIter - 1 && !isStagnated) return;
+  if (iter != maxIter - 1 && !isStagnated && !isStopped) return;
   isLastPass = true;
   nP = nR = 0;
   nXnxt = nBands - nAdded;
 }
 
-/// The last pass leaves X and its values; it needs no images and no directions.
+/// A batch that comes no further makes room for the pairs that were not tried yet.
 template <typename Scalar>
-void LOBPCG_BATCH<Scalar>::FinishRun() const {
-  RecountConverged();
-  nP = nR = nLeadingConv = nLocked = nXnxt = 0;
-  this->UpdateEigVecs();
-  this->UpdateEigVals();
+void LOBPCG_BATCH<Scalar>::RetireBatch() const {
+  nDeflated += nX;
+  nX = nP = nR = 0;
+  isStagnated = false;
+  this->isUncertain = true;
 }
 
-/// The last rotation mixed new columns into pairs that had passed the test: only those count that
-/// still pass it.
+/// The last pass leaves X and its values, without directions. It mixed new columns into pairs that
+/// had passed the test. X may be wider than the batch: its images go through the block for X.
 template <typename Scalar>
-void LOBPCG_BATCH<Scalar>::RecountConverged() const {
-  const int nClaimed = std::min(nConv - nDeflated, nXseek);
-  if (nClaimed < 1) return;
-  int dummy = 0;
-  const Block vecD(workD, 0, 0, nClaimed, 1);
-  this->RotateImages(nClaimed);
-  workR.SetDims(nPW, nClaimed, this->ldQ);
-  VES_ASSERT_GOOD(workR.ScaleAdd(workAX, Columns(ImageBX(), 0, nClaimed), vecD, -1));
-  this->idxsConv.SetDims(nClaimed, 1, nClaimed);
-  VES_ASSERT_GOOD(this->ConvergeDetector->Run(workR, vecD, Estimates(nClaimed), threshold,
-                                              this->idxsConv, dummy, nLeadingConv));
-  nConv = nDeflated + nLeadingConv;
+void LOBPCG_BATCH<Scalar>::FinishRun() const {
+  nP = nR = nLeadingConv = nLocked = nXnxt = 0;
+  this->UpdateEigVecs();
+  const Block vecCX(this->workM, 0, 0, this->nV, nXseek);
+  const auto rotate = [&](const Block& image) {
+    Block vec = Columns(image, nDeflated, nXseek);
+    VES_ASSERT_GOOD(this->workX.Gemm(Columns(image, nDeflated, this->nV), vecCX));
+    VES_ASSERT_GOOD(vec.CopyData(this->workX));
+  };
+  rotate(this->workAZ);
+  if (isGeneralized) rotate(this->workBZ);
+  this->UpdateEigVals();
+  this->isUncertain = true;
 }
 
 template <typename Scalar>
@@ -180,8 +184,7 @@ void LOBPCG_BATCH<Scalar>::InitParameters(const Block& vecQ, const Block&,
   nXnxt = this->nV = nXseekMax; // the first pass loads a full batch
   nRand = nAdded = 0;
   isLastPass = false;
-  VES_ASSERT_GOOD(this->SetLockDetector(this->convergeDetectorType));
-  VES_ASSERT_GOOD(this->SetRankRevealer(this->orthogonalizerType));
+  this->InstallRunComponents(this->convergeDetectorType, this->orthogonalizerType);
 }
 
 /// Behind the pairs known there are zero vectors where the guess had no full rank; a run that broke

@@ -21,6 +21,7 @@ public:
   using Base::info;
   using Base::isGeneralized;
   using Base::isStagnated;
+  using Base::isStopped;
   using Base::iter;
   using Base::maxIter;
   using Base::nBands;
@@ -51,6 +52,10 @@ public:
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const;
 
+  std::size_t Memory(int nRows, int nCols, bool generalized) const override {
+    return this->WorkspaceBytes(nRows, nCols, nCols < batchLimit ? nCols : batchLimit, generalized);
+  }
+
   int batchLimit = 256; ///< most vectors iterated at once, from the next run on
 
   mutable int nXseekMax = 0; ///< size of a full batch: the smaller of nBands and batchLimit
@@ -78,7 +83,7 @@ private:
   void RefillBatch() const;
   void FinishRun() const;
 
-  void RecountConverged() const;
+  void RetireBatch() const;
   void FormImagesB(const VesMatrixBase& matB, int first, int count) const;
 
   mutable bool isLastPass = false; ///< the pass only completes the result

@@ -1,6 +1,7 @@
 #include "lobpcg_steps.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Ves {
 
@@ -46,6 +47,10 @@ void LobpcgSteps<Scalar>::OrthogonalizeBehind(int first, int& count,
   const Block vecY = Columns(workZ, 0, first), vecBY = Columns(ImageBZ(), 0, first);
   Block vecC = Columns(workZ, first, count), vecBC = Columns(ImageBZ(), first, count);
   this->ProjectAndOrthonormalize(vecY, vecBY, vecC, vecBC, matB, count, true);
+  if (!isGeneralized || !this->isCareful) return;
+  // Cancellation in C has amplified the errors of images that were only updated.
+  VES_ASSERT_GOOD(matB.Apply(vecC, vecBC));
+  this->ProjectAndOrthonormalize(vecY, vecBY, vecC, vecBC, matB, count, true);
 }
 
 /// A on the residuals and the new columns together.
@@ -82,6 +87,7 @@ template <typename Scalar>
 void LobpcgSteps<Scalar>::DiagonalizeRayleighRitzMatrix() const {
   workD.SetDims(nV, 1, nV);
   VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, info));
+  if (info == 0) this->NoteRitzValues(workD);
   nXseek = std::min(nXseek, nV);
   workD.SetDims(nXseek, 1, nXseek);
 }
@@ -111,12 +117,11 @@ void LobpcgSteps<Scalar>::RotateImages(int count) const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
                                              const VesMatrixBase& matB) const {
-  constexpr int carefulPasses = 3;
-  isRestarted = this->selfCheck && this->UnitNormError(workX, ImageBX()) > this->unitNormLimit;
+  const bool isAsked = std::exchange(this->isRestartDue, false);
+  isRestarted =
+      this->selfCheck && (isAsked || this->UnitNormError(workX, ImageBX()) > this->unitNormLimit);
   if (!isRestarted) return;
-  this->maxOrthoIter = std::max(this->maxOrthoIter, carefulPasses);
-  this->maxOrthoInnerIter = std::max(this->maxOrthoInnerIter, carefulPasses);
-
+  this->BeCareful();
   MoveNewBehindX();
   nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated, nX + nXnxt);
   nP = nR = nXnxt = 0;
@@ -141,7 +146,7 @@ void LobpcgSteps<Scalar>::MoveNewBehindX() const {
   VES_ASSERT_GOOD(vecTo.CopyData(workP));
 }
 
-/// A restart that does not halve the residuals of the one before has met what rounding allows.
+/// A restart that does not halve the residuals of one shortly before has met what rounding allows.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::JudgeRestart() const {
   if (!isRestarted) return;
@@ -156,8 +161,10 @@ void LobpcgSteps<Scalar>::JudgeRestart() const {
   for (int j = 0; j < nXseek; ++j)
     residual = std::max(residual, static_cast<double>(std::abs(normR(j))));
   this->Replicate(residual);
-  isStagnated = nRestarts > 0 && residual > 0.5 * restartResidual;
+  constexpr int shortly = 20;
+  isStagnated = nRestarts > 0 && iter - restartIter < shortly && residual > 0.5 * restartResidual;
   restartResidual = residual;
+  restartIter = iter;
   ++nRestarts;
 }
 
@@ -168,16 +175,30 @@ void LobpcgSteps<Scalar>::ComputeResidual() const {
   if (needResidualNorms) VES_ASSERT_GOOD(workR.ScaleAdd(workAX, ImageBX(), workD, -1));
 }
 
+/// Before the last pairs are believed where rounding errors are near, their images are made afresh.
 template <typename Scalar>
-void LobpcgSteps<Scalar>::CheckConvergence() const {
+void LobpcgSteps<Scalar>::CheckConvergence(const VesMatrixBase& matA,
+                                           const VesMatrixBase& matB) const {
+  RunConvergeDetector();
+  if (nLeadingConv == nXseek && this->selfCheck && this->IsTight(ImageBX(), workD)) {
+    VES_ASSERT_GOOD(matA.Apply(workX, workAX));
+    if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(workX, workBX));
+    ComputeResidual();
+    RunConvergeDetector();
+  }
+  nConv = nDeflated + nLeadingConv;
+  nR = nXseek - nLeadingConv;
+  nP = std::min(nV - nXseek, nR);
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::RunConvergeDetector() const {
   int dummy = 0;
   const Block vecD = Estimates(nXseek);
   idxsConv.SetDims(nXseek, 1, nXseek);
   VES_ASSERT_GOOD(
       this->ConvergeDetector->Run(workR, workD, vecD, threshold, idxsConv, dummy, nLeadingConv));
-  nConv = nDeflated + nLeadingConv;
-  nR = nXseek - nLeadingConv;
-  nP = std::min(nV - nXseek, nR);
+  this->KeepResiduals(nDeflated);
 }
 
 /// P' = V C_P, where C_P is what the unconverged columns of C_X hold in [P R], orthonormalized
@@ -236,6 +257,20 @@ void LobpcgSteps<Scalar>::UpdateEigVals() const {
   VES_ASSERT_GOOD(vecD.CopyData(workD));
   nDeflated += nLocked;
   nX = nXseek - nLocked;
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::WatchProgress(const VesMatrixBase& matA,
+                                        const VesMatrixBase& matB) const {
+  workX.SetDims(nPW, nXseek, ldQ);
+  workAX.SetDims(nPW, nXseek, ldQ);
+  Base::WatchProgress(matA, matB, Columns(workZ, nDeflated, nX), Columns(ImageBZ(), nDeflated, nX),
+                      nDeflated, Estimates(nX), workX, workAX);
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::Report() const {
+  Base::Report(iter + 1, Block(workW, 0, 0, nBands, 1), nDeflated, nX);
 }
 
 VES_INSTANTIATE(LobpcgSteps);

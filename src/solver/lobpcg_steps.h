@@ -23,6 +23,8 @@ public:
   using Base::Columns;
   using Base::info;
   using Base::isGeneralized;
+  using Base::isStagnated;
+  using Base::isStopped;
   using Base::iter;
   using Base::ldQ;
   using Base::maxIter;
@@ -43,10 +45,11 @@ public:
   mutable int nDeflated = 0;          ///< vectors locked for good
   mutable int nLocked = 0;            ///< leading pairs locked at the last check
   mutable int nLeadingConv = 0;       ///< leading converged pairs among those kept
-  mutable int nRestarts = 0;          ///< rotations in a row that the self-check discarded
+  mutable int nRestarts = 0;          ///< rotations that the self-check discarded
+  mutable int restartIter = 0;        ///< iteration of the last restart
   mutable double restartResidual = 0; ///< largest residual norm after the last restart
   mutable bool isRestarted = false;   ///< this iteration discarded its rotation
-  mutable bool isStagnated = false;   ///< restarts have ceased to help
+  mutable bool isUncertain = false;   ///< converged pairs are to be counted anew at the end
 
   mutable Block workZ, workAZ, workBZ; ///< locked vectors and basis, and their images
   mutable Block workX, workAX, workBX; ///< new Ritz vectors and their images
@@ -65,6 +68,12 @@ protected:
   /// All blocks of a run that keeps at most the given number of Ritz vectors active.
   void AllocateWorkspace(int mostActive) const;
   void FreeWorkspace() const;
+  std::size_t WorkspaceBytes(int nRows, int nCols, int mostActive, bool generalized) const;
+  /// Makes sure of the nKnown leading pairs before they are handed back. Where they have lost
+  /// their orthonormality, or claim residuals close to rounding errors, their images are made
+  /// afresh, they are orthonormalized and rotated, and the converged ones counted again. What was
+  /// locked early and keeps others from converging is rotated with them, too.
+  void ConfirmResult(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   /// Copies nBands pairs in ascending order and returns how many of the nConverged leading ones
   /// still stand before all others.
   int HandBack(int nConverged, Block& vecQ, Block& vecW) const;
@@ -86,12 +95,14 @@ protected:
   void RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void ComputeResidual() const;
   void JudgeRestart() const;
-  void CheckConvergence() const;
+  void CheckConvergence(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void ComputeConjugateDirection() const;
   void UpdateEigVecs() const;
   void UpdateImages() const;
   void CheckLocking() const;
   void UpdateEigVals() const;
+  void WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void Report() const;
 
   // First columns of the parts of workZ.
   int FirstP() const { return nDeflated + nX; }
@@ -108,6 +119,9 @@ protected:
 
 private:
   void MoveNewBehindX() const;
+  void RunConvergeDetector() const;
+  void RotateAll() const;
+  void RecountConverged() const;
 };
 
 VES_EXTERN_TEMPLATE(LobpcgSteps);

@@ -9,7 +9,7 @@ void LobpcgSteps<Scalar>::ResetCounters() const {
   nX = nP = nR = nXnxt = nXseek = nV = 0;
   nDeflated = nLocked = nLeadingConv = nRestarts = 0;
   nConv = 0;
-  isRestarted = isStagnated = false;
+  isRestarted = isUncertain = false;
 }
 
 template <typename Scalar>
@@ -49,6 +49,82 @@ void LobpcgSteps<Scalar>::FreeWorkspace() const {
   for (Block* block : {&workZ, &workAZ, &workW, &workX, &workAX, &workP, &workR, &workM, &workD,
                        &idxsConv, &idxsLock, &workBZ, &workBX})
     VES_ASSERT_GOOD(block->FreeMem());
+}
+
+template <typename Scalar>
+std::size_t LobpcgSteps<Scalar>::WorkspaceBytes(int nRows, int nCols, int mostActive,
+                                                bool generalized) const {
+  const int nZ = nCols + 2 * mostActive, nVmax = std::max(3 * mostActive, nCols);
+  const int scratch = this->HasScratchBlock() ? mostActive : 0;
+  const int columns = 2 * nZ + nCols + 3 * mostActive + scratch;
+  const int columnsB = generalized ? nZ + mostActive : 0;
+  const int nBlocks = 6 + (generalized ? 2 : 0) + (scratch > 0 ? 1 : 0);
+  const auto small = static_cast<std::size_t>(nVmax);
+  return this->Bytes(nRows, nBlocks, columns + columnsB, small * small, nVmax);
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::ConfirmResult(const VesMatrixBase& matA,
+                                        const VesMatrixBase& matB) const {
+  // Far above what sound runs leave, and below what callers may rely on.
+  constexpr double looseOrthogonality = Base::epsilon < 1e-10 ? 1e-11 : 2e-5;
+  const int nKnown = nDeflated + nX;
+  if (!this->selfCheck || info != 0 || nKnown == 0) return;
+  const Block values(workW, 0, 0, nKnown, 1);
+  const bool isLoose = !(this->OrthoError(workZ, ImageBZ(), 0, nKnown) <= looseOrthogonality);
+  const bool isTight = this->IsTight(Columns(ImageBZ(), 0, nKnown), values);
+  const bool isHeldBack = isUncertain || (nDeflated > 0 && nConv < nKnown);
+  if (!isLoose && !isTight && !isHeldBack) return;
+
+  nDeflated = 0;
+  nX = nXseek = nV =
+      isLoose ? this->OrthonormalizeGuess(workZ, ImageBZ(), matB, 0, nKnown) : nKnown;
+  if (isLoose || isTight) {
+    Block vecAX = Columns(workAZ, 0, nX), vecBX = Columns(ImageBZ(), 0, nX);
+    VES_ASSERT_GOOD(matA.Apply(Columns(workZ, 0, nX), vecAX));
+    if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(Columns(workZ, 0, nX), vecBX));
+  }
+  if (isLoose || isHeldBack) RotateAll();
+  if (info == 0)
+    RecountConverged();
+  else
+    nConv = 0; // nothing bears the claims out
+}
+
+/// Rayleigh-Ritz over all pairs.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::RotateAll() const {
+  workM.SetDims(nV, nV, nV);
+  VES_ASSERT_GOOD(workM.InnerProduct(Columns(workZ, 0, nV), Columns(workAZ, 0, nV)));
+  DiagonalizeRayleighRitzMatrix();
+  if (info != 0) return;
+  Block values(workW, 0, 0, nV, 1);
+  VES_ASSERT_GOOD(values.CopyData(workD));
+  const auto rotate = [&](const Block& block) {
+    Block vec = Columns(block, 0, nV);
+    workX.SetDims(nPW, nV, ldQ);
+    VES_ASSERT_GOOD(workX.Gemm(vec, workM));
+    VES_ASSERT_GOOD(vec.CopyData(workX));
+  };
+  rotate(workZ);
+  rotate(workAZ);
+  if (isGeneralized) rotate(workBZ);
+}
+
+/// By the residuals of images that were made afresh, in a block as wide as all pairs.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::RecountConverged() const {
+  if (this->convergeDetectorType == VES_EIGENVALUES) return;
+  int dummy = 0;
+  const Block values(workW, 0, 0, nX, 1);
+  Block flags(this->rowComm, this->secondComm, nX, 1, nX), unknown(workD, 0, 0, nX, 1);
+  VES_ASSERT_GOOD(flags.AllocateMem());
+  VES_ASSERT_GOOD(unknown.Set2Val(MathConstants<Scalar>::INFTY)); // only residuals count here
+  workX.SetDims(nPW, nX, ldQ);
+  VES_ASSERT_GOOD(workX.ScaleAdd(Columns(workAZ, 0, nX), Columns(ImageBZ(), 0, nX), values, -1));
+  VES_ASSERT_GOOD(
+      this->ConvergeDetector->Run(workX, values, unknown, threshold, flags, dummy, nConv));
+  this->KeepResiduals(0);
 }
 
 template <typename Scalar>

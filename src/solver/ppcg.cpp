@@ -27,23 +27,22 @@ VesReturnCode PPCG<Scalar>::Solve(const VesMatrixBase& matA, const VesMatrixBase
                                   const VesMatrixBase& matP, VesVectorBase& vecQ,
                                   VesVectorBase& vecW) const {
   if (!this->TakesBlocks(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
-  return SolveDense(matA, matB, matP, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
+  return this->Metered(matA, matB, matP, vecQ.nCols, [&](auto& a, auto& b, auto& t) {
+    return SolveDense(a, b, t, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
+  });
 }
 
 template <typename Scalar>
 VesReturnCode PPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                        const VesMatrixBase& matP, Block& vecQ, Block& vecW) const {
-  const int givenOrthoIter = maxOrthoIter, givenInnerIter = maxOrthoInnerIter;
   InitParameters(vecQ, vecW, matB);
   AllocateWorkspace();
   InitWorkspace(vecQ, vecW);
   OrthogonalizeInitialGuess(matA, matB);
   Iterate(matA, matB, matP);
-  RestartUnlessSound(matA, matB);
+  ConfirmBlock(matA, matB);
   PostProcess(vecQ, vecW);
   FreeWorkspace();
-  maxOrthoIter = givenOrthoIter; // a restart raises them for the rest of its run
-  maxOrthoInnerIter = givenInnerIter;
   return VES_GOOD;
 }
 
@@ -51,7 +50,7 @@ template <typename Scalar>
 void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP) const {
   for (iter = 0; iter < maxIter; ++iter) {
-    if (nR < 1) return;
+    if (nX < 1 || this->isStagnated || this->isStopped) return;
     if (IsRotationDue()) RestartUnlessSound(matA, matB);
     RayleighRitzRotation();
     if (info != 0) return; // X and its images are still those of the last iteration
@@ -66,11 +65,13 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
     OrthogonalizeResiduals(matB, matP);
     if (info != 0) return;
     AssembleActiveResiduals(matA);
+    WatchProgress(matA, matB);
     ComputeRayleighRitzMatrix();
     SubspacesDiagonalization();
     if (info != 0) return;
     UpdateEigenVectors();
     OrthogonalizeEigenVectors(matA, matB);
+    this->Report(iter + 1, Block(workW, 0, 0, nBands, 1), nDeflated, nX);
   }
 }
 
@@ -89,9 +90,25 @@ void PPCG<Scalar>::RayleighRitzRotation() const {
   if (IsRotationDue()) {
     RotateActive();
   } else {
-    VES_ASSERT_GOOD(workD.GetDiag(workM));
+    EstimateValues();
     info = LeadingFiniteOrder(workM, 'U', nX) < nX ? 1 : 0; // as the eigensolver would say
+    this->Replicate(info);
   }
+}
+
+/// The diagonal of M; where values themselves are tested, its eigenvalues, which do not depend on the
+/// basis that the orthogonalizer has chosen.
+template <typename Scalar>
+void PPCG<Scalar>::EstimateValues() const {
+  if (this->convergeDetectorType != VES_EIGENVALUES) {
+    VES_ASSERT_GOOD(workD.GetDiag(workM));
+    return;
+  }
+  Block copy;
+  this->ShapeSmall(copy, nX, nX);
+  VES_ASSERT_GOOD(copy.AllocateMem());
+  VES_ASSERT_GOOD(copy.CopyData(workM));
+  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(copy, workD, info));
 }
 
 template <typename Scalar>
@@ -133,13 +150,14 @@ void PPCG<Scalar>::ComputeResiduals() const {
   nR = nX;
 }
 
-/// Only Ritz pairs of an orthonormal block end the run: where all columns pass, a block that lost
-/// its orthonormality is restarted, one that was not rotated is, and they are tested again.
+/// Only Ritz pairs of an orthonormal block end the run, on images that bear them out: where all
+/// columns pass, a block that lost its orthonormality is restarted, one that was not rotated is,
+/// and they are tested again.
 template <typename Scalar>
 void PPCG<Scalar>::CheckConvergence(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   RunConvergeDetector();
   if (nConvActive == nX) {
-    if (RestartUnlessSound(matA, matB)) ProjectActive();
+    if (RestartUnlessSound(matA, matB) || RefreshImages(matA, matB)) ProjectActive();
     if (!isRotated) {
       RotateActive();
       if (info != 0) return;
@@ -158,6 +176,7 @@ void PPCG<Scalar>::RunConvergeDetector() const {
   idxsConv.SetDims(nX, 1, nX);
   VES_ASSERT_GOOD(
       this->ConvergeDetector->Run(workR, workD, vecD, threshold, idxsConv, dummy, nConvActive));
+  this->KeepResiduals(nBands - nX);
 }
 
 /// Locks for good only in the iterations of a full Rayleigh-Ritz step, when the leading columns are
@@ -170,8 +189,13 @@ void PPCG<Scalar>::CheckLocking() const {
   idxsLock.SetDims(nX, 1, nX);
   VES_ASSERT_GOOD(
       this->LockDetector->Run(workR, workD, vecD, threshold * mu, idxsLock, dummy, nLocked));
-  flagShift = IsRotationDue() ? nLocked : 0;
-  if (IsRotationDue()) {
+  // With another detector the test for locking may be the looser one.
+  nLocked = std::min(nLocked, nConvActive);
+  for (int j = 0; j < nX; ++j)
+    if (std::abs(idxsConv(j)) < 1) idxsLock(j) = MathConstants<Scalar>::ZERO;
+  const bool locks = IsRotationDue();
+  flagShift = locks ? nLocked : 0;
+  if (locks) {
     nX -= nLocked;
     nR = nX;
     nDeflated += nLocked;
@@ -258,10 +282,17 @@ void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
   }
   VES_ASSERT_GOOD(this->OrthoProjector->Run(vecX, vecBX, vecR, vecBR, matB, true, maxOrthoInnerIter,
                                             orthoInnerTol));
+  // Cancellation has amplified the errors of images that were only updated.
+  if (isGeneralized && this->isCareful) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
   // More directions than X and P_j leave room for would be made of rounding errors.
   for (std::size_t j = 0; j < nRs.size(); ++j)
     nRs[j] = static_cast<int>(std::clamp<long long>(this->nRowsTotal - nBands - nPs[j], 0, nRs[j]));
+  OrthonormalizeResidualBlocks(matB);
+}
 
+/// Each R_j against P_j and in itself; further passes bring it against X_j again.
+template <typename Scalar>
+void PPCG<Scalar>::OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const {
   Block vecZ = Columns(workZ, 0, 3 * nBands), vecBZ = Columns(ImageBZ(), 0, 3 * nBands);
   std::vector<double> orthoErrors(nRs.size(), 0.0);
   std::vector<int> nRsTmp;
@@ -313,6 +344,10 @@ void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
     disp += nRs[j];
   }
   nR = SumOf(nRs);
+  // Twice in a row without any direction: nothing can change X any more.
+  const bool isExhausted = nR == 0 && SumOf(nPs) == 0;
+  this->isStagnated = isExhausted && wasExhausted;
+  wasExhausted = isExhausted;
   const Block vecR = Columns(workZ, 2 * nBands, nR);
   Block vecAR = Columns(workAZ, 2 * nBands, nR);
   VES_ASSERT_GOOD(matA.Apply(vecR, vecAR));
@@ -358,6 +393,7 @@ void PPCG<Scalar>::SubspacesDiagonalization() const {
     workD.SetDims(nVs[j], 1, nVs[j]);
     VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(vecG, workD, info));
     if (info != 0) return;
+    this->NoteRitzValues(workD);
   }
 }
 
@@ -421,7 +457,8 @@ void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
                                              const VesMatrixBase& matB) const {
   if (nX == 0) return;
   Block vecX = Active(workZ), vecAX = Active(workAZ), vecBX = Active(ImageBZ());
-  if (this->selfCheck && this->UnitNormError(vecX, vecBX) > this->unitNormLimit)
+  if (this->isRestartDue ||
+      (this->selfCheck && this->UnitNormError(vecX, vecBX) > this->unitNormLimit))
     return Restart(matA, matB);
   int colRank = 0;
   const VesReturnCode code = VES_ASSERT_GOOD_OR(
@@ -448,15 +485,42 @@ bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrix
 /// images afresh and drops the old directions; the rest of the run makes more passes.
 template <typename Scalar>
 void PPCG<Scalar>::Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
-  constexpr int carefulPasses = 3;
-  maxOrthoIter = std::max(maxOrthoIter, carefulPasses);
-  maxOrthoInnerIter = std::max(maxOrthoInnerIter, carefulPasses);
+  this->BeCareful();
+  this->isRestartDue = false;
   nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated, nBands - nDeflated);
   nP = 0;
   this->NarrowBands(workW, nDeflated + nX);
   Block vecX = Active(workZ), vecAX = Active(workAZ);
   VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
   ++nRestarts;
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
+  if (nX == 0) return;
+  workX.SetDims(nPW, nX, ldQ);
+  workR.SetDims(nPW, nX, ldQ);
+  Base::WatchProgress(matA, matB, Active(workZ), Active(ImageBZ()), nBands - nX, Estimates(), workX,
+                      workR);
+}
+
+/// Before the last Rayleigh-Ritz step: an orthonormal block, and images that bear the claims out.
+template <typename Scalar>
+void PPCG<Scalar>::ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
+  if (!this->selfCheck || info != 0) return;
+  RestartUnlessSound(matA, matB);
+  RefreshImages(matA, matB);
+}
+
+/// Makes the images of all X afresh where the claims of convergence lie close to rounding errors.
+template <typename Scalar>
+bool PPCG<Scalar>::RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
+  const Block vecX = Columns(workZ, 0, nBands), values(workW, 0, 0, nBands, 1);
+  Block vecAX = Columns(workAZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
+  if (!this->selfCheck || !this->IsTight(vecBX, values)) return false;
+  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
+  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
+  return true;
 }
 
 VES_INSTANTIATE(PPCG);

@@ -48,6 +48,8 @@ public:
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const;
 
+  std::size_t Memory(int nRows, int nCols, bool generalized) const override;
+
   int softLockingType = 0; ///< 0 none, 1 by the lock flags, 2 or more by the convergence flags
   mutable int nBatch = 64; ///< widest sub-block; shrinks to nBands and stays shrunk
   int rrPeriod = 5;        ///< iterations between full Rayleigh-Ritz steps; none when not positive
@@ -94,6 +96,7 @@ private:
                const VesMatrixBase& matP) const;
   void RayleighRitzRotation() const;
   void ProjectActive() const;
+  void EstimateValues() const;
   void RotateActive() const;
   void ComputeResiduals() const;
   void RunConvergeDetector() const;
@@ -103,11 +106,15 @@ private:
   void OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const;
   void SoftLocking() const;
   void OrthogonalizeResiduals(const VesMatrixBase& matB, const VesMatrixBase& matP) const;
+  void OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const;
   void AssembleActiveResiduals(const VesMatrixBase& matA) const;
   void ComputeRayleighRitzMatrix() const;
   void SubspacesDiagonalization() const;
   void UpdateEigenVectors() const;
   void OrthogonalizeEigenVectors(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  bool RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool IsRotationDue() const { return iter > 0 && rrPeriod > 0 && iter % rrPeriod == 0; }
@@ -126,8 +133,9 @@ private:
 
   void GatherDirections(const Block& from, Block& to) const;
 
-  mutable int runBatch = 0;  ///< width of the sub-blocks in this run
-  mutable int flagShift = 0; ///< columns locked in this iteration, whose flags come first
+  mutable int runBatch = 0;          ///< width of the sub-blocks in this run
+  mutable bool wasExhausted = false; ///< the iteration before had neither residuals nor directions
+  mutable int flagShift = 0;         ///< columns locked in this iteration, whose flags come first
 };
 
 VES_EXTERN_TEMPLATE(PPCG);

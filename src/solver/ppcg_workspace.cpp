@@ -15,9 +15,8 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
   nP = nDeflated = nConvActive = nLocked = flagShift = nRestarts = 0;
   nConv = 0;
   nBlocks = (nBands + nBatch - 1) / nBatch;
-  isRotated = false;
-  VES_ASSERT_GOOD(this->SetLockDetector(VES_RESIDUALS));
-  VES_ASSERT_GOOD(this->SetRankRevealer(VES_SVD_QR));
+  isRotated = wasExhausted = false;
+  this->InstallRunComponents(VES_RESIDUALS, VES_SVD_QR);
 }
 
 template <typename Scalar>
@@ -50,6 +49,18 @@ void PPCG<Scalar>::AllocateWorkspace() const {
   VES_ASSERT_GOOD(workBT.AllocateMem());
   this->ShapeTall(workBZ, 3 * nBands);
   VES_ASSERT_GOOD(workBZ.AllocateMem());
+}
+
+template <typename Scalar>
+std::size_t PPCG<Scalar>::Memory(int nRows, int nCols, bool generalized) const {
+  const int width = std::max(std::min(nCols, nBatch), 1), nT = 3 * width;
+  const int nTiles = (nCols + width - 1) / width;
+  const int scratch = this->HasScratchBlock() ? nCols : 0;
+  const int columns = 8 * nCols + nT + scratch, columnsB = generalized ? 3 * nCols + nT : 0;
+  const int nTall = 5 + (generalized ? 2 : 0) + (scratch > 0 ? 1 : 0);
+  const auto k = static_cast<std::size_t>(nCols), t = static_cast<std::size_t>(nT);
+  return this->Bytes(nRows, nTall, columns + columnsB,
+                     k * k + t * t * static_cast<std::size_t>(nTiles), std::max(nCols, nT));
 }
 
 template <typename Scalar>
@@ -86,10 +97,11 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
   workM.SetDims(nBands, nBands, nBands);
   workD.SetDims(nBands, 1, nBands);
   VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
-  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, info));
+  int failed = 0; // beside info, which says how the iteration ended
+  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, failed));
   VES_ASSERT_GOOD(vecQ.Set2Zero());
   VES_ASSERT_GOOD(vecW.Set2Val(MathConstants<Scalar>::INFTY));
-  if (info == 0) {
+  if (failed == 0) {
     VES_ASSERT_GOOD(vecOut.Gemm(vecX, workM, 'N', 'N', 1, 0));
     VES_ASSERT_GOOD(vecValues.CopyData(workD));
     RecountConverged(workM);
@@ -100,11 +112,12 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
   }
 }
 
-/// The values of the last step are in order, those of the checks before it need not have been: a
-/// pair counts only if all before it pass the test on their final residuals A x - lambda B x, too.
+/// The pairs of the last step are in order, those of the checks before it need not have been.
 template <typename Scalar>
 void PPCG<Scalar>::RecountConverged(const Block& coefficients) const {
-  if (nConv < 1 || this->convergeDetectorType == VES_EIGENVALUES) return;
+  // A test of values has compared two iterations; when the last one failed there is none to compare.
+  const auto type = this->convergeDetectorType;
+  if (type == VES_EIGENVALUES || (type == VES_RESIDUALS_OR_EIGENVALUES && info != 0)) return;
   const auto rotate = [&](const Block& basis, Block& rotated) {
     rotated.SetDims(nPW, nBands, ldQ);
     VES_ASSERT_GOOD(rotated.Gemm(Columns(basis, 0, nBands), coefficients));
@@ -112,12 +125,11 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients) const {
   rotate(workAZ, workR);
   rotate(ImageBZ(), workX);
   VES_ASSERT_GOOD(workR.ScaleAdd(workR, workX, workD, -1));
-  int dummy = 0, nLeading = 0;
+  int dummy = 0;
   const Block estimates(workW, 0, 0, nBands, 1);
   idxsConv.SetDims(nBands, 1, nBands);
   VES_ASSERT_GOOD(
-      this->ConvergeDetector->Run(workR, workD, estimates, threshold, idxsConv, dummy, nLeading));
-  nConv = std::min(nConv, nLeading);
+      this->ConvergeDetector->Run(workR, workD, estimates, threshold, idxsConv, dummy, nConv));
 }
 
 template <typename Scalar>
