@@ -6,8 +6,8 @@
 namespace Ves {
 
 /// Locally optimal block preconditioned conjugate gradient with locking: all wanted vectors are
-/// iterated at once, from a Rayleigh-Ritz rotation of the guess, until the leading ones converge.
-/// P begins at column nBands of workZ.
+/// iterated at once, from a Rayleigh-Ritz rotation of the guess, until all have converged. What is
+/// left of them goes on behind those locked, so that P begins at column nBands of workZ.
 template <typename Scalar>
 class VES_EXPORT LOBPCG : public LobpcgSteps<Scalar> {
 public:

@@ -187,8 +187,8 @@ void LOBPCG_BATCH<Scalar>::InitParameters(const Block& vecQ, const Block&,
   this->InstallRunComponents(this->convergeDetectorType, this->orthogonalizerType);
 }
 
-/// Behind the pairs known there are zero vectors where the guess had no full rank; a run that broke
-/// off leaves the caller's guess there.
+/// Behind the pairs known there are zero vectors where the space holds no more; a run that broke off
+/// leaves the caller's guess there.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::FillOutput(Block& vecQ, Block& vecW) const {
   const int nKnown = nDeflated + nX;

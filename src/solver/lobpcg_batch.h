@@ -12,7 +12,7 @@ namespace Ves {
 /// are wanted, and the work grows with nBands times the batch, not with the square of nBands.
 ///
 /// The pass with iter = -1 loads the first batch; the one with iter = maxIter is the last and only
-/// brings what remains of the guess into the result. P begins behind the nXseek columns kept.
+/// brings what remains of the guess into the result.
 template <typename Scalar>
 class VES_EXPORT LOBPCG_BATCH : public LobpcgSteps<Scalar> {
 public:

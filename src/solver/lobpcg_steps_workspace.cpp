@@ -114,16 +114,21 @@ void LobpcgSteps<Scalar>::RotateAll() const {
 /// By the residuals of images that were made afresh, in a block as wide as all pairs.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::RecountConverged() const {
-  if (this->convergeDetectorType == VES_EIGENVALUES) return;
+  const auto type = this->convergeDetectorType;
+  if (type == VES_EIGENVALUES) return;
+  // A test of values has compared two iterations, which here cannot be done again.
+  const int byValues = type == VES_RESIDUALS_OR_EIGENVALUES && !isUncertain ? nConv : 0;
   int dummy = 0;
   const Block values(workW, 0, 0, nX, 1);
-  Block flags(this->rowComm, this->secondComm, nX, 1, nX), unknown(workD, 0, 0, nX, 1);
+  Block flags(this->rowComm, this->secondComm, nX, 1, nX);
   VES_ASSERT_GOOD(flags.AllocateMem());
-  VES_ASSERT_GOOD(unknown.Set2Val(MathConstants<Scalar>::INFTY)); // only residuals count here
+  workD.SetDims(nX, 1, nX);
+  VES_ASSERT_GOOD(workD.Set2Val(MathConstants<Scalar>::INFTY)); // so that only residuals count
   workX.SetDims(nPW, nX, ldQ);
   VES_ASSERT_GOOD(workX.ScaleAdd(Columns(workAZ, 0, nX), Columns(ImageBZ(), 0, nX), values, -1));
   VES_ASSERT_GOOD(
-      this->ConvergeDetector->Run(workX, values, unknown, threshold, flags, dummy, nConv));
+      this->ConvergeDetector->Run(workX, values, workD, threshold, flags, dummy, nConv));
+  nConv = std::max(nConv, byValues);
   this->KeepResiduals(0);
 }
 

@@ -90,6 +90,13 @@ private:
   void RecountConverged(const Block& vectors) const;
   void FreeWorkspace() const;
 
+  // What watches over a run, in ppcg_checks.cpp.
+  void WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  bool RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+
   // The steps of an iteration, in their order.
   void OrthogonalizeInitialGuess(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
@@ -112,11 +119,6 @@ private:
   void SubspacesDiagonalization() const;
   void UpdateEigenVectors() const;
   void OrthogonalizeEigenVectors(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
-  void WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
-  bool RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
-  void ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
-  bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
-  void Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool IsRotationDue() const { return iter > 0 && rrPeriod > 0 && iter % rrPeriod == 0; }
 
   /// The block that holds B Z: Z itself where B is the identity.

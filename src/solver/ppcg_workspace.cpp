@@ -105,7 +105,9 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
     VES_ASSERT_GOOD(vecOut.Gemm(vecX, workM, 'N', 'N', 1, 0));
     VES_ASSERT_GOOD(vecValues.CopyData(workD));
     RecountConverged(workM);
-  } else { // the last pairs there are
+  } else { // the last pairs there are, which nothing bears out
+    nConv = 0;
+    info = failed;
     const Block estimates(workW, 0, 0, nBands, 1);
     VES_ASSERT_GOOD(vecOut.CopyData(vecX));
     VES_ASSERT_GOOD(vecValues.CopyData(estimates));
