@@ -117,6 +117,11 @@ protected:
   void KeepResiduals(int first) const;
   /// Remembers the largest Ritz value, for what it says of the size of the operator.
   void NoteRitzValues(const Block& values) const;
+  /// Leading pairs that pass the convergence test on their final residuals. Of those claimed before,
+  /// each counts that stays below twice the threshold: a last rotation mixes residuals of equal
+  /// values, and images that were made afresh differ by rounding errors from those tested.
+  int CountConverged(const Block& residuals, const Block& values, const Block& before, Block& flags,
+                     int claimed) const;
   /// Shows the monitor where the run stands, and takes its answer. Collective when there is one.
   void Report(int iteration, const Block& estimates, int nLockedPairs, int nActivePairs) const;
   /// To be asked once an iteration. Where the count of converged pairs has not grown and the

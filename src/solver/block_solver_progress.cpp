@@ -22,6 +22,18 @@ void BlockSolver<Scalar>::KeepResiduals(int first) const {
 }
 
 template <typename Scalar>
+int BlockSolver<Scalar>::CountConverged(const Block& residuals, const Block& values,
+                                        const Block& before, Block& flags, int claimed) const {
+  int dummy = 0, nStrict = 0, nLoose = 0;
+  VES_ASSERT_GOOD(
+      this->ConvergeDetector->Run(residuals, values, before, threshold, flags, dummy, nStrict));
+  if (nStrict >= claimed) return nStrict;
+  VES_ASSERT_GOOD(
+      this->ConvergeDetector->Run(residuals, values, before, 2 * threshold, flags, dummy, nLoose));
+  return std::max(nStrict, std::min(claimed, nLoose));
+}
+
+template <typename Scalar>
 void BlockSolver<Scalar>::NoteRitzValues(const Block& values) const {
   for (int j = 0; j < values.nRows; ++j)
     largestRitz = std::max(largestRitz, static_cast<double>(std::abs(values(j))));

@@ -118,7 +118,6 @@ void LobpcgSteps<Scalar>::RecountConverged() const {
   if (type == VES_EIGENVALUES) return;
   // A test of values has compared two iterations, which here cannot be done again.
   const int byValues = type == VES_RESIDUALS_OR_EIGENVALUES && !isUncertain ? nConv : 0;
-  int dummy = 0;
   const Block values(workW, 0, 0, nX, 1);
   Block flags(this->rowComm, this->secondComm, nX, 1, nX);
   VES_ASSERT_GOOD(flags.AllocateMem());
@@ -126,9 +125,8 @@ void LobpcgSteps<Scalar>::RecountConverged() const {
   VES_ASSERT_GOOD(workD.Set2Val(MathConstants<Scalar>::INFTY)); // so that only residuals count
   workX.SetDims(nPW, nX, ldQ);
   VES_ASSERT_GOOD(workX.ScaleAdd(Columns(workAZ, 0, nX), Columns(ImageBZ(), 0, nX), values, -1));
-  VES_ASSERT_GOOD(
-      this->ConvergeDetector->Run(workX, values, workD, threshold, flags, dummy, nConv));
-  nConv = std::max(nConv, byValues);
+  const int claimed = isUncertain ? 0 : nConv;
+  nConv = std::max(byValues, this->CountConverged(workX, values, workD, flags, claimed));
   this->KeepResiduals(0);
 }
 

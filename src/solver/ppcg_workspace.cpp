@@ -127,11 +127,9 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients) const {
   rotate(workAZ, workR);
   rotate(ImageBZ(), workX);
   VES_ASSERT_GOOD(workR.ScaleAdd(workR, workX, workD, -1));
-  int dummy = 0;
   const Block estimates(workW, 0, 0, nBands, 1);
   idxsConv.SetDims(nBands, 1, nBands);
-  VES_ASSERT_GOOD(
-      this->ConvergeDetector->Run(workR, workD, estimates, threshold, idxsConv, dummy, nConv));
+  nConv = this->CountConverged(workR, workD, estimates, idxsConv, nConv);
 }
 
 template <typename Scalar>

@@ -195,6 +195,54 @@ struct Box {
   }
 };
 
+/// A = U diag(values) U^H with U = I - 2 u u^H: every eigenvalue known, the matrix full, its
+/// eigenvectors the columns of U.
+template <typename Scalar>
+struct Reflected {
+  std::vector<double> values;
+  std::vector<Scalar> u;
+
+  explicit Reflected(std::vector<double> spectrum) : values(std::move(spectrum)), u(values.size()) {
+    double norm = 0.0;
+    for (std::size_t i = 0; i < u.size(); ++i) {
+      u[i] = HashedNumber<Scalar>(static_cast<int>(i), 3, 11);
+      norm += static_cast<double>(std::norm(u[i]));
+    }
+    for (Scalar& x : u)
+      x *= Number<Scalar>(1.0 / std::sqrt(norm));
+  }
+
+  Scalar Vector(int i, int j) const {
+    const auto r = static_cast<std::size_t>(i), c = static_cast<std::size_t>(j);
+    return Number<Scalar>(i == j ? 1.0 : 0.0) - Number<Scalar>(2.0) * u[r] * Conj(u[c]);
+  }
+
+  typename SparseOperator<Scalar>::Row Row(int i) const {
+    typename SparseOperator<Scalar>::Row row;
+    for (int j = 0; j < static_cast<int>(values.size()); ++j) {
+      Scalar sum{};
+      for (int k = 0; k < static_cast<int>(values.size()); ++k)
+        sum +=
+            Vector(i, k) * Number<Scalar>(values[static_cast<std::size_t>(k)]) * Conj(Vector(j, k));
+      row.emplace_back(j, sum);
+    }
+    return row;
+  }
+
+  std::vector<double> Sorted() const {
+    std::vector<double> sorted = values;
+    std::sort(sorted.begin(), sorted.end());
+    return sorted;
+  }
+};
+
+inline std::vector<double> Spectrum(int n, const std::function<double(int)>& value) {
+  std::vector<double> values;
+  for (int i = 0; i < n; ++i)
+    values.push_back(value(i));
+  return values;
+}
+
 } // namespace VesTest
 
 #endif
