@@ -192,7 +192,8 @@ VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEP
 /// Residuals R = A X - B X diag(D) of k pairs: X and R n x k, D k x 1. B may be null.
 /// Collective as far as the routines of A and B are.
 /// \return -1 A, X, D or R is null; -5 scalar types differ; -7 a block without storage or an
-///         operator without a routine; -1 a block beyond 32 bits; -6 shapes disagree; 0
+///         operator without a routine; -1 ld below the rows, or a block beyond 32 bits;
+///         -6 shapes disagree; 0
 VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                         VesVector R) VES_NOEXCEPT;
 
@@ -271,7 +272,8 @@ VES_EXPORT VesReturnCode VesSolverSetPPCGRRPeriod(VesSolver solver, int rrPeriod
 /// \return -7 solver is null; -6 not a PPCG solver; -1 mu not from 0 to 1; 0
 VES_EXPORT VesReturnCode VesSolverSetPPCGLockFactor(VesSolver solver, double mu) VES_NOEXCEPT;
 
-/// Iterations of the last run; 0 before the first.
+/// Iterations of the last run; 0 before the first. VES_LOBPCG_BATCH makes one more than the limit
+/// when the rest of its guess has to be brought into the result.
 /// \return -7 solver or iter is null; 0
 VES_EXPORT VesReturnCode VesGetSolverIter(VesSolver solver, int* iter) VES_NOEXCEPT;
 

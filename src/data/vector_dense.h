@@ -146,7 +146,7 @@ private:
   std::size_t Offset(int i, int j) const {
     return static_cast<std::size_t>(i) + static_cast<std::size_t>(j) * static_cast<std::size_t>(ld);
   }
-  Scalar* Column(int j) const { return values + Offset(0, j); }
+  Scalar* Column(int j) const { return values == nullptr ? nullptr : values + Offset(0, j); }
   int NumEntries() const;
 };
 

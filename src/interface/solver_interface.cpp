@@ -37,7 +37,7 @@ VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B, const
   // Sizes are 32-bit: of the tall blocks, and of the workspaces of the dense eigensolvers, which
   // hold twice the square of the order.
   constexpr std::int64_t largestOrder = 32767;
-  const std::int64_t widest = 3 * static_cast<std::int64_t>(X.nCols);
+  const std::int64_t widest = 3 * static_cast<std::int64_t>(std::max(X.nCols, 1));
   const bool fits = widest <= largestOrder && X.ld * widest <= std::numeric_limits<int>::max();
   return fits ? VES_GOOD : VES_ERR_INVALID_VALUE;
 }

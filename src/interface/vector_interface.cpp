@@ -126,6 +126,8 @@ VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
     if (scalarType != X->scalarType) return VES_ERR_MISMATCH;
   if (LacksStorage(*X) || LacksStorage(*D) || LacksStorage(*R)) return VES_ERR_NULL_POINTER;
   if (LacksRoutine(*A) || LacksRoutine(matB)) return VES_ERR_NULL_POINTER;
+  for (const VesVectorBase* vec : {X, D, R})
+    if (LeadingDimension(*vec) < vec->nRows) return VES_ERR_INVALID_VALUE;
   if (static_cast<std::int64_t>(LeadingDimension(*X)) * X->nCols > std::numeric_limits<int>::max())
     return VES_ERR_INVALID_VALUE;
   return R->EigResidual(*A, matB, *X, *D);

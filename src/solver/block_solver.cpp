@@ -32,7 +32,7 @@ void BlockSolver<Scalar>::ReadProblem(const Block& vecQ, const VesMatrixBase& ma
   orthoTol = 256.0 * static_cast<double>(std::numeric_limits<RealType<Scalar>>::epsilon());
   orthoInnerTol = orthoTol;
   info = 0;
-  isStagnated = isStopped = isRestartDue = isCareful = false;
+  isStagnated = isStopped = isBroken = isRestartDue = isCareful = false;
   largestRitz = 0.0;
   pairResiduals.assign(static_cast<std::size_t>(nBands), std::nan(""));
   watch = Watch();
@@ -77,7 +77,11 @@ int BlockSolver<Scalar>::OrthonormalizeGuess(const Block& blockX, const Block& b
     Orthonormalize(vecX, vecBX, matB, colRank, true);
     colRank = std::min(colRank, full);
     if (OrthoError(blockX, blockBX, first, colRank) <= SoundOrthoError()) {
-      if (colRank == full || refills >= maxOrthoIter) return colRank;
+      if (colRank == full) return colRank;
+      if (refills >= maxOrthoIter) { // random columns were tried: only B can have spoiled them
+        isBroken = isBroken || (isGeneralized && !AllFinite(vecX, vecBX));
+        return colRank;
+      }
       ++refills;
       FillRandom(blockX, blockBX, matB, first + colRank, count - colRank, refills + repairs);
     } else {

@@ -29,6 +29,7 @@ public:
   mutable MPI_Comm secondComm = MPI_COMM_SELF;
   mutable bool isStagnated = false;          ///< rounding allows no further progress
   mutable bool isStopped = false;            ///< the monitor asked for the end
+  mutable bool isBroken = false;             ///< B does not map finite columns to finite ones
   mutable bool isRestartDue = false;         ///< noise keeps a pair from the floor of rounding
   mutable bool isCareful = false;            ///< a restart has shown that more care is needed
   mutable double largestRitz = 0.0;          ///< largest modulus of a Ritz value met so far
@@ -105,11 +106,10 @@ protected:
       std::numeric_limits<RealType<Scalar>>::digits > 30 ? 1e-7 : 3e-4;
 
   /// Bytes of tall blocks with the given columns in total, and of small matrices: one of the given
-  /// entries beside the workspace of an eigendecomposition of the given order.
-  std::size_t Bytes(int nRows, int nBlocks, int columns, std::size_t smallEntries,
-                    int evdOrder) const;
-  /// Whether the orthogonalizer takes a scratch block as wide as its argument.
-  bool HasScratchBlock() const { return orthogonalizerType == VES_SVD_QR; }
+  /// entries beside what is in use only for a while, the workspace of an eigendecomposition of the
+  /// given order or that of the orthogonalizer for a block of the given width.
+  std::size_t Bytes(int nRows, std::size_t columns, std::size_t smallEntries, std::size_t evdOrder,
+                    std::size_t widest) const;
 
   /// \name Progress
   /// @{

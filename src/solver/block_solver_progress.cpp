@@ -10,7 +10,7 @@ namespace Ves {
 template <typename Scalar>
 VesSolverReason BlockSolver<Scalar>::FindReason(int wanted) const {
   if (nConv >= wanted) return VES_REASON_CONVERGED;
-  if (info != 0) return VES_REASON_NONFINITE;
+  if (info != 0 || isBroken) return VES_REASON_NONFINITE;
   if (isStopped) return VES_REASON_MONITOR;
   return !isStagnated && iter >= maxIter ? VES_REASON_ITERATIONS : VES_REASON_STAGNATED;
 }
@@ -147,16 +147,18 @@ bool BlockSolver<Scalar>::IsTight(const Block& vecBX, const Block& values) const
 }
 
 /// Every block has a column of slack; an eigendecomposition keeps two squares of its order beside
-/// the matrix, and two more on the process grid.
+/// the matrix, and two more on the process grid. SVD QR takes a tall scratch block and the Gram
+/// matrix.
 template <typename Scalar>
-std::size_t BlockSolver<Scalar>::Bytes(int nRows, int nBlocks, int columns,
-                                       std::size_t smallEntries, int evdOrder) const {
-  constexpr int gridFrom = 300;
+std::size_t BlockSolver<Scalar>::Bytes(int nRows, std::size_t columns, std::size_t smallEntries,
+                                       std::size_t evdOrder, std::size_t widest) const {
+  constexpr std::size_t gridFrom = 300;
   const auto ld = static_cast<std::size_t>(std::max(nRows, 1));
-  const auto order = static_cast<std::size_t>(evdOrder);
   const bool usesGrid = denseEigenSolverType == VES_SCALAPACK_DIAG && evdOrder >= gridFrom;
-  const std::size_t tall = ld * static_cast<std::size_t>(columns + nBlocks);
-  return sizeof(Scalar) * (tall + smallEntries + (usesGrid ? 4 : 2) * order * order);
+  const std::size_t decomposition = (usesGrid ? 4 : 2) * evdOrder * evdOrder;
+  const std::size_t scratch =
+      orthogonalizerType == VES_SVD_QR ? ld * (widest + 1) + widest * widest : 0;
+  return sizeof(Scalar) * (ld * columns + smallEntries + std::max(decomposition, scratch));
 }
 
 VES_INSTANTIATE(BlockSolver);

@@ -54,13 +54,12 @@ void LobpcgSteps<Scalar>::FreeWorkspace() const {
 template <typename Scalar>
 std::size_t LobpcgSteps<Scalar>::WorkspaceBytes(int nRows, int nCols, int mostActive,
                                                 bool generalized) const {
-  const int nZ = nCols + 2 * mostActive, nVmax = std::max(3 * mostActive, nCols);
-  const int scratch = this->HasScratchBlock() ? mostActive : 0;
-  const int columns = 2 * nZ + nCols + 3 * mostActive + scratch;
-  const int columnsB = generalized ? nZ + mostActive : 0;
-  const int nBlocks = 6 + (generalized ? 2 : 0) + (scratch > 0 ? 1 : 0);
-  const auto small = static_cast<std::size_t>(nVmax);
-  return this->Bytes(nRows, nBlocks, columns + columnsB, small * small, nVmax);
+  const auto k = static_cast<std::size_t>(nCols), active = static_cast<std::size_t>(mostActive);
+  const std::size_t nZ = k + 2 * active, nVmax = std::max(3 * active, k);
+  const std::size_t columns = 2 * nZ + k + 3 * active + 6; // six blocks, each with its slack
+  const std::size_t columnsB = generalized ? nZ + active + 2 : 0;
+  const std::size_t widest = std::max(active, k - active); // the last pass may load the rest
+  return this->Bytes(nRows, columns + columnsB, nVmax * nVmax, nVmax, widest);
 }
 
 template <typename Scalar>

@@ -1,6 +1,7 @@
 #include "ppcg.h"
 
 #include "../data/finite_entries.h"
+#include "../detector/flag_pairs.h"
 #include "../orthogonalizer/pass_loop.h"
 
 #include <algorithm>
@@ -49,6 +50,8 @@ VesReturnCode PPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatri
 template <typename Scalar>
 void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP) const {
+  iter = -1; // the start counts as no iteration
+  Report();
   for (iter = 0; iter < maxIter; ++iter) {
     if (nX < 1 || this->isStagnated || this->isStopped) return;
     if (IsRotationDue()) RestartUnlessSound(matA, matB);
@@ -71,7 +74,7 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
     if (info != 0) return;
     UpdateEigenVectors();
     OrthogonalizeEigenVectors(matA, matB);
-    this->Report(iter + 1, Block(workW, 0, 0, nBands, 1), nDeflated, nX);
+    Report();
   }
 }
 
@@ -280,6 +283,7 @@ void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
     info = 1;
     return;
   }
+  NormalizeScale(vecR, vecBR, matP.IsPresent());
   VES_ASSERT_GOOD(this->OrthoProjector->Run(vecX, vecBX, vecR, vecBR, matB, true, maxOrthoInnerIter,
                                             orthoInnerTol));
   // Cancellation has amplified the errors of images that were only updated.
@@ -288,6 +292,20 @@ void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
   for (std::size_t j = 0; j < nRs.size(); ++j)
     nRs[j] = static_cast<int>(std::clamp<long long>(this->nRowsTotal - nBands - nPs[j], 0, nRs[j]));
   OrthonormalizeResidualBlocks(matB);
+}
+
+/// The orthogonalizers take columns that are small in absolute terms for dependent ones: a common
+/// power of two brings R near to 1, whatever the scale of A and T.
+template <typename Scalar>
+void PPCG<Scalar>::NormalizeScale(Block& vecR, Block& vecBR, bool isPreconditioned) const {
+  const std::vector<double>& tested = this->ConvergeDetector->residualNorms;
+  const std::vector<double> norms = isPreconditioned || tested.empty() ? ColumnNorms(vecR) : tested;
+  double largest = *std::max_element(norms.begin(), norms.end());
+  this->Replicate(largest);
+  if (!(largest > 0.0)) return;
+  const Scalar factor(std::ldexp(RealType<Scalar>(1), -std::ilogb(largest)));
+  VES_ASSERT_GOOD(vecR.ScaleByVal(factor));
+  if (isGeneralized) VES_ASSERT_GOOD(vecBR.ScaleByVal(factor));
 }
 
 /// Each R_j against P_j and in itself; further passes bring it against X_j again.

@@ -92,6 +92,7 @@ private:
 
   // What watches over a run, in ppcg_checks.cpp.
   void WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void Report() const;
   void ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
@@ -113,6 +114,7 @@ private:
   void OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const;
   void SoftLocking() const;
   void OrthogonalizeResiduals(const VesMatrixBase& matB, const VesMatrixBase& matP) const;
+  void NormalizeScale(Block& vecR, Block& vecBR, bool isPreconditioned) const;
   void OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const;
   void AssembleActiveResiduals(const VesMatrixBase& matA) const;
   void ComputeRayleighRitzMatrix() const;

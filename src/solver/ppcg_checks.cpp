@@ -60,6 +60,12 @@ bool PPCG<Scalar>::RefreshImages(const VesMatrixBase& matA, const VesMatrixBase&
   return true;
 }
 
+/// Where all active pairs have passed the test, none is left to iterate.
+template <typename Scalar>
+void PPCG<Scalar>::Report() const {
+  Base::Report(iter + 1, Block(workW, 0, 0, nBands, 1), nBands - nX, nX);
+}
+
 VES_INSTANTIATE(PPCG);
 
 } // namespace Ves

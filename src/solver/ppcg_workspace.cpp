@@ -53,14 +53,12 @@ void PPCG<Scalar>::AllocateWorkspace() const {
 
 template <typename Scalar>
 std::size_t PPCG<Scalar>::Memory(int nRows, int nCols, bool generalized) const {
-  const int width = std::max(std::min(nCols, nBatch), 1), nT = 3 * width;
-  const int nTiles = (nCols + width - 1) / width;
-  const int scratch = this->HasScratchBlock() ? nCols : 0;
-  const int columns = 8 * nCols + nT + scratch, columnsB = generalized ? 3 * nCols + nT : 0;
-  const int nTall = 5 + (generalized ? 2 : 0) + (scratch > 0 ? 1 : 0);
-  const auto k = static_cast<std::size_t>(nCols), t = static_cast<std::size_t>(nT);
-  return this->Bytes(nRows, nTall, columns + columnsB,
-                     k * k + t * t * static_cast<std::size_t>(nTiles), std::max(nCols, nT));
+  const auto k = static_cast<std::size_t>(nCols);
+  const auto width = static_cast<std::size_t>(std::max(std::min(nCols, nBatch), 1));
+  const std::size_t nT = 3 * width, nTiles = (k + width - 1) / width;
+  const std::size_t columns = 8 * k + nT + 5; // five blocks, each with its slack
+  const std::size_t columnsB = generalized ? 3 * k + nT + 2 : 0;
+  return this->Bytes(nRows, columns + columnsB, k * k + nT * nT * nTiles, std::max(k, nT), k);
 }
 
 template <typename Scalar>

@@ -65,25 +65,42 @@ struct SparseOperator {
       entries.push_back(rowOf(rows.first + i));
   }
 
+  /// One gather for the whole block: on more processes than cores it is what a product costs.
   void Apply(const Scalar* x, Scalar* y, int nCols, int ld) const {
-    std::vector<Scalar> whole(static_cast<std::size_t>(rows.n));
-    const int bytes = static_cast<int>(sizeof(Scalar));
-    std::vector<int> counts = rows.counts, displs = rows.displs;
-    for (int& c : counts)
-      c *= bytes;
-    for (int& d : displs)
-      d *= bytes;
+    const std::vector<Scalar> whole = Gather(x, nCols, ld);
     for (int j = 0; j < nCols; ++j) {
-      const std::ptrdiff_t column = static_cast<std::ptrdiff_t>(j) * ld;
-      MPI_Allgatherv(x + column, rows.local * bytes, MPI_BYTE, whole.data(), counts.data(),
-                     displs.data(), MPI_BYTE, rows.holders);
+      const Scalar* const column = whole.data() + static_cast<std::ptrdiff_t>(j) * rows.n;
       for (int i = 0; i < rows.local; ++i) {
         Scalar sum{};
         for (const auto& [k, a] : entries[static_cast<std::size_t>(i)])
-          sum += a * whole[static_cast<std::size_t>(k)];
-        y[column + i] = sum;
+          sum += a * column[k];
+        y[static_cast<std::ptrdiff_t>(j) * ld + i] = sum;
       }
     }
+  }
+
+  /// All rows (n x nCols) on every process that holds some.
+  std::vector<Scalar> Gather(const Scalar* x, int nCols, int ld) const {
+    const auto at = [](int row, int column, int rowsOf) {
+      return row + static_cast<std::ptrdiff_t>(column) * rowsOf;
+    };
+    const int bytes = static_cast<int>(sizeof(Scalar)) * nCols;
+    std::vector<int> counts = rows.counts, displs = rows.displs;
+    for (std::size_t r = 0; r < counts.size(); ++r) {
+      counts[r] *= bytes;
+      displs[r] *= bytes;
+    }
+    const std::size_t size = static_cast<std::size_t>(rows.n) * static_cast<std::size_t>(nCols);
+    std::vector<Scalar> mine(size), parts(size), whole(size);
+    for (int j = 0; j < nCols; ++j)
+      std::copy_n(x + at(0, j, ld), rows.local, mine.data() + at(0, j, rows.local));
+    MPI_Allgatherv(mine.data(), rows.local * bytes, MPI_BYTE, parts.data(), counts.data(),
+                   displs.data(), MPI_BYTE, rows.holders);
+    for (std::size_t r = 0; r < counts.size(); ++r)
+      for (int j = 0; j < nCols; ++j)
+        std::copy_n(parts.data() + at(rows.displs[r] * nCols, 0, 0) + at(0, j, rows.counts[r]),
+                    rows.counts[r], whole.data() + at(rows.displs[r], j, rows.n));
+    return whole;
   }
 
   static void Shell(void* self, void* x, void* y, int nRows, int nCols, int ld) {
