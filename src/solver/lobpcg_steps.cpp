@@ -44,6 +44,7 @@ void LobpcgSteps<Scalar>::OrthogonalizeResidual(const VesMatrixBase& matB,
 template <typename Scalar>
 void LobpcgSteps<Scalar>::OrthogonalizeBehind(int first, int& count,
                                               const VesMatrixBase& matB) const {
+  if (count == 0) return;
   const Block vecY = Columns(workZ, 0, first), vecBY = Columns(ImageBZ(), 0, first);
   Block vecC = Columns(workZ, first, count), vecBC = Columns(ImageBZ(), first, count);
   this->ProjectAndOrthonormalize(vecY, vecBY, vecC, vecBC, matB, count, true);

@@ -135,6 +135,30 @@ TEST(BatchRefill, TakesTheGuessInItsOrder) {
   EXPECT_EQ(d.met, inOrder);
 }
 
+/// More pairs than the default batch of 256 holds, with a preconditioner that makes them few passes.
+TEST(BatchRefill, DefaultLimit) {
+  const int n = 1300;
+  const Rows rows(n, MPI_COMM_WORLD, Deal::growing);
+  const auto value = [](int i) { return 1.0 + 0.01 * i; };
+  using Sparse = SparseOperator<double>;
+  Sparse A(rows, [&](int i) { return Sparse::Row{{i, value(i)}}; });
+  Sparse T(rows, [&](int i) { return Sparse::Row{{i, 1.0 / (value(i) * (1.0 + 0.1 * (i % 3)))}}; });
+  for (const int nBands : {300, 600}) {
+    SCOPED_TRACE(nBands);
+    Settings s;
+    s.solver = VES_LOBPCG_BATCH;
+    s.nBands = nBands;
+    s.threshold = 1e-4;
+    s.maxIter = 1000;
+    Pairs<double> p(rows, nBands);
+    p.FillRandom();
+    p.Run(MakeSolver<double>(s, false).get(), &A, nullptr, &T);
+    Limits limits;
+    limits.value = s.threshold;
+    ExpectAllConverged(p, A, nullptr, Spectrum(n, value), s.threshold, limits);
+  }
+}
+
 /// Passes -1 ... maxIter, of which the last but one gives its directions up and the last brings in
 /// all that remains of the guess.
 TEST(BatchPasses, AsManyAsTheLimitSays) {

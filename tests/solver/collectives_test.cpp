@@ -208,7 +208,7 @@ TEST(Collectives, ReductionsOfAnIteration) {
     long long inFive;
   } cases[] = {
       {VES_LOBPCG, false, false, 40},       {VES_LOBPCG, true, true, 45},
-      {VES_LOBPCG_BATCH, false, false, 60}, {VES_LOBPCG_BATCH, true, true, 65},
+      {VES_LOBPCG_BATCH, false, false, 40}, {VES_LOBPCG_BATCH, true, true, 45},
       {VES_PPCG, false, false, 56},         {VES_PPCG, true, true, 66},
   };
   Problem problem;
