@@ -124,15 +124,23 @@ struct Diagonal {
 };
 
 TEST(BatchRefill, TakesTheGuessInItsOrder) {
-  Diagonal d(100);
-  Pairs<double> p(d.rows, 40);
-  p.FillGuess([](int i, int j) { return i == j ? 3.0 : 0.0; });
-  p.Run(d.Solver(16, 50).get(), &d.A);
-  EXPECT_EQ(p.nConv, 40);
-  EXPECT_EQ(p.iter, 2); // passes -1, 0 and 1 load 16, 16 and 8 columns
-  std::vector<int> inOrder(40);
-  std::iota(inOrder.begin(), inOrder.end(), 0);
-  EXPECT_EQ(d.met, inOrder);
+  const struct {
+    const char* reason;
+    int nBands, limit, iter;
+  } cases[] = {{"passes -1, 0 and 1 load 16, 16 and 8 columns", 40, 16, 2},
+               {"half of a batch of one is none, and yet it is refilled", 5, 1, 4}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reason);
+    Diagonal d(100);
+    Pairs<double> p(d.rows, c.nBands);
+    p.FillGuess([](int i, int j) { return i == j ? 3.0 : 0.0; });
+    p.Run(d.Solver(c.limit, 50).get(), &d.A);
+    EXPECT_EQ(p.nConv, c.nBands);
+    EXPECT_EQ(p.iter, c.iter);
+    std::vector<int> inOrder(static_cast<std::size_t>(c.nBands));
+    std::iota(inOrder.begin(), inOrder.end(), 0);
+    EXPECT_EQ(d.met, inOrder);
+  }
 }
 
 /// More pairs than the default batch of 256 holds, with a preconditioner that makes them few passes.
