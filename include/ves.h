@@ -324,11 +324,11 @@ VES_EXPORT const char* VesReasonString(VesSolverReason reason) VES_NOEXCEPT;
 
 /// What the last run of a solver cost on this process.
 typedef struct VesSolverStats {
-  long long columnsA;     ///< columns that A was applied to
-  long long columnsB;     ///< columns that B was applied to
-  long long columnsT;     ///< columns that the preconditioner was applied to
-  long long reductions;   ///< reductions over processes
-  long long bytesReduced; ///< bytes that this process gave to them
+  long long columnsA;      ///< columns that A was applied to
+  long long columnsB;      ///< columns that B was applied to
+  long long columnsT;      ///< columns that the preconditioner was applied to
+  long long reductions;    ///< reductions over processes
+  long long bytesReduced;  ///< bytes that this process gave to them
   double secondsOperators; ///< in the routines of A, B and T
   double secondsDense;     ///< in dense factorizations and eigendecompositions
   double secondsTotal;
