@@ -1,7 +1,7 @@
 // Every solver on problems with known answers: four types, standard and generalized, with and
 // without a preconditioner, every component kind.
 #include "data/vector_dense.h"
-#include "support/correctness.h"
+#include "support/gallery.h"
 
 using namespace VesTest;
 
@@ -24,27 +24,15 @@ Limits LimitsFor() {
 template <typename Scalar>
 class GalleryTest : public testing::Test {
 protected:
-  const Box box{{7, 8, 9}};
-  const Rows rows{504, MPI_COMM_WORLD, Deal::growing};
-  SparseOperator<Scalar> laplacian{rows,
-                                   [this](int i) { return Phased<Scalar>(i, box.Laplacian(i)); }};
-  SparseOperator<Scalar> stiffness{rows,
-                                   [this](int i) { return Phased<Scalar>(i, box.Stiffness(i)); }};
-  SparseOperator<Scalar> mass{rows, [this](int i) { return Phased<Scalar>(i, box.Mass(i)); }};
-  /// A diagonal that differs from a multiple of the identity, so that it changes the search.
-  SparseOperator<Scalar> jacobi{
-      rows, [](int i) {
-        return typename SparseOperator<Scalar>::Row{{i, Number<Scalar>(1.0 / (6.0 + (i % 3)))}};
-      }};
+  BoxGallery<Scalar> on{{7, 8, 9}};
 
   void Solve(const Settings& s, bool generalized, bool preconditioned) {
-    Pairs<Scalar> p(rows, s.nBands);
+    Pairs<Scalar> p(on.rows, s.nBands);
     p.FillRandom();
     const SolverHandle solver = MakeSolver<Scalar>(s, generalized);
-    SparseOperator<Scalar>& A = generalized ? stiffness : laplacian;
-    SparseOperator<Scalar>* const B = generalized ? &mass : nullptr;
-    p.Run(solver.get(), &A, B, preconditioned ? &jacobi : nullptr);
-    ExpectAllConverged(p, A, B, box.Eigenvalues(generalized), s.threshold, LimitsFor<Scalar>());
+    p.Run(solver.get(), &on.A(generalized), on.B(generalized), on.T(preconditioned));
+    ExpectAllConverged(p, on.A(generalized), on.B(generalized), on.Exact(generalized), s.threshold,
+                       LimitsFor<Scalar>());
     EXPECT_LT(p.iter, s.maxIter);
   }
 };
@@ -91,13 +79,13 @@ TYPED_TEST(GalleryTest, EveryDetectorStopsAtWhatItTests) {
       s.solver = type;
       s.threshold = threshold;
       s.detector = detector;
-      Pairs<TypeParam> p(this->rows, s.nBands);
+      Pairs<TypeParam> p(this->on.rows, s.nBands);
       p.FillRandom();
       const SolverHandle solver = MakeSolver<TypeParam>(s, false);
-      p.Run(solver.get(), &this->laplacian);
+      p.Run(solver.get(), &this->on.A(false));
       ASSERT_EQ(p.nConv, p.k);
-      const std::vector<double> residuals = ResidualNorms(p, this->laplacian, nullptr);
-      const std::vector<double> exact = this->box.Eigenvalues(false);
+      const std::vector<double> residuals = ResidualNorms(p, this->on.A(false), nullptr);
+      const std::vector<double> exact = this->on.Exact(false);
       for (std::size_t j = 0; j < residuals.size(); ++j) {
         // The eigenvalue test stops when values move slowly, which bounds the residual loosely.
         const double allowed = detector == VES_RESIDUALS            ? threshold
@@ -115,12 +103,12 @@ TYPED_TEST(GalleryTest, EigenvalueDetectorNeedsNoResiduals) {
     s.solver = type;
     s.detector = VES_EIGENVALUES;
     s.threshold = eps<TypeParam> < 1e-10 ? 1e-10 : 1e-5;
-    Pairs<TypeParam> p(this->rows, s.nBands);
+    Pairs<TypeParam> p(this->on.rows, s.nBands);
     p.FillRandom();
     const SolverHandle solver = MakeSolver<TypeParam>(s, false);
-    p.Run(solver.get(), &this->laplacian);
+    p.Run(solver.get(), &this->on.A(false));
     ASSERT_EQ(p.nConv, p.k);
-    const std::vector<double> exact = this->box.Eigenvalues(false);
+    const std::vector<double> exact = this->on.Exact(false);
     for (std::size_t j = 0; j < exact.size() && j < static_cast<std::size_t>(p.k); ++j)
       EXPECT_NEAR(std::real(p.D[j]), exact[j], 1e3 * s.threshold);
   }
@@ -161,7 +149,7 @@ TEST(ModelFigures, IterationsAndColumnsOfTheModel) {
 
 /// A second run from its own result finds nothing to do; runs of other sizes leave no trace.
 TYPED_TEST(GalleryTest, RepeatedRunsOnOneSolver) {
-  const std::vector<double> exact = this->box.Eigenvalues(false);
+  const std::vector<double> exact = this->on.Exact(false);
   for (const auto type : allSolvers) {
     Settings s;
     s.solver = type;
@@ -169,16 +157,16 @@ TYPED_TEST(GalleryTest, RepeatedRunsOnOneSolver) {
     const SolverHandle solver = MakeSolver<TypeParam>(s, false);
     for (const int nBands : {8, 12, 5, 10, 8}) {
       SCOPED_TRACE(testing::Message() << "solver " << type << " pairs " << nBands);
-      Pairs<TypeParam> p(this->rows, nBands);
+      Pairs<TypeParam> p(this->on.rows, nBands);
       p.FillRandom(static_cast<unsigned>(nBands));
-      p.Run(solver.get(), &this->laplacian);
-      ExpectAllConverged(p, this->laplacian, nullptr, exact, s.threshold, LimitsFor<TypeParam>());
+      p.Run(solver.get(), &this->on.A(false));
+      ExpectAllConverged(p, this->on.A(false), nullptr, exact, s.threshold, LimitsFor<TypeParam>());
       EXPECT_GT(p.iter, 1);
 
       VesSolverSetThreshold(solver.get(), 2 * s.threshold);
-      p.Run(solver.get(), &this->laplacian);
+      p.Run(solver.get(), &this->on.A(false));
       EXPECT_EQ(p.iter, type == VES_PPCG ? 1 : 0); // PPCG tests inside its first iteration
-      ExpectAllConverged(p, this->laplacian, nullptr, exact, 2 * s.threshold,
+      ExpectAllConverged(p, this->on.A(false), nullptr, exact, 2 * s.threshold,
                          LimitsFor<TypeParam>());
       VesSolverSetThreshold(solver.get(), s.threshold);
     }

@@ -1,6 +1,6 @@
 // What a caller can rely on without looking: every run ends, says why, and claims only what is so,
 // down to thresholds that rounding does not allow.
-#include "support/correctness.h"
+#include "support/gallery.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -72,20 +72,15 @@ class TrustTest : public testing::Test {
 protected:
   using Operator = SparseOperator<Scalar>;
   static constexpr bool isDouble = eps<Scalar> < 1e-10;
-  const Box box{{6, 7, 8}};
-  const Rows rows{336, MPI_COMM_WORLD, Deal::growing};
-  Operator laplacian{rows, [this](int i) { return Phased<Scalar>(i, box.Laplacian(i)); }};
-  Operator stiffness{rows, [this](int i) { return Phased<Scalar>(i, box.Stiffness(i)); }};
-  Operator mass{rows, [this](int i) { return Phased<Scalar>(i, box.Mass(i)); }};
-  Operator jacobi{rows, [](int i) {
-                    return typename Operator::Row{{i, Number<Scalar>(1.0 / (6.0 + (i % 3)))}};
-                  }};
+  BoxGallery<Scalar> on{{6, 7, 8}};
 
   Problem<Scalar> Gallery(bool generalized, bool preconditioned) {
-    Operator* const T = preconditioned ? &jacobi : nullptr;
-    const std::vector<double> exact = box.Eigenvalues(generalized);
-    if (generalized) return {stiffness, &mass, T, exact, 12.0, 1.0};
-    return {laplacian, nullptr, T, exact, 12.0, 1.0};
+    return {on.A(generalized),
+            on.B(generalized),
+            on.T(preconditioned),
+            on.Exact(generalized),
+            12.0,
+            1.0};
   }
 
   static Settings Wanted(VesSolverType type, int nBands, double threshold) {
@@ -111,7 +106,7 @@ TYPED_TEST(TrustTest, ThresholdsDownToWhatRoundingForbids) {
           SCOPED_TRACE(testing::Message() << "solver " << type << " generalized " << generalized
                                           << " T " << preconditioned << " threshold " << threshold);
           const bool all = RunAndJudge(this->Gallery(generalized, preconditioned),
-                                       this->Wanted(type, 10, threshold), this->rows, 1);
+                                       this->Wanted(type, 10, threshold), this->on.rows, 1);
           EXPECT_TRUE(all || threshold < reachable);
         }
 }
@@ -200,7 +195,7 @@ TYPED_TEST(TrustTest, RandomStarts) {
       for (unsigned seed = 0; seed < seeds; ++seed) {
         SCOPED_TRACE(testing::Message()
                      << "solver " << type << " problem " << which << " seed " << seed);
-        converged += RunAndJudge(problem, s, which == 2 ? few : this->rows, seed) ? 1 : 0;
+        converged += RunAndJudge(problem, s, which == 2 ? few : this->on.rows, seed) ? 1 : 0;
       }
       if (RankIn(MPI_COMM_WORLD) == 0)
         std::printf("solver %d, problem %d: %u of %u starts converged\n", type, which, converged,
