@@ -40,7 +40,6 @@ int LapackChol<Scalar>::FactorizeHere(VectorDense<Scalar>& vecM, char uplo) {
   const int order = LeadingFiniteOrder(vecM, uplo, vecM.nCols);
   int info = 0;
   MathKernel<Scalar>::Potrf(&uplo, &order, vecM.values, &vecM.ld, &info);
-  if (info == 0 && order < vecM.nCols) info = order + 1;
   return JudgeFactor(vecM, uplo, info);
 }
 

@@ -41,6 +41,8 @@ public:
   int GetLd() const { return ld; }
   Scalar* GetValues() const { return values; }
   Scalar& operator()(int i, int j = 0) const { return values[Offset(i, j)]; }
+  /// First entry of a column; null where there is no storage.
+  Scalar* Column(int j) const { return values == nullptr ? nullptr : values + Offset(0, j); }
 
   bool IsDataEmpty() const override { return values == nullptr; }
   /// Same shape, communicators and leading dimension, and both dense.
@@ -146,7 +148,7 @@ private:
   std::size_t Offset(int i, int j) const {
     return static_cast<std::size_t>(i) + static_cast<std::size_t>(j) * static_cast<std::size_t>(ld);
   }
-  Scalar* Column(int j) const { return values == nullptr ? nullptr : values + Offset(0, j); }
+  VesReturnCode Gram(const VectorDense& x);
   int NumEntries() const;
 };
 

@@ -40,6 +40,8 @@ extern "C" {
 
 // Routines of the real types.
 #define VES_DECLARE_FOR_REAL(x, T)                                                                 \
+  void x##syrk_(const char* uplo, const char* trans, const int* n, const int* k, const T* alpha,   \
+                const T* a, const int* lda, const T* beta, T* c, const int* ldc);                  \
   T x##dot_(const int* n, const T* v, const int* incv, const T* w, const int* incw);               \
   void x##syevd_(const char* jobz, const char* uplo, const int* n, T* a, const int* lda, T* w,     \
                  T* work, const int* lwork, int* iwork, const int* liwork, int* info);             \
@@ -58,6 +60,8 @@ extern "C" {
 #endif
 #define VES_DECLARE_FOR_COMPLEX(x, C, R)                                                           \
   VES_DECLARE_DOTC(x, C)                                                                           \
+  void x##herk_(const char* uplo, const char* trans, const int* n, const int* k, const R* alpha,   \
+                const C* a, const int* lda, const R* beta, C* c, const int* ldc);                  \
   void x##heevd_(const char* jobz, const char* uplo, const int* n, C* a, const int* lda, R* w,     \
                  C* work, const int* lwork, R* rwork, const int* lrwork, int* iwork,               \
                  const int* liwork, int* info);                                                    \

@@ -26,6 +26,7 @@ template <>
 struct Routines<double> {
   VES_COMMON_ROUTINES(d);
   static constexpr VesScalarType code = VES_DOUBLE;
+  static constexpr auto herk = dsyrk_;
   static constexpr auto dot = ddot_;
   static constexpr auto evd = dsyevd_;
   static constexpr auto pevd = pdsyevd_;
@@ -34,6 +35,7 @@ template <>
 struct Routines<float> {
   VES_COMMON_ROUTINES(s);
   static constexpr VesScalarType code = VES_FLOAT;
+  static constexpr auto herk = ssyrk_;
   static constexpr auto dot = sdot_;
   static constexpr auto evd = ssyevd_;
   static constexpr auto pevd = pssyevd_;
@@ -42,6 +44,7 @@ template <>
 struct Routines<std::complex<double>> {
   VES_COMMON_ROUTINES(z);
   static constexpr VesScalarType code = VES_COMPLEX_DOUBLE;
+  static constexpr auto herk = zherk_;
   static constexpr auto dot = zdotc_;
   static constexpr auto evd = zheevd_;
   static constexpr auto pevd = pzheevd_;
@@ -50,6 +53,7 @@ template <>
 struct Routines<std::complex<float>> {
   VES_COMMON_ROUTINES(c);
   static constexpr VesScalarType code = VES_COMPLEX_FLOAT;
+  static constexpr auto herk = cherk_;
   static constexpr auto dot = cdotc_;
   static constexpr auto evd = cheevd_;
   static constexpr auto pevd = pcheevd_;
@@ -70,6 +74,13 @@ void MathKernel<Scalar>::Gemm(const char* transa, const char* transb, const int*
                               const Scalar* B, const int* ldb, const Scalar* beta, Scalar* C,
                               const int* ldc) {
   Routines<Scalar>::gemm(transa, transb, m, n, k, alpha, A, lda, B, ldb, beta, C, ldc);
+}
+
+template <typename Scalar>
+void MathKernel<Scalar>::Herk(const char* uplo, const char* trans, const int* n, const int* k,
+                              const RealType<Scalar>* alpha, const Scalar* A, const int* lda,
+                              const RealType<Scalar>* beta, Scalar* C, const int* ldc) {
+  Routines<Scalar>::herk(uplo, trans, n, k, alpha, A, lda, beta, C, ldc);
 }
 
 template <typename Scalar>

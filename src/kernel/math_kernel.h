@@ -22,6 +22,10 @@ public:
   static void Gemm(const char* transa, const char* transb, const int* m, const int* n, const int* k,
                    const Scalar* alpha, const Scalar* A, const int* lda, const Scalar* B,
                    const int* ldb, const Scalar* beta, Scalar* C, const int* ldc);
+  /// The complex ?herk, the real ?syrk.
+  static void Herk(const char* uplo, const char* trans, const int* n, const int* k,
+                   const RealType<Scalar>* alpha, const Scalar* A, const int* lda,
+                   const RealType<Scalar>* beta, Scalar* C, const int* ldc);
   static void Trsm(const char* side, const char* uplo, const char* transa, const char* diag,
                    const int* m, const int* n, const Scalar* alpha, const Scalar* A, const int* lda,
                    Scalar* B, const int* ldb);

@@ -22,6 +22,14 @@ using RealType = typename RealTypeOf<Scalar>::type;
 template <typename Scalar>
 inline constexpr bool isComplex = !std::is_same_v<Scalar, RealType<Scalar>>;
 
+template <typename Scalar>
+Scalar Conjugate(const Scalar& value) {
+  if constexpr (isComplex<Scalar>)
+    return std::conj(value);
+  else
+    return value;
+}
+
 /// True when no part of the value is infinite or a NaN.
 template <typename Scalar>
 bool IsFinite(const Scalar& value) {

@@ -158,13 +158,27 @@ void BlockSolver<Scalar>::Replicate(double& value) const {
   MPI_Bcast(&value, 1, MPI_DOUBLE, 0, secondComm);
 }
 
+template <typename Scalar>
+void BlockSolver<Scalar>::Rotate(const Block& source, const Block& coefficients,
+                                 const Block& target, Block& scratch) const {
+  for (int first = 0; first < nPW; first += bandRows) {
+    const int rows = std::min(bandRows, nPW - first);
+    Block band(target, first, 0, rows, target.nCols);
+    scratch.SetDims(rows, coefficients.nCols, rows);
+    VES_ASSERT_GOOD(scratch.Gemm(Block(source, first, 0, rows, source.nCols), coefficients));
+    VES_ASSERT_GOOD(band.CopyData(scratch));
+  }
+}
+
 /// No process holds a NaN or an infinity in the blocks. Collective.
 template <typename Scalar>
 bool BlockSolver<Scalar>::AllFinite(const Block& vecX, const Block& vecBX) const {
-  int isFinite = 1;
-  for (int j = 0; j < vecX.nCols && isFinite == 1; ++j)
-    for (int i = 0; i < nPW && isFinite == 1; ++i)
-      isFinite = IsFinite(vecX(i, j)) && IsFinite(vecBX(i, j)) ? 1 : 0;
+  const auto isClean = [&](const Block& block) {
+    for (int j = 0; j < block.nCols; ++j)
+      if (!std::all_of(block.Column(j), block.Column(j) + nPW, IsFinite<Scalar>)) return false;
+    return true;
+  };
+  int isFinite = isClean(vecX) && (!isGeneralized || isClean(vecBX)) ? 1 : 0;
   ReduceInPlace(&isFinite, 1, MPI_INT, MPI_MIN, rowComm);
   Replicate(isFinite);
   return isFinite == 1;

@@ -85,6 +85,12 @@ protected:
     return Block(block, 0, first, nPW, count);
   }
 
+  /// target := source C. The target may be columns of the source: bands of rows go through scratch,
+  /// a tall block at least as wide as C, and stay in the cache of the core on their way.
+  void Rotate(const Block& source, const Block& coefficients, const Block& target,
+              Block& scratch) const;
+  static constexpr int bandRows = 1024;
+
   /// B-orthonormalizes count columns of blockX from first on among themselves and against those
   /// before, with images in blockBX (the same block when B is the identity), completes them with
   /// random columns where they lack rank, and returns the rank reached; the columns behind it are

@@ -165,9 +165,8 @@ void LOBPCG_BATCH<Scalar>::FinishRun() const {
   this->UpdateEigVecs();
   const Block vecCX(this->workM, 0, 0, this->nV, nXseek);
   const auto rotate = [&](const Block& image) {
-    Block vec = Columns(image, nDeflated, nXseek);
-    VES_ASSERT_GOOD(this->workX.Gemm(Columns(image, nDeflated, this->nV), vecCX));
-    VES_ASSERT_GOOD(vec.CopyData(this->workX));
+    this->Rotate(Columns(image, nDeflated, this->nV), vecCX, Columns(image, nDeflated, nXseek),
+                 this->workX);
   };
   rotate(this->workAZ);
   if (isGeneralized) rotate(this->workBZ);

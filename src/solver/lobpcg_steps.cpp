@@ -216,10 +216,8 @@ void LobpcgSteps<Scalar>::ComputeConjugateDirection() const {
   this->ProjectAndOrthonormalize(vecCX, vecCX, vecCP, vecCP, matNull, nP, false);
 
   const auto rotate = [&](const Block& basis) {
-    Block vecP = Columns(basis, nDeflated + nXseek, nP);
-    workP.SetDims(nPW, nP, ldQ);
-    VES_ASSERT_GOOD(workP.Gemm(Columns(basis, nDeflated, nV), vecCP));
-    VES_ASSERT_GOOD(vecP.CopyData(workP));
+    this->Rotate(Columns(basis, nDeflated, nV), vecCP, Columns(basis, nDeflated + nXseek, nP),
+                 workP);
   };
   rotate(workZ);
   rotate(workAZ);

@@ -100,10 +100,7 @@ void LobpcgSteps<Scalar>::RotateAll() const {
   Block values(workW, 0, 0, nV, 1);
   VES_ASSERT_GOOD(values.CopyData(workD));
   const auto rotate = [&](const Block& block) {
-    Block vec = Columns(block, 0, nV);
-    workX.SetDims(nPW, nV, ldQ);
-    VES_ASSERT_GOOD(workX.Gemm(vec, workM));
-    VES_ASSERT_GOOD(vec.CopyData(workX));
+    this->Rotate(Columns(block, 0, nV), workM, Columns(block, 0, nV), workX);
   };
   rotate(workZ);
   rotate(workAZ);

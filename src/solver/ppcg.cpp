@@ -128,10 +128,7 @@ void PPCG<Scalar>::RotateActive() const {
   if (info != 0) return;
   isRotated = true;
   const auto rotate = [&](const Block& basis) {
-    Block vec = Active(basis);
-    workX.SetDims(nPW, nX, ldQ);
-    VES_ASSERT_GOOD(workX.Gemm(vec, workM));
-    VES_ASSERT_GOOD(vec.CopyData(workX));
+    this->Rotate(Active(basis), workM, Active(basis), workX);
   };
   rotate(workZ);
   rotate(workAZ);
@@ -372,10 +369,10 @@ void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
 }
 
 template <typename Scalar>
-void PPCG<Scalar>::GatherSubspace(const Block& block, std::size_t j) const {
+void PPCG<Scalar>::GatherSubspace(const Block& block, std::size_t j, int first, int rows) const {
   const auto place = [&](int to, int from, int count) {
-    Block part = Columns(workT, to, count);
-    VES_ASSERT_GOOD(part.CopyData(Columns(block, from, count)));
+    Block part(workT, 0, to, rows, count);
+    VES_ASSERT_GOOD(part.CopyData(Block(block, first, from, rows, count)));
   };
   place(0, dispX[j], nXs[j]);
   place(nXs[j], dispP[j], nPs[j]);
@@ -390,7 +387,7 @@ void PPCG<Scalar>::ComputeRayleighRitzMatrix() const {
   workG.SetDims(nVmax, nVmax * nBlocks, nVmax);
   VES_ASSERT_GOOD(workG.Set2Zero());
   for (std::size_t j = 0; j < nVs.size(); ++j) {
-    GatherSubspace(workZ, j);
+    GatherSubspace(workZ, j, 0, nPW);
     const Block tile = Tile(j);
     const auto product = [&](int first, int count, int dispA) {
       Block part(tile, 0, first, first + count, count);
@@ -428,10 +425,14 @@ void PPCG<Scalar>::UpdateEigenVectors() const {
     VES_ASSERT_GOOD(vecCP.AllocateMem());
     GatherDirections(Block(tile, nXs[j], 0, nRest, nXs[j]), vecCP);
     const auto update = [&](const Block& basis) {
-      GatherSubspace(basis, j);
-      Block vecX = Columns(basis, dispX[j], nXs[j]), vecP = Columns(basis, dispP[j], nXs[j]);
-      VES_ASSERT_GOOD(vecX.Gemm(Columns(workT, 0, nVs[j]), vecCX, 'N', 'N', 1, 0));
-      VES_ASSERT_GOOD(vecP.Gemm(Columns(workT, nXs[j], nRest), vecCP, 'N', 'N', 1, 0));
+      for (int first = 0; first < nPW; first += Base::bandRows) {
+        const int rows = std::min(Base::bandRows, nPW - first);
+        GatherSubspace(basis, j, first, rows);
+        Block vecX(basis, first, dispX[j], rows, nXs[j]),
+            vecP(basis, first, dispP[j], rows, nXs[j]);
+        VES_ASSERT_GOOD(vecX.Gemm(Block(workT, 0, 0, rows, nVs[j]), vecCX));
+        VES_ASSERT_GOOD(vecP.Gemm(Block(workT, 0, nXs[j], rows, nRest), vecCP));
+      }
     };
     update(workZ);
     update(workAZ);

@@ -132,8 +132,9 @@ private:
   Block Tile(std::size_t j) const {
     return Block(workG, 0, static_cast<int>(j) * nVmax, nVs[j], nVs[j]);
   }
-  /// Copies X_j, P_j and R_j of a block of the layout of workZ side by side into workT.
-  void GatherSubspace(const Block& block, std::size_t j) const;
+  /// Copies rows [first, first + rows) of X_j, P_j and R_j, of a block of the layout of workZ, side
+  /// by side into the first rows of workT.
+  void GatherSubspace(const Block& block, std::size_t j, int first, int rows) const;
 
   void GatherDirections(const Block& from, Block& to) const;
 

@@ -165,6 +165,31 @@ TEST(BatchRefill, TakesTheGuessInItsOrder) {
   }
 }
 
+/// Restarts in every pass, and the stagnation that they make of it, neither lose a column of the guess
+/// nor a pair of the batches before. The first refill finds columns 9 ... 15 unconverged.
+TEST(BatchRefill, KeepsTheGuessThroughRestarts) {
+  Diagonal d(100);
+  Pairs<double> p(d.rows, 40);
+  p.FillGuess([](int i, int j) {
+    const bool isNoisy = j >= 9 && j < 16 && i >= 60;
+    return i == j ? 3.0 : isNoisy ? 0.3 * HashedNumber<double>(i, j) : 0.0;
+  });
+  const SolverHandle solver = d.Solver(16, 100);
+  const VesMonitor askRestart = [](void* data, const VesProgress*) {
+    static_cast<Ves::LOBPCG_BATCH<double>*>(data)->isRestartDue = true;
+    return 0;
+  };
+  VesSolverSetMonitor(solver.get(), askRestart,
+                      dynamic_cast<Ves::LOBPCG_BATCH<double>*>(solver.get()));
+  p.Run(solver.get(), &d.A);
+  EXPECT_GT(p.nConv, 8);
+  EXPECT_LE(OrthogonalityError(p, nullptr), 1e-12);
+  for (int j = 0; j < 40; ++j) {
+    const auto isOf = [j](double value) { return std::abs(value - Diagonal::Value(j)) < 1e-6; };
+    EXPECT_TRUE((j >= 9 && j < 16) || std::any_of(p.D.begin(), p.D.end(), isOf)) << j;
+  }
+}
+
 /// Passes -1 ... maxIter, of which the last but one gives its directions up and the last brings in
 /// all that remains of the guess.
 TEST(BatchPasses, AsManyAsTheLimitSays) {
