@@ -2,6 +2,7 @@
 """Turns what tests and tools leave behind into Markdown. Called by scripts/figures.
 
 figures.py starts LOG           success over random starts, from the output of trust_test
+figures.py faults LOG ...       runs with injected faults, random calls and cycles, from test output
 figures.py coverage BUILD       lines and branches of src/, from the counters of a coverage build
 figures.py tests LOG            how many of ctest's tests passed
 figures.py mutation REPORT      score and survivors, from the report of scripts/mutate.py
@@ -53,6 +54,25 @@ def starts(log):
     table(["starts that ended converged"] + START_PROBLEMS, rows)
     good, all_ = (sum(v[i] for c in counts.values() for v in c.values()) for i in (0, 1))
     print(f"\nIn all {good} of {all_} ({percent(good, all_)}).")
+
+
+def faults(*logs):
+    """What fault_test, random_calls_test and communicator_test print of themselves."""
+    text = "".join(pathlib.Path(log).read_text() for log in logs)
+    runs = [int(n) for n in re.findall(r"^(\d+) faulty runs ended and were judged", text, re.M)]
+    calls = re.search(r"^(\d+ calls in random order), (\d+ runs) among them", text, re.M)
+    cycles = re.search(r"^(\d+) cycles left (\d+) communicators and (-?\d+) kB", text, re.M)
+    if not (runs and calls and cycles):
+        sys.exit("no figures of faults in " + " ".join(logs))
+    failed = sorted(set(re.findall(r"FAILED  \] (\S+)", text)))
+    print(f"- {sum(runs)} runs with a fault injected into operators or dense routines, on 1 and 4 "
+          "processes: every one ended, and what it claimed was true.")
+    print(f"- {calls[1]} of the flat interface, {calls[2]} among them: every code was a documented "
+          "one.")
+    print(f"- {cycles[1]} solvers created, run and destroyed on changing communicators: {cycles[2]} "
+          f"communicators were left, and {cycles[3]} kB of memory.")
+    if failed:
+        print(f"\n**Failed: {', '.join(failed)}.**")
 
 
 def counters(build):
@@ -165,7 +185,7 @@ def sanitizers(log, root):
 
 
 def main():
-    sections = {f.__name__: f for f in (starts, tests, coverage, mutation, lines, sanitizers)}
+    sections = {f.__name__: f for f in (starts, faults, tests, coverage, mutation, lines, sanitizers)}
     if len(sys.argv) < 3 or sys.argv[1] not in sections:
         sys.exit(__doc__)
     sections[sys.argv[1]](*sys.argv[2:])

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <random>
 
@@ -31,6 +32,7 @@ TEST(RandomCalls, EveryAnswerIsDocumented) {
     runs += sequence.runs;
     refusedRuns += sequence.refusedRuns;
   }
+  std::printf("%ld calls in random order, %ld runs among them\n", calls, runs);
   // The sequences reach what they are for.
   EXPECT_GT(runs, wanted / 200) << "of " << calls << " calls";
   EXPECT_GT(refusedRuns, wanted / 200) << "of " << calls << " calls";

@@ -8,6 +8,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -163,12 +164,15 @@ void RunOn(const Layout& layout, Pairs<Scalar>& p, VesSolver solver, SparseOpera
   EXPECT_EQ(VesGetSolverConv(solver, &p.nConv), VES_GOOD);
 }
 
+long judged = 0; ///< faulty runs since the last report
+
 /// What holds after any run, whatever it met; A and B are the true operators. A run that broke off
 /// may hand back vectors without values.
 template <typename Scalar>
 VesSolverReason ExpectTrueClaims(Pairs<Scalar>& p, VesSolver solver,
                                  const SparseOperator<Scalar>& A,
                                  const NotDeduced<SparseOperator<Scalar>>* B, double threshold) {
+  ++judged;
   VesSolverReason reason = VES_REASON_NONE;
   EXPECT_EQ(VesGetSolverReason(solver, &reason), VES_GOOD);
   EXPECT_EQ(p.code, VES_GOOD);
@@ -225,7 +229,13 @@ SolverHandle Tuned(SolverHandle solver) {
 }
 
 template <typename Scalar>
-class FaultTest : public testing::Test {};
+class FaultTest : public testing::Test {
+protected:
+  static void TearDownTestSuite() {
+    if (RankIn(MPI_COMM_WORLD) == 0) std::printf("%ld faulty runs ended and were judged\n", judged);
+    judged = 0;
+  }
+};
 TYPED_TEST_SUITE(FaultTest, AllScalars);
 
 /// A solver whose runs have failed in all these ways still makes its first run bit for bit.
