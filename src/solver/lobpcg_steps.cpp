@@ -147,7 +147,8 @@ void LobpcgSteps<Scalar>::MoveNewBehindX() const {
   VES_ASSERT_GOOD(vecTo.CopyData(workP));
 }
 
-/// A restart that does not halve the residuals of one shortly before has met what rounding allows.
+/// A restart that does not halve the residuals of one shortly before was futile; several in a row have
+/// met what rounding allows.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::JudgeRestart() const {
   if (!isRestarted) return;
@@ -162,8 +163,11 @@ void LobpcgSteps<Scalar>::JudgeRestart() const {
   for (int j = 0; j < nXseek; ++j)
     residual = std::max(residual, static_cast<double>(std::abs(normR(j))));
   this->Replicate(residual);
-  constexpr int shortly = 20;
-  isStagnated = nRestarts > 0 && iter - restartIter < shortly && residual > 0.5 * restartResidual;
+  constexpr int shortly = 20, patience = 5;
+  const bool isFutile =
+      nRestarts > 0 && iter - restartIter < shortly && residual > 0.5 * restartResidual;
+  nFutile = isFutile ? nFutile + 1 : 0;
+  isStagnated = nFutile == patience;
   restartResidual = residual;
   restartIter = iter;
   ++nRestarts;

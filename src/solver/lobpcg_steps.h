@@ -46,6 +46,7 @@ public:
   mutable int nLocked = 0;            ///< leading pairs locked at the last check
   mutable int nLeadingConv = 0;       ///< leading converged pairs among those kept
   mutable int nRestarts = 0;          ///< rotations that the self-check discarded
+  mutable int nFutile = 0;            ///< restarts in a row that gained little
   mutable int restartIter = 0;        ///< iteration of the last restart
   mutable double restartResidual = 0; ///< largest residual norm after the last restart
   mutable bool isRestarted = false;   ///< this iteration discarded its rotation

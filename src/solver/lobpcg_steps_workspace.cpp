@@ -7,7 +7,7 @@ namespace Ves {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::ResetCounters() const {
   nX = nP = nR = nXnxt = nXseek = nV = 0;
-  nDeflated = nLocked = nLeadingConv = nRestarts = 0;
+  nDeflated = nLocked = nLeadingConv = nRestarts = nFutile = 0;
   nConv = 0;
   isRestarted = isUncertain = false;
 }
