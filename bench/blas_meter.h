@@ -1,0 +1,23 @@
+// Counts the products of BLAS that a run makes, by shape, and tells how long they would take by
+// themselves.
+#ifndef VES_BENCH_BLAS_METER_H
+#define VES_BENCH_BLAS_METER_H
+
+namespace VesBench {
+
+/// What the products on tall blocks cost: those with more than the given rows, which leaves out
+/// what LAPACK calls on small matrices.
+struct BlasCost {
+  double seconds = 0.0; ///< in the run
+  double alone = 0.0;   ///< the same shapes again, each the best of a few calls on warm memory
+  double flops = 0.0;   ///< real additions and multiplications
+};
+
+/// Forgets what was counted.
+void ResetBlasMeter();
+/// Takes as long as the counted products, once for each shape.
+BlasCost TallProducts(int rows);
+
+} // namespace VesBench
+
+#endif
