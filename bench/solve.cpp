@@ -5,6 +5,7 @@
 // passes, svd, detector, threshold, maxiter, precond (0 or 1).
 #include "blas_meter.h"
 #include "large_problem.h"
+#include "step_profile.h"
 
 #include <ves.h>
 
@@ -152,6 +153,16 @@ VesVector MakeVector(VesScalarType scalar, MPI_Comm comm, int rows, int cols, Sc
   return vector;
 }
 
+/// {"Step": seconds, ...} of the steps that take a thousandth of the run or more.
+std::string StepsAsJson(double total) {
+  std::string text = "{";
+  for (const VesBench::StepTime& step : VesBench::StepTimes()) {
+    if (step.seconds < 1e-3 * total) continue;
+    text += (text.size() > 1 ? ", \"" : "\"") + step.name + "\": " + std::to_string(step.seconds);
+  }
+  return text + "}";
+}
+
 template <typename Scalar>
 int Run(const Options& options, LargeProblem& problem, VesScalarType scalar, MPI_Comm comm) {
   const int k = options.k, rows = problem.LocalRows();
@@ -171,14 +182,15 @@ int Run(const Options& options, LargeProblem& problem, VesScalarType scalar, MPI
   Good(VesRunSolver(solver, A, B, T, x, d), "run");
   const double peak = PeakMegabytes() - before;
   const double secondsA = a.seconds, secondsB = b.seconds, secondsT = t.seconds;
+  VesSolverStats stats{};
+  VesGetSolverStats(solver, &stats);
+  const std::string steps = StepsAsJson(stats.secondsTotal);
   const VesBench::BlasCost blas = VesBench::TallProducts(3 * k);
 
-  VesSolverStats stats{};
   VesSolverReason reason = VES_REASON_NONE;
   int iter = 0, nConv = 0;
   std::size_t forecast = 0;
   double residual = 0.0, ortho = 0.0, error = 0.0;
-  VesGetSolverStats(solver, &stats);
   VesGetSolverReason(solver, &reason);
   VesGetSolverIter(solver, &iter);
   VesGetSolverConv(solver, &nConv);
@@ -201,14 +213,14 @@ int Run(const Options& options, LargeProblem& problem, VesScalarType scalar, MPI
                 "\"secondsProductsAlone\": %.4f, \"gflop\": %.2f, \"overhead\": %.3f, "
                 "\"reductions\": %lld, "
                 "\"megabytesReduced\": %.3f, \"residual\": %.3g, \"ortho\": %.3g, \"error\": %.3g, "
-                "\"megabytesForecast\": %.2f, \"megabytesPeak\": %.2f}\n",
+                "\"megabytesForecast\": %.2f, \"megabytesPeak\": %.2f, \"steps\": %s}\n",
                 options.problem.c_str(), problem.Order(), k, options.solver.c_str(),
                 options.Number("block", 0), options.Number("lock", 0), nProcesses,
                 stats.secondsTotal, iter, nConv, VesReasonString(reason), stats.columnsA, secondsA,
                 secondsB, secondsT, stats.secondsDense, blas.seconds, blas.alone, 1e-9 * blas.flops,
                 stats.secondsTotal / alone, stats.reductions,
                 1e-6 * static_cast<double>(stats.bytesReduced), residual, ortho, error,
-                static_cast<double>(forecast) / 1048576, peak);
+                static_cast<double>(forecast) / 1048576, peak, steps.c_str());
   VesSolverDestroy(solver);
   for (VesVector vector : {x, d})
     VesVectorDestroy(vector);

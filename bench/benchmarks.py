@@ -1,0 +1,230 @@
+#!/usr/bin/env python3
+"""Times whole runs in interleaved rounds and writes docs/performance.md and its pictures.
+
+  benchmarks.py BUILD DOCS [--parts split guide growth kernels] [--rounds N]
+
+BUILD holds solve from a build with VES_PROFILE_STEPS; raw results stay in BUILD/benchmarks.jsonl.
+Called by scripts/benchmarks, which says more.
+"""
+import argparse
+import json
+import math
+import os
+import pathlib
+import statistics
+import subprocess
+import sys
+
+TITLES = {
+    "split": "Where the time goes",
+    "guide": "Solver, block and lock factor",
+    "kernels": "Kernels of BLAS",
+    "growth": "Growth",
+}
+LOBPCG = ("solver=lobpcg", "lock=1")
+BATCH = ("solver=lobpcg-batch", "block=64", "lock=1")
+PPCG = ("solver=ppcg",)
+
+
+class Bench:
+    def __init__(self, build, rounds):
+        self.solve, self.rounds = str(build / "bench/solve"), rounds
+        self.log = build / "benchmarks.jsonl"
+
+    def once(self, case, processes=1, coretype=None):
+        """One run as a dictionary; case: problem, size, k and options."""
+        env = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1")
+        if coretype:
+            env["OPENBLAS_CORETYPE"] = coretype
+        command = [self.solve, *map(str, case)]
+        if processes > 1:
+            command = ["mpirun", "--oversubscribe", "--allow-run-as-root", "-np", str(processes),
+                       *command]
+        done = subprocess.run(command, env=env, capture_output=True, text=True, timeout=900)
+        lines = [line for line in done.stdout.splitlines() if line.startswith("{")]
+        if not lines:
+            sys.exit(f"{' '.join(command)}: {done.stderr}")
+        result = json.loads(lines[-1])
+        with open(self.log, "a") as log:
+            log.write(json.dumps(dict(result, case=list(case), coretype=coretype)) + "\n")
+        return result
+
+    def medians(self, runs, rounds=None):
+        """Interleaved rounds over runs = {key: arguments of once}; per key the run of median time."""
+        results = {key: [] for key in runs}
+        for _ in range(rounds or self.rounds):
+            for key, arguments in runs.items():
+                results[key].append(self.once(**arguments))
+        return {key: sorted(found, key=lambda r: r["seconds"])[len(found) // 2]
+                for key, found in results.items()}
+
+
+def table(head, rows):
+    lines = ["| " + " | ".join(head) + " |", "|---" + "|--:" * (len(head) - 1) + "|"]
+    return "\n".join(lines + ["| " + " | ".join(map(str, row)) + " |" for row in rows])
+
+
+def name_of(result):
+    block = f" {result['block']:g}" if result["block"] else ""
+    lock = f", lock factor {result['lock']:g}" if result["lock"] else ""
+    return result["solver"].replace("-", " ") + block + lock
+
+
+def split(bench, _):
+    runs = {}
+    for cutoff in (12, 20):
+        for k in (32, 128, 256):
+            for options in (LOBPCG, BATCH, PPCG):
+                if k > 64 or options != BATCH:  # one batch of 64 is LOBPCG
+                    runs[cutoff, k, options] = {"case": ("plane-waves", cutoff, k, *options)}
+    found = bench.medians(runs, rounds=1)
+    share = lambda r, key: f"{100 * r[key] / r['seconds']:.0f}"
+    text = ["Plane waves, complex, one process and thread. Overhead: the time of the run over the sum "
+            "of the time in call-backs, in small dense problems and in products on tall blocks when "
+            "the same shapes are called by themselves.\n",
+            table(["n, k, solver", "s", "A %", "products %", "dense %", "overhead", "Gflop",
+                   "columns of A"],
+                  [[f"{r['n']}, {r['k']}, {name_of(r)}", f"{r['seconds']:.2f}",
+                    share(r, "secondsA"), share(r, "secondsProducts"), share(r, "secondsDense"),
+                    f"{r['overhead']:.3f}", f"{r['gflop']:.0f}", r["columnsA"]]
+                   for r in found.values()])]
+    for solver in ("lobpcg", "lobpcg-batch", "ppcg"):
+        chosen = [r for r in found.values() if r["solver"] == solver]
+        steps = sorted({s for r in chosen for s, t in r["steps"].items() if t > 0.01 * r["seconds"]},
+                       key=lambda s: -max(r["steps"].get(s, 0) / r["seconds"] for r in chosen))
+        rows = [[step] + [f"{100 * r['steps'].get(step, 0) / r['seconds']:.1f}" for r in chosen]
+                for step in steps]
+        text.append(f"\n{name_of(chosen[0])}, share of each step in %, of those above 1 %:\n")
+        text.append(table(["step"] + [f"{r['n']}, {r['k']}" for r in chosen], rows))
+    return "\n".join(text)
+
+
+def guide(bench, _):
+    problems = {"Plane waves, n = 6060, k = 128": ("plane-waves", 12, 128),
+                "Plane waves, n = 6060, k = 32": ("plane-waves", 12, 32),
+                "Laplacian, n = 64000, k = 20": ("laplacian", 40, 20),
+                "Elements, n = 20449, k = 20": ("elements", 143, 20)}
+    text = []
+    for title, problem in problems.items():
+        k = problem[2]
+        options = [("solver=lobpcg",), ("solver=lobpcg", "lock=0.1"), LOBPCG]
+        for block in (8, 16, 32, 64):
+            if block < k:
+                options.append(("solver=lobpcg-batch", f"block={block}", "lock=1"))
+        options.append(("solver=lobpcg-batch", f"block={min(64, k // 2)}"))
+        options += [("solver=ppcg", f"block={block}") for block in (8, 32, 64) if block < 2 * k]
+        found = bench.medians({o: {"case": (*problem, *o)} for o in options})
+        best = min(r["seconds"] for r in found.values())
+        text.append(f"\n{title}:\n")
+        text.append(table(["solver", "time, of the best", "s", "columns of A", "iterations", "MB"],
+                          [[name_of(r), f"{r['seconds'] / best:.2f}", f"{r['seconds']:.2f}",
+                            r["columnsA"], r["iterations"], f"{r['megabytesForecast']:.0f}"]
+                           for r in found.values()]))
+    return "\n".join(text)
+
+
+def kernels(bench, _):
+    cases = {"plane waves 6060, k = 128": ("plane-waves", 12, 128),
+             "Laplacian 64000, k = 20": ("laplacian", 40, 20)}
+    rows = []
+    for title, problem in cases.items():
+        for options in (LOBPCG, BATCH if problem[2] > 64 else PPCG):
+            case = (*problem, *options)
+            found = bench.medians({core: {"case": case, "coretype": core}
+                                   for core in (None, "SkylakeX")})
+            own, wide = found[None], found["SkylakeX"]
+            rate = lambda r: f"{r['gflop'] / r['secondsProducts']:.0f}"
+            rows.append([f"{title}, {name_of(own)}", f"{own['seconds']:.2f}", rate(own),
+                         f"{wide['seconds']:.2f}", rate(wide),
+                         f"{wide['seconds'] / own['seconds']:.2f}"])
+    return ("OpenBLAS chooses its kernels by the processor, and old releases do not know the AVX-512 of "
+            "every new one. The environment variable `OPENBLAS_CORETYPE=SkylakeX` chooses them by hand; "
+            "libves leaves that to its user.\n\n"
+            + table(["run", "own choice, s", "Gflop/s of products", "SkylakeX, s",
+                     "Gflop/s of products", "ratio"], rows))
+
+
+def exponent(points):
+    xs, ys = ([math.log(p[i]) for p in points] for i in (0, 1))
+    mx, my = statistics.mean(xs), statistics.mean(ys)
+    return sum((x - mx) * (y - my) for x, y in zip(xs, ys)) / sum((x - mx) ** 2 for x in xs)
+
+
+def picture(path, label, series):
+    """Log-log lines of {name: [(x, seconds)]}, with the fitted exponents."""
+    import matplotlib
+    matplotlib.use("svg")
+    matplotlib.rcParams["svg.hashsalt"] = "ves"
+    from matplotlib import pyplot
+    figure, axes = pyplot.subplots(figsize=(6, 4))
+    for name, points in series.items():
+        axes.loglog(*zip(*points), marker="o", label=f"{name}: {exponent(points):.2f}")
+    axes.set_xlabel(label)
+    axes.set_ylabel("seconds")
+    axes.grid(True, which="both", alpha=0.3)
+    axes.legend(title="exponent")
+    figure.tight_layout()
+    figure.savefig(path, metadata={"Date": None})
+    pyplot.close(figure)
+
+
+def growth(bench, docs):
+    solvers = {"LOBPCG, lock factor 1": LOBPCG, "LOBPCG batch 64, lock factor 1": BATCH, "PPCG": PPCG}
+    series = {
+        "n": ("unknowns (Laplacian, 16 pairs)",
+              [("laplacian", size, 16) for size in (20, 28, 40, 56)], "n"),
+        "k": ("pairs (plane waves, n = 6060)",
+              [("plane-waves", 12, k) for k in (16, 32, 64, 128, 256)], "k"),
+    }
+    (docs / "pictures").mkdir(parents=True, exist_ok=True)
+    text = []
+    for key, (label, problems, axis) in series.items():
+        found = bench.medians({(name, p): {"case": (*p, *options)}
+                               for name, options in solvers.items() for p in problems}, rounds=1)
+        lines = {name: [(found[name, p][axis], found[name, p]["seconds"]) for p in problems]
+                 for name in solvers}
+        per = {name: [(found[name, p][axis], found[name, p]["seconds"] / found[name, p]["iterations"])
+                      for p in problems] for name in solvers}
+        picture(docs / "pictures" / f"growth_{key}.svg", label, lines)
+        text.append(f"![time against {label}](pictures/growth_{key}.svg)\n")
+        text.append(table(["exponent", "of the run", "of an iteration"],
+                          [[name, f"{exponent(lines[name]):.2f}", f"{exponent(per[name]):.2f}"]
+                           for name in solvers]) + "\n")
+    problems = {"plane waves, n = 6060, k = 128": ("plane-waves", 12, 128),
+                "Laplacian, n = 262144, k = 20": ("laplacian", 64, 20)}
+    rows = []
+    for title, problem in problems.items():
+        for name, options in (("LOBPCG, lock factor 1", LOBPCG), ("PPCG", PPCG)):
+            found = bench.medians({p: {"case": (*problem, *options), "processes": p} for p in (1, 2)})
+            rows.append([f"{title}, {name}", f"{found[1]['seconds']:.2f}", f"{found[2]['seconds']:.2f}",
+                         f"{found[1]['seconds'] / found[2]['seconds']:.2f}",
+                         f"{found[2]['reductions'] / max(1, found[2]['iterations']):.1f}"])
+    text.append("Two processes against one:\n")
+    text.append(table(["run", "1 process, s", "2 processes, s", "faster",
+                       "reductions an iteration"], rows))
+    return "\n".join(text)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("docs", type=pathlib.Path)
+    parser.add_argument("--parts", nargs="+", default=list(TITLES), choices=list(TITLES))
+    parser.add_argument("--rounds", type=int, default=3)
+    asked = parser.parse_args()
+    bench = Bench(asked.build, asked.rounds)
+    sections = asked.build / "performance"
+    sections.mkdir(exist_ok=True)
+    for part in asked.parts:
+        print("==", part, file=sys.stderr, flush=True)
+        (sections / f"{part}.md").write_text(globals()[part](bench, asked.docs) + "\n")
+    page = ["# Performance figures\n", "Made by `scripts/benchmarks`; do not edit. Times are medians of "
+            "interleaved runs on one machine: take them as ratios.\n"]
+    for part, title in TITLES.items():
+        text = sections / f"{part}.md"
+        page += [f"## {title}\n", text.read_text() if text.exists() else "Not measured yet.\n"]
+    (asked.docs / "performance_figures.md").write_text("\n".join(page))
+
+
+if __name__ == "__main__":
+    main()
