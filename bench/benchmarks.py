@@ -26,21 +26,27 @@ BATCH = ("solver=lobpcg-batch", "block=64", "lock=1")
 PPCG = ("solver=ppcg",)
 
 
+def environment(coretype):
+    """One thread, and the kernels of BLAS chosen by hand where coretype says so."""
+    env = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1")
+    if coretype:
+        env["OPENBLAS_CORETYPE"] = coretype
+    return env
+
+
 class Bench:
     def __init__(self, build, rounds):
-        self.solve, self.rounds = str(build / "bench/solve"), rounds
+        self.programs, self.rounds = build / "bench", rounds
         self.log = build / "benchmarks.jsonl"
 
     def once(self, case, processes=1, coretype=None):
         """One run as a dictionary; case: problem, size, k and options."""
-        env = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1")
-        if coretype:
-            env["OPENBLAS_CORETYPE"] = coretype
-        command = [self.solve, *map(str, case)]
+        command = [str(self.programs / "solve"), *map(str, case)]
         if processes > 1:
             command = ["mpirun", "--oversubscribe", "--allow-run-as-root", "-np", str(processes),
                        *command]
-        done = subprocess.run(command, env=env, capture_output=True, text=True, timeout=900)
+        done = subprocess.run(command, env=environment(coretype), capture_output=True, text=True,
+                              timeout=900)
         lines = [line for line in done.stdout.splitlines() if line.startswith("{")]
         if not lines:
             sys.exit(f"{' '.join(command)}: {done.stderr}")
@@ -48,6 +54,20 @@ class Bench:
         with open(self.log, "a") as log:
             log.write(json.dumps(dict(result, case=list(case), coretype=coretype)) + "\n")
         return result
+
+    def kernels(self, coretype):
+        """{(kernel, type, n, k): (rate in 1e9 a second, its unit)}"""
+        command = [str(self.programs / "kernels"), "--benchmark_format=json"]
+        done = subprocess.run(command, env=environment(coretype), capture_output=True, text=True,
+                              check=True, timeout=900)
+        rates = {}
+        for run in json.loads(done.stdout)["benchmarks"]:
+            kernel, rows, cols = run["name"].split("/")
+            name, kind = kernel.rstrip(">").split("<", 1)
+            unit = "Gflop/s" if "flops" in run else "GB/s" if "bytes" in run else "a second"
+            rate = run.get("flops", run.get("bytes", 1e12 / run["real_time"])) / 1e9
+            rates[name, kind.replace("std::complex<double", "complex"), int(rows), int(cols)] = rate, unit
+        return rates
 
     def medians(self, runs, rounds=None):
         """Interleaved rounds over runs = {key: arguments of once}; per key the run of median time."""
@@ -124,6 +144,7 @@ def guide(bench, _):
 
 
 def kernels(bench, _):
+    own, wide = bench.kernels(None), bench.kernels("SkylakeX")
     cases = {"plane waves 6060, k = 128": ("plane-waves", 12, 128),
              "Laplacian 64000, k = 20": ("laplacian", 40, 20)}
     rows = []
@@ -132,14 +153,18 @@ def kernels(bench, _):
             case = (*problem, *options)
             found = bench.medians({core: {"case": case, "coretype": core}
                                    for core in (None, "SkylakeX")})
-            own, wide = found[None], found["SkylakeX"]
+            plain, by_hand = found[None], found["SkylakeX"]
             rate = lambda r: f"{r['gflop'] / r['secondsProducts']:.0f}"
-            rows.append([f"{title}, {name_of(own)}", f"{own['seconds']:.2f}", rate(own),
-                         f"{wide['seconds']:.2f}", rate(wide),
-                         f"{wide['seconds'] / own['seconds']:.2f}"])
+            rows.append([f"{title}, {name_of(plain)}", f"{plain['seconds']:.2f}", rate(plain),
+                         f"{by_hand['seconds']:.2f}", rate(by_hand),
+                         f"{by_hand['seconds'] / plain['seconds']:.2f}"])
     return ("OpenBLAS chooses its kernels by the processor, and old releases do not know the AVX-512 of "
             "every new one. The environment variable `OPENBLAS_CORETYPE=SkylakeX` chooses them by hand; "
             "libves leaves that to its user.\n\n"
+            + table(["operation, type, n, k", "unit", "own choice", "SkylakeX"],
+                    [[", ".join(map(str, key)), unit, f"{rate:.1f}", f"{wide[key][0]:.1f}"]
+                     for key, (rate, unit) in own.items()])
+            + "\n\nWhole runs:\n\n"
             + table(["run", "own choice, s", "Gflop/s of products", "SkylakeX, s",
                      "Gflop/s of products", "ratio"], rows))
 
