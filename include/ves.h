@@ -351,7 +351,8 @@ typedef struct VesProgress {
 } VesProgress;
 
 /// Routine of the caller that follows a run. Process 0 of X's first communicator decides: when it
-/// returns other than 0 there, the run ends after this iteration.
+/// returns other than 0 there, the run ends after this iteration; VES_LOBPCG_BATCH first brings the
+/// rest of its guess into the result, in one more pass that is not reported.
 typedef int (*VesMonitor)(void* data, const VesProgress* progress);
 
 /// Installs a routine that is called on every process after the start and after each iteration;

@@ -1,6 +1,7 @@
 #include "block_solver.h"
 
 #include "../data/finite_entries.h"
+#include "../data/metered_operator.h"
 #include "../orthogonalizer/pass_loop.h"
 #include "../parallel/mpi_wrapper.h"
 #include "../parallel/run_meter.h"
@@ -16,6 +17,27 @@ template <typename Scalar>
 BlockSolver<Scalar>::BlockSolver() {
   MathKernel<Scalar>::SetScalarType(scalarType);
   InstallComponents();
+}
+
+template <typename Scalar>
+VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                         const VesMatrixBase& matP, VesVectorBase& vecQ,
+                                         VesVectorBase& vecW) const {
+  if (!AllDense<Scalar>(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
+  const RunMeter meter;
+  const double start = MPI_Wtime();
+  const int givenOrthoIter = maxOrthoIter, givenInnerIter = maxOrthoInnerIter;
+  const MeteredOperator a(matA), b(matB), t(matP);
+  meteredA = &a;
+  const VesReturnCode code = SolveDense(a, b, t, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
+  meteredA = nullptr;
+  maxOrthoIter = givenOrthoIter;
+  maxOrthoInnerIter = givenInnerIter;
+  stats = {a.columns,          b.columns,          t.columns,
+           meter.reductions,   meter.bytesReduced, a.seconds + b.seconds + t.seconds,
+           meter.secondsDense, MPI_Wtime() - start};
+  reason = FindReason(vecQ.nCols);
+  return code;
 }
 
 template <typename Scalar>

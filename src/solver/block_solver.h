@@ -1,15 +1,15 @@
 #ifndef VES_SOLVER_BLOCK_SOLVER_H
 #define VES_SOLVER_BLOCK_SOLVER_H
 
-#include "../data/metered_operator.h"
 #include "../data/vector_dense.h"
 #include "../interface/solver_base.h"
-#include "../parallel/run_meter.h"
 
 #include <limits>
 #include <vector>
 
 namespace Ves {
+
+class MeteredOperator;
 
 /// What the block solvers share: the facts of a run that come from the caller's blocks, the
 /// orthonormalization of the initial guess, and the step that makes a block of new directions
@@ -35,30 +35,18 @@ public:
   mutable double largestRitz = 0.0;          ///< largest modulus of a Ritz value met so far
   mutable std::vector<double> pairResiduals; ///< of the wanted pairs when last tested, or NaN
 
+  /// A run, with operators that count, inside the bookkeeping that every solver needs: it leaves
+  /// costs and reason, and the pass limits as the caller gave them, since a restart raises them for
+  /// the rest of its run.
+  VesReturnCode Solve(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                      const VesMatrixBase& matP, VesVectorBase& vecQ,
+                      VesVectorBase& vecW) const override;
+  /// vecQ holds the guess on entry and the eigenvectors on return, vecW the eigenvalues.
+  virtual VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                   const VesMatrixBase& matP, Block& vecQ, Block& vecW) const = 0;
+
 protected:
   BlockSolver();
-
-  /// One run: steps(A, B, T) with operators that count, inside the bookkeeping that every solver
-  /// needs. It leaves costs and reason, and the pass limits as the caller gave them, since a
-  /// restart raises them for the rest of its run.
-  template <typename Steps>
-  VesReturnCode Metered(const VesMatrixBase& matA, const VesMatrixBase& matB,
-                        const VesMatrixBase& matP, int wanted, Steps steps) const {
-    const RunMeter meter;
-    const double start = MPI_Wtime();
-    const int givenOrthoIter = maxOrthoIter, givenInnerIter = maxOrthoInnerIter;
-    const MeteredOperator a(matA), b(matB), t(matP);
-    meteredA = &a;
-    const VesReturnCode code = steps(a, b, t);
-    meteredA = nullptr;
-    maxOrthoIter = givenOrthoIter;
-    maxOrthoInnerIter = givenInnerIter;
-    stats = {a.columns,          b.columns,          t.columns,
-             meter.reductions,   meter.bytesReduced, a.seconds + b.seconds + t.seconds,
-             meter.secondsDense, MPI_Wtime() - start};
-    reason = FindReason(wanted);
-    return code;
-  }
 
   /// Takes the facts of a run from the caller's block, sets its tolerances, and forgets the run
   /// before.
@@ -66,11 +54,6 @@ protected:
 
   /// Installs lock detector and rank revealer: those the caller chose, or else these.
   void InstallRunComponents(VesConvergeDetectorType lock, VesOrthogonalizerType rank) const;
-
-  /// Both are dense blocks of the solver's scalar type.
-  bool TakesBlocks(const VesVectorBase& vecQ, const VesVectorBase& vecW) const {
-    return AllDense<Scalar>(vecQ, vecW);
-  }
 
   /// Shape of a tall block of the given columns, and of a small matrix that every process holds.
   void ShapeTall(Block& block, int cols) const {

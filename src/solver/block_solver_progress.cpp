@@ -1,5 +1,6 @@
 #include "block_solver.h"
 
+#include "../data/metered_operator.h"
 #include "../detector/flag_pairs.h"
 
 #include <algorithm>

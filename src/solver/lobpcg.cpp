@@ -5,16 +5,6 @@
 namespace Ves {
 
 template <typename Scalar>
-VesReturnCode LOBPCG<Scalar>::Solve(const VesMatrixBase& matA, const VesMatrixBase& matB,
-                                    const VesMatrixBase& matP, VesVectorBase& vecQ,
-                                    VesVectorBase& vecW) const {
-  if (!this->TakesBlocks(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
-  return this->Metered(matA, matB, matP, vecQ.nCols, [&](auto& a, auto& b, auto& t) {
-    return SolveDense(a, b, t, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
-  });
-}
-
-template <typename Scalar>
 VesReturnCode LOBPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                          const VesMatrixBase& matP, Block& vecQ,
                                          Block& vecW) const {

@@ -46,12 +46,8 @@ public:
 
   LOBPCG() = default;
 
-  VesReturnCode Solve(const VesMatrixBase& matA, const VesMatrixBase& matB,
-                      const VesMatrixBase& matP, VesVectorBase& vecQ,
-                      VesVectorBase& vecW) const override;
-  /// vecQ holds the guess on entry and the eigenvectors on return, vecW the eigenvalues.
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
-                           const VesMatrixBase& matP, Block& vecQ, Block& vecW) const;
+                           const VesMatrixBase& matP, Block& vecQ, Block& vecW) const override;
 
   std::size_t Memory(int nRows, int nCols, bool generalized) const override {
     return this->WorkspaceBytes(nRows, nCols, nCols, generalized);

@@ -24,16 +24,6 @@ PPCG<Scalar>::PPCG() {
 }
 
 template <typename Scalar>
-VesReturnCode PPCG<Scalar>::Solve(const VesMatrixBase& matA, const VesMatrixBase& matB,
-                                  const VesMatrixBase& matP, VesVectorBase& vecQ,
-                                  VesVectorBase& vecW) const {
-  if (!this->TakesBlocks(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
-  return this->Metered(matA, matB, matP, vecQ.nCols, [&](auto& a, auto& b, auto& t) {
-    return SolveDense(a, b, t, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
-  });
-}
-
-template <typename Scalar>
 VesReturnCode PPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                        const VesMatrixBase& matP, Block& vecQ, Block& vecW) const {
   InitParameters(vecQ, vecW, matB);
