@@ -226,7 +226,7 @@ VES_EXPORT VesReturnCode VesSolverSetMaxIter(VesSolver solver, int maxIter) VES_
 VES_EXPORT VesReturnCode VesSolverSetMaxOrthoIter(VesSolver solver, int maxOrthoIter) VES_NOEXCEPT;
 
 /// Threshold of the convergence test, in the units that the test compares (default 1e-6).
-/// \return -7 solver is null; -1 value not above 0; 0
+/// \return -7 solver is null; -1 value not above 0 (a NaN is taken, and no pair ever passes it); 0
 VES_EXPORT VesReturnCode VesSolverSetThreshold(VesSolver solver, double threshold) VES_NOEXCEPT;
 
 /// Chooses the dense eigensolver of the projected problems.
@@ -357,7 +357,8 @@ typedef int (*VesMonitor)(void* data, const VesProgress* progress);
 
 /// Installs a routine that is called on every process after the start and after each iteration;
 /// null removes it. It must be set on all processes or on none. It may call neither the solver nor
-/// the operators of the run. With a monitor an iteration makes one more broadcast of an int.
+/// the operators of the run. With a monitor an iteration makes one more broadcast of an int over
+/// each communicator.
 /// \return -7 solver is null; 0
 VES_EXPORT VesReturnCode VesSolverSetMonitor(VesSolver solver, VesMonitor monitor,
                                              void* data) VES_NOEXCEPT;
@@ -392,10 +393,12 @@ VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols,
 
 /// Recomputes k pairs: the largest 2-norm of A x - lambda B x, and the largest entry of
 /// |X^H B X - I|. B may be null. Not a number where a pair is not finite.
-/// Collective over X's communicator; takes the storage of X twice more.
+/// Collective over X's communicator; takes the storage of X twice more, with B three times, and k^2
+/// numbers.
 /// \return -1 A, X or D is null; -7 maxResidual or maxOrthoError is null; -5 scalar types differ;
 ///         -7 a block without storage or an operator without a routine; -1 ld below the rows, or a
-///         block beyond 32 bits; -6 D is not k x 1; 0. All verdicts but the first two are agreed on.
+///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k; 0. All
+///         verdicts but the first two are agreed on.
 VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                             double* maxResidual,
                                             double* maxOrthoError) VES_NOEXCEPT;

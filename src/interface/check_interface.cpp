@@ -1,5 +1,5 @@
 #include "../data/vector_dense.h"
-#include "operator_checks.h"
+#include "operand_checks.h"
 #include "scalar_dispatch.h"
 
 #include <algorithm>
@@ -19,11 +19,11 @@ double Larger(double a, double b) {
 template <typename Scalar>
 VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B,
                            const VectorDense<Scalar>& X, const VectorDense<Scalar>& D) {
-  if (X.IsDataEmpty() && X.nRows > 0 && X.nCols > 0) return VES_ERR_NULL_POINTER;
-  if (D.IsDataEmpty() && D.nRows > 0) return VES_ERR_NULL_POINTER;
+  if (!HaveStorage(X, D)) return VES_ERR_NULL_POINTER;
   if (LacksRoutine(A) || LacksRoutine(B)) return VES_ERR_NULL_POINTER;
   if (X.ld < X.nRows || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
-  const std::int64_t entries = (static_cast<std::int64_t>(X.nCols) + 1) * X.ld;
+  // Sizes are 32-bit, those of the Gram matrix too.
+  const std::int64_t entries = (static_cast<std::int64_t>(X.nCols) + 1) * std::max(X.ld, X.nCols);
   if (entries > std::numeric_limits<int>::max()) return VES_ERR_INVALID_VALUE;
   return X.nCols == D.nRows && D.nCols == 1 ? VES_GOOD : VES_ERR_INCOMPATIBLE;
 }
@@ -70,12 +70,12 @@ VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVecto
   const VesMatrixBase& matB = B != nullptr ? *B : static_cast<const VesMatrixBase&>(empty);
   return DispatchScalar(X->scalarType, VES_ERR_MISMATCH, [&](auto tag) {
     using Scalar = typename decltype(tag)::type;
-    int verdict = VES_ERR_MISMATCH;
+    VesReturnCode verdict = VES_ERR_MISMATCH;
     const bool sameType = A->scalarType == X->scalarType && AllDense<Scalar>(*X, *D) &&
                           (!matB.IsPresent() || matB.scalarType == X->scalarType);
     if (sameType) verdict = LocalVerdict(*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
-    MPI_Allreduce(MPI_IN_PLACE, &verdict, 1, MPI_INT, MPI_MIN, X->comm);
-    if (verdict != VES_GOOD) return static_cast<VesReturnCode>(verdict);
+    verdict = AgreeOn(verdict, {X->nCols}, X->comm);
+    if (verdict != VES_GOOD) return verdict;
     *maxResidual = LargestResidual(*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
     *maxOrthoError = LargestOrthoError(matB, AsDense<Scalar>(*X));
     return VES_GOOD;

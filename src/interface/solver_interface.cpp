@@ -2,7 +2,7 @@
 #include "../solver/lobpcg.h"
 #include "../solver/lobpcg_batch.h"
 #include "../solver/ppcg.h"
-#include "operator_checks.h"
+#include "operand_checks.h"
 #include "scalar_dispatch.h"
 
 #include <algorithm>
@@ -29,8 +29,7 @@ VesReturnCode CheckTypesAndShapes(const VesSolverBase& solver, const VesMatrixBa
 template <typename Scalar>
 VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B, const VesMatrixBase& T,
                            const VectorDense<Scalar>& X, const VectorDense<Scalar>& D, bool usesB) {
-  if (X.IsDataEmpty() && X.nRows > 0 && X.nCols > 0) return VES_ERR_NULL_POINTER;
-  if (D.IsDataEmpty() && D.nRows > 0) return VES_ERR_NULL_POINTER;
+  if (!HaveStorage(X, D)) return VES_ERR_NULL_POINTER;
   if (LacksRoutine(A) || LacksRoutine(T) || (usesB && LacksRoutine(B))) return VES_ERR_NULL_POINTER;
   if (X.comm != D.comm || X.auxComm != D.auxComm) return VES_ERR_MISMATCH;
   if (X.ld < X.nRows || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
@@ -40,17 +39,6 @@ VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B, const
   const std::int64_t widest = 3 * static_cast<std::int64_t>(std::max(X.nCols, 1));
   const bool fits = widest <= largestOrder && X.ld * widest <= std::numeric_limits<int>::max();
   return fits ? VES_GOOD : VES_ERR_INVALID_VALUE;
-}
-
-/// The worst verdict of all processes, or -5 where they do not agree on the number of pairs or on
-/// having a monitor, so that none starts a run that another has refused, or waits for an answer.
-VesReturnCode AgreeOn(VesReturnCode verdict, int nCols, bool hasMonitor, MPI_Comm comm) {
-  const int monitors = hasMonitor ? 1 : 0;
-  int maxima[] = {-static_cast<int>(verdict), nCols, -nCols, monitors, -monitors};
-  MPI_Allreduce(MPI_IN_PLACE, maxima, 5, MPI_INT, MPI_MAX, comm);
-  const bool isSame = maxima[1] == -maxima[2] && maxima[3] == -maxima[4];
-  if (maxima[0] == 0 && !isSame) return VES_ERR_MISMATCH;
-  return static_cast<VesReturnCode>(-maxima[0]);
 }
 
 /// Changes a field that only one algorithm has, after the checks that all such setters make.
@@ -244,6 +232,7 @@ VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix
       return LocalVerdict(*A, matB, matT, AsDense<Scalar>(*X), AsDense<Scalar>(*D),
                           solver->problemType == VES_PROBLEM_GENERALIZED);
     });
-  const VesReturnCode agreed = AgreeOn(verdict, X->nCols, solver->monitor != nullptr, X->comm);
+  const VesReturnCode agreed =
+      AgreeOn(verdict, {X->nCols, solver->monitor != nullptr ? 1 : 0}, X->comm);
   return agreed == VES_GOOD ? solver->Solve(*A, matB, matT, *X, *D) : agreed;
 }

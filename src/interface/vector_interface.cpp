@@ -1,6 +1,6 @@
 #include "../data/matrix_base.h"
 #include "../data/vector_dense.h"
-#include "operator_checks.h"
+#include "operand_checks.h"
 #include "scalar_dispatch.h"
 
 #include <cstdint>

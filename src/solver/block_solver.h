@@ -111,8 +111,20 @@ protected:
   /// values, and images that were made afresh differ by rounding errors from those tested.
   int CountConverged(const Block& residuals, const Block& values, const Block& before, Block& flags,
                      int claimed) const;
+  /// The test of convergence lets pairs pass whose values no longer change.
+  bool TestsValues() const {
+    return convergeDetectorType == VES_EIGENVALUES ||
+           convergeDetectorType == VES_RESIDUALS_OR_EIGENVALUES;
+  }
+  /// Where nothing could change the values, their standing still says nothing: the estimates of
+  /// pairs become unknown whose residuals are beyond rounding errors.
+  void ForgetValues(const Block& residuals, const Block& vecBX, const Block& estimates) const;
+  /// What is left of claims that rest on values after a rotation, which brings all pairs in order: the
+  /// leading pairs whose values are those of the first claimed ones in before.
+  int StandingClaims(const Block& before, int claimed, const Block& after) const;
   /// Shows the monitor where the run stands, and takes its answer. Collective when there is one.
-  void Report(int iteration, const Block& estimates, int nLockedPairs, int nActivePairs) const;
+  void Report(int iteration, const Block& estimates, int nConverged, int nLockedPairs,
+              int nActivePairs) const;
   /// To be asked once an iteration. Where the count of converged pairs has not grown and the
   /// residual of the next pair has not halved for long, and the residuals of all active pairs have
   /// come close to what rounding allows, the run has stagnated; where noise keeps them above for
@@ -171,7 +183,7 @@ private:
 
   /// What is remembered of a pair that does not converge.
   struct Watch {
-    int nConv = 0;        ///< pairs that stand before it
+    int nConv = 0;        ///< most pairs that have stood before it
     int tests = 0;        ///< since it became the next one, or has improved while close
     bool isClose = false; ///< to rounding errors: it is tested in every iteration
     bool hasRestarted = false;

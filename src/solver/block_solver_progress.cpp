@@ -35,21 +35,50 @@ int BlockSolver<Scalar>::CountConverged(const Block& residuals, const Block& val
 }
 
 template <typename Scalar>
+void BlockSolver<Scalar>::ForgetValues(const Block& residuals, const Block& vecBX,
+                                       const Block& estimates) const {
+  constexpr double generous = 100.0;
+  const std::vector<double> norms = ColumnNorms(residuals), sizes = ColumnNorms(vecBX);
+  for (int j = 0; j < estimates.nRows; ++j) {
+    const auto at = static_cast<std::size_t>(j);
+    if (!(norms[at] <= generous * epsilon * largestRitz * sizes[at]))
+      estimates(j) = MathConstants<Scalar>::INFTY;
+  }
+}
+
+template <typename Scalar>
+int BlockSolver<Scalar>::StandingClaims(const Block& before, int claimed,
+                                        const Block& after) const {
+  std::vector<double> values;
+  for (int j = 0; j < claimed; ++j)
+    values.push_back(static_cast<double>(std::real(before(j))));
+  std::sort(values.begin(), values.end());
+  const auto stands = [&](int j) {
+    return static_cast<double>(std::real(after(j))) >
+           values[static_cast<std::size_t>(j)] - threshold;
+  };
+  int count = 0;
+  while (count < claimed && stands(count))
+    ++count;
+  return count;
+}
+
+template <typename Scalar>
 void BlockSolver<Scalar>::NoteRitzValues(const Block& values) const {
   for (int j = 0; j < values.nRows; ++j)
     largestRitz = std::max(largestRitz, static_cast<double>(std::abs(values(j))));
 }
 
 template <typename Scalar>
-void BlockSolver<Scalar>::Report(int iteration, const Block& estimates, int nLockedPairs,
-                                 int nActivePairs) const {
+void BlockSolver<Scalar>::Report(int iteration, const Block& estimates, int nConverged,
+                                 int nLockedPairs, int nActivePairs) const {
   if (monitor == nullptr) return;
   std::vector<double> values(pairResiduals.size(), std::numeric_limits<double>::infinity());
   for (int j = 0; j < estimates.nRows; ++j)
     values[static_cast<std::size_t>(j)] = static_cast<double>(std::real(estimates(j)));
   const VesProgress progress{iteration,
                              static_cast<int>(values.size()),
-                             nConv,
+                             nConverged,
                              nLockedPairs,
                              nActivePairs,
                              values.data(),
@@ -67,8 +96,10 @@ void BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
                                         const Block& scratchImage) const {
   constexpr int patience = 20;
   constexpr double generous = 1e6, strict = 100.0, improvement = 0.9;
-  if (nConv > watch.nConv) watch = Watch();
-  watch.nConv = nConv;
+  if (nConv > watch.nConv) {
+    watch = Watch();
+    watch.nConv = nConv;
+  }
   if (!selfCheck || nConv < first || nConv >= first + vecX.nCols) return;
   if (++watch.tests % patience != 0 && !watch.isClose) return;
 

@@ -141,9 +141,11 @@ void LOBPCG_BATCH<Scalar>::RefillBatch() const {
 /// A batch that comes no further makes room for the pairs that were not tried yet.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::RetireBatch() const {
+  this->nClaimable = std::min(this->nClaimable, nConv);
   nDeflated += nX;
   nX = nP = nR = 0;
   isStagnated = false;
+  this->nRestarts = this->nFutile = 0;
   this->isUncertain = true;
 }
 
@@ -151,6 +153,7 @@ void LOBPCG_BATCH<Scalar>::RetireBatch() const {
 /// had passed the test. X may be wider than the batch: its images go through the block for X.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::FinishRun() const {
+  this->nClaimable = std::min(this->nClaimable, nDeflated);
   nP = nR = nLeadingConv = nLocked = nXnxt = 0;
   this->UpdateEigVecs();
   const Block vecCX(this->workM, 0, 0, this->nV, nXseek);

@@ -152,10 +152,7 @@ void LobpcgSteps<Scalar>::MoveNewBehindX() const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::JudgeRestart() const {
   if (!isRestarted) return;
-  if (!needResidualNorms) {
-    workR.SetDims(nPW, nXseek, ldQ);
-    VES_ASSERT_GOOD(workR.ScaleAdd(workAX, ImageBX(), workD, -1));
-  }
+  if (!needResidualNorms) FormResidual();
   Block normR(this->rowComm, this->secondComm, nXseek, 1, nXseek);
   VES_ASSERT_GOOD(normR.AllocateMem());
   VES_ASSERT_GOOD(normR.Norm(workR));
@@ -167,23 +164,39 @@ void LobpcgSteps<Scalar>::JudgeRestart() const {
   const bool isFutile =
       nRestarts > 0 && iter - restartIter < shortly && residual > 0.5 * restartResidual;
   nFutile = isFutile ? nFutile + 1 : 0;
-  isStagnated = nFutile == patience;
+  isStagnated = nFutile >= patience;
   restartResidual = residual;
   restartIter = iter;
   ++nRestarts;
 }
 
-/// R = AX' - BX' diag(D).
 template <typename Scalar>
 void LobpcgSteps<Scalar>::ComputeResidual() const {
   workR.SetDims(nPW, nXseek, ldQ);
-  if (needResidualNorms) VES_ASSERT_GOOD(workR.ScaleAdd(workAX, ImageBX(), workD, -1));
+  if (needResidualNorms) FormResidual();
+}
+
+/// R = AX' - BX' diag(D).
+template <typename Scalar>
+void LobpcgSteps<Scalar>::FormResidual() const {
+  workR.SetDims(nPW, nXseek, ldQ);
+  VES_ASSERT_GOOD(workR.ScaleAdd(workAX, ImageBX(), workD, -1));
+}
+
+/// A step over the old X alone, after a restart or with no direction to go, leaves the values where
+/// they were.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::ForgetIdleValues() const {
+  if (nV != nX || !this->TestsValues()) return;
+  if (!needResidualNorms) FormResidual();
+  this->ForgetValues(workR, ImageBX(), Estimates(nXseek));
 }
 
 /// Before the last pairs are believed where rounding errors are near, their images are made afresh.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::CheckConvergence(const VesMatrixBase& matA,
                                            const VesMatrixBase& matB) const {
+  ForgetIdleValues();
   RunConvergeDetector();
   if (nLeadingConv == nXseek && this->selfCheck && this->IsTight(ImageBX(), workD)) {
     VES_ASSERT_GOOD(matA.Apply(workX, workAX));
@@ -250,6 +263,8 @@ void LobpcgSteps<Scalar>::CheckLocking() const {
   idxsLock.SetDims(nXseek, 1, nXseek);
   VES_ASSERT_GOOD(
       this->LockDetector->Run(workR, workD, vecD, threshold * mu, idxsLock, dummy, nLocked));
+  // With another detector the test for locking may be the looser one.
+  nLocked = std::min(nLocked, nLeadingConv);
 }
 
 /// Stores the new values of the pairs kept in this iteration, then lets the active window begin
@@ -269,11 +284,15 @@ void LobpcgSteps<Scalar>::WatchProgress(const VesMatrixBase& matA,
   workAX.SetDims(nPW, nXseek, ldQ);
   Base::WatchProgress(matA, matB, Columns(workZ, nDeflated, nX), Columns(ImageBZ(), nDeflated, nX),
                       nDeflated, Estimates(nX), workX, workAX);
+  // Twice in a row without any direction: nothing can change X any more.
+  const bool isExhausted = nP + nR + nXnxt == 0;
+  isStagnated = isStagnated || (isExhausted && wasExhausted);
+  wasExhausted = isExhausted;
 }
 
 template <typename Scalar>
 void LobpcgSteps<Scalar>::Report() const {
-  Base::Report(iter + 1, Block(workW, 0, 0, nBands, 1), nDeflated, nX);
+  Base::Report(iter + 1, Block(workW, 0, 0, nBands, 1), std::min(nConv, nClaimable), nDeflated, nX);
 }
 
 VES_INSTANTIATE(LobpcgSteps);

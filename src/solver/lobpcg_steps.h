@@ -45,11 +45,13 @@ public:
   mutable int nDeflated = 0;          ///< vectors locked for good
   mutable int nLocked = 0;            ///< leading pairs locked at the last check
   mutable int nLeadingConv = 0;       ///< leading converged pairs among those kept
+  mutable int nClaimable = 0;         ///< pairs that can be said to have converged
   mutable int nRestarts = 0;          ///< rotations that the self-check discarded
   mutable int nFutile = 0;            ///< restarts in a row that gained little
   mutable int restartIter = 0;        ///< iteration of the last restart
   mutable double restartResidual = 0; ///< largest residual norm after the last restart
   mutable bool isRestarted = false;   ///< this iteration discarded its rotation
+  mutable bool wasExhausted = false;  ///< the iteration before had no direction to go
   mutable bool isUncertain = false;   ///< converged pairs are to be counted anew at the end
 
   mutable Block workZ, workAZ, workBZ; ///< locked vectors and basis, and their images
@@ -120,6 +122,8 @@ protected:
 
 private:
   void MoveNewBehindX() const;
+  void FormResidual() const;
+  void ForgetIdleValues() const;
   void RunConvergeDetector() const;
   void RotateAll() const;
   void RecountConverged() const;

@@ -9,7 +9,8 @@ void LobpcgSteps<Scalar>::ResetCounters() const {
   nX = nP = nR = nXnxt = nXseek = nV = 0;
   nDeflated = nLocked = nLeadingConv = nRestarts = nFutile = 0;
   nConv = 0;
-  isRestarted = isUncertain = false;
+  nClaimable = nBands;
+  isRestarted = isUncertain = wasExhausted = false;
 }
 
 template <typename Scalar>
@@ -68,6 +69,7 @@ void LobpcgSteps<Scalar>::ConfirmResult(const VesMatrixBase& matA,
   // Far above what sound runs leave, and below what callers may rely on.
   constexpr double looseOrthogonality = Base::epsilon < 1e-10 ? 1e-11 : 2e-5;
   const int nKnown = nDeflated + nX;
+  nConv = std::min(nConv, nClaimable);
   if (!this->selfCheck || info != 0 || nKnown == 0) return;
   const Block values(workW, 0, 0, nKnown, 1);
   const bool isLoose = !(this->OrthoError(workZ, ImageBZ(), 0, nKnown) <= looseOrthogonality);
@@ -98,6 +100,7 @@ void LobpcgSteps<Scalar>::RotateAll() const {
   DiagonalizeRayleighRitzMatrix();
   if (info != 0) return;
   Block values(workW, 0, 0, nV, 1);
+  if (this->TestsValues()) nConv = this->StandingClaims(values, std::min(nConv, nV), workD);
   VES_ASSERT_GOOD(values.CopyData(workD));
   const auto rotate = [&](const Block& block) {
     this->Rotate(Columns(block, 0, nV), workM, Columns(block, 0, nV), workX);
@@ -107,13 +110,13 @@ void LobpcgSteps<Scalar>::RotateAll() const {
   if (isGeneralized) rotate(workBZ);
 }
 
-/// By the residuals of images that were made afresh, in a block as wide as all pairs.
+/// By the residuals of images that were made afresh, in a block as wide as all pairs. A test of values
+/// has compared two iterations, which here cannot be done again.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::RecountConverged() const {
-  const auto type = this->convergeDetectorType;
-  if (type == VES_EIGENVALUES) return;
-  // A test of values has compared two iterations, which here cannot be done again.
-  const int byValues = type == VES_RESIDUALS_OR_EIGENVALUES && !isUncertain ? nConv : 0;
+  const int claimed = isUncertain ? 0 : nConv;
+  if (!this->TestsValues()) nConv = 0;
+  if (this->convergeDetectorType == VES_EIGENVALUES) return;
   const Block values(workW, 0, 0, nX, 1);
   Block flags(this->rowComm, this->secondComm, nX, 1, nX);
   VES_ASSERT_GOOD(flags.AllocateMem());
@@ -121,8 +124,7 @@ void LobpcgSteps<Scalar>::RecountConverged() const {
   VES_ASSERT_GOOD(workD.Set2Val(MathConstants<Scalar>::INFTY)); // so that only residuals count
   workX.SetDims(nPW, nX, ldQ);
   VES_ASSERT_GOOD(workX.ScaleAdd(Columns(workAZ, 0, nX), Columns(ImageBZ(), 0, nX), values, -1));
-  const int claimed = isUncertain ? 0 : nConv;
-  nConv = std::max(byValues, this->CountConverged(workX, values, workD, flags, claimed));
+  nConv = std::max(nConv, this->CountConverged(workX, values, workD, flags, claimed));
   this->KeepResiduals(0);
 }
 

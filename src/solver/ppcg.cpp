@@ -156,13 +156,17 @@ void PPCG<Scalar>::CheckConvergence(const VesMatrixBase& matA, const VesMatrixBa
     }
   }
   nConv = nDeflated + nConvActive;
-  if (nConvActive == nX) nX = nP = nR = 0;
+  if (nConvActive < nX) return;
+  Block vecD = Estimates();
+  VES_ASSERT_GOOD(vecD.CopyData(workD));
+  nX = nP = nR = 0;
 }
 
 template <typename Scalar>
 void PPCG<Scalar>::RunConvergeDetector() const {
   int dummy = 0;
   const Block vecD = Estimates();
+  if (isIdle && this->TestsValues()) this->ForgetValues(workR, Active(ImageBZ()), vecD);
   idxsConv.SetDims(nX, 1, nX);
   VES_ASSERT_GOOD(
       this->ConvergeDetector->Run(workR, workD, vecD, threshold, idxsConv, dummy, nConvActive));
@@ -349,10 +353,11 @@ void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
     disp += nRs[j];
   }
   nR = SumOf(nRs);
-  // Twice in a row without any direction: nothing can change X any more.
-  const bool isExhausted = nR == 0 && SumOf(nPs) == 0;
-  this->isStagnated = isExhausted && wasExhausted;
-  wasExhausted = isExhausted;
+  // No direction for longer than it takes to lock exact vectors, whose residuals of zero make their
+  // sub-blocks lose all rank: nothing can change X any more.
+  isIdle = nR == 0 && SumOf(nPs) == 0;
+  nIdle = isIdle ? nIdle + 1 : 0;
+  this->isStagnated = nIdle > std::max(rrPeriod, 1);
   const Block vecR = Columns(workZ, 2 * nBands, nR);
   Block vecAR = Columns(workAZ, 2 * nBands, nR);
   VES_ASSERT_GOOD(matA.Apply(vecR, vecAR));

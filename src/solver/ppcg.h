@@ -134,9 +134,10 @@ private:
 
   void GatherDirections(const Block& from, Block& to) const;
 
-  mutable int runBatch = 0;          ///< width of the sub-blocks in this run
-  mutable bool wasExhausted = false; ///< the iteration before had neither residuals nor directions
-  mutable int flagShift = 0;         ///< columns locked in this iteration, whose flags come first
+  mutable int runBatch = 0;    ///< width of the sub-blocks in this run
+  mutable bool isIdle = false; ///< nothing could change the values since the check before
+  mutable int nIdle = 0;       ///< iterations in a row with neither residuals nor directions
+  mutable int flagShift = 0;   ///< columns locked in this iteration, whose flags come first
 };
 
 VES_EXTERN_TEMPLATE(PPCG);

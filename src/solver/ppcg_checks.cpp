@@ -24,6 +24,7 @@ template <typename Scalar>
 void PPCG<Scalar>::Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   this->BeCareful();
   this->isRestartDue = false;
+  isIdle = true;
   nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated, nBands - nDeflated);
   nP = 0;
   this->NarrowBands(workW, nDeflated + nX);
@@ -63,7 +64,7 @@ bool PPCG<Scalar>::RefreshImages(const VesMatrixBase& matA, const VesMatrixBase&
 /// Where all active pairs have passed the test, none is left to iterate.
 template <typename Scalar>
 void PPCG<Scalar>::Report() const {
-  Base::Report(iter + 1, Block(workW, 0, 0, nBands, 1), nBands - nX, nX);
+  Base::Report(iter + 1, Block(workW, 0, 0, nBands, 1), nConv, nBands - nX, nX);
 }
 
 VES_INSTANTIATE(PPCG);

@@ -15,7 +15,8 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
   nP = nDeflated = nConvActive = nLocked = flagShift = nRestarts = 0;
   nConv = 0;
   nBlocks = (nBands + nBatch - 1) / nBatch;
-  isRotated = wasExhausted = false;
+  isRotated = isIdle = false;
+  nIdle = 0;
   this->InstallRunComponents(VES_RESIDUALS, VES_SVD_QR);
 }
 
@@ -117,7 +118,11 @@ template <typename Scalar>
 void PPCG<Scalar>::RecountConverged(const Block& coefficients) const {
   // A test of values has compared two iterations; when the last one failed there is none to compare.
   const auto type = this->convergeDetectorType;
-  if (type == VES_EIGENVALUES || (type == VES_RESIDUALS_OR_EIGENVALUES && info != 0)) return;
+  const Block estimates(workW, 0, 0, nBands, 1);
+  if (type == VES_EIGENVALUES || (type == VES_RESIDUALS_OR_EIGENVALUES && info != 0)) {
+    nConv = this->StandingClaims(estimates, nConv, workD);
+    return;
+  }
   const auto rotate = [&](const Block& basis, Block& rotated) {
     rotated.SetDims(nPW, nBands, ldQ);
     VES_ASSERT_GOOD(rotated.Gemm(Columns(basis, 0, nBands), coefficients));
@@ -125,7 +130,7 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients) const {
   rotate(workAZ, workR);
   rotate(ImageBZ(), workX);
   VES_ASSERT_GOOD(workR.ScaleAdd(workR, workX, workD, -1));
-  const Block estimates(workW, 0, 0, nBands, 1);
+  if (isIdle && this->TestsValues()) this->ForgetValues(workR, workX, estimates);
   idxsConv.SetDims(nBands, 1, nBands);
   nConv = this->CountConverged(workR, workD, estimates, idxsConv, nConv);
 }

@@ -1,0 +1,172 @@
+// What a run claims when its tests are easily fooled: residuals that are exactly zero beside large
+// ones, values that stand still because nothing moves them, a test for locking that is looser than
+// that of convergence.
+#include "interface/solver_base.h"
+#include "support/correctness.h"
+
+using namespace VesTest;
+
+namespace {
+
+constexpr VesConvergeDetectorType allDetectors[] = {VES_RESIDUALS, VES_RELATIVE_RESIDUALS,
+                                                    VES_EIGENVALUES, VES_RESIDUALS_OR_EIGENVALUES};
+
+/// A = diag(values): unit vectors are eigenvectors without any rounding error.
+template <typename Scalar>
+struct Diagonal {
+  using Operator = SparseOperator<Scalar>;
+
+  explicit Diagonal(std::vector<double> given)
+      : values(std::move(given)), rows(static_cast<int>(values.size()), MPI_COMM_WORLD) {}
+
+  Operator Scaled(double factor) const {
+    return Operator(rows, [factor](int i) {
+      return typename Operator::Row{{i, Number<Scalar>(factor)}};
+    });
+  }
+
+  /// Of the claimed pairs; 0 when there is none.
+  double WorstClaim(Pairs<Scalar>& p) const {
+    const std::vector<double> residuals = ResidualNorms(p, A, nullptr);
+    return p.nConv < 1 ? 0.0 : *std::max_element(residuals.begin(), residuals.begin() + p.nConv);
+  }
+
+  std::vector<double> values;
+  Rows rows;
+  Operator A{
+      rows, [this](int i) {
+        return typename Operator::Row{{i, Number<Scalar>(values[static_cast<std::size_t>(i)])}};
+      }};
+};
+
+template <typename Scalar>
+class ClaimsTest : public testing::Test {
+protected:
+  static constexpr bool isDouble = eps<Scalar> < 1e-10;
+
+  static Settings Wanted(VesSolverType solver, VesConvergeDetectorType detector, int nBands) {
+    Settings s;
+    s.solver = solver;
+    s.detector = detector;
+    s.nBands = nBands;
+    s.threshold = isDouble ? 1e-6 : 1e-3;
+    s.maxIter = 1000;
+    return s;
+  }
+  /// A test of values bounds residuals loosely; garbage exceeds this by far.
+  static constexpr double loose = 0.2;
+};
+TYPED_TEST_SUITE(ClaimsTest, AllScalars);
+
+/// Its residual of zero must neither stop the others nor vouch for them.
+TYPED_TEST(ClaimsTest, ExactVectorInTheGuess) {
+  const Diagonal<TypeParam> d(Spectrum(60, [](int i) { return 1.0 + i; }));
+  for (const auto type : allSolvers)
+    for (const auto detector : allDetectors)
+      for (const int row : {0, 9}) // the lowest vector, and one that is not wanted
+        for (const int column : {0, 1}) {
+          SCOPED_TRACE(testing::Message() << "solver " << type << " detector " << detector << " e_"
+                                          << row << " as column " << column);
+          Settings s = this->Wanted(type, detector, 3);
+          if (row > 0) s.maxIter = 8;
+          const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+          Pairs<TypeParam> p(d.rows, s.nBands);
+          p.FillGuess([&](int i, int j) {
+            return j == column ? Number<TypeParam>(i == row ? 1 : 0)
+                               : HashedNumber<TypeParam>(i, j);
+          });
+          SparseOperator<TypeParam> A = d.A;
+          p.Run(solver.get(), &A);
+          EXPECT_LE(d.WorstClaim(p), this->loose) << p.nConv;
+          if (row > 0) continue;
+          EXPECT_EQ(p.nConv, p.k) << "after " << p.iter;
+          for (std::size_t j = 0; j < 3; ++j)
+            EXPECT_NEAR(std::real(p.D[j]), d.values[j], 0.01);
+        }
+}
+
+/// Without any direction the values stand still, and yet nothing has converged.
+TYPED_TEST(ClaimsTest, PreconditionerOfZeros) {
+  const Diagonal<TypeParam> d(Spectrum(60, [](int i) { return 1.0 + i; }));
+  SparseOperator<TypeParam> A = d.A, T = d.Scaled(0.0);
+  for (const auto type : allSolvers)
+    for (const auto detector : allDetectors) {
+      SCOPED_TRACE(testing::Message() << "solver " << type << " detector " << detector);
+      const SolverHandle solver = MakeSolver<TypeParam>(this->Wanted(type, detector, 3), false);
+      Pairs<TypeParam> p(d.rows, 3);
+      p.FillRandom();
+      p.Run(solver.get(), &A, nullptr, &T);
+      VesSolverReason reason = VES_REASON_NONE;
+      VesGetSolverReason(solver.get(), &reason);
+      EXPECT_EQ(reason, VES_REASON_STAGNATED);
+      EXPECT_EQ(p.nConv, 0);
+      EXPECT_LT(p.iter, 20);
+    }
+}
+
+/// A basis of three blocks that fills the space breaks down: the step after a restart moves no value.
+TYPED_TEST(ClaimsTest, ValuesAfterARestart) {
+  for (const int n : {14, 32, 62}) {
+    const Diagonal<TypeParam> d(Spectrum(n, [](int i) { return 1.0 + i; }));
+    SparseOperator<TypeParam> A = d.A;
+    for (const auto type : allSolvers)
+      for (const auto detector : {VES_EIGENVALUES, VES_RESIDUALS_OR_EIGENVALUES})
+        for (unsigned seed = 0; seed < 4; ++seed) {
+          SCOPED_TRACE(testing::Message() << "solver " << type << " detector " << detector << " n "
+                                          << n << " seed " << seed);
+          const Settings s = this->Wanted(type, detector, (n - 2) / 3);
+          const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+          Pairs<TypeParam> p(d.rows, s.nBands);
+          p.FillRandom(seed);
+          p.Run(solver.get(), &A);
+          EXPECT_LE(d.WorstClaim(p), this->loose) << p.nConv << " after " << p.iter;
+        }
+  }
+}
+
+/// A pair is locked only when it has passed the test of convergence, too.
+TYPED_TEST(ClaimsTest, LooserTestForLocking) {
+  const Diagonal<TypeParam> d(Spectrum(200, [](int i) { return 1.0 + 0.05 * i; }));
+  SparseOperator<TypeParam> A = d.A;
+  for (const auto type : allSolvers)
+    for (const auto lock : allDetectors)
+      for (const double factor : {0.01, 1.0}) {
+        SCOPED_TRACE(testing::Message()
+                     << "solver " << type << " lock " << lock << " factor " << factor);
+        const Settings s = this->Wanted(type, VES_RESIDUALS, 6);
+        const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+        VesSolverSetLockDetectorType(solver.get(), lock);
+        VesSolverSetLockFactor(solver.get(), factor);
+        Pairs<TypeParam> p(d.rows, s.nBands);
+        p.FillRandom();
+        p.Run(solver.get(), &A);
+        EXPECT_EQ(p.nConv, p.k);
+        EXPECT_LE(d.WorstClaim(p), 2 * s.threshold);
+      }
+}
+
+/// Exact vectors of high values are locked before lower ones come in with the last pass.
+TEST(Claims, BatchesThatComeOutOfOrder) {
+  const Diagonal<double> d(Spectrum(100, [](int i) { return 1.0 + i; }));
+  SparseOperator<double> A = d.A;
+  for (const auto detector : allDetectors)
+    for (const int maxIter : {1, 3, 8}) {
+      SCOPED_TRACE(testing::Message() << "detector " << detector << " limit " << maxIter);
+      Settings s;
+      s.solver = VES_LOBPCG_BATCH;
+      s.detector = detector;
+      s.nBands = 8;
+      s.maxIter = maxIter;
+      const SolverHandle solver = MakeSolver<double>(s, false);
+      VesSolverSetBatchLimit(solver.get(), 4);
+      Pairs<double> p(d.rows, s.nBands);
+      p.FillGuess([](int i, int j) { // four high ones, then four that are near the lowest
+        return j < 4 ? (i == 40 + j ? 1.0 : 0.0)
+                     : (i == j - 4 ? 1.0 : 0.05 * HashedNumber<double>(i, j));
+      });
+      p.Run(solver.get(), &A);
+      EXPECT_LE(d.WorstClaim(p), 0.05) << p.nConv;
+    }
+}
+
+} // namespace
