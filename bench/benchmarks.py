@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Times whole runs in interleaved rounds and writes docs/performance.md and its pictures.
+"""Times whole runs in interleaved rounds and writes docs/performance_figures.md and its pictures.
 
   benchmarks.py BUILD DOCS [--parts split guide growth kernels] [--rounds N]
 
@@ -50,7 +50,9 @@ class Bench:
         lines = [line for line in done.stdout.splitlines() if line.startswith("{")]
         if not lines:
             sys.exit(f"{' '.join(command)}: {done.stderr}")
-        result = json.loads(lines[-1])
+        result = json.loads(lines[-1].replace(": nan", ": NaN").replace(": -nan", ": NaN"))
+        if result["converged"] < result["k"]:
+            sys.exit(f"{' '.join(command)}: {result['converged']} pairs, {result['reason']}")
         with open(self.log, "a") as log:
             log.write(json.dumps(dict(result, case=list(case), coretype=coretype)) + "\n")
         return result

@@ -133,13 +133,13 @@ void ResetBlasMeter() {
   Counts().clear();
 }
 
-BlasCost TallProducts(int rows) {
+BlasCost TallProducts(int order) {
   const std::map<Shape, Count> counted = Counts();
   BlasCost cost;
   std::vector<double> a, b, c;
   std::vector<Complex> za, zb, zc;
   for (const auto& [shape, count] : counted) {
-    if (std::max(shape.m, shape.k) <= rows) continue;
+    if (std::max(shape.m, shape.k) <= order) continue;
     double best = 1e300;
     for (int i = 0; i < 3; ++i) {
       const double start = MPI_Wtime();

@@ -5,8 +5,7 @@
 
 namespace VesBench {
 
-/// What the products on tall blocks cost: those with more than the given rows, which leaves out
-/// what LAPACK calls on small matrices.
+/// What the products on tall blocks cost, and on bands of their rows.
 struct BlasCost {
   double seconds = 0.0; ///< in the run
   double alone = 0.0;   ///< the same shapes again, each the best of a few calls on warm memory
@@ -15,8 +14,9 @@ struct BlasCost {
 
 /// Forgets what was counted.
 void ResetBlasMeter();
-/// Takes as long as the counted products, once for each shape.
-BlasCost TallProducts(int rows);
+/// Leaves out what LAPACK calls on small matrices: products both of whose long sides, the sum's and
+/// the result's, are at most order. Takes as long as the counted products, once for each shape.
+BlasCost TallProducts(int order);
 
 } // namespace VesBench
 

@@ -14,9 +14,11 @@
 #include <complex>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
+#include <iomanip>
 #include <map>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
@@ -38,20 +40,28 @@ struct Options {
   }
 };
 
+const std::string& KnownName(const std::string& name) {
+  static const std::set<std::string> names{"block",    "lock",      "passes",  "svd",
+                                           "detector", "threshold", "maxiter", "precond"};
+  if (names.count(name) == 0) throw std::runtime_error("unknown name " + name);
+  return name;
+}
+
 Options Read(int argc, char** argv) {
   if (argc < 4) throw std::runtime_error("usage: solve PROBLEM SIZE K [name=value ...]");
   Options options;
   options.problem = argv[1];
-  options.size = std::atof(argv[2]);
-  options.k = std::atoi(argv[3]);
+  options.size = std::stod(argv[2]);
+  options.k = std::stoi(argv[3]);
   for (int i = 4; i < argc; ++i) {
     const std::string text = argv[i];
     const std::size_t at = text.find('=');
     if (at == std::string::npos) throw std::runtime_error("no value in " + text);
-    if (text.substr(0, at) == "solver")
-      options.solver = text.substr(at + 1);
+    const std::string name = text.substr(0, at), value = text.substr(at + 1);
+    if (name == "solver")
+      options.solver = value;
     else
-      options.numbers[text.substr(0, at)] = std::atof(text.c_str() + at + 1);
+      options.numbers[KnownName(name)] = std::stod(value);
   }
   return options;
 }
@@ -153,80 +163,131 @@ VesVector MakeVector(VesScalarType scalar, MPI_Comm comm, int rows, int cols, Sc
   return vector;
 }
 
-/// {"Step": seconds, ...} of the steps that take a thousandth of the run or more.
-std::string StepsAsJson(double total) {
-  std::string text = "{";
-  for (const VesBench::StepTime& step : VesBench::StepTimes()) {
-    if (step.seconds < 1e-3 * total) continue;
-    text += (text.size() > 1 ? ", \"" : "\"") + step.name + "\": " + std::to_string(step.seconds);
+/// One line of JSON.
+class Record {
+public:
+  void Add(const std::string& name, const std::string& text) { AddRaw(name, '"' + text + '"'); }
+  void Add(const std::string& name, double number) {
+    std::ostringstream text;
+    text << std::setprecision(6) << number;
+    AddRaw(name, text.str());
   }
-  return text + "}";
+  void AddRaw(const std::string& name, const std::string& text) {
+    line += (line.empty() ? "{\"" : ", \"") + name + "\": " + text;
+  }
+  std::string Line() const { return line + "}"; }
+
+private:
+  std::string line;
+};
+
+/// The handles of a run, with storage for its blocks.
+template <typename Scalar>
+struct Handles {
+  Handles(const Options& options, LargeProblem& problem, VesScalarType scalar, MPI_Comm comm)
+      : a{&problem, &LargeProblem::ApplyA}, b{&problem, &LargeProblem::ApplyB},
+        t{&problem, &LargeProblem::ApplyT}, X(Guess<Scalar>(problem, options.k)),
+        D(static_cast<std::size_t>(options.k)) {
+    A = MakeMatrix<Scalar>(scalar, a);
+    if (problem.IsGeneralized()) B = MakeMatrix<Scalar>(scalar, b);
+    if (options.Number("precond", 1) > 0) T = MakeMatrix<Scalar>(scalar, t);
+    x = MakeVector(scalar, comm, problem.LocalRows(), options.k, X.data());
+    d = MakeVector(scalar, comm, options.k, 1, D.data());
+    solver = MakeSolver(options, scalar, B != nullptr);
+  }
+  Handles(const Handles&) = delete;
+  Handles& operator=(const Handles&) = delete;
+  ~Handles() {
+    VesSolverDestroy(solver);
+    for (VesVector vector : {x, d})
+      VesVectorDestroy(vector);
+    for (VesMatrix matrix : {A, B, T})
+      VesMatrixDestroy(matrix);
+  }
+
+  Call a, b, t;
+  std::vector<Scalar> X, D;
+  VesMatrix A = nullptr, B = nullptr, T = nullptr;
+  VesVector x = nullptr, d = nullptr;
+  VesSolver solver = nullptr;
+};
+
+/// Where the time of the run went: call-backs, small dense problems, products on tall blocks in the
+/// run and by themselves, and the steps that take a thousandth of it or more.
+template <typename Scalar>
+void AddTimes(const Handles<Scalar>& run, int k, Record& record) {
+  VesSolverStats stats{};
+  VesGetSolverStats(run.solver, &stats);
+  const std::vector<VesBench::StepTime> times = VesBench::StepTimes();
+  const VesBench::BlasCost blas = VesBench::TallProducts(3 * k);
+  const double alone = stats.secondsOperators + stats.secondsDense + blas.alone;
+  record.Add("seconds", stats.secondsTotal);
+  record.Add("secondsA", run.a.seconds);
+  record.Add("secondsB", run.b.seconds);
+  record.Add("secondsT", run.t.seconds);
+  record.Add("secondsDense", stats.secondsDense);
+  record.Add("secondsProducts", blas.seconds);
+  record.Add("secondsProductsAlone", blas.alone);
+  record.Add("overhead", stats.secondsTotal / alone);
+  record.Add("gflop", 1e-9 * blas.flops);
+  record.Add("columnsA", static_cast<double>(stats.columnsA));
+  record.Add("reductions", static_cast<double>(stats.reductions));
+  record.Add("megabytesReduced", 1e-6 * static_cast<double>(stats.bytesReduced));
+  Record steps;
+  for (const VesBench::StepTime& step : times)
+    if (step.seconds >= 1e-3 * stats.secondsTotal) steps.Add(step.name, step.seconds);
+  record.AddRaw("steps", times.empty() ? "{}" : steps.Line());
 }
 
+/// What came out, recomputed. Collective.
+template <typename Scalar>
+void AddResult(const Handles<Scalar>& run, const LargeProblem& problem, int nConv, Record& record) {
+  VesSolverReason reason = VES_REASON_NONE;
+  int iterations = 0;
+  double residual = 0.0, ortho = 0.0, error = 0.0;
+  VesGetSolverReason(run.solver, &reason);
+  VesGetSolverIter(run.solver, &iterations);
+  Good(VesCheckEigenpairs(run.A, run.B, run.x, run.d, &residual, &ortho), "check");
+  const std::vector<double> exact = problem.Exact(static_cast<int>(run.D.size()));
+  for (std::size_t j = 0; j < exact.size(); ++j)
+    error = std::max(error, std::abs(std::real(run.D[j]) - exact[j]));
+  record.Add("iterations", iterations);
+  record.Add("converged", nConv);
+  record.Add("reason", VesReasonString(reason));
+  record.Add("residual", residual);
+  record.Add("ortho", ortho);
+  record.Add("error", error);
+}
+
+/// \return 0 when all pairs converged
 template <typename Scalar>
 int Run(const Options& options, LargeProblem& problem, VesScalarType scalar, MPI_Comm comm) {
-  const int k = options.k, rows = problem.LocalRows();
-  Call a{&problem, &LargeProblem::ApplyA}, b{&problem, &LargeProblem::ApplyB},
-      t{&problem, &LargeProblem::ApplyT};
-  VesMatrix A = MakeMatrix<Scalar>(scalar, a), B = nullptr, T = nullptr;
-  if (problem.IsGeneralized()) B = MakeMatrix<Scalar>(scalar, b);
-  if (options.Number("precond", 1) > 0) T = MakeMatrix<Scalar>(scalar, t);
-  std::vector<Scalar> X = Guess<Scalar>(problem, k), D(static_cast<std::size_t>(k));
-  VesVector x = MakeVector(scalar, comm, rows, k, X.data());
-  VesVector d = MakeVector(scalar, comm, k, 1, D.data());
-  VesSolver solver = MakeSolver(options, scalar, B != nullptr);
+  Handles<Scalar> run(options, problem, scalar, comm);
+  int rank = 0, nProcesses = 1, nConv = 0;
+  MPI_Comm_rank(comm, &rank);
+  MPI_Comm_size(comm, &nProcesses);
+  Record record;
+  record.Add("problem", options.problem);
+  record.Add("n", static_cast<double>(problem.Order()));
+  record.Add("k", options.k);
+  record.Add("solver", options.solver);
+  record.Add("block", options.Number("block", 0));
+  record.Add("lock", options.Number("lock", 0));
+  record.Add("processes", nProcesses);
 
   const double before = PeakMegabytes();
   VesBench::ResetBlasMeter();
   MPI_Barrier(comm);
-  Good(VesRunSolver(solver, A, B, T, x, d), "run");
-  const double peak = PeakMegabytes() - before;
-  const double secondsA = a.seconds, secondsB = b.seconds, secondsT = t.seconds;
-  VesSolverStats stats{};
-  VesGetSolverStats(solver, &stats);
-  const std::string steps = StepsAsJson(stats.secondsTotal);
-  const VesBench::BlasCost blas = VesBench::TallProducts(3 * k);
-
-  VesSolverReason reason = VES_REASON_NONE;
-  int iter = 0, nConv = 0;
+  Good(VesRunSolver(run.solver, run.A, run.B, run.T, run.x, run.d), "run");
+  record.Add("megabytesPeak", PeakMegabytes() - before);
   std::size_t forecast = 0;
-  double residual = 0.0, ortho = 0.0, error = 0.0;
-  VesGetSolverReason(solver, &reason);
-  VesGetSolverIter(solver, &iter);
-  VesGetSolverConv(solver, &nConv);
-  VesSolverMemory(solver, rows, k, B != nullptr, &forecast);
-  Good(VesCheckEigenpairs(A, B, x, d, &residual, &ortho), "check");
-  const std::vector<double> exact = problem.Exact(k);
-  for (std::size_t j = 0; j < exact.size(); ++j)
-    error = std::max(error, std::abs(std::real(D[j]) - exact[j]));
-
-  int rank = 0, nProcesses = 1;
-  MPI_Comm_rank(comm, &rank);
-  MPI_Comm_size(comm, &nProcesses);
-  const double alone = stats.secondsOperators + stats.secondsDense + blas.alone;
-  if (rank == 0)
-    std::printf("{\"problem\": \"%s\", \"n\": %lld, \"k\": %d, \"solver\": \"%s\", \"block\": %g, "
-                "\"lock\": %g, \"processes\": %d, \"seconds\": %.4f, \"iterations\": %d, "
-                "\"converged\": %d, \"reason\": \"%s\", \"columnsA\": %lld, \"secondsA\": %.4f, "
-                "\"secondsB\": %.4f, \"secondsT\": %.4f, \"secondsDense\": %.4f, "
-                "\"secondsProducts\": %.4f, "
-                "\"secondsProductsAlone\": %.4f, \"gflop\": %.2f, \"overhead\": %.3f, "
-                "\"reductions\": %lld, "
-                "\"megabytesReduced\": %.3f, \"residual\": %.3g, \"ortho\": %.3g, \"error\": %.3g, "
-                "\"megabytesForecast\": %.2f, \"megabytesPeak\": %.2f, \"steps\": %s}\n",
-                options.problem.c_str(), problem.Order(), k, options.solver.c_str(),
-                options.Number("block", 0), options.Number("lock", 0), nProcesses,
-                stats.secondsTotal, iter, nConv, VesReasonString(reason), stats.columnsA, secondsA,
-                secondsB, secondsT, stats.secondsDense, blas.seconds, blas.alone, 1e-9 * blas.flops,
-                stats.secondsTotal / alone, stats.reductions,
-                1e-6 * static_cast<double>(stats.bytesReduced), residual, ortho, error,
-                static_cast<double>(forecast) / 1048576, peak, steps.c_str());
-  VesSolverDestroy(solver);
-  for (VesVector vector : {x, d})
-    VesVectorDestroy(vector);
-  for (VesMatrix matrix : {A, B, T})
-    if (matrix != nullptr) VesMatrixDestroy(matrix);
-  return nConv == k ? 0 : 1;
+  VesSolverMemory(run.solver, problem.LocalRows(), options.k, run.B != nullptr, &forecast);
+  record.Add("megabytesForecast", static_cast<double>(forecast) / 1048576);
+  AddTimes(run, options.k, record);
+  VesGetSolverConv(run.solver, &nConv);
+  AddResult(run, problem, nConv, record);
+  if (rank == 0) std::printf("%s\n", record.Line().c_str());
+  return nConv == options.k ? 0 : 1;
 }
 
 } // namespace

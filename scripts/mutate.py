@@ -24,14 +24,15 @@ COPIED = ["CMakeLists.txt", "cmake", "include", "src", "tests"]
 # Tests of a folder of src/, with the processes they run on: one where that shows the fault.
 TESTS = {
     "kernel": [("kernel_test", 1), ("data_test", 1), ("dense_test", 1)],
-    "parallel": [("parallel_test", 4), ("data_test", 2), ("collectives_test", 4)],
+    "parallel": [("parallel_test", 4), ("data_test", 2), ("collectives_test", 4), ("report_test", 1)],
     "data": [("data_test", 1), ("data_test", 2), ("interface_test", 1)],
     "cholesky": [("dense_test", 1), ("dense_test", 4)],
     "eigensolver": [("dense_test", 1), ("dense_test", 4)],
     "detector": [("detector_test", 1)],
     "orthogonalizer": [("orthogonalizer_test", 1)],
     "projector": [("orthogonalizer_test", 1)],
-    "solver": [("report_test", 1), ("solver_test", 1), ("collectives_test", 4), ("trust_test", 1)],
+    "solver": [("report_test", 1), ("solver_test", 1), ("collectives_test", 4), ("trust_test", 1),
+               ("memory_test", 1)],
     "interface": [("interface_test", 1), ("report_test", 1), ("finalize_test", 1)],
 }
 

@@ -235,6 +235,16 @@ TEST(Solvers, SettersAndDefaults) {
   EXPECT_TRUE(solver->needResidualNorms); // set once, never cleared
 }
 
+TEST(Solvers, SettersOfPpcg) {
+  VesSolver solver = nullptr;
+  ASSERT_EQ(VesSolverCreate(&solver, VES_DOUBLE, VES_PPCG), VES_GOOD);
+  const SolverHandle owner(solver);
+  EXPECT_EQ(VesSolverSetPPCGRRPeriod(solver, 0), VES_GOOD) << "no full step at all";
+  EXPECT_EQ(VesSolverSetPPCGRRPeriod(solver, -1), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(VesSolverSetPPCGBatch(solver, 0), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(VesSolverSetBatchLimit(solver, 8), VES_ERR_INCOMPATIBLE);
+}
+
 TEST(Solvers, NullHandles) {
   int count = 0;
   EXPECT_EQ(VesSolverSetProblemType(nullptr, VES_PROBLEM_STANDARD), VES_ERR_NULL_POINTER);
@@ -314,6 +324,12 @@ TEST(RunSolver, RefusesOnAllProcessesAlike) {
       {"A without a routine", VES_ERR_NULL_POINTER,
        [=](SmallRun& r) {
          if (first) VesMatrixSetShellMatVec(r.A.get(), nullptr, nullptr);
+       }},
+      {"B without a routine", VES_ERR_NULL_POINTER,
+       [=](SmallRun& r) {
+         r.B = MakeMatrix(&r.op);
+         VesSolverSetProblemType(r.solver.get(), VES_PROBLEM_GENERALIZED);
+         if (first) VesMatrixSetShellMatVec(r.B.get(), nullptr, nullptr);
        }},
       {"communicators differ", VES_ERR_MISMATCH,
        [=](SmallRun& r) { VesVectorSetComm(r.D.get(), 0, twin); }},

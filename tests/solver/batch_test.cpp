@@ -165,6 +165,34 @@ TEST(BatchRefill, TakesTheGuessInItsOrder) {
   }
 }
 
+/// A batch waits until less than half of it is left, and then is filled up to its limit.
+TEST(BatchRefill, WhenHalfOfTheBatchIsLeft) {
+  static constexpr int nBands = 40, limit = 8;
+  Diagonal d(200);
+  Pairs<double> p(d.rows, nBands);
+  p.FillRandom();
+  struct Log {
+    int locked = 0, active = limit, refills = 0;
+  } log;
+  const VesMonitor follow = [](void* data, const VesProgress* at) {
+    Log& before = *static_cast<Log*>(data);
+    const int left = before.active - (at->locked - before.locked); // if no column came in
+    if (at->iteration > 0 && at->active != left) {
+      EXPECT_EQ(at->active + (at->locked - before.locked), std::min(limit, nBands - before.locked));
+      EXPECT_LT(before.active, limit / 2);
+      ++before.refills;
+    }
+    before.locked = at->locked;
+    before.active = at->active;
+    return 0;
+  };
+  const SolverHandle solver = d.Solver(limit, 3000);
+  VesSolverSetMonitor(solver.get(), follow, &log);
+  p.Run(solver.get(), &d.A);
+  EXPECT_EQ(p.nConv, nBands);
+  EXPECT_GE(log.refills, nBands / limit - 1);
+}
+
 /// Restarts in every pass, and the stagnation that they make of it, neither lose a column of the guess
 /// nor a pair of the batches before. The first refill finds columns 9 ... 15 unconverged.
 TEST(BatchRefill, KeepsTheGuessThroughRestarts) {

@@ -101,6 +101,7 @@ TYPED_TEST(ClaimsTest, PreconditionerOfZeros) {
       EXPECT_EQ(reason, VES_REASON_STAGNATED);
       EXPECT_EQ(p.nConv, 0);
       EXPECT_LT(p.iter, 20);
+      EXPECT_LE(OrthogonalityError(p, nullptr), 2000 * eps<TypeParam>);
     }
 }
 

@@ -335,22 +335,6 @@ TEST(EdgeGeneralized, IllConditionedGuessAndPenalties) {
       }
 }
 
-TYPED_TEST(EdgeTest, ZeroPreconditionerLeavesTheGuess) {
-  const Box box{{10, 9}};
-  const Rows rows(box.Order(), MPI_COMM_WORLD);
-  SparseOperator<TypeParam> A(rows, [&](int i) { return Phased<TypeParam>(i, box.Laplacian(i)); });
-  SparseOperator<TypeParam> T(rows, [](int) { return typename SparseOperator<TypeParam>::Row{}; });
-  Settings s;
-  s.maxIter = 5;
-  Pairs<TypeParam> p(rows, s.nBands);
-  p.FillRandom();
-  const SolverHandle solver = MakeSolver<TypeParam>(s, false);
-  p.Run(solver.get(), &A, nullptr, &T);
-  EXPECT_EQ(p.iter, s.maxIter);
-  EXPECT_EQ(p.nConv, 0);
-  EXPECT_LE(OrthogonalityError(p, nullptr), 2000 * eps<TypeParam>);
-}
-
 /// Without a residual-based detector no residual norms are kept: the steps form their residuals
 /// themselves, and the result is the same pair for pair.
 TYPED_TEST(EdgeTest, ResidualsOnDemand) {
