@@ -149,7 +149,9 @@ TEST(Communicators, ThousandCyclesLeaveNothingBehind) {
                 ResidentKilobytes() - memory);
   EXPECT_EQ(liveComms, comms);
 #ifndef __SANITIZE_ADDRESS__ // whose allocator keeps what is freed in quarantine
-  EXPECT_LE(ResidentKilobytes() - memory, 4096); // one communicator alone costs a few kilobytes
+  // One communicator alone costs a few kilobytes. The BLACS keep some hundred bytes of every grid on
+  // processes outside it.
+  EXPECT_LE(ResidentKilobytes() - memory, 3072 + cycles / 2);
 #endif
 }
 
