@@ -70,7 +70,7 @@ def faults(*logs):
     print(f"- {calls[1]} of the flat interface, {calls[2]} among them: every code was a documented "
           "one.")
     print(f"- {cycles[1]} solvers created, run and destroyed on changing communicators: {cycles[2]} "
-          f"communicators were left, and {cycles[3]} kB of memory.")
+          f"communicators were left, and at most {cycles[3]} kB of memory on a process.")
     if failed:
         print(f"\n**Failed: {', '.join(failed)}.**")
 
