@@ -9,7 +9,7 @@ namespace {
 
 template <typename Scalar>
 double ThresholdFor() {
-  return eps<Scalar> < 1e-10 ? 1e-6 : 2e-3;
+  return eps<Scalar> < 1e-10 ? 1e-6 : 1e-3;
 }
 
 /// The values of converged pairs err by the square of the residual over the gap; in single
