@@ -21,8 +21,9 @@ struct Shape {
   bool isComplex;
   char transa, transb;
   int m, n, k;
+  int rowsA; ///< of the block that a product's left operand is a band of; else m
 
-  auto Key() const { return std::tie(routine, isComplex, transa, transb, m, n, k); }
+  auto Key() const { return std::tie(routine, isComplex, transa, transb, m, n, k, rowsA); }
   bool operator<(const Shape& other) const { return Key() < other.Key(); }
 
   double Flops() const {
@@ -63,21 +64,21 @@ void Timed(const Shape& shape, const Call& call) {
                            const int* k, const T* alpha, const T* a, const int* lda, const T* b,   \
                            const int* ldb, const T* beta, T* c, const int* ldc) {                  \
     static const auto routine = Behind<decltype(&x##gemm_)>(#x "gemm_");                           \
-    Timed({Routine::product, isComplex, *ta, *tb, *m, *n, *k},                                     \
+    Timed({Routine::product, isComplex, *ta, *tb, *m, *n, *k, *ta == 'N' ? *lda : *m},             \
           [&] { routine(ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc); });                 \
   }                                                                                                \
   extern "C" void herk(const char* uplo, const char* trans, const int* n, const int* k,            \
                        const Real* alpha, const T* a, const int* lda, const Real* beta, T* c,      \
                        const int* ldc) {                                                           \
     static const auto routine = Behind<decltype(&herk)>(#herk);                                    \
-    Timed({Routine::gram, isComplex, *trans, *uplo, *n, *n, *k},                                   \
+    Timed({Routine::gram, isComplex, *trans, *uplo, *n, *n, *k, *n},                               \
           [&] { routine(uplo, trans, n, k, alpha, a, lda, beta, c, ldc); });                       \
   }                                                                                                \
   extern "C" void x##trsm_(const char* side, const char* uplo, const char* trans,                  \
                            const char* diag, const int* m, const int* n, const T* alpha,           \
                            const T* a, const int* lda, T* b, const int* ldb) {                     \
     static const auto routine = Behind<decltype(&x##trsm_)>(#x "trsm_");                           \
-    Timed({Routine::solve, isComplex, *side, *trans, *m, *n, *side == 'R' ? *n : *m},              \
+    Timed({Routine::solve, isComplex, *side, *trans, *m, *n, *side == 'R' ? *n : *m, *m},          \
           [&] { routine(side, uplo, trans, diag, m, n, alpha, a, lda, b, ldb); });                 \
   }
 VES_METER_BLAS(d, double, double, dsyrk_, false)
@@ -88,43 +89,84 @@ namespace VesBench {
 
 namespace {
 
-/// One call of the shape on operands of its own.
+// What an operand is taken from: several times the caches, so that it comes from memory as in a run.
+constexpr std::size_t arenaBytes = std::size_t(256) << 20;
+
+/// Memory that the operands of repeated calls are taken from in turn.
 template <typename T>
-void Repeat(const Shape& s, std::vector<T>& a, std::vector<T>& b, std::vector<T>& c) {
-  const auto size = [](int rows, int cols) {
-    return static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols + 1);
-  };
-  const auto grow = [](std::vector<T>& v, std::size_t n) {
-    if (v.size() < n) v.resize(n, T(0.5));
-  };
-  const T one(1.0), zero(0.0);
-  const double realOne = 1.0, realZero = 0.0;
-  if (s.routine == Routine::product) {
-    const int lda = s.transa == 'N' ? s.m : s.k, ldb = s.transb == 'N' ? s.k : s.n;
-    grow(a, size(s.m, s.k) + size(s.k, s.m));
-    grow(b, size(s.k, s.n) + size(s.n, s.k));
-    grow(c, size(s.m, s.n));
-    if constexpr (std::is_same_v<T, double>)
-      dgemm_(&s.transa, &s.transb, &s.m, &s.n, &s.k, &one, a.data(), &lda, b.data(), &ldb, &zero,
-             c.data(), &s.m);
-    else
-      zgemm_(&s.transa, &s.transb, &s.m, &s.n, &s.k, &one, a.data(), &lda, b.data(), &ldb, &zero,
-             c.data(), &s.m);
-  } else if (s.routine == Routine::gram) {
-    grow(a, size(s.k, s.n));
-    grow(c, size(s.n, s.n));
-    if constexpr (std::is_same_v<T, double>)
-      dsyrk_(&s.transb, &s.transa, &s.n, &s.k, &realOne, a.data(), &s.k, &realZero, c.data(), &s.n);
-    else
-      zherk_(&s.transb, &s.transa, &s.n, &s.k, &realOne, a.data(), &s.k, &realZero, c.data(), &s.n);
-  } else { // the unit triangle of zeros: the same work, and no number that grows
-    std::vector<T> unit(size(s.k, s.k));
-    grow(a, size(s.m, s.n));
-    if constexpr (std::is_same_v<T, double>)
-      dtrsm_(&s.transa, "U", &s.transb, "U", &s.m, &s.n, &one, unit.data(), &s.k, a.data(), &s.m);
-    else
-      ztrsm_(&s.transa, "U", &s.transb, "U", &s.m, &s.n, &one, unit.data(), &s.k, a.data(), &s.m);
+class Arena {
+public:
+  T* Take(int rows, int cols) {
+    const std::size_t n = static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols);
+    if (used + n > values.size()) used = 0;
+    if (n > values.size()) values.resize(n, T(0.5));
+    used += n;
+    return values.data() + (used - n);
   }
+
+private:
+  std::vector<T> values = std::vector<T>(arenaBytes / sizeof(T), T(0.5));
+  std::size_t used = 0;
+};
+
+/// All bands of the tall left operand, one after the other, into the same small block.
+/// \return seconds of one of them
+template <typename T>
+double RepeatProduct(const Shape& s, Arena<T>& arena) {
+  const int rowsA = s.transa == 'N' ? std::max(s.rowsA, s.m) : s.k,
+            colsA = s.transa == 'N' ? s.k : s.m;
+  const int ldb = s.transb == 'N' ? s.k : s.n, colsB = s.transb == 'N' ? s.n : s.k;
+  const int nBands = s.transa == 'N' ? rowsA / s.m : 1;
+  const T one(1.0), zero(0.0);
+  const T *a = arena.Take(rowsA, colsA), *b = arena.Take(ldb, colsB);
+  T* c = arena.Take(s.m, s.n);
+  const double start = MPI_Wtime();
+  for (int i = 0; i < nBands; ++i, a += s.m)
+    if constexpr (std::is_same_v<T, double>)
+      dgemm_(&s.transa, &s.transb, &s.m, &s.n, &s.k, &one, a, &rowsA, b, &ldb, &zero, c, &s.m);
+    else
+      zgemm_(&s.transa, &s.transb, &s.m, &s.n, &s.k, &one, a, &rowsA, b, &ldb, &zero, c, &s.m);
+  return (MPI_Wtime() - start) / nBands;
+}
+
+template <typename T>
+double RepeatGram(const Shape& s, Arena<T>& arena) {
+  const double one = 1.0, zero = 0.0;
+  const T* a = arena.Take(s.k, s.n);
+  T* c = arena.Take(s.n, s.n);
+  const double start = MPI_Wtime();
+  if constexpr (std::is_same_v<T, double>)
+    dsyrk_(&s.transb, &s.transa, &s.n, &s.k, &one, a, &s.k, &zero, c, &s.n);
+  else
+    zherk_(&s.transb, &s.transa, &s.n, &s.k, &one, a, &s.k, &zero, c, &s.n);
+  return MPI_Wtime() - start;
+}
+
+/// With the unit triangle of zeros: the same work, and no number that grows.
+template <typename T>
+double RepeatSolve(const Shape& s, Arena<T>& arena) {
+  const T one(1.0);
+  const std::vector<T> unit(static_cast<std::size_t>(s.k) * static_cast<std::size_t>(s.k));
+  T* a = arena.Take(s.m, s.n);
+  const double start = MPI_Wtime();
+  if constexpr (std::is_same_v<T, double>)
+    dtrsm_(&s.transa, "U", &s.transb, "U", &s.m, &s.n, &one, unit.data(), &s.k, a, &s.m);
+  else
+    ztrsm_(&s.transa, "U", &s.transb, "U", &s.m, &s.n, &one, unit.data(), &s.k, a, &s.m);
+  return MPI_Wtime() - start;
+}
+
+template <typename T>
+double Repeat(const Shape& shape, Arena<T>& arena) {
+  switch (shape.routine) {
+  case Routine::product:
+    return RepeatProduct(shape, arena);
+  case Routine::gram:
+    return RepeatGram(shape, arena);
+  case Routine::solve:
+    break;
+  }
+  return RepeatSolve(shape, arena);
 }
 
 } // namespace
@@ -136,19 +178,13 @@ void ResetBlasMeter() {
 BlasCost TallProducts(int order) {
   const std::map<Shape, Count> counted = Counts();
   BlasCost cost;
-  std::vector<double> a, b, c;
-  std::vector<Complex> za, zb, zc;
+  Arena<double> arena;
+  Arena<Complex> complexArena;
   for (const auto& [shape, count] : counted) {
     if (std::max(shape.m, shape.k) <= order) continue;
     double best = 1e300;
-    for (int i = 0; i < 3; ++i) {
-      const double start = MPI_Wtime();
-      if (shape.isComplex)
-        Repeat(shape, za, zb, zc);
-      else
-        Repeat(shape, a, b, c);
-      best = std::min(best, MPI_Wtime() - start);
-    }
+    for (int i = 0; i < 3; ++i)
+      best = std::min(best, shape.isComplex ? Repeat(shape, complexArena) : Repeat(shape, arena));
     const auto calls = static_cast<double>(count.calls);
     cost.seconds += count.seconds;
     cost.alone += calls * best;

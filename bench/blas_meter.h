@@ -8,7 +8,7 @@ namespace VesBench {
 /// What the products on tall blocks cost, and on bands of their rows.
 struct BlasCost {
   double seconds = 0.0; ///< in the run
-  double alone = 0.0;   ///< the same shapes again, each the best of a few calls on warm memory
+  double alone = 0.0;   ///< the same shapes again, each the best of a few calls, operands in memory
   double flops = 0.0;   ///< real additions and multiplications
 };
 

@@ -58,7 +58,7 @@ public:
     const auto rows = static_cast<std::size_t>(LocalRows());
     const std::size_t size = rows * static_cast<std::size_t>(nCols);
     step.resize(size);
-    image.resize(size);
+    image.resize(rows);
     double rho = 1 / sigma;
     for (int j = 0; j < nCols; ++j)
       for (std::size_t i = 0; i < rows; ++i) {

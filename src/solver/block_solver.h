@@ -59,6 +59,11 @@ protected:
   void ShapeTall(Block& block, int cols) const {
     block.SetShape(rowComm, secondComm, nPW, cols, ldQ);
   }
+  /// Scratch of Rotate for blocks of up to the given columns.
+  void ShapeBand(Block& block, int cols) const {
+    const int rows = RowsOfBand(nPW);
+    block.SetShape(rowComm, secondComm, rows, cols, rows);
+  }
   void ShapeSmall(Block& block, int rows, int cols) const {
     block.SetShape(rowComm, secondComm, rows, cols, rows);
   }
@@ -69,10 +74,11 @@ protected:
   }
 
   /// target := source C. The target may be columns of the source: bands of rows go through scratch,
-  /// a tall block at least as wide as C, and stay in the cache of the core on their way.
+  /// shaped by ShapeBand or a tall block, at least as wide as C, and stay in the cache on their way.
   void Rotate(const Block& source, const Block& coefficients, const Block& target,
               Block& scratch) const;
   static constexpr int bandRows = 1024;
+  static int RowsOfBand(int nRows) { return nRows < bandRows ? nRows : bandRows; }
 
   /// B-orthonormalizes count columns of blockX from first on among themselves and against those
   /// before, with images in blockBX (the same block when B is the identity), completes them with

@@ -36,11 +36,11 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
     this->ComputeRayleighRitzMatrix();
     this->DiagonalizeRayleighRitzMatrix();
     if (info != 0) return;
-    this->RotateEigVecs();
     if (isLastPass) {
       FinishRun();
       continue;
     }
+    this->RotateEigVecs();
     this->RotateImages(nXseek);
     this->RestartUnlessSound(matA, matB);
     if (info != 0) return;
@@ -150,17 +150,18 @@ void LOBPCG_BATCH<Scalar>::RetireBatch() const {
 }
 
 /// The last pass leaves X and its values, without directions. It mixed new columns into pairs that
-/// had passed the test. X may be wider than the batch: its images go through the block for X.
+/// had passed the test. X may be wider than the batch: it is rotated in place, as no direction needs
+/// the old one.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::FinishRun() const {
   this->nClaimable = std::min(this->nClaimable, nDeflated);
   nP = nR = nLeadingConv = nLocked = nXnxt = 0;
-  this->UpdateEigVecs();
   const Block vecCX(this->workM, 0, 0, this->nV, nXseek);
-  const auto rotate = [&](const Block& image) {
-    this->Rotate(Columns(image, nDeflated, this->nV), vecCX, Columns(image, nDeflated, nXseek),
-                 this->workX);
+  const auto rotate = [&](const Block& basis) {
+    this->Rotate(Columns(basis, nDeflated, this->nV), vecCX, Columns(basis, nDeflated, nXseek),
+                 this->workP);
   };
+  rotate(workZ);
   rotate(this->workAZ);
   if (isGeneralized) rotate(this->workBZ);
   this->UpdateEigVals();

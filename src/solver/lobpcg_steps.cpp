@@ -140,11 +140,10 @@ void LobpcgSteps<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
 
 template <typename Scalar>
 void LobpcgSteps<Scalar>::MoveNewBehindX() const {
-  if (nXnxt == 0) return;
-  Block vecTo = Columns(workZ, FirstP(), nXnxt);
-  workP.SetDims(nPW, nXnxt, ldQ);
-  VES_ASSERT_GOOD(workP.CopyData(Columns(workZ, FirstNew(), nXnxt)));
-  VES_ASSERT_GOOD(vecTo.CopyData(workP));
+  for (int j = 0; j < nXnxt; ++j) { // from the left: the places may overlap
+    Block to = Columns(workZ, FirstP() + j, 1);
+    VES_ASSERT_GOOD(to.CopyData(Columns(workZ, FirstNew() + j, 1)));
+  }
 }
 
 /// A restart that does not halve the residuals of one shortly before was futile; several in a row have
@@ -280,8 +279,8 @@ void LobpcgSteps<Scalar>::UpdateEigVals() const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::WatchProgress(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
-  workX.SetDims(nPW, nXseek, ldQ);
-  workAX.SetDims(nPW, nXseek, ldQ);
+  workX.SetDims(nPW, 1, ldQ);
+  workAX.SetDims(nPW, 1, ldQ);
   Base::WatchProgress(matA, matB, Columns(workZ, nDeflated, nX), Columns(ImageBZ(), nDeflated, nX),
                       nDeflated, Estimates(nX), workX, workAX);
   // Twice in a row without any direction: nothing can change X any more.

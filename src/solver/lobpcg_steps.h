@@ -46,6 +46,7 @@ public:
   mutable int nLocked = 0;            ///< leading pairs locked at the last check
   mutable int nLeadingConv = 0;       ///< leading converged pairs among those kept
   mutable int nClaimable = 0;         ///< pairs that can be said to have converged
+  mutable int nActiveMax = 0;         ///< Ritz vectors that there is room for
   mutable int nRestarts = 0;          ///< rotations that the self-check discarded
   mutable int nFutile = 0;            ///< restarts in a row that gained little
   mutable int restartIter = 0;        ///< iteration of the last restart
@@ -56,7 +57,7 @@ public:
 
   mutable Block workZ, workAZ, workBZ; ///< locked vectors and basis, and their images
   mutable Block workX, workAX, workBX; ///< new Ritz vectors and their images
-  mutable Block workP;                 ///< scratch for new directions and their images
+  mutable Block workP;                 ///< scratch for a band of rows of what is rotated in place
   mutable Block workR;                 ///< residuals of the Ritz vectors kept
   mutable Block workM;                 ///< Rayleigh-Ritz matrix, then its eigenvectors
   mutable Block workD;                 ///< Ritz values of the current problem

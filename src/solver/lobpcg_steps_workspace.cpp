@@ -15,6 +15,7 @@ void LobpcgSteps<Scalar>::ResetCounters() const {
 
 template <typename Scalar>
 void LobpcgSteps<Scalar>::AllocateWorkspace(int mostActive) const {
+  nActiveMax = mostActive;
   const int nZ = nBands + 2 * mostActive, nVmax = std::max(3 * mostActive, nBands);
   this->ShapeTall(workZ, nZ);
   VES_ASSERT_GOOD(workZ.AllocateMem());
@@ -22,14 +23,14 @@ void LobpcgSteps<Scalar>::AllocateWorkspace(int mostActive) const {
   VES_ASSERT_GOOD(workAZ.AllocateMem());
   this->ShapeSmall(workW, nBands, 1);
   VES_ASSERT_GOOD(workW.AllocateMem());
-  this->ShapeTall(workX, nBands);
+  this->ShapeTall(workX, mostActive);
   VES_ASSERT_GOOD(workX.AllocateMem());
   this->ShapeTall(workAX, mostActive);
   VES_ASSERT_GOOD(workAX.AllocateMem());
-  this->ShapeTall(workP, mostActive);
-  VES_ASSERT_GOOD(workP.AllocateMem());
   this->ShapeTall(workR, mostActive);
   VES_ASSERT_GOOD(workR.AllocateMem());
+  this->ShapeBand(workP, nBands);
+  VES_ASSERT_GOOD(workP.AllocateMem());
   this->ShapeSmall(workM, nVmax, nVmax);
   VES_ASSERT_GOOD(workM.AllocateMem());
   this->ShapeSmall(workD, nVmax, 1);
@@ -57,10 +58,11 @@ std::size_t LobpcgSteps<Scalar>::WorkspaceBytes(int nRows, int nCols, int mostAc
                                                 bool generalized) const {
   const auto k = static_cast<std::size_t>(nCols), active = static_cast<std::size_t>(mostActive);
   const std::size_t nZ = k + 2 * active, nVmax = std::max(3 * active, k);
-  const std::size_t columns = 2 * nZ + k + 3 * active + 6; // six blocks, each with its slack
+  const std::size_t columns = 2 * nZ + 3 * active + 5; // five blocks, each with its slack
   const std::size_t columnsB = generalized ? nZ + active + 2 : 0;
   const std::size_t widest = std::max(active, k - active); // the last pass may load the rest
-  return this->Bytes(nRows, columns + columnsB, nVmax * nVmax, nVmax, widest);
+  const std::size_t band = k * static_cast<std::size_t>(this->RowsOfBand(nRows));
+  return this->Bytes(nRows, columns + columnsB, nVmax * nVmax + band, nVmax, widest);
 }
 
 template <typename Scalar>
@@ -103,29 +105,36 @@ void LobpcgSteps<Scalar>::RotateAll() const {
   if (this->TestsValues()) nConv = this->StandingClaims(values, std::min(nConv, nV), workD);
   VES_ASSERT_GOOD(values.CopyData(workD));
   const auto rotate = [&](const Block& block) {
-    this->Rotate(Columns(block, 0, nV), workM, Columns(block, 0, nV), workX);
+    this->Rotate(Columns(block, 0, nV), workM, Columns(block, 0, nV), workP);
   };
   rotate(workZ);
   rotate(workAZ);
   if (isGeneralized) rotate(workBZ);
 }
 
-/// By the residuals of images that were made afresh, in a block as wide as all pairs. A test of values
-/// has compared two iterations, which here cannot be done again.
+/// By the residuals of images that were made afresh, as many pairs at a time as workX has room for. A
+/// test of values has compared two iterations, which here cannot be done again.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::RecountConverged() const {
   const int claimed = isUncertain ? 0 : nConv;
   if (!this->TestsValues()) nConv = 0;
   if (this->convergeDetectorType == VES_EIGENVALUES) return;
-  const Block values(workW, 0, 0, nX, 1);
-  Block flags(this->rowComm, this->secondComm, nX, 1, nX);
-  VES_ASSERT_GOOD(flags.AllocateMem());
-  workD.SetDims(nX, 1, nX);
-  VES_ASSERT_GOOD(workD.Set2Val(MathConstants<Scalar>::INFTY)); // so that only residuals count
-  workX.SetDims(nPW, nX, ldQ);
-  VES_ASSERT_GOOD(workX.ScaleAdd(Columns(workAZ, 0, nX), Columns(ImageBZ(), 0, nX), values, -1));
-  nConv = std::max(nConv, this->CountConverged(workX, values, workD, flags, claimed));
-  this->KeepResiduals(0);
+  int counted = 0;
+  for (int first = 0, width = 0; first < nX; first += width) {
+    width = std::min(nX - first, nActiveMax);
+    const Block values(workW, first, 0, width, 1);
+    for (Block* const column : {&workD, &idxsConv})
+      column->SetDims(width, 1, width);
+    VES_ASSERT_GOOD(workD.Set2Val(MathConstants<Scalar>::INFTY)); // so that only residuals count
+    workX.SetDims(nPW, width, ldQ);
+    VES_ASSERT_GOOD(workX.ScaleAdd(Columns(workAZ, first, width), Columns(ImageBZ(), first, width),
+                                   values, -1));
+    const int found =
+        this->CountConverged(workX, values, workD, idxsConv, std::clamp(claimed - first, 0, width));
+    if (counted == first) counted += found;
+    this->KeepResiduals(first);
+  }
+  nConv = std::max(nConv, counted);
 }
 
 template <typename Scalar>
