@@ -26,9 +26,9 @@ BATCH = ("solver=lobpcg-batch", "block=64", "lock=1")
 PPCG = ("solver=ppcg",)
 
 
-def environment(coretype):
-    """One thread, and the kernels of BLAS chosen by hand where coretype says so."""
-    env = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1")
+def environment(coretype, threads=1):
+    """Threads of BLAS, and its kernels chosen by hand where coretype says so."""
+    env = dict(os.environ, OPENBLAS_NUM_THREADS=str(threads), OMP_NUM_THREADS="1")
     if coretype:
         env["OPENBLAS_CORETYPE"] = coretype
     return env
@@ -39,14 +39,14 @@ class Bench:
         self.programs, self.rounds = build / "bench", rounds
         self.log = build / "benchmarks.jsonl"
 
-    def once(self, case, processes=1, coretype=None):
+    def once(self, case, processes=1, threads=1, coretype=None):
         """One run as a dictionary; case: problem, size, k and options."""
         command = [str(self.programs / "solve"), *map(str, case)]
         if processes > 1:
             command = ["mpirun", "--oversubscribe", "--allow-run-as-root", "-np", str(processes),
                        *command]
-        done = subprocess.run(command, env=environment(coretype), capture_output=True, text=True,
-                              timeout=900)
+        done = subprocess.run(command, env=environment(coretype, threads), capture_output=True,
+                              text=True, timeout=900)
         lines = [line for line in done.stdout.splitlines() if line.startswith("{")]
         if not lines:
             sys.exit(f"{' '.join(command)}: {done.stderr}")
@@ -54,7 +54,8 @@ class Bench:
         if result["converged"] < result["k"]:
             sys.exit(f"{' '.join(command)}: {result['converged']} pairs, {result['reason']}")
         with open(self.log, "a") as log:
-            log.write(json.dumps(dict(result, case=list(case), coretype=coretype)) + "\n")
+            log.write(json.dumps(dict(result, case=list(case), threads=threads,
+                                      coretype=coretype)) + "\n")
         return result
 
     def kernels(self, coretype):
@@ -145,30 +146,38 @@ def guide(bench, _):
     return "\n".join(text)
 
 
+def has_avx512():
+    return "avx512f" in pathlib.Path("/proc/cpuinfo").read_text().split()
+
+
 def kernels(bench, _):
-    own, wide = bench.kernels(None), bench.kernels("SkylakeX")
+    cores = [None, "SkylakeX"] if has_avx512() else [None]
+    rates = [bench.kernels(core) for core in cores]
+    names = ["own choice", "SkylakeX"][:len(cores)]
     cases = {"plane waves 6060, k = 128": ("plane-waves", 12, 128),
              "Laplacian 64000, k = 20": ("laplacian", 40, 20)}
     rows = []
     for title, problem in cases.items():
         for options in (LOBPCG, BATCH if problem[2] > 64 else PPCG):
             case = (*problem, *options)
-            found = bench.medians({core: {"case": case, "coretype": core}
-                                   for core in (None, "SkylakeX")})
-            plain, by_hand = found[None], found["SkylakeX"]
-            rate = lambda r: f"{r['gflop'] / r['secondsProducts']:.0f}"
-            rows.append([f"{title}, {name_of(plain)}", f"{plain['seconds']:.2f}", rate(plain),
-                         f"{by_hand['seconds']:.2f}", rate(by_hand),
-                         f"{by_hand['seconds'] / plain['seconds']:.2f}"])
-    return ("OpenBLAS chooses its kernels by the processor, and old releases do not know the AVX-512 of "
+            found = list(bench.medians({core: {"case": case, "coretype": core}
+                                        for core in cores}).values())
+            row = [f"{title}, {name_of(found[0])}"]
+            for r in found:
+                row += [f"{r['seconds']:.2f}", f"{r['gflop'] / r['secondsProducts']:.0f}"]
+            rows.append(row)
+    text = ("OpenBLAS chooses its kernels by the processor, and old releases do not know the AVX-512 of "
             "every new one. The environment variable `OPENBLAS_CORETYPE=SkylakeX` chooses them by hand; "
-            "libves leaves that to its user.\n\n"
-            + table(["operation, type, n, k", "unit", "own choice", "SkylakeX"],
-                    [[", ".join(map(str, key)), unit, f"{rate:.1f}", f"{wide[key][0]:.1f}"]
-                     for key, (rate, unit) in own.items()])
-            + "\n\nWhole runs:\n\n"
-            + table(["run", "own choice, s", "Gflop/s of products", "SkylakeX, s",
-                     "Gflop/s of products", "ratio"], rows))
+            "libves leaves that to its user.\n\n")
+    if len(cores) == 1:
+        text += "The processor of this run has no AVX-512: its kernels could not be measured here.\n\n"
+    text += table(["operation, type, n, k", "unit", *names],
+                  [[", ".join(map(str, key)), unit, *(f"{found[key][0]:.1f}" for found in rates)]
+                   for key, (_, unit) in rates[0].items()])
+    head = ["run"]
+    for name in names:
+        head += [f"{name}, s", "Gflop/s of products"]
+    return text + "\n\nWhole runs:\n\n" + table(head, rows)
 
 
 def exponent(points):
@@ -217,19 +226,30 @@ def growth(bench, docs):
         text.append(table(["exponent", "of the run", "of an iteration"],
                           [[name, f"{exponent(lines[name]):.2f}", f"{exponent(per[name]):.2f}"]
                            for name in solvers]) + "\n")
+    return "\n".join(text + parallel(bench, docs))
+
+
+def parallel(bench, docs):
+    """Two processes, and two threads of BLAS, against one."""
     problems = {"plane waves, n = 6060, k = 128": ("plane-waves", 12, 128),
                 "Laplacian, n = 262144, k = 20": ("laplacian", 64, 20)}
-    rows = []
+    rows, lines = [], {}
     for title, problem in problems.items():
         for name, options in (("LOBPCG, lock factor 1", LOBPCG), ("PPCG", PPCG)):
-            found = bench.medians({p: {"case": (*problem, *options), "processes": p} for p in (1, 2)})
-            rows.append([f"{title}, {name}", f"{found[1]['seconds']:.2f}", f"{found[2]['seconds']:.2f}",
-                         f"{found[1]['seconds'] / found[2]['seconds']:.2f}",
-                         f"{found[2]['reductions'] / max(1, found[2]['iterations']):.1f}"])
-    text.append("Two processes against one:\n")
-    text.append(table(["run", "1 process, s", "2 processes, s", "faster",
-                       "reductions an iteration"], rows))
-    return "\n".join(text)
+            case = (*problem, *options)
+            found = bench.medians({"one": {"case": case}, "processes": {"case": case, "processes": 2},
+                                   "threads": {"case": case, "threads": 2}})
+            one, two, threads = found["one"], found["processes"], found["threads"]
+            rows.append([f"{title}, {name}", f"{one['seconds']:.2f}", f"{two['seconds']:.2f}",
+                         f"{one['seconds'] / two['seconds']:.2f}", f"{threads['seconds']:.2f}",
+                         f"{one['seconds'] / threads['seconds']:.2f}",
+                         f"{two['reductions'] / max(1, two['iterations']):.1f}"])
+            lines[f"{title}, {name}"] = [(r["processes"], r["seconds"]) for r in (one, two)]
+    picture(docs / "pictures" / "growth_processes.svg", "processes", lines)
+    return ["![time against processes](pictures/growth_processes.svg)\n",
+            "Two processes, and two threads of BLAS (the operators take one), against one:\n",
+            table(["run", "1 process, s", "2 processes, s", "faster", "2 threads, s", "faster",
+                   "reductions an iteration"], rows)]
 
 
 def main():
