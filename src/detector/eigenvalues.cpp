@@ -29,7 +29,7 @@ VesReturnCode Eigenvalues<Scalar>::RunDense(const VectorDense<Scalar>& vecR,
                                             VectorDense<Scalar>& idxs, int& dummy, int& nLeading) {
   if (workD.IsDataEmpty() || vecD.IsDataEmpty() || idxs.IsDataEmpty()) return VES_ERR_NULL_POINTER;
   const auto passes = [&](int j) {
-    return static_cast<double>(std::abs(workD(j) - vecD(j))) < threshold;
+    return IsBelow<Scalar>(static_cast<double>(std::abs(workD(j) - vecD(j))), threshold);
   };
   FlagPairs(idxs, workD.nRows, vecR.nCols, passes, dummy, nLeading);
   return VES_GOOD;

@@ -3,9 +3,24 @@
 
 #include "../data/vector_dense.h"
 
+#include <cmath>
+#include <limits>
 #include <vector>
 
 namespace Ves {
+
+/// The smallest bound that a norm can be held against: around the root of the smallest number the
+/// squares of its entries are lost, and a norm of zero says nothing. Values of that size are held to it,
+/// too: the directions that should move them come from such residuals.
+template <typename Scalar>
+double SmallestBound() {
+  return 1e3 * std::sqrt(static_cast<double>(std::numeric_limits<RealType<Scalar>>::min()));
+}
+
+template <typename Scalar>
+bool IsBelow(double norm, double bound) {
+  return norm < bound && bound >= SmallestBound<Scalar>();
+}
 
 /// Norms of the k columns of vecR, distributed by rows. Collective over its comm.
 template <typename Scalar>

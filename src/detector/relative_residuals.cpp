@@ -30,7 +30,7 @@ VesReturnCode RelativeResiduals<Scalar>::RunDense(const VectorDense<Scalar>& vec
   residualNorms = ColumnNorms(vecR);
   const auto passes = [&](int j) {
     const double norm = residualNorms[static_cast<std::size_t>(j)];
-    return norm < static_cast<double>(std::abs(workD(j))) * threshold;
+    return IsBelow<Scalar>(norm, static_cast<double>(std::abs(workD(j))) * threshold);
   };
   FlagPairs(idxs, vecR.nCols, vecR.nCols, passes, dummy, nLeading);
   return VES_GOOD;

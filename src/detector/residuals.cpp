@@ -27,7 +27,9 @@ VesReturnCode Residuals<Scalar>::RunDense(const VectorDense<Scalar>& vecR,
                                           int& nLeading) {
   if (vecR.IsDataEmpty() || idxs.IsDataEmpty()) return VES_ERR_NULL_POINTER;
   residualNorms = ColumnNorms(vecR);
-  const auto passes = [&](int j) { return residualNorms[static_cast<std::size_t>(j)] < threshold; };
+  const auto passes = [&](int j) {
+    return IsBelow<Scalar>(residualNorms[static_cast<std::size_t>(j)], threshold);
+  };
   FlagPairs(idxs, vecR.nCols, vecR.nCols, passes, dummy, nLeading);
   return VES_GOOD;
 }

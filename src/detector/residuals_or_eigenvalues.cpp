@@ -35,7 +35,7 @@ VesReturnCode ResidualsOrEigenvalues<Scalar>::RunDense(const VectorDense<Scalar>
   const auto passes = [&](int j) {
     const double norm = residualNorms[static_cast<std::size_t>(j)];
     const double change = static_cast<double>(std::abs(workD(j) - vecD(j)));
-    return norm < threshold || change < threshold;
+    return IsBelow<Scalar>(norm, threshold) || IsBelow<Scalar>(change, threshold);
   };
   FlagPairs(idxs, vecR.nCols, vecR.nCols, passes, dummy, nLeading);
   return VES_GOOD;

@@ -41,7 +41,9 @@ void BlockSolver<Scalar>::ForgetValues(const Block& residuals, const Block& vecB
   const std::vector<double> norms = ColumnNorms(residuals), sizes = ColumnNorms(vecBX);
   for (int j = 0; j < estimates.nRows; ++j) {
     const auto at = static_cast<std::size_t>(j);
-    if (!(norms[at] <= generous * epsilon * largestRitz * sizes[at]))
+    const double bound = generous * epsilon * largestRitz * sizes[at];
+    const bool isOfZeros = largestRitz == 0.0 && norms[at] == 0.0; // any vector is exact
+    if (!isOfZeros && !IsBelow<Scalar>(norms[at], bound))
       estimates(j) = MathConstants<Scalar>::INFTY;
   }
 }

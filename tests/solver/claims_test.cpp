@@ -146,6 +146,30 @@ TYPED_TEST(ClaimsTest, LooserTestForLocking) {
       }
 }
 
+/// So small that the squares of residuals underflow: nothing can be tested, so nothing is claimed.
+TYPED_TEST(ClaimsTest, MatrixBelowTheSquaresOfNumbers) {
+  const double scale = this->isDouble ? 1e-160 : 1e-21;
+  const Rows rows(80, MPI_COMM_WORLD);
+  SparseOperator<TypeParam> A(rows, [scale](int i) {
+    typename SparseOperator<TypeParam>::Row row{{i, Number<TypeParam>(2 * scale)}};
+    if (i > 0) row.push_back({i - 1, Number<TypeParam>(-scale)});
+    if (i < 79) row.push_back({i + 1, Number<TypeParam>(-scale)});
+    return row;
+  });
+  for (const auto type : allSolvers)
+    for (const auto detector : allDetectors) {
+      SCOPED_TRACE(testing::Message() << "solver " << type << " detector " << detector);
+      Settings s = this->Wanted(type, detector, 3);
+      if (detector != VES_RELATIVE_RESIDUALS) s.threshold = 1e-8 * scale;
+      s.maxIter = 60;
+      const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+      Pairs<TypeParam> p(rows, s.nBands);
+      p.FillRandom();
+      p.Run(solver.get(), &A);
+      EXPECT_EQ(p.nConv, 0) << static_cast<double>(std::real(p.D[0])) / scale;
+    }
+}
+
 /// Exact vectors of high values are locked before lower ones come in with the last pass.
 TEST(Claims, BatchesThatComeOutOfOrder) {
   const Diagonal<double> d(Spectrum(100, [](int i) { return 1.0 + i; }));
