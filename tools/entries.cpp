@@ -91,6 +91,14 @@ std::string Describe(const Mismatch& worst) {
   return text.str();
 }
 
+// Of an entry and its mirror image the larger one is named.
+Mismatch LargerFirst(const Entry& entry, const Entry& other, double difference) {
+  if (std::abs(entry.value) >= std::abs(other.value)) return {entry, other, difference};
+  return {{other.column, other.row, std::conj(other.value)},
+          {entry.column, entry.row, std::conj(entry.value)},
+          difference};
+}
+
 // The mean of A and its conjugate transpose, both ordered, and their largest difference.
 std::vector<Entry> Merge(const std::vector<Entry>& a, const std::vector<Entry>& b,
                          Mismatch& worst) {
@@ -103,7 +111,7 @@ std::vector<Entry> Merge(const std::vector<Entry>& a, const std::vector<Entry>& 
     const Entry entry = {place.row, place.column, hasA ? i->value : 0.0};
     const Entry other = {place.row, place.column, hasB ? j->value : 0.0};
     const double difference = std::abs(entry.value - other.value);
-    if (difference > worst.size) worst = {entry, other, difference};
+    if (difference > worst.size) worst = LargerFirst(entry, other, difference);
     mean.push_back({place.row, place.column, 0.5 * (entry.value + other.value)});
     if (hasA) ++i;
     if (hasB) ++j;

@@ -151,18 +151,18 @@ void DescribeSolver(CLI::App& app, SolverOptions& solver) {
   AddChoice(app, "--dense", denseNames, solver.dense,
             "dense eigensolver; lapack up to 4 processes, else scalapack")
       ->group(group);
-  app.add_flag("!--no-self-check", solver.hasSelfCheck, "do without the self-check of the library")
+  app.add_flag_callback(
+         "--no-self-check", [&solver] { solver.hasSelfCheck = false; },
+         "do without the self-check of the library")
       ->group(group);
 }
 
 void DescribeSolve(CLI::App& app, Options& options) {
-  CLI::Option* files =
-      app.add_option("files", options.problem.files,
-                     "A.mtx and, for A x = lambda B x, B.mtx in Matrix Market form")
-          ->expected(1, 2)
-          ->type_name("FILE");
+  options.problem.files.resize(2);
+  app.add_option("A", options.problem.files[0], "matrix in a Matrix Market file")
+      ->type_name("FILE");
+  app.add_option("B", options.problem.files[1], "matrix B of A x = lambda B x")->type_name("FILE");
   DescribeModel(app, options.problem);
-  app.get_option("--model")->excludes(files);
   DescribeProblem(app, options.problem, "Problem");
   DescribeRun(app, options.solver, options.preconditioner);
   app.add_option("--start", options.solver.start, "guess from a Matrix Market file")
@@ -220,6 +220,15 @@ Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench)
   return commands;
 }
 
+// Either files or a model; the empty name of a B that was not given goes.
+void RequireProblem(ProblemOptions& problem) {
+  const bool hasFile = !problem.files.front().empty();
+  if (hasFile && !problem.model.empty()) throw CLI::ExcludesError("--model", "A");
+  if (!hasFile && problem.model.empty()) throw CLI::RequiredError("A or --model");
+  while (!problem.files.empty() && problem.files.back().empty())
+    problem.files.pop_back();
+}
+
 } // namespace
 
 std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::ostream& out,
@@ -229,8 +238,7 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::os
   const Commands commands = Describe(app, solve, check, bench);
   try {
     app.parse(argc, argv);
-    if (commands.solve->parsed() && solve.problem.files.empty() && solve.problem.model.empty())
-      throw CLI::RequiredError("A.mtx or --model");
+    if (commands.solve->parsed()) RequireProblem(solve.problem);
   } catch (const CLI::Success& success) {
     return app.exit(success, out, err);
   } catch (const CLI::ParseError& error) {

@@ -65,7 +65,7 @@ BySparseColumns<Scalar> WithFullDiagonal(const Problem<Scalar>& problem) {
 // Collective, also for processes without rows.
 template <typename Scalar>
 std::string AddIncompleteCholesky(Problem<Scalar>& problem) {
-  using Factors = Eigen::IncompleteCholesky<Scalar>;
+  using Factors = Eigen::IncompleteCholesky<Scalar, Eigen::Lower, Eigen::NaturalOrdering<int>>;
   const auto factors = std::make_shared<Factors>();
   bool isFactored = true;
   if (problem.LocalRows() > 0) {
