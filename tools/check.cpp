@@ -24,9 +24,8 @@ struct Verdict {
 template <typename Scalar>
 constexpr double orthoBound = sizeof(std::real(Scalar())) == sizeof(float) ? 1e-4 : 1e-10;
 
-// Values of close pairs may be in any order within their errors, which residuals bound.
-int CountWrongOrder(const Claim& claim) {
-  const double error = 2.0 * claim.threshold;
+// Values of close pairs may be in any order within their errors.
+int CountWrongOrder(const Claim& claim, double error) {
   int wrong = 0;
   for (std::size_t j = 1; j < claim.values.size(); ++j)
     if (!(claim.values[j] >= claim.values[j - 1] - error)) ++wrong;
@@ -60,7 +59,7 @@ Verdict Judge(const Claim& claim, const Problem<Scalar>& problem) {
     if (!(residuals[j] <= bound)) ++verdict.wrongResiduals;
     if (!(residuals[j] <= verdict.worstResidual)) verdict.worstResidual = residuals[j];
   }
-  verdict.wrongOrder = CountWrongOrder(claim);
+  verdict.wrongOrder = CountWrongOrder(claim, 2.0 * verdict.worstResidual);
   return verdict;
 }
 

@@ -70,9 +70,8 @@ void DescribeModel(CLI::App& app, ProblemOptions& problem) {
 }
 
 void DescribeRun(CLI::App& app, SolverOptions& solver, PreconditionerOptions& preconditioner) {
-  app.add_option("-k,--pairs", solver.pairs, "lowest pairs to compute")
+  app.add_option("-k,--pairs", solver.pairs, "lowest pairs to compute; 6")
       ->check(Between(1, 10922))
-      ->capture_default_str()
       ->group("Problem");
   app.add_option("--tol", solver.tolerance,
                  "threshold relative to an estimate of ||A||; 1e-8, in single precision 1e-4")

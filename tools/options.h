@@ -22,7 +22,7 @@ struct ProblemOptions {
 
 /// What the library is told; what is not given stays as the library or "auto" has it.
 struct SolverOptions {
-  int pairs = 6;
+  std::optional<int> pairs; ///< 6, or the order if that is less
   std::optional<VesSolverType> type;
   double tolerance = 0.0; ///< relative to the norm of A; 0: 1e-8, in single precision 1e-4
   double threshold = 0.0; ///< absolute; 0: by tolerance

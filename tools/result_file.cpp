@@ -144,7 +144,8 @@ bool WriteResult(const std::string& path, const RunResult& result, const Options
   json["costs"] = DescribeCosts(result);
   json["history"] = DescribeHistory(result.history);
   std::ofstream file(path);
-  file << json.dump(1) << '\n';
+  // A file name need not be valid Unicode, which JSON is.
+  file << json.dump(1, ' ', false, Json::error_handler_t::replace) << '\n';
   file.close();
   return file.good();
 }

@@ -34,10 +34,11 @@ std::unique_ptr<Block<Scalar>> MakePairs(const Problem<Scalar>& problem, int pai
 }
 
 template <typename Scalar>
-void FillGuess(const Problem<Scalar>& problem, const SolverOptions& options, Scalar* values) {
-  FillRandom(values, problem.LocalRows(), options.pairs, problem.FirstRow(), options.seed,
+void FillGuess(const Problem<Scalar>& problem, const SolverOptions& options, int pairs,
+               Scalar* values) {
+  FillRandom(values, problem.LocalRows(), pairs, problem.FirstRow(), options.seed,
              problem.guessWeights);
-  if (!options.start.empty()) ReadBlock(options.start, problem, options.pairs, values);
+  if (!options.start.empty()) ReadBlock(options.start, problem, pairs, values);
 }
 
 template <typename Scalar>
@@ -103,14 +104,12 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
   DescribeProblem(problem, result);
   result.preconditioner = preconditioner;
   result.detector = options.detector;
-  if (options.pairs > problem.Order())
-    throw Error(exitUsage, "-k: " + std::to_string(options.pairs) +
-                               " pairs are more than the order " + std::to_string(problem.Order()));
   result.settings = Decide(problem, options);
+  const int pairs = result.settings.pairs;
   const Operator<Scalar> a(problem.a), b(problem.b), t(problem.t);
-  const auto x = MakePairs(problem, options.pairs);
-  const Block<Scalar> d(problem.comm, options.pairs, 1);
-  FillGuess(problem, options, x->Values());
+  const auto x = MakePairs(problem, pairs);
+  const Block<Scalar> d(problem.comm, pairs, 1);
+  FillGuess(problem, options, pairs, x->Values());
   const SolverHandle solver =
       MakeSolver(vesType<Scalar>, problem.IsGeneralized(), result.settings, options);
   {
@@ -127,16 +126,16 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
   result.secondsT = t.Seconds();
   AddResiduals(problem, a, b, *x, d, result);
   if (!output.vectors.empty())
-    WriteMatrixMarket(output.vectors, x->Values(), problem.LocalRows(), options.pairs,
-                      problem.comm);
+    WriteMatrixMarket(output.vectors, x->Values(), problem.LocalRows(), pairs, problem.comm);
   return result;
 }
 
 RunResult RunWith(const Options& options, MPI_Comm comm) {
-  const ProblemData data = LoadProblem(options.problem, comm);
+  ProblemData data = LoadProblem(options.problem, comm);
   return WithScalar(data.scalar, [&](auto* tag) {
     using Scalar = std::remove_pointer_t<decltype(tag)>;
     Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, data, comm);
+    data = {};
     const std::string preconditioner = AddPreconditioner(options.preconditioner, problem);
     return Run(problem, preconditioner, options.solver, options.output);
   });

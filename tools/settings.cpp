@@ -5,12 +5,14 @@
 
 #include <Eigen/Eigenvalues>
 
+#include <algorithm>
 #include <cmath>
 
 namespace VesTools {
 namespace {
 
 constexpr int lanczosSteps = 20;
+constexpr int pairsByDefault = 6;
 constexpr int pairsOfOneBatch = 64;
 constexpr int processesOfLapack = 4;
 
@@ -60,9 +62,12 @@ double EstimateNorm(const Problem<Scalar>& problem) {
 template <typename Scalar>
 RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options) {
   RunSettings settings;
-  settings.pairs = options.pairs;
+  settings.pairs = options.pairs.value_or(std::min(pairsByDefault, problem.Order()));
+  if (settings.pairs > problem.Order())
+    throw Error(exitUsage, "-k: " + std::to_string(settings.pairs) +
+                               " pairs are more than the order " + std::to_string(problem.Order()));
   settings.solver =
-      options.type.value_or(options.pairs <= pairsOfOneBatch ? VES_LOBPCG : VES_LOBPCG_BATCH);
+      options.type.value_or(settings.pairs <= pairsOfOneBatch ? VES_LOBPCG : VES_LOBPCG_BATCH);
   settings.batchLimit = options.batchLimit.value_or(pairsOfOneBatch);
   settings.orthoPasses = options.orthoPasses.value_or(isSingle<Scalar> ? 3 : 2);
   settings.dense = options.dense.value_or(
