@@ -1,6 +1,7 @@
 !> The Fortran module: four kinds on communicators of both modules of MPI, the generalized problem,
 !> monitor, reports and refusals. With the argument "stop" a refused call has to end the program.
 module fortran_test_cases
+  use, intrinsic :: iso_c_binding
   use, intrinsic :: iso_fortran_env, only: error_unit, int64, real32, real64
   use mpi_f08
   use ves
@@ -280,6 +281,47 @@ contains
     call VesVectorDestroy(block)
   end subroutine TestRefusedArrays
 
+  !> y = userData x in every column, as a routine of C would do it.
+  subroutine Scale(userData, x, y, nRows, nCols, ld) bind(c)
+    type(c_ptr), value :: userData, x, y
+    integer(c_int), value :: nRows, nCols, ld
+    real(c_double), pointer :: factor, xs(:, :), ys(:, :)
+    call c_f_pointer(userData, factor)
+    call c_f_pointer(x, xs, [ld, nCols])
+    call c_f_pointer(y, ys, [ld, nCols])
+    ys(:nRows, :) = factor * xs(:nRows, :)
+  end subroutine Scale
+
+  !> A routine of C takes the place of an operator: R = 3 X - 2 X.
+  subroutine TestRoutineOfC()
+    real(real64), target :: x(5, 2), r(5, 2), d(2), factor
+    type(DoublePairs), target :: op
+    type(VesMatrix) :: A
+    type(VesVector) :: vecX, vecR, vecD
+    x = reshape([1, 2, 3, 4, 5, 6, 7, 8, 9, 10], [5, 2])
+    d = 2
+    factor = 3
+    call VesMatrixCreate(A, VES_DOUBLE, VES_MATRIX_SHELL)
+    call VesMatrixSetShellMatVec(A, op)
+    call Check(associated(VesMatrixGetShellUserData(A)), 'operator of a matrix')
+    call VesMatrixSetShellMatVec(A, c_loc(factor), c_funloc(Scale))
+    call Check(.not. associated(VesMatrixGetShellUserData(A)), 'an operator that was replaced')
+    call VesVectorCreate(vecX, VES_DOUBLE, VES_VECTOR_DENSE)
+    call VesVectorSetDim(vecX, 5, 2)
+    call VesVectorReplicate(vecX, vecR, .false., .false.)
+    call VesVectorDenseSetValues(vecX, x)
+    call VesVectorDenseSetValues(vecR, r)
+    call VesVectorCreate(vecD, VES_DOUBLE, VES_VECTOR_DENSE)
+    call VesVectorSetDim(vecD, 2, 1)
+    call VesVectorDenseSetValues(vecD, d)
+    call VesEigResidual(A, vecX, vecD, vecR)
+    call Check(all(abs(r - x) < 1e-14_real64), 'routine of C')
+    call VesVectorDestroy(vecD)
+    call VesVectorDestroy(vecR)
+    call VesVectorDestroy(vecX)
+    call VesMatrixDestroy(A)
+  end subroutine TestRoutineOfC
+
   !> Each setting reaches the function of its name: their refusals differ by solver and value.
   subroutine TestSettings()
     type(VesSolver) :: lobpcg, batch, ppcg, none
@@ -322,6 +364,7 @@ contains
     call VesSolverDestroy(lobpcg)
   end subroutine TestSettings
 end module fortran_test_cases
+  use, intrinsic :: iso_c_binding
 
 program fortran_test
   use fortran_test_cases
@@ -350,6 +393,7 @@ program fortran_test
   call TestComplexFloat(comm)
   call TestGeneralized(comm)
   call TestRefusedArrays()
+  call TestRoutineOfC()
   call TestSettings()
   call MPI_Comm_free(comm)
   call MPI_Allreduce(failures, worst, 1, MPI_INTEGER, MPI_MAX, MPI_COMM_WORLD)
