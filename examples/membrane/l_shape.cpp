@@ -1,12 +1,17 @@
 #include "l_shape.h"
 
 #include <algorithm>
+#include <cstdio>
 
 LShape::LShape(int squaresPerUnit, MPI_Comm comm) : perUnit_(squaresPerUnit), comm_(comm) {
   int rank, size;
   MPI_Comm_rank(comm, &rank);
   MPI_Comm_size(comm, &size);
   const int lines = 2 * perUnit_ - 1;
+  if (size > lines) { // a process without rows is never called, and its neighbours would wait
+    std::fprintf(stderr, "%d processes for %d lines of nodes\n", size, lines);
+    MPI_Abort(comm, 1);
+  }
   first_ = 1 + lines * rank / size;
   last_ = 1 + lines * (rank + 1) / size;
   below_ = rank > 0 ? rank - 1 : MPI_PROC_NULL;

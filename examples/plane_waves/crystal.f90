@@ -41,6 +41,8 @@ contains
     h%point = pack([(i, i = 1, n**3)], kinetic <= 4 * cutoff**2)
     call MPI_Comm_size(MPI_COMM_WORLD, h%processes)
     call MPI_Comm_rank(MPI_COMM_WORLD, h%rank)
+    ! h_psi is collective, and a process without plane waves would never be called.
+    if (h%processes > size(h%point)) error stop 'more processes than plane waves'
     h%counts = [((size(h%point) + i) / h%processes, i = 0, h%processes - 1)]
     h%offsets = [(sum(h%counts(:i)), i = 0, h%processes - 1)]
     i = h%offsets(h%rank + 1)
