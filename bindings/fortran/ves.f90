@@ -98,6 +98,12 @@ module ves
   type, private :: MonitorLink
     class(VesMonitor), pointer :: monitor => null()
   end type MonitorLink
+  ! What is known of a block beside its handle, for all copies of it.
+  type, private :: BlockState
+    integer :: scalarType
+    integer :: nRows = 0, nCols = 0, ld = 1
+    integer :: columns = huge(1) !< that the storage has room for
+  end type BlockState
 
   type :: VesMatrix
     private
@@ -109,9 +115,7 @@ module ves
   type :: VesVector
     private
     type(c_ptr) :: handle = c_null_ptr
-    integer :: scalarType = -1
-    integer :: nRows = 0, nCols = 0, ld = 1
-    integer :: columns = huge(1) !< that the storage has room for
+    type(BlockState), pointer :: state => null()
   end type VesVector
 
   type :: VesSolver
@@ -193,7 +197,7 @@ module ves
     !> Stores the local rows and the columns of a block.
     !> VES_ERR_MISMATCH: its storage has room for fewer columns.
     module subroutine VesVectorSetDim(vector, nRows, nCols, ierror)
-      type(VesVector), intent(inout) :: vector
+      type(VesVector), intent(in) :: vector
       integer, intent(in) :: nRows, nCols
       integer, intent(out), optional :: ierror
     end subroutine VesVectorSetDim
@@ -242,22 +246,22 @@ module ves
   !> fewer columns; VES_ERR_INVALID_VALUE: the array has gaps.
   interface VesVectorDenseSetValues
     module subroutine SetDoubleValues(vector, values, ierror)
-      type(VesVector), intent(inout) :: vector
+      type(VesVector), intent(in) :: vector
       real(real64), pointer, intent(in) :: values(..)
       integer, intent(out), optional :: ierror
     end subroutine SetDoubleValues
     module subroutine SetFloatValues(vector, values, ierror)
-      type(VesVector), intent(inout) :: vector
+      type(VesVector), intent(in) :: vector
       real(real32), pointer, intent(in) :: values(..)
       integer, intent(out), optional :: ierror
     end subroutine SetFloatValues
     module subroutine SetComplexDoubleValues(vector, values, ierror)
-      type(VesVector), intent(inout) :: vector
+      type(VesVector), intent(in) :: vector
       complex(real64), pointer, intent(in) :: values(..)
       integer, intent(out), optional :: ierror
     end subroutine SetComplexDoubleValues
     module subroutine SetComplexFloatValues(vector, values, ierror)
-      type(VesVector), intent(inout) :: vector
+      type(VesVector), intent(in) :: vector
       complex(real32), pointer, intent(in) :: values(..)
       integer, intent(out), optional :: ierror
     end subroutine SetComplexFloatValues

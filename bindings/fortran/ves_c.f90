@@ -8,7 +8,7 @@ module ves_c
   abstract interface
     function CreateFunction(out, scalarType, kind) bind(c) result(code)
       import :: c_int, c_ptr
-      type(c_ptr), intent(out) :: out
+      type(c_ptr), intent(inout) :: out ! keeps its value in a refused call
       integer(c_int), value :: scalarType, kind
       integer(c_int) :: code
     end function CreateFunction
@@ -107,7 +107,7 @@ module ves_c
         result(code)
       import :: c_bool, c_int, c_ptr
       type(c_ptr), value :: src
-      type(c_ptr), intent(out) :: out
+      type(c_ptr), intent(inout) :: out
       logical(c_bool), value :: doAllocate, doCopy
       integer(c_int) :: code
     end function c_replicate

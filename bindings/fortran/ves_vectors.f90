@@ -1,4 +1,4 @@
-!> Blocks of vectors. The handle remembers shape and leading dimension, which libves does not tell.
+!> Blocks of vectors. Their state here holds what libves does not tell: kind, shape, storage.
 submodule(ves) ves_vectors
   use, intrinsic :: iso_c_binding
   use ves_c
@@ -12,17 +12,22 @@ contains
   module procedure VesVectorCreate
     integer :: code
     code = c_vector_create(vector%handle, scalarType, vectorType)
-    vector%scalarType = scalarType
+    if (code == VES_GOOD) allocate (vector%state, source=BlockState(scalarType))
     call Finish('VesVectorCreate', code, ierror)
   end procedure VesVectorCreate
 
   module procedure VesVectorSetDim
     integer :: code
-    code = VES_ERR_MISMATCH
-    if (nCols <= vector%columns) code = c_vector_set_dim(vector%handle, nRows, nCols)
+    if (.not. associated(vector%state)) then
+      code = VES_ERR_NULL_POINTER
+    else if (nCols > vector%state%columns) then
+      code = VES_ERR_MISMATCH
+    else
+      code = c_vector_set_dim(vector%handle, nRows, nCols)
+    end if
     if (code == VES_GOOD) then
-      vector%nRows = nRows
-      vector%nCols = nCols
+      vector%state%nRows = nRows
+      vector%state%nCols = nCols
     end if
     call Finish('VesVectorSetDim', code, ierror)
   end procedure VesVectorSetDim
@@ -39,13 +44,13 @@ contains
     integer :: code
     code = c_replicate(src%handle, copy%handle, logical(doAllocate, c_bool), &
                        logical(doCopy, c_bool))
-    copy%scalarType = src%scalarType
-    copy%nRows = src%nRows
-    copy%nCols = src%nCols
-    copy%ld = src%ld
-    if (doAllocate) then
-      copy%ld = max(src%ld, src%nRows)
-      copy%columns = src%nCols
+    if (c_associated(copy%handle)) then
+      allocate (copy%state, source=src%state)
+      copy%state%columns = huge(1)
+      if (doAllocate) then
+        copy%state%ld = max(src%state%ld, src%state%nRows)
+        copy%state%columns = src%state%nCols
+      end if
     end if
     call Finish('VesVectorReplicate', code, ierror)
   end procedure VesVectorReplicate
@@ -63,6 +68,7 @@ contains
 
   module procedure VesVectorDestroy
     call c_vector_destroy(vector%handle)
+    if (associated(vector%state)) deallocate (vector%state)
     vector = VesVector()
   end procedure VesVectorDestroy
 
@@ -99,29 +105,32 @@ contains
   end procedure SetComplexFloatValues
 
   subroutine SetStorage(vector, scalarType, address, extents, isContiguous, ierror)
-    type(VesVector), intent(inout) :: vector
+    type(VesVector), intent(in) :: vector
     integer, intent(in) :: scalarType, extents(:)
     type(c_ptr), intent(in) :: address
     logical, intent(in) :: isContiguous
     integer, intent(out), optional :: ierror
     integer :: code, ld, columns
-    code = VES_ERR_MISMATCH
+    ld = 0
+    columns = 0
     if (size(extents) == 1 .or. size(extents) == 2) then
       ld = max(1, extents(1))
       columns = product(extents(2:))
-      if (.not. c_associated(vector%handle)) then
-        code = VES_ERR_NULL_POINTER
-      else if (scalarType /= vector%scalarType .or. columns < vector%nCols) then
-        code = VES_ERR_MISMATCH
-      else if (.not. isContiguous) then
-        code = VES_ERR_INVALID_VALUE
-      else
-        code = c_set_values(vector%handle, address, ld)
-      end if
+    end if
+    if (.not. associated(vector%state)) then
+      code = VES_ERR_NULL_POINTER
+    else if (ld == 0 .or. scalarType /= vector%state%scalarType) then
+      code = VES_ERR_MISMATCH
+    else if (columns < vector%state%nCols) then
+      code = VES_ERR_MISMATCH
+    else if (.not. isContiguous) then
+      code = VES_ERR_INVALID_VALUE
+    else
+      code = c_set_values(vector%handle, address, ld)
     end if
     if (code == VES_GOOD) then
-      vector%ld = ld
-      vector%columns = columns
+      vector%state%ld = ld
+      vector%state%columns = columns
     end if
     call Finish('VesVectorDenseSetValues', code, ierror)
   end subroutine SetStorage
@@ -130,32 +139,32 @@ contains
     real(real64), pointer :: storage(:, :)
     nullify (values)
     if (.not. HasStorage(vector, VES_DOUBLE)) return
-    call c_f_pointer(c_get_values(vector%handle), storage, [vector%ld, vector%nCols])
-    values => storage(:vector%nRows, :)
+    call c_f_pointer(c_get_values(vector%handle), storage, [vector%state%ld, vector%state%nCols])
+    values => storage(:vector%state%nRows, :)
   end procedure GetDoubleValues
 
   module procedure GetFloatValues
     real(real32), pointer :: storage(:, :)
     nullify (values)
     if (.not. HasStorage(vector, VES_FLOAT)) return
-    call c_f_pointer(c_get_values(vector%handle), storage, [vector%ld, vector%nCols])
-    values => storage(:vector%nRows, :)
+    call c_f_pointer(c_get_values(vector%handle), storage, [vector%state%ld, vector%state%nCols])
+    values => storage(:vector%state%nRows, :)
   end procedure GetFloatValues
 
   module procedure GetComplexDoubleValues
     complex(real64), pointer :: storage(:, :)
     nullify (values)
     if (.not. HasStorage(vector, VES_COMPLEX_DOUBLE)) return
-    call c_f_pointer(c_get_values(vector%handle), storage, [vector%ld, vector%nCols])
-    values => storage(:vector%nRows, :)
+    call c_f_pointer(c_get_values(vector%handle), storage, [vector%state%ld, vector%state%nCols])
+    values => storage(:vector%state%nRows, :)
   end procedure GetComplexDoubleValues
 
   module procedure GetComplexFloatValues
     complex(real32), pointer :: storage(:, :)
     nullify (values)
     if (.not. HasStorage(vector, VES_COMPLEX_FLOAT)) return
-    call c_f_pointer(c_get_values(vector%handle), storage, [vector%ld, vector%nCols])
-    values => storage(:vector%nRows, :)
+    call c_f_pointer(c_get_values(vector%handle), storage, [vector%state%ld, vector%state%nCols])
+    values => storage(:vector%state%nRows, :)
   end procedure GetComplexFloatValues
 
   ! Rows beyond the leading dimension are a mistake that a run will refuse.
@@ -163,6 +172,7 @@ contains
     type(VesVector), intent(in) :: vector
     integer, intent(in) :: scalarType
     HasStorage = c_associated(c_get_values(vector%handle))
-    HasStorage = HasStorage .and. vector%scalarType == scalarType .and. vector%nRows <= vector%ld
+    if (.not. HasStorage) return
+    HasStorage = vector%state%scalarType == scalarType .and. vector%state%nRows <= vector%state%ld
   end function HasStorage
 end submodule ves_vectors

@@ -247,7 +247,7 @@ contains
     real(real64), pointer :: values(:, :)
     type(DoublePairs), target :: op
     type(VesMatrix) :: A, none
-    type(VesVector) :: block
+    type(VesVector) :: block, other
     integer :: code
     call VesMatrixCreate(A, VES_FLOAT, VES_MATRIX_SHELL)
     call VesMatrixSetShellMatVec(A, op, code)
@@ -260,8 +260,11 @@ contains
 
     call VesVectorDenseSetValues(block, x, code)
     call Check(code == VES_ERR_NULL_POINTER, 'null handle of a block')
+    call VesVectorReplicate(block, other, .true., .true., code)
+    call Check(code == VES_ERR_NULL_POINTER, 'replica of a null handle')
     call VesVectorCreate(block, VES_DOUBLE, VES_VECTOR_DENSE)
-    call VesVectorSetDim(block, 3, nPairs)
+    other = block ! what one copy of a handle is told the other knows
+    call VesVectorSetDim(other, 3, nPairs)
     call VesVectorDenseSetValues(block, single, code)
     call Check(code == VES_ERR_MISMATCH, 'array of another kind')
     call VesVectorDenseSetValues(block, cube, code)
