@@ -43,7 +43,7 @@ def drum(X, out):
 
 
 def follow(progress):
-    if progress.iteration % 20 == 0:
+    if progress.iteration % 50 == 0:
         print(f"iteration {progress.iteration}: {progress.converged} of {progress.wanted} pairs")
 
 
