@@ -1,6 +1,7 @@
 """MPI as a run sees it: this process alone, or the processes of a communicator."""
 
 import atexit
+import contextlib
 import ctypes
 
 import numpy as np
@@ -8,6 +9,7 @@ import numpy as np
 from ._library import lib
 
 _THREAD_MULTIPLE = 3
+_LONGEST_RELEASE = 8192  # MPI_MAX_LIBRARY_VERSION_STRING is smaller everywhere
 
 
 class ProcessError(RuntimeError):
@@ -32,18 +34,20 @@ def ensure_mpi():
         raise RuntimeError("MPI has been finalized: ves cannot be used any more")
     if _mpi_state("MPI_Initialized"):
         return
-    try:
-        from mpi4py import MPI
-
-        if not MPI.Is_initialized():
-            MPI.Init_thread()
-    except ImportError:
-        pass
+    with contextlib.suppress(ImportError):
+        import mpi4py.MPI  # noqa: F401, initialises MPI unless it is told not to
     if not _mpi_state("MPI_Initialized"):
         provided = ctypes.c_int()
         if lib.MPI_Init_thread(None, None, _THREAD_MULTIPLE, ctypes.byref(provided)) != 0:
             raise RuntimeError("MPI cannot be initialised")
         atexit.register(_finalize)
+
+
+def _mpi_release():
+    """Name and release of the MPI that the library uses."""
+    text, length = ctypes.create_string_buffer(_LONGEST_RELEASE), ctypes.c_int()
+    lib.MPI_Get_library_version(text, ctypes.byref(length))
+    return text.value.decode()
 
 
 def _handle_of_self():
@@ -98,6 +102,9 @@ class Team(Alone):
         ensure_mpi()
         from mpi4py import MPI
 
+        if MPI.Get_library_version().rstrip("\0") != _mpi_release():
+            raise RuntimeError(f"mpi4py uses {MPI.Get_library_version()}, libves {_mpi_release()}:"
+                               " communicators cannot be shared")
         if not isinstance(comm, MPI.Intracomm) or comm == MPI.COMM_NULL:
             raise TypeError("comm must be an intracommunicator of mpi4py that this process is in")
         self._adopt(comm.Dup())
