@@ -88,8 +88,9 @@ class Solver(_Handle):
         if settings.uses_lapack:
             call("VesSetDenseEigenSolverType", self.handle, _library.LAPACK_DIAG)
         if settings.batch is not None:
-            limit = "VesSolverSetPPCGBatch" if settings.solver == "ppcg" else "VesSolverSetBatchLimit"
-            call(limit, self.handle, settings.batch)
+            is_ppcg = settings.solver == "ppcg"
+            call("VesSolverSetPPCGBatch" if is_ppcg else "VesSolverSetBatchLimit", self.handle,
+                 settings.batch)
 
     def set_monitor(self, routine):
         """Installs a routine of a pointer to a ProgressStruct that returns an int."""

@@ -38,7 +38,8 @@ class Probe:
             y = self._apply(operand, x)
             sizes, gram = self._products(x, y)
             if not np.all(np.isfinite(sizes)):
-                raise ValueError(f"operator {operand.name} returned NaN or infinity")
+                raise ValueError(f"operator {operand.name} returned NaN, infinity, or numbers that"
+                                 " are too large to square")
             if step == 0:  # later on the columns are close to an eigenvector, which tells less
                 self._require_hermitian(operand.name, gram, sizes)
             if definite and np.any(gram.diagonal().real <= 0):
@@ -59,6 +60,8 @@ class Probe:
 
     def _products(self, x, y):
         """2-norms of the columns of x and of y, and x^H y."""
+        double = np.result_type(x, np.float64)
+        x, y = x.astype(double), y.astype(double)
         local = np.array([x.conj().T @ x, y.conj().T @ y, x.conj().T @ y], dtype=complex)
         xx, yy, xy = self._team.total(local)
         return np.sqrt([xx.diagonal().real, yy.diagonal().real]), xy

@@ -3,6 +3,7 @@
 import atexit
 import contextlib
 import ctypes
+import importlib
 
 import numpy as np
 
@@ -35,7 +36,7 @@ def ensure_mpi():
     if _mpi_state("MPI_Initialized"):
         return
     with contextlib.suppress(ImportError):
-        import mpi4py.MPI  # noqa: F401, initialises MPI unless it is told not to
+        importlib.import_module("mpi4py.MPI")  # initialises MPI unless it is told not to
     if not _mpi_state("MPI_Initialized"):
         provided = ctypes.c_int()
         if lib.MPI_Init_thread(None, None, _THREAD_MULTIPLE, ctypes.byref(provided)) != 0:

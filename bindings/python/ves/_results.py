@@ -4,8 +4,6 @@ from typing import NamedTuple
 
 import numpy as np
 
-from ._library import lib
-
 
 class ConvergenceWarning(UserWarning):
     """A run ended before all wanted pairs had converged.
@@ -89,7 +87,7 @@ class EigenResult(_Pairs):
     norm_estimate : float
         Estimate from below of the 2-norm of A, to which `tol` is relative.
     history : list of Progress
-        The run after its start and after each iteration.
+        The run after its start and after each iteration, with 2 k numbers for each.
     statistics : Statistics
         Cost on this process, without the estimate before the run and the residuals after it.
     memory_forecast : int
@@ -113,8 +111,3 @@ class Check(NamedTuple):
 
     max_residual: float  #: largest 2-norm of A x - lambda B x
     max_ortho_error: float  #: largest entry of abs(X^H B X - I)
-
-
-def reason_text(code):
-    """The library's words for a reason."""
-    return lib.VesReasonString(code).decode()

@@ -1,5 +1,6 @@
 """What the caller chose for a run, checked and completed."""
 
+import numbers
 import operator
 from dataclasses import dataclass
 from typing import Optional
@@ -57,10 +58,19 @@ def whole(name, value, least):
     return value
 
 
+def _number(name, value):
+    if not isinstance(value, numbers.Real):
+        raise TypeError(f"{name} must be a number, not {value!r}")
+    return float(value)
+
+
 def _positive(name, value):
-    if value is not None and not (np.isfinite(value) and value > 0):
+    """A positive number, or None for None."""
+    if value is None:
+        return None
+    if not 0 < _number(name, value) < np.inf:
         raise ValueError(f"{name} must be a positive number, not {value!r}")
-    return None if value is None else float(value)
+    return float(value)
 
 
 def _one_of(name, value, choices):
@@ -99,7 +109,7 @@ def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_to
     solver, batch = _choose_solver(solver, batch, k)
     if tol is not None and absolute_tol is not None:
         raise ValueError("give either tol or absolute_tol, not both")
-    if not 0 <= lock_factor <= 1:
+    if not 0 <= _number("lock_factor", lock_factor) <= 1:
         raise ValueError(f"lock_factor must be from 0 to 1, not {lock_factor!r}")
     is_single = np.dtype(dtype) in (np.float32, np.complex64)
     default_tol, default_passes = (1e-4, 3) if is_single else (1e-8, 2)

@@ -96,8 +96,10 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     -----
     Collective over comm: all its processes make the call, with the same settings. Threads of a
     process wait for each other; with several processes only one thread may be in a run. An operator
-    may itself call `eigsh`. A is applied to a dozen random columns before the run, B too, to estimate
-    its norm and to refuse one that is not Hermitian, and to k columns after it for the residuals.
+    may itself call `eigsh`. A is applied to a dozen random columns before the run, B too, to
+    estimate its norm and to refuse one that is not Hermitian, and to k columns after it for the
+    residuals. On several processes each call of an operator is followed by a reduction of an int,
+    by which they learn of exceptions. For the highest eigenvalues pass -A.
     """
     with Problem.opened(comm, A, B, T, "X0", X0, n, dtype) as problem:
         def choose():
@@ -138,11 +140,16 @@ class _Run:
         self._norm_A = probe.norm(problem.A)
         norm_B = 1.0 if problem.B is None else probe.norm(problem.B, definite=True)
         self._threshold = settings.threshold(self._norm_A or 1.0, norm_B)
-        self._vectors = random_block(problem.rows, settings.k, problem.dtype, seed + 1,
-                                     problem.team)
-        if problem.columns is not None:
-            self._vectors[:, :problem.columns.shape[1]] = problem.columns
         self._values = np.zeros((settings.k, 1), problem.dtype, order="F")
+        self._vectors = problem.guard.attempt(self._guess, seed)
+        problem.guard.settle()  # memory may have been short on one process alone
+
+    def _guess(self, seed):
+        problem = self._problem
+        guess = random_block(problem.rows, self._settings.k, problem.dtype, seed + 1, problem.team)
+        if problem.columns is not None:
+            guess[:, :problem.columns.shape[1]] = problem.columns
+        return guess
 
     def result(self):
         """Runs the solver. Collective."""
@@ -169,11 +176,13 @@ class _Run:
 
     def _residuals(self, stack, A, B, X, D):
         """Residual norms of all pairs, from A applied once more."""
-        team, shape = self._problem.team, self._vectors.shape
-        R = stack.enter_context(Block(np.zeros(shape, self._vectors.dtype, order="F"), team))
+        team, guard = self._problem.team, self._problem.guard
+        storage = guard.attempt(np.zeros_like, self._vectors)
+        guard.settle()
+        R = stack.enter_context(Block(storage, team))
         norms = stack.enter_context(Block(np.zeros_like(self._values), team))
         call("VesEigResidual", A, B, X, D, R.handle)
-        self._problem.guard.settle()
+        guard.settle()
         call("VesVectorNorm", R.handle, norms.handle)
         return norms.array.real[:, 0].copy()
 
