@@ -2,6 +2,7 @@
 a hang is the fault that the caller's timeout tells."""
 
 import sys
+import threading
 import traceback
 
 import numpy as np
@@ -83,24 +84,27 @@ def linear_operator_with_b_t_and_guess():
 
 def operator_fails_on_one_process():
     last = WORLD.size - 1
-    for fatal in ValueError, KeyboardInterrupt:
+    for fatal, role in (ValueError, "A"), (KeyboardInterrupt, "B"), (ValueError, "T"):
         chain, calls = Chain(WORLD), []
 
         def fails_after_its_messages(X):
             Y = chain(X)
             calls.append(None)
-            if WORLD.rank == last and len(calls) == 20:
+            if WORLD.rank == last and len(calls) == 8:
                 raise fatal("no more")
             return Y
 
+        # Others that went on calling would wait for messages for ever.
+        operators = {"A": chain, "B": lambda X: X + chain(X), role: fails_after_its_messages}
         expect_failure_on(last, fatal, "no more",
-                          lambda: ves.eigsh(fails_after_its_messages, n=chain.rows, comm=WORLD))
+                          lambda: ves.eigsh(**operators, n=chain.rows, comm=WORLD))
+        assert len(calls) == (8 if chain.rows else 0)
         # The communicator is as good as new.
         assert ves.eigsh(chain, 2, n=chain.rows, comm=WORLD).converged
 
 
 def preconditioner_and_monitor_fail():
-    chain = Chain(WORLD)
+    chain, seen = Chain(WORLD), []
     last = WORLD.size - 1
 
     def fails_on_last(X):
@@ -111,12 +115,37 @@ def preconditioner_and_monitor_fail():
     expect_failure_on(last, OSError, "disk full",
                       lambda: ves.eigsh(chain, T=fails_on_last, n=chain.rows, comm=WORLD))
 
-    def fails_late(progress):
-        if WORLD.rank == 0 and progress.iteration == 3:
-            raise ArithmeticError("seen enough")
+    for failing in 0, last:
+        seen.clear()
 
-    expect_failure_on(0, ArithmeticError, "seen enough",
-                      lambda: ves.eigsh(chain, n=chain.rows, comm=WORLD, monitor=fails_late))
+        def fails_late(progress):
+            seen.append(progress)
+            if WORLD.rank == failing and progress.iteration == 3:
+                raise ArithmeticError("seen enough")
+
+        expect_failure_on(failing, ArithmeticError, "seen enough",
+                          lambda: ves.eigsh(chain, n=chain.rows, comm=WORLD, monitor=fails_late))
+        assert len(seen) == 4
+
+
+def another_thread_is_in_a_run():
+    chain, last = Chain(WORLD), WORLD.size - 1
+    begun, done = threading.Event(), threading.Event()
+
+    def wait(progress):
+        begun.set()
+        return done.wait(60)
+
+    thread = threading.Thread(target=ves.eigsh, args=(np.eye(9), 1), kwargs={"monitor": wait})
+    if WORLD.rank == last > 0:
+        thread.start()
+        begun.wait(60)
+    if last > 0:
+        expect_failure_on(last, RuntimeError, "another thread",
+                          lambda: ves.eigsh(chain, n=chain.rows, comm=WORLD))
+    if thread.is_alive():
+        done.set()
+        thread.join()
 
 
 def any_process_may_stop_a_run():
@@ -150,8 +179,8 @@ if __name__ == "__main__":
     try:
         for case in (all_solvers_and_types, linear_operator_with_b_t_and_guess,
                      operator_fails_on_one_process, preconditioner_and_monitor_fail,
-                     any_process_may_stop_a_run, wrong_arguments_are_refused_on_all,
-                     processes_by_themselves):
+                     another_thread_is_in_a_run, any_process_may_stop_a_run,
+                     wrong_arguments_are_refused_on_all, processes_by_themselves):
             case()
             WORLD.Barrier()
             if WORLD.rank == 0:

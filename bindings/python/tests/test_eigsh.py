@@ -1,4 +1,6 @@
+import doctest
 import pickle
+from pathlib import Path
 
 import numpy as np
 import pytest
@@ -8,6 +10,14 @@ from scipy.sparse.linalg import LinearOperator, eigsh, splu
 
 import ves
 from problems import gallery, line, line_values, mass, random_hermitian, ring
+
+
+def test_listings_of_the_documentation():
+    listing = (Path(__file__).parents[1] / "README.md").read_text().split("```")[1]
+    names = {}
+    exec(listing.removeprefix("python"), names)
+    assert names["values"].shape == (6,)
+    assert doctest.testmod(ves) == (0, 3)
 
 
 def test_scipy_examples():
@@ -120,7 +130,7 @@ def test_result_tells_of_the_run():
     assert result.reason == "converged" and result.n_converged == 70
     assert len(seen) == len(result.history) and seen[-1].wanted == 70
     # A copy of every step, not views of memory that is gone.
-    assert np.all(result.history[0].values > result.history[-1].values - 1e-9)
+    assert np.all(result.history[0].values > result.history[-1].values + 1e-3)
     assert result.statistics.columns_A >= result.history[-1].columns_A > 0
     assert 100 * 70 * 8 < result.memory_forecast < ves.memory_forecast(1000, 70)
     assert 2 < result.norm_estimate <= 4 and result.threshold == 1e-8 * result.norm_estimate

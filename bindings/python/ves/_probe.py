@@ -62,7 +62,8 @@ class Probe:
         """2-norms of the columns of x and of y, and x^H y."""
         double = np.result_type(x, np.float64)
         x, y = x.astype(double), y.astype(double)
-        local = np.array([x.conj().T @ x, y.conj().T @ y, x.conj().T @ y], dtype=complex)
+        with np.errstate(over="ignore", invalid="ignore"):  # seen in the result
+            local = np.array([x.conj().T @ x, y.conj().T @ y, x.conj().T @ y], dtype=complex)
         xx, yy, xy = self._team.total(local)
         return np.sqrt([xx.diagonal().real, yy.diagonal().real]), xy
 

@@ -140,9 +140,19 @@ class _Run:
         self._norm_A = probe.norm(problem.A)
         norm_B = 1.0 if problem.B is None else probe.norm(problem.B, definite=True)
         self._threshold = settings.threshold(self._norm_A or 1.0, norm_B)
+        self._require_measurable()
         self._values = np.zeros((settings.k, 1), problem.dtype, order="F")
         self._vectors = problem.guard.attempt(self._guess, seed)
         problem.guard.settle()  # memory may have been short on one process alone
+
+    def _require_measurable(self):
+        """Residuals are measured by the sum of their squares, which must be numbers of the type:
+        from those at the threshold, or at rounding errors of A, up to the norm of A."""
+        limits = np.finfo(self._settings.dtype)
+        smallest = max(self._threshold, float(limits.eps) * self._norm_A)
+        if smallest**2 < limits.tiny or self._norm_A**2 > limits.max:
+            raise ValueError(f"A is of norm {self._norm_A:.0e}: squares of its residuals leave the"
+                             f" range of {limits.dtype}; scale the problem")
 
     def _guess(self, seed):
         problem = self._problem
