@@ -18,6 +18,13 @@ class Guard:
     ----------
     team : Alone
         The processes of the call.
+
+    Attributes
+    ----------
+    failed : bool
+        Whether a routine failed here or, as far as it is known, on another process.
+    interrupted : bool
+        Whether a Ctrl-C waits for the next call-back.
     """
 
     def __init__(self, team):
@@ -25,7 +32,7 @@ class Guard:
         self._peers = None
         self._error = None
         self._inside = False
-        self._interrupted = False
+        self.interrupted = False
         self._former = None
         self.failed = False
 
@@ -41,7 +48,7 @@ class Guard:
     def __exit__(self, kind, *_):
         if self._former is not None:
             signal.signal(signal.SIGINT, self._former)
-        if self._interrupted and kind is None:
+        if self.interrupted and kind is None:
             raise KeyboardInterrupt
 
     def _on_interrupt(self, *_):
@@ -49,15 +56,15 @@ class Guard:
         if self._inside:
             self._inside = False
             raise KeyboardInterrupt
-        self._interrupted = True
+        self.interrupted = True
 
     def attempt(self, function, *arguments):
         """Result of a routine, or None where it or an earlier one failed. Local."""
         if self.failed:
             return None
         try:
-            if self._interrupted:
-                self._interrupted = False
+            if self.interrupted:
+                self.interrupted = False
                 raise KeyboardInterrupt
             return self._run(function, arguments)
         except BaseException as error:  # also KeyboardInterrupt and SystemExit
@@ -85,9 +92,8 @@ class Guard:
 
     def agree(self, flag):
         """Whether the flag is set, or something failed, on any process. Collective."""
-        flags = self._team.gather((bool(flag), self.failed))
-        self.failed = any(failed for _, failed in flags)
-        return self.failed or any(asked for asked, _ in flags)
+        self.failed = self._team.any(self.failed)
+        return self._team.any(bool(flag)) or self.failed
 
     def settle(self):
         """Raises what was kept: the exception itself where it happened, ProcessError on the other

@@ -23,15 +23,21 @@ def _serialized(team, guard):
     Threads of one process wait for each other. Those of several cannot: each could wait for one
     that another process waits for.
     """
-    def enter():
-        if not _one_at_a_time.acquire(blocking=team.size == 1):
+    def require():
+        if not is_held:
             raise RuntimeError("another thread of this process is in a run of ves")
-        release.callback(_one_at_a_time.release)
 
-    with contextlib.ExitStack() as release:
-        guard.attempt(enter)
+    # Outside of attempt(), where a Ctrl-C could part the lock from its release.
+    is_held = _one_at_a_time.acquire(blocking=False)
+    while not is_held and team.size == 1 and not guard.interrupted:
+        is_held = _one_at_a_time.acquire(timeout=0.1)
+    try:
+        guard.attempt(require)
         guard.settle()
         yield
+    finally:
+        if is_held:
+            _one_at_a_time.release()
 
 
 def _as_columns(name, given):

@@ -178,11 +178,14 @@ class _Run:
             return self._describe(solver, residuals)
 
     def _follow(self, struct):
+        guard = self._problem.guard
+        return int(guard.agree(guard.attempt(self._note, struct)))
+
+    def _note(self, struct):
+        """Remembers where the run stands, and says whether the caller asks for its end."""
         progress = Progress.from_struct(struct)
         self._history.append(progress)
-        guard = self._problem.guard
-        asked = self._monitor is not None and guard.attempt(self._monitor, progress)
-        return int(guard.agree(asked))
+        return self._monitor is not None and bool(self._monitor(progress))
 
     def _residuals(self, stack, A, B, X, D):
         """Residual norms of all pairs, from A applied once more."""
