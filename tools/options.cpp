@@ -73,8 +73,9 @@ void DescribeRun(CLI::App& app, SolverOptions& solver, PreconditionerOptions& pr
   app.add_option("-k,--pairs", solver.pairs, "lowest pairs to compute; 6")
       ->check(Between(1, 10922))
       ->group("Problem");
-  app.add_option("--tol", solver.tolerance,
-                 "threshold relative to an estimate of ||A||; 1e-8, in single precision 1e-4")
+  app.add_option(
+         "--tol", solver.tolerance,
+         "threshold relative to estimates of ||A|| and ||B||; 1e-8, in single precision 1e-4")
       ->check(positive)
       ->group("Convergence");
   app.add_option("--threshold", solver.threshold, "absolute threshold in place of --tol")

@@ -24,7 +24,7 @@ struct ProblemOptions {
 struct SolverOptions {
   std::optional<int> pairs; ///< 6, or the order if that is less
   std::optional<VesSolverType> type;
-  double tolerance = 0.0; ///< relative to the norm of A; 0: 1e-8, in single precision 1e-4
+  double tolerance = 0.0; ///< relative to norms; 0: 1e-8, in single precision 1e-4
   double threshold = 0.0; ///< absolute; 0: by tolerance
   int maxIterations = 1000;
   double timeLimit = 0.0; ///< seconds; 0: none

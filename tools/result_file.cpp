@@ -63,7 +63,8 @@ Json DescribeSolver(const RunResult& result) {
           {"processes", result.processes},
           {"detector", NameOf(detectorNames, result.detector)},
           {"threshold", settings.threshold},
-          {"normA", settings.normA}};
+          {"normA", settings.normA},
+          {"normB", settings.normB}};
 }
 
 Json DescribeCosts(const RunResult& result) {

@@ -18,6 +18,7 @@ struct RunSettings {
   int pairs = 0, batchLimit = 0, orthoPasses = 0;
   VesDenseEigenSolverType dense = VES_LAPACK_DIAG;
   double normA = 0.0;     ///< estimate of ||A||
+  double normB = 1.0;     ///< estimate of ||B||, 1 in the standard problem
   double tolerance = 0.0; ///< 0 when the threshold was given
   double threshold = 0.0; ///< in the units of the detector
 };

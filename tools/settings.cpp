@@ -30,7 +30,7 @@ double Norm(const Vector<Scalar>& v, MPI_Comm comm) {
 // The largest Ritz value of a short Lanczos process and the bound of its error: an estimate from
 // above in all but contrived cases. Two reductions a step.
 template <typename Scalar>
-double EstimateNorm(const Problem<Scalar>& problem) {
+double EstimateNorm(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply) {
   using Real = typename Eigen::NumTraits<Scalar>::Real;
   const int rows = problem.LocalRows(), steps = std::min(lanczosSteps, problem.Order());
   Eigen::VectorXd alpha(steps), beta(steps);
@@ -39,7 +39,7 @@ double EstimateNorm(const Problem<Scalar>& problem) {
   v /= static_cast<Real>(Norm(v, problem.comm));
   int step = 0;
   for (double last = 0.0; step < steps; ++step) {
-    if (rows > 0) problem.a(v.data(), w.data(), 1, rows);
+    if (rows > 0) apply(v.data(), w.data(), 1, rows);
     alpha[step] = Sum(static_cast<double>(std::real(v.dot(w))), problem.comm);
     w -= static_cast<Real>(alpha[step]) * v + static_cast<Real>(last) * previous;
     last = beta[step] = Norm(w, problem.comm);
@@ -57,6 +57,24 @@ double EstimateNorm(const Problem<Scalar>& problem) {
   return (ritz.eigenvalues().cwiseAbs() + tail).maxCoeff();
 }
 
+template <typename Scalar>
+double RequireNorm(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply,
+                   const char* name) {
+  const double norm = EstimateNorm(problem, apply);
+  if (!std::isfinite(norm))
+    throw Error(exitInput,
+                problem.title + ": products with " + name + " are not finite in this scalar type");
+  return norm;
+}
+
+// What the detector compares is of this size. Vectors have unit norm in B, that is a 2-norm of about
+// 1 / sqrt(||B||), with which residuals grow; values are of the size of ||A|| / ||B||.
+double ScaleOf(VesConvergeDetectorType detector, double normA, double normB) {
+  // The zero matrix is within any tolerance.
+  if (detector == VES_RELATIVE_RESIDUALS || normA == 0.0 || normB == 0.0) return 1.0;
+  return normA / (detector == VES_EIGENVALUES ? normB : std::sqrt(normB));
+}
+
 } // namespace
 
 template <typename Scalar>
@@ -72,17 +90,14 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options)
   settings.orthoPasses = options.orthoPasses.value_or(isSingle<Scalar> ? 3 : 2);
   settings.dense = options.dense.value_or(
       Size(problem.comm) <= processesOfLapack ? VES_LAPACK_DIAG : VES_SCALAPACK_DIAG);
-  settings.normA = EstimateNorm(problem);
-  if (!std::isfinite(settings.normA))
-    throw Error(exitInput, problem.title + ": products with A are not finite in this scalar type");
+  settings.normA = RequireNorm(problem, problem.a, "A");
+  settings.normB = problem.IsGeneralized() ? RequireNorm(problem, problem.b, "B") : 1.0;
   settings.threshold = options.threshold;
   if (options.threshold > 0.0) return settings;
   settings.tolerance =
       options.tolerance > 0.0 ? options.tolerance : (isSingle<Scalar> ? 1e-4 : 1e-8);
-  // The zero matrix is within any tolerance.
-  const double scale =
-      options.detector == VES_RELATIVE_RESIDUALS || settings.normA == 0.0 ? 1.0 : settings.normA;
-  settings.threshold = settings.tolerance * scale;
+  settings.threshold =
+      settings.tolerance * ScaleOf(options.detector, settings.normA, settings.normB);
   return settings;
 }
 

@@ -6,7 +6,7 @@
 
 namespace VesTools {
 
-/// Decides what the options leave open. Estimates the norm of A. Collective.
+/// Decides what the options leave open. Estimates norms. Collective.
 template <typename Scalar>
 RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options);
 
