@@ -1,0 +1,27 @@
+"""Sphinx pages of libves; docs/build names the folder of Doxygen's XML."""
+import os
+import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+project = "libves"
+extensions = ["breathe", "myst_parser", "math_as_mathml", "complete_reference"]
+myst_enable_extensions = ["dollarmath", "colon_fence"]
+myst_heading_anchors = 3
+html_math_renderer = "mathml"
+
+breathe_projects = {"ves": os.environ["VES_DOXYGEN_XML"]}
+breathe_default_project = "ves"
+breathe_domain_by_extension = {"h": "c"}
+ves_header = "../include/ves.h"
+
+# Names of the C library and of MPI, and the structures behind the opaque handles.
+nitpick_ignore_regex = [("c:identifier", r"MPI_\w+|size_t|Ves\w+Base")]
+
+html_theme = "furo"
+html_title = "libves"
+html_static_path = []
+html_copy_source = False
+html_show_sphinx = False
+html_show_copyright = False
+pygments_style = "default"
