@@ -323,6 +323,7 @@ typedef enum VesSolverReason VES_ENUM_BASE {
   VES_REASON_NONFINITE = 5   ///< an operator returned NaN or infinity
 } VesSolverReason;
 
+/// Why the last run ended; VES_REASON_NONE before the first.
 /// \return -7 solver or reason is null; 0
 VES_EXPORT VesReturnCode VesGetSolverReason(VesSolver solver, VesSolverReason* reason) VES_NOEXCEPT;
 
@@ -341,6 +342,7 @@ typedef struct VesSolverStats {
   double secondsTotal;     ///< of the whole run
 } VesSolverStats;
 
+/// What the last run cost on this process; zeros before the first.
 /// \return -7 solver or stats is null; 0
 VES_EXPORT VesReturnCode VesGetSolverStats(VesSolver solver, VesSolverStats* stats) VES_NOEXCEPT;
 
