@@ -5,7 +5,7 @@ import sys
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 project = "libves"
-extensions = ["breathe", "myst_parser", "math_as_mathml", "complete_reference"]
+extensions = ["breathe", "myst_parser", "math_as_mathml", "reference_pages"]
 myst_enable_extensions = ["dollarmath", "colon_fence"]
 myst_heading_anchors = 3
 html_math_renderer = "mathml"
@@ -20,7 +20,9 @@ nitpick_ignore_regex = [("c:identifier", r"MPI_\w+|size_t|Ves\w+Base")]
 
 html_theme = "furo"
 html_title = "libves"
-html_static_path = []
+# Browsers set formulas well only in a font made for it, which not every machine has.
+html_static_path = ["style.css", "/usr/share/texmf/fonts/opentype/public/lm-math/latinmodern-math.otf"]
+html_css_files = ["style.css"]
 html_copy_source = False
 html_show_sphinx = False
 html_show_copyright = False

@@ -194,10 +194,10 @@ VES_EXPORT VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool 
 VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEPT;
 
 /// Residuals R = A X - B X diag(D) of k pairs: X and R n x k, D k x 1. B may be null.
-/// Collective as far as the routines of A and B are.
+/// Collective as far as the routines of A and B are; each process checks its own operands.
 /// \return -1 A, X, D or R is null; -5 scalar types differ; -7 a block without storage or an
 ///         operator without a routine; -1 ld below the rows, or a block beyond 32 bits;
-///         -6 shapes, or the communicators of X and R, disagree; 0. Each process checks its own.
+///         -6 shapes, or the communicators of X and R, disagree; 0
 VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                         VesVector R) VES_NOEXCEPT;
 
@@ -213,8 +213,8 @@ VES_EXPORT void VesVectorDestroy(VesVector vector) VES_NOEXCEPT;
 VES_EXPORT VesReturnCode VesSolverCreate(VesSolver* out, VesScalarType scalarType,
                                          VesSolverType solverType) VES_NOEXCEPT;
 
-/// Releases a solver; a null handle is ignored. After a run that used ScaLAPACK, by all processes of
-/// that run together.
+/// Releases a solver; a null handle is ignored. Local until a run used ScaLAPACK, then collective
+/// over the processes of that run.
 VES_EXPORT void VesSolverDestroy(VesSolver solver) VES_NOEXCEPT;
 
 /// Standard or generalized problem; the value is stored without a range check.
@@ -402,12 +402,11 @@ VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols,
 
 /// Recomputes k pairs: the largest 2-norm of A x - lambda B x, and the largest entry of
 /// |X^H B X - I|. B may be null. Not a number where a pair is not finite.
-/// Collective over X's communicator; takes the storage of X twice more, with B three times, and k^2
-/// numbers.
+/// Collective over X's communicator, where all verdicts but the first two are agreed on; takes the
+/// storage of X twice more, with B three times, and k^2 numbers.
 /// \return -1 A, X or D is null; -7 maxResidual or maxOrthoError is null; -5 scalar types differ;
 ///         -7 a block without storage or an operator without a routine; -1 ld below the rows, or a
-///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k; 0. All
-///         verdicts but the first two are agreed on.
+///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k; 0
 VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                             double* maxResidual,
                                             double* maxOrthoError) VES_NOEXCEPT;
