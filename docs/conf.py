@@ -21,7 +21,8 @@ nitpick_ignore_regex = [("c:identifier", r"MPI_\w+|size_t|Ves\w+Base")]
 html_theme = "furo"
 html_title = "libves"
 # Browsers set formulas well only in a font made for it, which not every machine has.
-html_static_path = ["style.css", "/usr/share/texmf/fonts/opentype/public/lm-math/latinmodern-math.otf"]
+html_static_path = ["style.css",
+                    "/usr/share/texmf/fonts/opentype/public/lm-math/latinmodern-math.otf"]
 html_css_files = ["style.css"]
 html_copy_source = False
 html_show_sphinx = False
