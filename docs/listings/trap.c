@@ -1,6 +1,6 @@
 /* The lowest states of a particle in a harmonic trap, -1/2 u'' + x^2/2 u = e u, by second
  * differences: an operator and a preconditioner that share their state, rows on all processes but
- * perhaps the last, and a failure inside the operator. Run on any number of processes up to 19. */
+ * perhaps the last, and a failure inside the operator. Runs on up to 200 processes. */
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
