@@ -19,17 +19,20 @@ set(CPACK_DEBIAN_PACKAGE_SOURCE libves)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY >=)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/VesCompressPages.cmake)
 
 # What the libraries lack themselves is the program's to choose; this is what Debian offers.
 set(provider libscalapack-openmpi2.2)
 
-# Descriptions keep to lines of 80 characters, as Debian's tools show them as they stand.
+# Descriptions keep to lines below 80 characters: Debian's tools show them as they stand.
 set(about
-"Block eigensolvers (LOBPCG, its batched form and PPCG) for the lowest eigenpairs
-of large Hermitian problems A x = lambda x and A x = lambda B x. Operators are
-routines of the caller; rows are distributed over processes by MPI.")
+"Block eigensolvers (LOBPCG, its batched form and PPCG) for the lowest
+eigenpairs of large Hermitian problems A x = lambda x and A x = lambda B x.
+Operators are routines of the caller; rows are distributed over processes by
+MPI.")
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libves${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
@@ -37,8 +40,8 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_RECOMMENDS ${provider})
 set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "block eigensolvers for large Hermitian problems
 ${about}
 
-This package holds the shared libraries, for C and for Fortran. They compute with
-the BLAS, LAPACK and ScaLAPACK of the program that uses them.")
+This package holds the shared libraries, for C and for Fortran. They compute
+with the BLAS, LAPACK and ScaLAPACK of the program that uses them.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libves-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
@@ -56,8 +59,8 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS openmpi-bin)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "block eigensolvers (command line program)
 ${about}
 
-This package holds the program ves, which solves problems in Matrix Market files
-and model problems, checks results and compares the solvers.")
+This package holds the program ves, which solves problems in Matrix Market
+files and model problems, checks results and compares the solvers.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-ves)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
@@ -69,8 +72,8 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-mpi4py)
 set(CPACK_DEBIAN_PYTHON_DESCRIPTION "block eigensolvers (Python 3)
 ${about}
 
-This package holds the Python package ves, for arrays of numpy, sparse matrices
-and operators of scipy, and communicators of mpi4py.")
+This package holds the Python package ves, for arrays of numpy, sparse
+matrices and operators of scipy, and communicators of mpi4py.")
 
 # Python's byte code is made where the package is installed and goes with it.
 set(control_dir ${PROJECT_BINARY_DIR}/packages/python)

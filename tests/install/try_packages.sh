@@ -22,11 +22,12 @@ awk '$0 == "```cmake" {on = 1; next} /^```/ {on = 0} on' "$source/README.md" \
 cat >"$debian/try/use" <<'USE'
 set -euo pipefail
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 OPENBLAS_NUM_THREADS=1
-get() { apt-get install -y -qq --no-install-recommends "$@" >/try/log 2>&1 || { cat /try/log; exit 1; }; }
+quietly() { "$@" >/try/log 2>&1 || { cat /try/log; exit 1; }; }
+get() { quietly apt-get install -y -qq --no-install-recommends "$@"; }
 cd /try
 # Some minimal systems leave out manual pages.
 rm -f /etc/dpkg/dpkg.cfg.d/*
-apt-get update -qq
+quietly apt-get update -qq
 
 echo "== ves-tools, python3-ves"
 get ./libves0_*.deb ./ves-tools_*.deb ./python3-ves_*.deb
@@ -48,12 +49,13 @@ get man-db gcc g++ cmake make pkg-config libscalapack-openmpi-dev ./libves-dev_*
 man -w ves
 gcc client/main.c $(pkg-config --cflags --libs ves) -lscalapack-openmpi -o main
 ./main
-cmake -S client -B client/build >/try/log && cmake --build client/build >>/try/log || { cat /try/log; exit 1; }
+quietly cmake -S client -B client/build
+quietly cmake --build client/build
 client/build/main
 
 echo "== removal"
-apt-get purge -y -qq libves0 libves-dev ves-tools python3-ves >/try/log 2>&1
-left=$(find /usr /etc /var/lib -ipath '*ves*' | grep -iE '/(lib)?ves[^/]*$|/python3-ves|/ves-tools' || true)
+quietly apt-get purge -y -qq libves0 libves-dev ves-tools python3-ves
+left=$(find /usr /etc /var/lib -name 'ves*' -o -name 'libves*' -o -name 'python3-ves*')
 [ -z "$left" ] || { echo "left behind: $left"; exit 1; }
 USE
 
@@ -63,4 +65,5 @@ unshare --mount --pid --fork bash -euo pipefail -c '
   mount -t sysfs sysfs "$1/sys"
   mount -t tmpfs tmpfs "$1/dev/shm"
   exec chroot "$1" /bin/bash /try/use' bash "$debian"
+rm -rf --one-file-system "$debian"
 echo "the packages work on a fresh Debian 12"
