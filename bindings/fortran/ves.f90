@@ -179,7 +179,7 @@ module ves
     end subroutine SetComplexFloatOperator
     module subroutine SetRoutineOfC(matrix, userData, matVec, ierror)
       type(VesMatrix), intent(in) :: matrix
-      type(c_ptr), intent(in) :: userData
+      type(c_ptr), value :: userData
       type(c_funptr), value :: matVec
       integer, intent(out), optional :: ierror
     end subroutine SetRoutineOfC

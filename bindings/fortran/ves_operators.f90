@@ -72,7 +72,7 @@ contains
 
   ! ------------------------------------------------------------------ called by libves
 
-  subroutine CallDouble(userData, x, y, nRows, nCols, ld) bind(c)
+  subroutine CallDouble(userData, x, y, nRows, nCols, ld) bind(c, name='')
     type(c_ptr), value :: userData, x, y
     integer(c_int), value :: nRows, nCols, ld
     type(OperatorLink), pointer :: link
@@ -86,7 +86,7 @@ contains
     end select
   end subroutine CallDouble
 
-  subroutine CallFloat(userData, x, y, nRows, nCols, ld) bind(c)
+  subroutine CallFloat(userData, x, y, nRows, nCols, ld) bind(c, name='')
     type(c_ptr), value :: userData, x, y
     integer(c_int), value :: nRows, nCols, ld
     type(OperatorLink), pointer :: link
@@ -100,7 +100,7 @@ contains
     end select
   end subroutine CallFloat
 
-  subroutine CallComplexDouble(userData, x, y, nRows, nCols, ld) bind(c)
+  subroutine CallComplexDouble(userData, x, y, nRows, nCols, ld) bind(c, name='')
     type(c_ptr), value :: userData, x, y
     integer(c_int), value :: nRows, nCols, ld
     type(OperatorLink), pointer :: link
@@ -114,7 +114,7 @@ contains
     end select
   end subroutine CallComplexDouble
 
-  subroutine CallComplexFloat(userData, x, y, nRows, nCols, ld) bind(c)
+  subroutine CallComplexFloat(userData, x, y, nRows, nCols, ld) bind(c, name='')
     type(c_ptr), value :: userData, x, y
     integer(c_int), value :: nRows, nCols, ld
     type(OperatorLink), pointer :: link

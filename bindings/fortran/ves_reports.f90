@@ -54,7 +54,7 @@ contains
     call Finish('VesSolverSetMonitor', code, ierror)
   end procedure VesSolverSetMonitor
 
-  integer(c_int) function CallMonitor(userData, state) bind(c)
+  integer(c_int) function CallMonitor(userData, state) bind(c, name='')
     type(c_ptr), value :: userData
     type(CProgress), intent(in) :: state
     type(MonitorLink), pointer :: link

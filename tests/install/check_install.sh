@@ -91,9 +91,15 @@ for header in $(cd "$prefix/include" && find ves -name '*.h'); do
 done
 echo '#include <ves.h>' | gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $(pkg-config --cflags ves) -x c -
 
-# No C name of the library's inside leaks out.
-if nm -D --defined-only "$LD_LIBRARY_PATH/libves.so" | awk '$2 == "T" {print $3}' | grep -vE '^(Ves|_Z)'; then
-  echo "names that are not the library's interface are exported"
-  exit 1
-fi
+# No C name of the libraries' inside leaks out, and their code is shared as it stands in the file.
+for library in "$LD_LIBRARY_PATH"/lib*.so; do
+  if nm -D --defined-only "$library" | awk '$2 == "T" {print $3}' | grep -vE '^(Ves|_Z|__ves)'; then
+    echo "$library exports names that are not its interface"
+    exit 1
+  fi
+  if readelf -d "$library" | grep TEXTREL; then
+    echo "$library has to be changed where it is loaded"
+    exit 1
+  fi
+done
 echo "clients of the installed package work"
