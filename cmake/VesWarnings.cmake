@@ -1,7 +1,9 @@
 # Warnings, sanitizers and coverage for the project's own targets.
 function(ves_set_warnings target)
-  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion
+    $<$<COMPILE_LANGUAGE:C,CXX>:-Wshadow>
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+    $<$<COMPILE_LANG_AND_ID:Fortran,GNU>:-std=f2018>)
   if(VES_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
   endif()

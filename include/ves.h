@@ -107,9 +107,13 @@ typedef enum VesOrthoProjectorType VES_ENUM_BASE {
   VES_GRAM_SCHMIDT = 0 ///< block classical Gram-Schmidt
 } VesOrthoProjectorType;
 
-/// Opaque handles of operators, blocks and solvers.
+/// Opaque handle of an operator.
 typedef struct VesMatrixBase* VesMatrix;
+
+/// Opaque handle of a block of vectors, or of a column of values.
 typedef struct VesVectorBase* VesVector;
+
+/// Opaque handle of a solver.
 typedef struct VesSolverBase* VesSolver;
 
 /// Multiplication routine of the caller: y = Op x for every column of a block.
@@ -190,10 +194,10 @@ VES_EXPORT VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool 
 VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEPT;
 
 /// Residuals R = A X - B X diag(D) of k pairs: X and R n x k, D k x 1. B may be null.
-/// Collective as far as the routines of A and B are.
+/// Collective as far as the routines of A and B are; each process checks its own operands.
 /// \return -1 A, X, D or R is null; -5 scalar types differ; -7 a block without storage or an
 ///         operator without a routine; -1 ld below the rows, or a block beyond 32 bits;
-///         -6 shapes disagree; 0
+///         -6 shapes, or the communicators of X and R, disagree; 0
 VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                         VesVector R) VES_NOEXCEPT;
 
@@ -209,7 +213,8 @@ VES_EXPORT void VesVectorDestroy(VesVector vector) VES_NOEXCEPT;
 VES_EXPORT VesReturnCode VesSolverCreate(VesSolver* out, VesScalarType scalarType,
                                          VesSolverType solverType) VES_NOEXCEPT;
 
-/// Releases a solver; a null handle is ignored.
+/// Releases a solver; a null handle is ignored. Local until a run used ScaLAPACK, then collective
+/// over the processes of that run.
 VES_EXPORT void VesSolverDestroy(VesSolver solver) VES_NOEXCEPT;
 
 /// Standard or generalized problem; the value is stored without a range check.
@@ -229,7 +234,8 @@ VES_EXPORT VesReturnCode VesSolverSetMaxOrthoIter(VesSolver solver, int maxOrtho
 /// \return -7 solver is null; -1 value not above 0 (a NaN is taken, and no pair ever passes it); 0
 VES_EXPORT VesReturnCode VesSolverSetThreshold(VesSolver solver, double threshold) VES_NOEXCEPT;
 
-/// Chooses the dense eigensolver of the projected problems.
+/// Chooses the dense eigensolver of the projected problems; releases the one before it as
+/// VesSolverDestroy does.
 /// \return -7 solver is null; -4 unknown kind; 0
 VES_EXPORT VesReturnCode VesSetDenseEigenSolverType(VesSolver solver,
                                                     VesDenseEigenSolverType type) VES_NOEXCEPT;
@@ -239,7 +245,7 @@ VES_EXPORT VesReturnCode VesSetDenseEigenSolverType(VesSolver solver,
 VES_EXPORT VesReturnCode VesSetConvergeDetectorType(VesSolver solver,
                                                     VesConvergeDetectorType type) VES_NOEXCEPT;
 
-/// Chooses the orthogonalizer.
+/// Chooses the orthogonalizer; releases the one before it as VesSolverDestroy does.
 /// \return -7 solver is null; -4 unknown kind; 0
 VES_EXPORT VesReturnCode VesSetOrthogonalizerType(VesSolver solver,
                                                   VesOrthogonalizerType type) VES_NOEXCEPT;
@@ -293,8 +299,9 @@ VES_EXPORT VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) VES_NOEX
 /// \return -1 solver, A, X or D is null; -5 scalar types differ; -5 the columns of X differ from
 ///         the rows of D, or D has not one column; -4 X or D is no dense block; -7 X (where it has
 ///         rows) or D is without storage, or an operator that is used has no routine; -5 the
-///         communicators of X and D differ, or processes disagree on k; -1 ld below the rows of X
-///         or D, more than 10922 pairs, or a workspace of 3 k columns beyond 32 bits; 0
+///         communicators of X and D differ; -1 ld below the rows of X or D, more than 10922 pairs,
+///         or a workspace of 3 k columns beyond 32 bits; -5 processes disagree on k, or on whether
+///         there is a monitor; 0
 VES_EXPORT VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix T,
                                       VesVector X, VesVector D) VES_NOEXCEPT;
 
@@ -316,6 +323,7 @@ typedef enum VesSolverReason VES_ENUM_BASE {
   VES_REASON_NONFINITE = 5   ///< an operator returned NaN or infinity
 } VesSolverReason;
 
+/// Why the last run ended; VES_REASON_NONE before the first.
 /// \return -7 solver or reason is null; 0
 VES_EXPORT VesReturnCode VesGetSolverReason(VesSolver solver, VesSolverReason* reason) VES_NOEXCEPT;
 
@@ -331,9 +339,10 @@ typedef struct VesSolverStats {
   long long bytesReduced;  ///< bytes that this process gave to them
   double secondsOperators; ///< in the routines of A, B and T
   double secondsDense;     ///< in dense factorizations and eigendecompositions
-  double secondsTotal;
+  double secondsTotal;     ///< of the whole run
 } VesSolverStats;
 
+/// What the last run cost on this process; zeros before the first.
 /// \return -7 solver or stats is null; 0
 VES_EXPORT VesReturnCode VesGetSolverStats(VesSolver solver, VesSolverStats* stats) VES_NOEXCEPT;
 
@@ -393,12 +402,11 @@ VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols,
 
 /// Recomputes k pairs: the largest 2-norm of A x - lambda B x, and the largest entry of
 /// |X^H B X - I|. B may be null. Not a number where a pair is not finite.
-/// Collective over X's communicator; takes the storage of X twice more, with B three times, and k^2
-/// numbers.
+/// Collective over X's communicator, where all verdicts but the first two are agreed on; takes the
+/// storage of X twice more, with B three times, and k^2 numbers.
 /// \return -1 A, X or D is null; -7 maxResidual or maxOrthoError is null; -5 scalar types differ;
 ///         -7 a block without storage or an operator without a routine; -1 ld below the rows, or a
-///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k; 0. All
-///         verdicts but the first two are agreed on.
+///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k; 0
 VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                             double* maxResidual,
                                             double* maxOrthoError) VES_NOEXCEPT;

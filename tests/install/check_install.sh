@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the library into a fresh prefix and builds clients that know only that prefix: the
-# listings of the README, a C++ program by CMake package and one by pkg-config.
+# listings of the READMEs, a C++ program by CMake package and one by pkg-config.
 # check_install.sh BUILD_DIR SOURCE_DIR WORK_DIR
 set -euo pipefail
 build=$1 source=$2 work=$3
@@ -13,9 +13,9 @@ pc=$(find "$prefix" -name ves.pc)
 export PKG_CONFIG_PATH=$(dirname "$pc") LD_LIBRARY_PATH=$(dirname "$(dirname "$pc")")
 
 # The README's program and CMakeLists.txt as they stand there.
-listing() { awk -v lang="$1" '$0 == "```" lang {on = 1; next} /^```/ {on = 0} on' "$source/README.md"; }
-listing c >"$work/readme/main.c"
-listing cmake >"$work/readme/CMakeLists.txt"
+listing() { awk -v lang="$1" '$0 == "```" lang {on = 1; next} /^```/ {on = 0} on' "$2"; }
+listing c "$source/README.md" >"$work/readme/main.c"
+listing cmake "$source/README.md" >"$work/readme/CMakeLists.txt"
 diff "$work/readme/main.c" "$source/examples/01_first_steps.c"
 
 build_with_cmake() {
@@ -24,6 +24,17 @@ build_with_cmake() {
 }
 build_with_cmake "$work/readme"
 "$work/readme/build/main"
+
+if [ -f "$prefix/include/fortran/ves.mod" ]; then
+  mkdir "$work/fortran"
+  listing fortran "$source/bindings/fortran/README.md" >"$work/fortran/main.f90"
+  listing cmake "$source/bindings/fortran/README.md" >"$work/fortran/CMakeLists.txt"
+  diff "$work/fortran/main.f90" "$source/examples/01_first_steps.f90"
+  build_with_cmake "$work/fortran"
+  "$work/fortran/build/main"
+  (cd "$work/fortran" && mpifort main.f90 $(pkg-config --cflags --libs ves-fortran) \
+    -lscalapack-openmpi -llapack -lblas -o makefile_main && ./makefile_main)
+fi
 
 cat >"$work/cpp/main.cpp" <<'CPP'
 #include <ves/data/matrix_shell.h>
@@ -80,9 +91,15 @@ for header in $(cd "$prefix/include" && find ves -name '*.h'); do
 done
 echo '#include <ves.h>' | gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $(pkg-config --cflags ves) -x c -
 
-# No C name of the library's inside leaks out.
-if nm -D --defined-only "$LD_LIBRARY_PATH/libves.so" | awk '$2 == "T" {print $3}' | grep -vE '^(Ves|_Z)'; then
-  echo "names that are not the library's interface are exported"
-  exit 1
-fi
+# No C name of the libraries' inside leaks out, and their code is shared as it stands in the file.
+for library in "$LD_LIBRARY_PATH"/lib*.so; do
+  if nm -D --defined-only "$library" | awk '$2 == "T" {print $3}' | grep -vE '^(Ves|_Z|__ves)'; then
+    echo "$library exports names that are not its interface"
+    exit 1
+  fi
+  if readelf -d "$library" | grep TEXTREL; then
+    echo "$library has to be changed where it is loaded"
+    exit 1
+  fi
+done
 echo "clients of the installed package work"

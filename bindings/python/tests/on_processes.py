@@ -1,0 +1,191 @@
+"""Runs on several processes: mpirun -np N python3 on_processes.py. Each case runs on all of them;
+a hang is the fault that the caller's timeout tells."""
+
+import sys
+import threading
+import traceback
+
+import numpy as np
+import scipy.sparse.linalg
+from mpi4py import MPI
+
+import ves
+
+WORLD = MPI.COMM_WORLD
+
+
+class Chain:
+    """tridiag(-1, 2, -1) of order n with its rows dealt out unevenly: the first process holds none
+    as soon as there are three."""
+
+    def __init__(self, comm, n=120):
+        shares = np.arange(comm.size) + (1 if comm.size < 3 else 0)
+        ends = np.concatenate([[0], np.cumsum(shares) * n // shares.sum()])
+        self.n, self.rows = n, int(ends[comm.rank + 1] - ends[comm.rank])
+        self.first = int(ends[comm.rank])
+        self.peers = comm.Split(0 if self.rows else MPI.UNDEFINED, comm.rank)
+
+    def exact(self, k):
+        return 2 - 2 * np.cos(np.pi * np.arange(1, k + 1) / (self.n + 1))
+
+    def __call__(self, X):
+        assert not X.flags.writeable
+        below, above = (rank if 0 <= rank < self.peers.size else MPI.PROC_NULL
+                        for rank in (self.peers.rank - 1, self.peers.rank + 1))
+        head, tail = np.zeros(X.shape[1], X.dtype), np.zeros(X.shape[1], X.dtype)
+        self.peers.Sendrecv(X[0].copy(), below, recvbuf=tail, source=above)
+        self.peers.Sendrecv(X[-1].copy(), above, recvbuf=head, source=below)
+        Y = 2 * X
+        Y[1:] -= X[:-1]
+        Y[:-1] -= X[1:]
+        Y[0] -= head
+        Y[-1] -= tail
+        return Y
+
+
+def expect(kind, text, function):
+    try:
+        function()
+    except kind as error:
+        assert text in str(error), f"{error!r} does not say {text!r}"
+    else:
+        raise AssertionError(f"no {kind.__name__} that says {text!r}")
+
+
+def expect_failure_on(failing, kind, text, function):
+    """The exception itself on one process, ProcessError that names it on the others."""
+    if WORLD.rank == failing:
+        expect(kind, text, function)
+    else:
+        expect(ves.ProcessError, f"process {failing} failed with {kind.__name__}", function)
+
+
+def all_solvers_and_types():
+    chain = Chain(WORLD)
+    for solver in "lobpcg", "lobpcg_batch", "ppcg":
+        for dtype, accuracy in (np.float64, 1e-7), (np.complex128, 1e-7), (np.float32, 2e-3):
+            result = ves.eigsh(chain, 4, n=chain.rows, comm=WORLD, solver=solver, dtype=dtype)
+            assert result.converged and result.vectors.shape == (chain.rows, 4)
+            assert np.allclose(result.values, chain.exact(4), atol=accuracy)
+            assert ves.check(chain, *result, comm=WORLD).max_residual < 2 * result.threshold
+
+
+def linear_operator_with_b_t_and_guess():
+    chain = Chain(WORLD)
+    A = scipy.sparse.linalg.LinearOperator((chain.rows,) * 2, matmat=chain, matvec=chain,
+                                           dtype=float)
+    places = chain.first + np.arange(1, chain.rows + 1)[:, np.newaxis]
+    guess = np.sin(np.pi * places * [1, 2, 3] / (chain.n + 1))
+    result = ves.eigsh(A, X0=guess, B=2 * scipy.sparse.eye(chain.rows, format="csr"),
+                       T=lambda X: X / 2, comm=WORLD)
+    assert result.converged and result.iterations == 0
+    assert np.allclose(result.values, chain.exact(3) / 2, atol=1e-12)
+
+
+def operator_fails_on_one_process():
+    last = WORLD.size - 1
+    for fatal, role in (ValueError, "A"), (KeyboardInterrupt, "B"), (ValueError, "T"):
+        chain, calls = Chain(WORLD), []
+
+        def fails_after_its_messages(X):
+            Y = chain(X)
+            calls.append(None)
+            if WORLD.rank == last and len(calls) == 8:
+                raise fatal("no more")
+            return Y
+
+        # Others that went on calling would wait for messages for ever.
+        operators = {"A": chain, "B": lambda X: X + chain(X), role: fails_after_its_messages}
+        expect_failure_on(last, fatal, "no more",
+                          lambda: ves.eigsh(**operators, n=chain.rows, comm=WORLD))
+        assert len(calls) == (8 if chain.rows else 0)
+        # The communicator is as good as new.
+        assert ves.eigsh(chain, 2, n=chain.rows, comm=WORLD).converged
+
+
+def preconditioner_and_monitor_fail():
+    chain, seen = Chain(WORLD), []
+    last = WORLD.size - 1
+
+    def fails_on_last(X):
+        if WORLD.rank == last:
+            raise OSError("disk full")
+        return X
+
+    expect_failure_on(last, OSError, "disk full",
+                      lambda: ves.eigsh(chain, T=fails_on_last, n=chain.rows, comm=WORLD))
+
+    for failing in 0, last:
+        seen.clear()
+
+        def fails_late(progress):
+            seen.append(progress)
+            if WORLD.rank == failing and progress.iteration == 3:
+                raise ArithmeticError("seen enough")
+
+        expect_failure_on(failing, ArithmeticError, "seen enough",
+                          lambda: ves.eigsh(chain, n=chain.rows, comm=WORLD, monitor=fails_late))
+        assert len(seen) == 4
+
+
+def another_thread_is_in_a_run():
+    chain, last = Chain(WORLD), WORLD.size - 1
+    begun, done = threading.Event(), threading.Event()
+
+    def wait(progress):
+        begun.set()
+        return done.wait(60)
+
+    thread = threading.Thread(target=ves.eigsh, args=(np.eye(9), 1), kwargs={"monitor": wait})
+    if WORLD.rank == last > 0:
+        thread.start()
+        begun.wait(60)
+    if last > 0:
+        expect_failure_on(last, RuntimeError, "another thread",
+                          lambda: ves.eigsh(chain, n=chain.rows, comm=WORLD))
+    if thread.is_alive():
+        done.set()
+        thread.join()
+
+
+def any_process_may_stop_a_run():
+    chain = Chain(WORLD)
+    result = ves.eigsh(chain, n=chain.rows, comm=WORLD, monitor=lambda progress:
+                       progress.iteration == 2 and WORLD.rank == WORLD.size - 1)
+    assert result.reason == "monitor" and result.iterations == 2
+
+
+def wrong_arguments_are_refused_on_all():
+    chain = Chain(WORLD)
+    last = WORLD.size - 1
+    expect_failure_on(last, ValueError, "k must be at least", lambda: ves.eigsh(
+        chain, 0 if WORLD.rank == last else 2, n=chain.rows, comm=WORLD))
+    expect_failure_on(last, ValueError, "NaN", lambda: ves.eigsh(
+        chain, X0=np.full((chain.rows, 1), np.nan if WORLD.rank == last else 1.0), comm=WORLD))
+    if WORLD.size > 1:
+        expect(ValueError, "called differently", lambda: ves.eigsh(
+            chain, n=chain.rows, maxiter=10 + WORLD.rank, comm=WORLD))
+        expect(TypeError, "multiplies the rows", lambda: ves.eigsh(np.eye(9), comm=WORLD))
+    expect(ValueError, "pairs are wanted", lambda: ves.eigsh(
+        lambda X: X, 9, n=1, comm=WORLD))
+
+
+def processes_by_themselves():
+    values, _ = ves.eigsh(np.diag(np.arange(30.0) + WORLD.rank), 2)
+    assert np.allclose(values, [WORLD.rank, WORLD.rank + 1])
+
+
+if __name__ == "__main__":
+    try:
+        for case in (all_solvers_and_types, linear_operator_with_b_t_and_guess,
+                     operator_fails_on_one_process, preconditioner_and_monitor_fail,
+                     another_thread_is_in_a_run, any_process_may_stop_a_run,
+                     wrong_arguments_are_refused_on_all, processes_by_themselves):
+            case()
+            WORLD.Barrier()
+            if WORLD.rank == 0:
+                print(case.__name__, "passed", flush=True)
+    except BaseException:
+        traceback.print_exc()
+        sys.stderr.flush()
+        WORLD.Abort(1)

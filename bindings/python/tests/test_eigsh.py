@@ -1,0 +1,187 @@
+import doctest
+import pickle
+from pathlib import Path
+
+import numpy as np
+import pytest
+import scipy.linalg
+import scipy.sparse as sparse
+from scipy.sparse.linalg import LinearOperator, eigsh, splu
+
+import ves
+from problems import gallery, line, line_values, mass, random_hermitian, ring
+
+
+def test_listings_of_the_documentation():
+    listing = (Path(__file__).parents[1] / "README.md").read_text().split("```")[1]
+    names = {}
+    exec(listing.removeprefix("python"), names)
+    assert names["values"].shape == (6,)
+    assert doctest.testmod(ves) == (0, 3)
+
+
+def test_scipy_examples():
+    values, vectors = ves.eigsh(np.eye(13), k=6)
+    assert np.allclose(values, 1) and vectors.shape == (13, 6)
+
+    n = 100
+    vals = np.arange(1, n + 1)
+    A = sparse.spdiags(vals, 0, n, n)
+    M = LinearOperator(matvec=lambda x: x / vals, matmat=lambda x: x / vals[:, np.newaxis],
+                       shape=(n, n), dtype=np.float64)
+    X = np.random.default_rng(0).normal(size=(n, 3))
+    values, _ = ves.eigsh(A, X0=X, T=M)
+    assert np.allclose(values, [1, 2, 3])
+
+    # Vectors that those wanted are orthogonal to are lifted out of the low end.
+    Y = np.eye(n, 3)
+    values, _ = ves.eigsh(lambda X: A @ X + n * Y @ (Y.T @ X), X0=X, T=M)
+    assert np.allclose(values, [4, 5, 6])
+
+
+@pytest.mark.parametrize("name", gallery())
+def test_agrees_with_scipy(name):
+    A = gallery()[name]
+    result = ves.eigsh(A, k=5, maxiter=4000)
+    expected = np.sort(eigsh(A, k=5, which="SA", return_eigenvectors=False, maxiter=10**5))
+    assert result.converged
+    # The error of a value is below its residual.
+    assert np.allclose(result.values, expected, rtol=0, atol=result.threshold)
+    quality = ves.check(A, *result)
+    assert quality.max_residual < 2 * result.threshold and quality.max_ortho_error < 1e-10
+    assert np.isclose(np.max(result.residuals), quality.max_residual, rtol=1e-3)
+
+
+@pytest.mark.parametrize("solver", ["lobpcg", "lobpcg_batch", "ppcg"])
+@pytest.mark.parametrize("dtype", [np.float32, np.float64, np.complex64, np.complex128])
+def test_scalar_types(solver, dtype):
+    A = random_hermitian(80, dtype)
+    result = ves.eigsh(A, 8, solver=solver, batch=None if solver == "lobpcg" else 4)
+    real = np.dtype(dtype).type(0).real.dtype
+    assert result.converged and result.vectors.dtype == dtype and result.values.dtype == real
+    exact = np.linalg.eigvalsh(A.astype(np.complex128))[:8]
+    assert np.allclose(result.values, exact, rtol=0, atol=result.threshold)
+    B = np.diag(np.linspace(1, 2, 80)).astype(dtype)
+    generalized = ves.eigsh(A, 8, B, solver=solver)
+    assert generalized.converged
+    assert np.allclose(generalized.values, scipy.linalg.eigvalsh(A, B)[:8], rtol=0,
+                       atol=2 * generalized.threshold)
+
+
+def test_what_types_are_taken_for():
+    for given, computed in ((np.int32, np.float64), (bool, np.float64), (np.float16, np.float32),
+                            (">f8", np.float64)):
+        result = ves.eigsh(np.diag(np.arange(8) % 2).astype(given), 2)
+        assert result.vectors.dtype == computed and np.allclose(result.values, 0, atol=1e-6)
+    # Complex operators and guesses make a problem complex, but a guess does not make it double.
+    assert ves.eigsh(line(30), 2, T=ring(30, 0) + 5 * sparse.eye(30)).vectors.dtype == complex
+    guess = np.ones((30, 1), complex)
+    assert ves.eigsh(line(30, np.float32), 2, X0=guess).vectors.dtype == np.complex64
+    assert ves.eigsh(line(30), 2, dtype=np.complex64).vectors.dtype == np.complex64
+    assert ves.eigsh(lambda X: line(30) @ X, 2, n=30).vectors.dtype == np.float64
+
+
+def test_forms_of_an_operator():
+    A, seen = line(60), []
+
+    def fills(X, out):
+        seen.append((X.flags.writeable, X.flags.f_contiguous, X.dtype))
+        out[...] = A @ X
+
+    class Applies:
+        shape, dtype = (60, 60), np.dtype(float)
+
+        def matvec(self, x):
+            return A @ x
+
+    strided = np.zeros((120, 180))
+    strided[::2, ::3] = A.toarray()
+    for form in (A.toarray().tolist(), strided[::2, ::3], A.tolil(), fills,
+                 lambda X: A @ X, Applies(), LinearOperator((60, 60), matvec=A.dot)):
+        result = ves.eigsh(form, 3, n=60)
+        assert result.converged and np.allclose(result.values, line_values(60, 3), atol=1e-9)
+    assert set(seen) == {(False, True, np.dtype(float))}
+
+
+def test_generalized_accuracy_does_not_depend_on_the_scale_of_b():
+    A, B = line(60), mass(60)
+    exact = scipy.linalg.eigvalsh(A.toarray(), B.toarray())[:4]
+    for scale in 1e-9, 1.0, 1e9:
+        result = ves.eigsh(A, 4, scale * B)
+        assert result.converged and np.allclose(scale * result.values, exact, rtol=1e-9, atol=0)
+
+
+def test_preconditioner_and_guess_save_iterations():
+    A = line(200)
+    plain = ves.eigsh(A, 3)
+    preconditioned = ves.eigsh(A, 3, T=splu(A.tocsc()).solve)
+    assert preconditioned.converged and preconditioned.iterations < plain.iterations / 5
+    assert preconditioned.statistics.columns_T > 0
+    again = ves.eigsh(A, X0=plain.vectors)
+    assert again.iterations == 0 and len(again.values) == 3
+    more = ves.eigsh(A, 5, X0=plain.vectors[:, 0])
+    assert more.converged and np.allclose(more.values, line_values(200, 5), atol=1e-9)
+
+
+def test_result_tells_of_the_run():
+    seen = []
+    result = ves.eigsh(line(100), 70, monitor=seen.append)
+    assert result.settings.solver == "lobpcg_batch" and result.settings.batch == 64
+    assert result.reason == "converged" and result.n_converged == 70
+    assert len(seen) == len(result.history) and seen[-1].wanted == 70
+    # A copy of every step, not views of memory that is gone.
+    assert np.all(result.history[0].values > result.history[-1].values + 1e-3)
+    assert result.statistics.columns_A >= result.history[-1].columns_A > 0
+    assert 100 * 70 * 8 < result.memory_forecast < ves.memory_forecast(1000, 70)
+    assert 2 < result.norm_estimate <= 4 and result.threshold == 1e-8 * result.norm_estimate
+    assert "70 of 70 pairs" in repr(result)
+    copy = pickle.loads(pickle.dumps(result))
+    assert np.array_equal(copy[0], result.values) and copy.reason == "converged"
+
+
+def test_thresholds_and_detectors():
+    A = line(50) + sparse.eye(50)
+    result = ves.eigsh(A, 2, absolute_tol=1e-5)
+    assert result.threshold == 1e-5 and np.max(result.residuals) < 2e-5
+    for detector in "relative_residuals", "eigenvalues", "residuals_or_eigenvalues":
+        result = ves.eigsh(A, 2, detector=detector, tol=1e-9)
+        assert result.converged and np.allclose(result.values, 1 + line_values(50, 2), atol=1e-6)
+
+
+def test_a_run_that_does_not_converge_warns_with_its_result():
+    with pytest.warns(ves.ConvergenceWarning, match="0 of 4 pairs.*iterations") as record:
+        result = ves.eigsh(line(500), 4, maxiter=5)
+    assert not result.converged and result.reason == "iterations" and result.iterations == 5
+    assert record[0].message.result is result and record[0].filename == __file__
+    assert np.all(result.values >= line_values(500, 4) - 1e-12)
+
+
+@pytest.mark.filterwarnings("error")
+def test_monitor_stops_without_warning():
+    result = ves.eigsh(line(500), 4, monitor=lambda progress: progress.iteration == 7)
+    assert result.reason == "monitor" and result.iterations == 7
+
+
+def test_same_seed_gives_the_same_bits():
+    first, again, other = (ves.eigsh(line(90), 3, seed=seed) for seed in (1, 1, 2))
+    assert np.array_equal(first.vectors, again.vectors)
+    assert not np.array_equal(first.vectors, other.vectors)
+    assert np.allclose(first.values, other.values, atol=1e-9)
+
+
+def test_all_pairs_of_small_problems():
+    for n in 1, 2, 7:
+        result = ves.eigsh(np.diag(np.arange(n)), n)
+        assert result.converged and np.allclose(result.values, np.arange(n), atol=1e-12)
+    zero = ves.eigsh(np.zeros((9, 9)), 2)
+    assert zero.converged and np.array_equal(zero.values, [0, 0])
+
+
+def test_check_of_foreign_pairs():
+    A, B = random_hermitian(40, complex), np.diag(np.linspace(1, 3, 40))
+    values, vectors = scipy.linalg.eigh(A, B)
+    assert max(ves.check(A, values, vectors, B)) < 1e-12
+    assert ves.check(A, values[:1] + 1e-3, vectors[:, 0], B).max_residual > 1e-4
+    assert ves.check(A, values, 2 * vectors, B).max_ortho_error == pytest.approx(3)
+    with pytest.raises(ValueError, match="40 real numbers"):
+        ves.check(A, values[:3], vectors, B)

@@ -1,0 +1,109 @@
+"""Keeps exceptions of call-backs away from the library, which cannot unwind."""
+
+import signal
+import threading
+
+from ._processes import ProcessError
+
+
+class Guard:
+    """Runs routines of the caller and keeps the first exception until a run has ended.
+
+    After it no routine is called any more: operators give NaN, which ends a run on all processes,
+    and the monitor asks for the end. The processes that hold rows agree on it after every call of
+    an operator, so that none of them waits for the messages of one that has failed. A Ctrl-C
+    between call-backs counts as an exception of the next one.
+
+    Parameters
+    ----------
+    team : Alone
+        The processes of the call.
+
+    Attributes
+    ----------
+    failed : bool
+        Whether a routine failed here or, as far as it is known, on another process.
+    interrupted : bool
+        Whether a Ctrl-C waits for the next call-back.
+    """
+
+    def __init__(self, team):
+        self._team = team
+        self._peers = None
+        self._error = None
+        self._inside = False
+        self.interrupted = False
+        self._former = None
+        self.failed = False
+
+    def __enter__(self):
+        if threading.current_thread() is threading.main_thread():
+            former = signal.getsignal(signal.SIGINT)
+            is_ours = isinstance(getattr(former, "__self__", None), Guard)
+            if former is signal.default_int_handler or is_ours:
+                self._former = former
+                signal.signal(signal.SIGINT, self._on_interrupt)
+        return self
+
+    def __exit__(self, kind, *_):
+        if self._former is not None:
+            signal.signal(signal.SIGINT, self._former)
+        if self.interrupted and kind is None:
+            raise KeyboardInterrupt
+
+    def _on_interrupt(self, *_):
+        # Raised only where attempt() catches it, at most once for each call.
+        if self._inside:
+            self._inside = False
+            raise KeyboardInterrupt
+        self.interrupted = True
+
+    def attempt(self, function, *arguments):
+        """Result of a routine, or None where it or an earlier one failed. Local."""
+        if self.failed:
+            return None
+        try:
+            if self.interrupted:
+                self.interrupted = False
+                raise KeyboardInterrupt
+            return self._run(function, arguments)
+        except BaseException as error:  # also KeyboardInterrupt and SystemExit
+            self._error = error
+            self.failed = True
+            return None
+
+    def _run(self, function, arguments):
+        # A Ctrl-C on the way out, even before the flag falls, is still caught by attempt().
+        self._inside = True
+        try:
+            return function(*arguments)
+        finally:
+            self._inside = False
+
+    def have_rows(self, is_member):
+        """Says whether this process holds rows. Collective over the team."""
+        self._peers = self._team.split(is_member)
+
+    def attempt_together(self, function, *arguments):
+        """As attempt, agreed on by the processes that hold rows; True where all succeeded."""
+        self.attempt(function, *arguments)
+        self.failed = self._peers.any(self.failed)
+        return not self.failed
+
+    def agree(self, flag):
+        """Whether the flag is set, or something failed, on any process. Collective."""
+        self.failed = self._team.any(self.failed)
+        return self._team.any(bool(flag)) or self.failed
+
+    def settle(self):
+        """Raises what was kept: the exception itself where it happened, ProcessError on the other
+        processes. Collective."""
+        error, self._error = self._error, None
+        text = None if error is None else f"{type(error).__name__}: {error}"
+        texts = self._team.gather(text)
+        if error is not None:
+            raise error
+        failed = [(rank, text) for rank, text in enumerate(texts) if text is not None]
+        if failed:
+            rank, text = failed[0]
+            raise ProcessError(f"process {rank} failed with {text}")

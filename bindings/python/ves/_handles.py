@@ -1,0 +1,110 @@
+"""Handles of the library that are released on leaving a with statement."""
+
+import ctypes
+
+import numpy as np
+
+from . import _library
+from ._library import MATVEC, call, lib
+
+SCALAR_TYPES = {
+    np.dtype(np.float64): 0,
+    np.dtype(np.float32): 1,
+    np.dtype(np.complex128): 2,
+    np.dtype(np.complex64): 3,
+}
+
+
+class _Handle:
+    """A handle, from creation to the end of its with statement."""
+
+    def __init__(self, kind, dtype, subtype):
+        self._destroy = getattr(lib, f"Ves{kind}Destroy")
+        self.handle = ctypes.c_void_p()
+        create = f"Ves{kind}Create"
+        call(create, ctypes.byref(self.handle), SCALAR_TYPES[np.dtype(dtype)], subtype)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exception):
+        self._destroy(self.handle)
+        self.handle = None
+
+
+class Block(_Handle):
+    """A block on the memory of an array of shape (rows here, columns), Fortran-ordered."""
+
+    def __init__(self, array, team):
+        super().__init__("Vector", array.dtype, _library.DENSE_VECTOR)
+        assert array.flags.f_contiguous
+        self.array = array
+        rows, columns = array.shape
+        call("VesVectorSetComm_f", self.handle, 0, team.handle)
+        call("VesVectorSetDim", self.handle, rows, columns)
+        call("VesVectorDenseSetValues", self.handle, array.ctypes.data, max(rows, 1))
+
+
+def view_block(address, dtype, rows, columns, ld):
+    """Array of shape (rows, columns) on memory of the library, column-major."""
+    size = dtype.itemsize
+    memory = (ctypes.c_char * (size * (ld * (columns - 1) + rows))).from_address(address)
+    return np.ndarray((rows, columns), dtype, memory, strides=(size, size * ld))
+
+
+class Operator(_Handle):
+    """An operator that calls apply(x, y) on views of the library's blocks, x read-only.
+
+    The guard keeps what the routine raises; y then is NaN.
+    """
+
+    def __init__(self, apply, dtype, guard):
+        dtype = np.dtype(dtype)
+        super().__init__("Matrix", dtype, _library.SHELL_MATRIX)
+
+        def multiply(_, x, y, rows, columns, ld):
+            source = view_block(x, dtype, rows, columns, ld)
+            source.flags.writeable = False
+            target = view_block(y, dtype, rows, columns, ld)
+            if not guard.attempt_together(apply, source, target):
+                target[...] = np.nan
+
+        self._routine = MATVEC(multiply)  # lives as long as the library may call it
+        call("VesMatrixSetShellMatVec", self.handle, None, self._routine)
+
+
+class Solver(_Handle):
+    """A solver set up as the settings of a run say."""
+
+    def __init__(self, settings):
+        super().__init__("Solver", settings.dtype, _library.SOLVERS[settings.solver])
+        call("VesSolverSetMaxIter", self.handle, settings.maxiter)
+        call("VesSolverSetMaxOrthoIter", self.handle, settings.passes)
+        call("VesSolverSetLockFactor", self.handle, settings.lock_factor)
+        detector = _library.DETECTORS[settings.detector]
+        call("VesSetConvergeDetectorType", self.handle, detector)
+        if settings.generalized:
+            call("VesSolverSetProblemType", self.handle, _library.GENERALIZED)
+        if settings.uses_lapack:
+            call("VesSetDenseEigenSolverType", self.handle, _library.LAPACK_DIAG)
+        if settings.batch is not None:
+            is_ppcg = settings.solver == "ppcg"
+            call("VesSolverSetPPCGBatch" if is_ppcg else "VesSolverSetBatchLimit", self.handle,
+                 settings.batch)
+
+    def set_monitor(self, routine):
+        """Installs a routine of a pointer to a ProgressStruct that returns an int."""
+        self._monitor = _library.MONITOR(lambda _, progress: routine(progress.contents))
+        call("VesSolverSetMonitor", self.handle, self._monitor, None)
+
+    def ask_int(self, function):
+        """The int that a function such as VesGetSolverIter gives."""
+        answer = ctypes.c_int()
+        call(function, self.handle, ctypes.byref(answer))
+        return answer.value
+
+    def memory(self, rows, columns, generalized):
+        """Forecast of the bytes of a run."""
+        size = ctypes.c_size_t()
+        call("VesSolverMemory", self.handle, rows, columns, generalized, ctypes.byref(size))
+        return size.value

@@ -1,0 +1,186 @@
+"""What a caller may give as A, B or T, made into routines on blocks."""
+
+import inspect
+
+import numpy as np
+import scipy.sparse
+from scipy.sparse.linalg import LinearOperator, aslinearoperator
+
+_KEPT_FORMATS = ("csr", "csc", "bsr", "dia")
+
+
+class Operand:
+    """A, B or T: its name, order and dtype as far as they are known, and apply(x, y).
+
+    Attributes
+    ----------
+    order : int or None
+        Rows of this process.
+    dtype : numpy.dtype or None
+    is_matrix : bool
+        Whether it is an array or a sparse matrix, whose entries are at hand.
+    """
+
+    is_matrix = False
+
+    def __init__(self, name, order, dtype):
+        self.name = name
+        self.order = order
+        self.dtype = None if dtype is None else np.dtype(dtype)
+
+    def prepare(self, dtype):
+        """Gets ready for blocks of the given dtype."""
+
+    def _store(self, result, y):
+        """Copies what a routine returned into the library's block."""
+        result = np.asarray(result)
+        if result.shape != y.shape:
+            raise ValueError(f"operator {self.name} returned an array of shape {result.shape} for a"
+                             f" block of shape {y.shape}")
+        if result.dtype.kind == "c" and y.dtype.kind != "c":
+            raise TypeError(f"operator {self.name} returned complex numbers in a real problem;"
+                            " pass dtype=numpy.complex128")
+        np.copyto(y, result, casting="same_kind")
+
+
+class _Matrix(Operand):
+    is_matrix = True
+
+    def __init__(self, name, matrix):
+        if matrix.ndim != 2 or matrix.shape[0] != matrix.shape[1]:
+            raise ValueError(f"{name} must be square, not of shape {matrix.shape}")
+        super().__init__(name, matrix.shape[0], matrix.dtype)
+        self._matrix = matrix
+
+    def prepare(self, dtype):
+        self._matrix = self._matrix.astype(dtype, copy=False)
+        entries = self._matrix.data if scipy.sparse.issparse(self._matrix) else self._matrix
+        if not np.all(np.isfinite(entries)):
+            raise ValueError(f"{self.name} contains NaN or infinity")
+
+
+class _DenseMatrix(_Matrix):
+    def prepare(self, dtype):
+        super().prepare(dtype)
+        if not self._matrix.flags.forc:
+            self._matrix = np.ascontiguousarray(self._matrix)
+
+    def apply(self, x, y):
+        # The transposes of column-major blocks are row-major, which is what matmul writes in place.
+        np.matmul(x.T, self._matrix.T, out=y.T)
+
+
+class _SparseMatrix(_Matrix):
+    def __init__(self, name, matrix):
+        super().__init__(name, matrix if matrix.format in _KEPT_FORMATS else matrix.tocsr())
+
+    def apply(self, x, y):
+        y[...] = self._matrix @ x
+
+
+class _Linear(Operand):
+    def __init__(self, name, operator):
+        if len(operator.shape) != 2 or operator.shape[0] != operator.shape[1]:
+            raise ValueError(f"{name} must be square, not of shape {operator.shape}")
+        super().__init__(name, operator.shape[0], operator.dtype)
+        self._operator = operator
+
+    def apply(self, x, y):
+        self._store(self._operator.matmat(x), y)
+
+
+class _Routine(Operand):
+    def __init__(self, name, function):
+        shape = getattr(function, "shape", None)
+        super().__init__(name, shape[0] if shape else None, getattr(function, "dtype", None))
+        self._function = function
+        self._fills = _required_arguments(name, function) == 2
+
+    def apply(self, x, y):
+        if self._fills:
+            self._function(x, y)
+        else:
+            self._store(self._function(x), y)
+
+
+def _required_arguments(name, function):
+    try:
+        parameters = inspect.signature(function).parameters.values()
+    except (TypeError, ValueError):  # compiled routines may not tell
+        return 1
+    if any(p.kind is p.VAR_POSITIONAL for p in parameters):
+        return 1
+    positional = [p for p in parameters
+                  if p.kind in (p.POSITIONAL_ONLY, p.POSITIONAL_OR_KEYWORD)]
+    required = sum(p.default is p.empty for p in positional)
+    if not positional or required > 2:
+        raise TypeError(f"{name} must be callable as {name}(X) or {name}(X, out)")
+    return max(required, 1)
+
+
+def as_operand(name, given):
+    """Operand of a matrix, LinearOperator or callable; None for None.
+
+    Raises
+    ------
+    TypeError, ValueError
+        It is nothing that can be applied to a block, or it is not square.
+    """
+    if given is None:
+        return None
+    if scipy.sparse.issparse(given):
+        return _SparseMatrix(name, given)
+    if isinstance(given, LinearOperator) or hasattr(given, "matmat"):
+        return _Linear(name, given)
+    if hasattr(given, "matvec") and hasattr(given, "shape"):
+        return _Linear(name, aslinearoperator(given))
+    if callable(given):
+        return _Routine(name, given)
+    matrix = np.asarray(given)
+    if matrix.dtype.kind not in "biufc":
+        raise TypeError(f"{name} must be an array of numbers, a sparse matrix, a LinearOperator or"
+                        f" a callable, not {type(given).__name__}")
+    return _DenseMatrix(name, matrix)
+
+
+def working_dtype(operands, columns_name, columns, dtype):
+    """The one of the four scalar types in which a problem is solved.
+
+    Integers and booleans become float64 and half precision becomes float32. Types wider than
+    double are refused unless dtype is given.
+    """
+    parts = [(operand.name, operand.dtype) for operand in operands if operand is not None]
+    parts += [] if columns is None else [(columns_name, columns.dtype)]
+    known = [(name, part) for name, part in parts if part is not None]
+    is_complex = [name for name, part in known if part.kind == "c"]
+    if dtype is not None:
+        dtype = np.dtype(dtype)
+        if dtype not in (np.float32, np.float64, np.complex64, np.complex128):
+            raise TypeError(f"dtype must be float32, float64, complex64 or complex128, not {dtype}")
+        if is_complex and dtype.kind != "c":
+            raise TypeError(f"{is_complex[0]} is complex: dtype cannot be {dtype}")
+        return dtype
+    for name, part in known:
+        if part.kind not in "biufc":
+            raise TypeError(f"{name} has dtype {part}, which holds no numbers")
+        if part.itemsize > (16 if part.kind == "c" else 8):
+            raise TypeError(f"{name} has dtype {part}: pass dtype= to solve in double precision")
+    # A guess does not widen a problem: random numbers in double precision are a common start.
+    deciding = [part for name, part in known if name != columns_name] or [part for _, part in known]
+    common = np.result_type(*deciding) if deciding else np.dtype(np.float64)
+    if common.kind in "biu":
+        common = np.dtype(np.float64)
+    return np.result_type(common, np.complex64 if is_complex else np.float32)
+
+
+def common_order(operands, columns_name, columns, n):
+    """Rows of this process, on which all that know them must agree."""
+    orders = [(o.name, o.order) for o in operands if o is not None and o.order is not None]
+    orders += [] if columns is None else [(columns_name, columns.shape[0])]
+    orders += [] if n is None else [("n", n)]
+    if not orders:
+        raise ValueError("the order of the problem is unknown: pass n, X0 or an A with a shape")
+    for name, order in orders[1:]:
+        if order != orders[0][1]:
+            raise ValueError(f"{name} is for {order} rows, but {orders[0][0]} for {orders[0][1]}")
+    return orders[0][1]

@@ -1,0 +1,127 @@
+"""An eigenproblem on the processes of a call, with the arguments of all of them agreed on."""
+
+import contextlib
+import threading
+
+import numpy as np
+
+from . import _operators, _settings
+from ._guard import Guard
+from ._handles import Operator
+from ._processes import open_team
+
+_LARGEST_BLOCK = 2**31 - 1  # entries that 32 bits count
+
+# The library is not thread-safe. A run inside an operator of another one is on the same thread.
+_one_at_a_time = threading.RLock()
+
+
+@contextlib.contextmanager
+def _serialized(team, guard):
+    """Lets one thread at a time into the library. Collective.
+
+    Threads of one process wait for each other. Those of several cannot: each could wait for one
+    that another process waits for.
+    """
+    def require():
+        if not is_held:
+            raise RuntimeError("another thread of this process is in a run of ves")
+
+    # Outside of attempt(), where a Ctrl-C could part the lock from its release.
+    is_held = _one_at_a_time.acquire(blocking=False)
+    while not is_held and team.size == 1 and not guard.interrupted:
+        is_held = _one_at_a_time.acquire(timeout=0.1)
+    try:
+        guard.attempt(require)
+        guard.settle()
+        yield
+    finally:
+        if is_held:
+            _one_at_a_time.release()
+
+
+def _as_columns(name, given):
+    """A finite numeric array of two dimensions; a vector is taken as a column."""
+    array = np.asarray(given)
+    if array.dtype.kind not in "biufc":
+        raise TypeError(f"{name} must be an array of numbers, not {type(given).__name__}")
+    if array.ndim == 1:
+        array = array[:, np.newaxis]
+    if array.ndim != 2:
+        raise ValueError(f"{name} must have a column for each vector, not the shape {array.shape}")
+    if not np.all(np.isfinite(array)):
+        raise ValueError(f"{name} contains NaN or infinity")
+    return array
+
+
+class Problem:
+    """Operands, order and dtype of A x = lambda B x on the processes of a communicator.
+
+    Attributes
+    ----------
+    team, guard
+        Processes of the call, and the guard of its call-backs.
+    A, B, T : Operand or None
+    columns : ndarray or None
+        The columns that were given, a guess or vectors to be checked.
+    rows : int
+        Rows of this process.
+    total_rows : int
+        Rows on all processes.
+    dtype : numpy.dtype
+    """
+
+    @classmethod
+    @contextlib.contextmanager
+    def opened(cls, comm, *arguments):
+        """A problem for the time of a with statement. Collective."""
+        with open_team(comm) as team, Guard(team) as guard, _serialized(team, guard):
+            yield cls(team, guard, *arguments)
+
+    def __init__(self, team, guard, A, B, T, columns_name, columns, n, dtype):
+        self.team, self.guard = team, guard
+        guard.attempt(self._take, A, B, T, columns_name, columns, n, dtype)
+        guard.settle()
+        self.total_rows = int(team.total(self.rows))
+        guard.have_rows(self.rows > 0)
+
+    def _take(self, A, B, T, columns_name, columns, n, dtype):
+        if A is None:
+            raise TypeError("A must be a matrix, a LinearOperator or a callable, not None")
+        names = ("A", A), ("B", B), ("T", T)
+        operands = self.A, self.B, self.T = [_operators.as_operand(*each) for each in names]
+        if self.A.is_matrix and self.team.size > 1:
+            raise TypeError("on several processes A must be a LinearOperator or a callable that"
+                            " multiplies the rows of this process")
+        self.columns = None if columns is None else _as_columns(columns_name, columns)
+        n = None if n is None else _settings.whole("n", n, 0)
+        self.rows = _operators.common_order(operands, columns_name, self.columns, n)
+        self.dtype = _operators.working_dtype(operands, columns_name, self.columns, dtype)
+        for operand in operands:
+            if operand is not None:
+                operand.prepare(self.dtype)
+
+    def require_fit(self, k, wanted_columns):
+        """Refuses more pairs than rows, and blocks that the library cannot count. Local."""
+        if k > self.total_rows:
+            raise ValueError(f"k = {k} pairs are wanted of a problem with {self.total_rows} rows")
+        if max(self.rows, 1) * wanted_columns > _LARGEST_BLOCK:
+            raise ValueError(f"{wanted_columns} columns of {self.rows} rows are more than 2**31 - 1"
+                             " entries: spread the rows over more processes")
+
+    def operator(self, stack, operand):
+        """Handle of an operand's routine, which the stack releases; null for None."""
+        if operand is None:
+            return None
+        return stack.enter_context(Operator(operand.apply, self.dtype, self.guard)).handle
+
+    def agreed(self, choose):
+        """What choose() returns, which must be the same on all processes. Collective."""
+        choice = self.guard.attempt(choose)
+        self.guard.settle()
+        choices = self.team.gather(repr(choice))
+        for rank, other in enumerate(choices):
+            if other != choices[0]:
+                raise ValueError(f"processes 0 and {rank} were called differently: {choices[0]} and"
+                                 f" {other}")
+        return choice

@@ -1,0 +1,124 @@
+"""What the caller chose for a run, checked and completed."""
+
+import numbers
+import operator
+from dataclasses import dataclass
+from typing import Optional
+
+import numpy as np
+
+from ._library import DETECTORS, SOLVERS
+
+LARGEST_K = 10922  # three times it is the widest dense problem
+WIDEST_AT_ONCE = 64  # "auto" iterates more pairs than these in batches of as many
+MOST_FOR_LAPACK = 4  # processes; beyond, the dense problems are spread over them
+
+
+@dataclass(frozen=True)
+class Settings:
+    """Settings of a run, the same on all processes."""
+
+    k: int
+    dtype: np.dtype
+    solver: str
+    batch: Optional[int]
+    tol: float
+    absolute_tol: Optional[float]
+    maxiter: int
+    lock_factor: float
+    detector: str
+    passes: int
+    generalized: bool
+    preconditioned: bool
+    uses_lapack: bool
+
+    def threshold(self, norm_A, norm_B):
+        """What the convergence test compares with.
+
+        Vectors have unit norm in B, that is a 2-norm of about norm_B ** -0.5, with which residuals
+        grow; values are of the size of norm_A / norm_B.
+        """
+        if self.absolute_tol is not None:
+            return self.absolute_tol
+        if self.detector == "relative_residuals":
+            return self.tol
+        if self.detector == "eigenvalues":
+            return self.tol * norm_A / norm_B
+        return self.tol * norm_A / norm_B ** 0.5
+
+
+def whole(name, value, least):
+    """An integer of at least the given size."""
+    try:
+        value = operator.index(value)
+    except TypeError:
+        raise TypeError(f"{name} must be an integer, not {value!r}") from None
+    if value < least:
+        raise ValueError(f"{name} must be at least {least}, not {value}")
+    return value
+
+
+def _number(name, value):
+    if not isinstance(value, numbers.Real):
+        raise TypeError(f"{name} must be a number, not {value!r}")
+    return float(value)
+
+
+def _positive(name, value):
+    """A positive number, or None for None."""
+    if value is None:
+        return None
+    if not 0 < _number(name, value) < np.inf:
+        raise ValueError(f"{name} must be a positive number, not {value!r}")
+    return float(value)
+
+
+def _one_of(name, value, choices):
+    if value not in choices:
+        raise ValueError(f"{name} must be one of {', '.join(map(repr, choices))}, not {value!r}")
+    return value
+
+
+def _choose_solver(solver, batch, k):
+    """Solver and batch; "auto" goes over to batches for many pairs, or where a batch is given."""
+    _one_of("solver", solver, ("auto", *SOLVERS))
+    if batch is not None:
+        batch = whole("batch", batch, 1)
+    if solver == "lobpcg" and batch is not None:
+        raise ValueError("solver 'lobpcg' iterates all pairs at once and takes no batch")
+    if solver == "auto":
+        solver = "lobpcg_batch" if batch is not None or k > WIDEST_AT_ONCE else "lobpcg"
+    if solver == "lobpcg_batch" and batch is None:
+        batch = WIDEST_AT_ONCE
+    return solver, batch
+
+
+def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_tol=None,
+             maxiter=1000, lock_factor=1.0, detector="residuals", passes=None, generalized=False,
+             preconditioned=False):
+    """Settings with the defaults of their precision and number of pairs filled in.
+
+    Raises
+    ------
+    TypeError, ValueError
+        A setting that no run can have.
+    """
+    k = whole("k", k, 1)
+    if k > LARGEST_K:
+        raise ValueError(f"k must be at most {LARGEST_K}, not {k}")
+    solver, batch = _choose_solver(solver, batch, k)
+    if tol is not None and absolute_tol is not None:
+        raise ValueError("give either tol or absolute_tol, not both")
+    if not 0 <= _number("lock_factor", lock_factor) <= 1:
+        raise ValueError(f"lock_factor must be from 0 to 1, not {lock_factor!r}")
+    is_single = np.dtype(dtype) in (np.float32, np.complex64)
+    default_tol, default_passes = (1e-4, 3) if is_single else (1e-8, 2)
+    return Settings(
+        k=k, dtype=np.dtype(dtype), solver=solver, batch=batch,
+        tol=_positive("tol", tol) or default_tol,
+        absolute_tol=_positive("absolute_tol", absolute_tol),
+        maxiter=whole("maxiter", maxiter, 1), lock_factor=float(lock_factor),
+        detector=_one_of("detector", detector, tuple(DETECTORS)),
+        passes=default_passes if passes is None else whole("passes", passes, 1),
+        generalized=generalized, preconditioned=preconditioned,
+        uses_lapack=team.size <= MOST_FOR_LAPACK)

@@ -1,0 +1,214 @@
+"""Runs of the solvers."""
+
+import contextlib
+import ctypes
+import warnings
+
+import numpy as np
+
+from . import _settings
+from ._handles import Block, Solver
+from ._library import REASONS, StatsStruct, call, check_code, lib
+from ._probe import Probe, random_block
+from ._problem import Problem
+from ._results import ConvergenceWarning, EigenResult, Progress, Statistics
+
+
+def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None,
+          absolute_tol=None, maxiter=1000, batch=None, lock_factor=1.0, detector="residuals",
+          passes=None, dtype=None, comm=None, monitor=None, seed=0):
+    """Lowest eigenpairs of a Hermitian problem A x = lambda x or A x = lambda B x.
+
+    Parameters
+    ----------
+    A : array, sparse matrix, LinearOperator or callable
+        Hermitian operator of order n. A callable multiplies a block of columns, as ``A(X)`` that
+        returns an array or as ``A(X, out)`` that fills one. X is a read-only view of shape
+        (n, columns) on memory that is valid only until the callable returns, column-major.
+    k : int, optional
+        Number of wanted pairs, 6 by default or as many as X0 has columns.
+    B : as A, optional
+        Hermitian positive definite operator of the generalized problem.
+    T : as A, optional
+        Preconditioner, Hermitian positive definite: an approximate inverse of A.
+    X0 : array of shape (n, up to k), optional
+        Guess. Missing columns are random.
+    n : int, optional
+        Order of the problem, where neither A nor X0 tells it.
+    solver : {"auto", "lobpcg", "lobpcg_batch", "ppcg"}
+        "auto" is LOBPCG, and LOBPCG in batches above 64 pairs or where `batch` is given.
+    tol : float, optional
+        Threshold of the convergence test relative to an estimate of the 2-norm of A, by default
+        1e-8, in single precision 1e-4. In the generalized problem vectors have unit norm in B and
+        it is relative to norm(A) / sqrt(norm(B)), for the same accuracy however B is scaled. For
+        detector "relative_residuals" it is relative to the eigenvalue itself, for "eigenvalues" to
+        norm(A) / norm(B).
+    absolute_tol : float, optional
+        Threshold in the units of A instead.
+    maxiter : int
+        Limit of iterations.
+    batch : int, optional
+        Pairs that "lobpcg_batch" iterates at once (default 64), or columns of a sub-block of
+        "ppcg" (default the library's).
+    lock_factor : float
+        Factor of the threshold, from 0 to 1, at which a pair is no longer iterated.
+    detector : {"residuals", "relative_residuals", "eigenvalues", "residuals_or_eigenvalues"}
+        Test of convergence.
+    passes : int, optional
+        Limit of orthogonalization passes, by default 2, in single precision 3.
+    dtype : float32, float64, complex64 or complex128, optional
+        Scalar type of the computation, by default the one that A, B and T have in common.
+        Integers are taken as float64, and callables that do not tell as float64.
+    comm : mpi4py.MPI.Intracomm, optional
+        Processes that solve the problem together, each with its own rows: n, X0 and the result
+        are those of this process, and A multiplies them, with messages among the processes that
+        hold rows (it is not called on others). A matrix given as B or T acts on these rows alone.
+        Without comm this process solves the problem alone.
+    monitor : callable, optional
+        Called with a `Progress` after the start and after each iteration, on every process. The
+        run ends when it returns True on any.
+    seed : int
+        Of random columns.
+
+    Returns
+    -------
+    EigenResult
+        Unpacks as ``values, vectors``; its attributes tell of the run.
+
+    Warns
+    -----
+    ConvergenceWarning
+        Fewer than k pairs have converged and the monitor did not ask for the end. The result is
+        complete all the same: converged pairs first, estimates behind. To have an exception, with
+        the result as its attribute, use ``warnings.simplefilter("error", ves.ConvergenceWarning)``.
+
+    Raises
+    ------
+    TypeError, ValueError
+        An argument that cannot be worked with, on this process or, as ProcessError, on another.
+    ProcessError
+        A routine of the caller failed on another process.
+    Exception
+        Whatever a routine raised, KeyboardInterrupt too, after the run has ended on all processes.
+        A routine that communicates must not raise while others wait for its messages.
+
+    Notes
+    -----
+    Collective over comm: all its processes make the call, with the same settings. Threads of a
+    process wait for each other; with several processes only one thread may be in a run. An operator
+    may itself call `eigsh`. A is applied to a dozen random columns before the run, B too, to
+    estimate its norm and to refuse one that is not Hermitian, and to k columns after it for the
+    residuals. On several processes each call of an operator is followed by a reduction of an int,
+    by which they learn of exceptions. For the highest eigenvalues pass -A.
+    """
+    with Problem.opened(comm, A, B, T, "X0", X0, n, dtype) as problem:
+        def choose():
+            settings = _settings.complete(
+                _wanted(k, problem.columns), problem.dtype, problem.team, solver=solver, tol=tol,
+                absolute_tol=absolute_tol, maxiter=maxiter, batch=batch, lock_factor=lock_factor,
+                detector=detector, passes=passes, generalized=B is not None,
+                preconditioned=T is not None)
+            problem.require_fit(settings.k, 3 * settings.k)
+            _settings.whole("seed", seed, 0)
+            if monitor is not None and not callable(monitor):
+                raise TypeError("monitor must be callable")
+            return settings
+
+        settings = problem.agreed(choose)
+        result = _Run(problem, settings, monitor, seed).result()
+    if not result.converged and result.reason != "monitor":
+        warnings.warn(ConvergenceWarning(result.summary(), result), stacklevel=2)
+    return result
+
+
+def _wanted(k, guess):
+    """Number of wanted pairs, which a guess has no more columns than."""
+    if k is None:
+        return 6 if guess is None else guess.shape[1]
+    if guess is not None and guess.shape[1] > _settings.whole("k", k, 1):
+        raise ValueError(f"X0 has {guess.shape[1]} columns for k = {k} pairs")
+    return k
+
+
+class _Run:
+    """One run of a solver, from the guess to the result."""
+
+    def __init__(self, problem, settings, monitor, seed):
+        self._problem, self._settings, self._monitor = problem, settings, monitor
+        self._history = []
+        probe = Probe(problem.rows, problem.dtype, seed, problem.team, problem.guard)
+        self._norm_A = probe.norm(problem.A)
+        norm_B = 1.0 if problem.B is None else probe.norm(problem.B, definite=True)
+        self._threshold = settings.threshold(self._norm_A or 1.0, norm_B)
+        self._require_measurable()
+        self._values = np.zeros((settings.k, 1), problem.dtype, order="F")
+        self._vectors = problem.guard.attempt(self._guess, seed)
+        problem.guard.settle()  # memory may have been short on one process alone
+
+    def _require_measurable(self):
+        """Residuals are measured by the sum of their squares, which must be numbers of the type:
+        from those at the threshold, or at rounding errors of A, up to the norm of A."""
+        limits = np.finfo(self._settings.dtype)
+        smallest = max(self._threshold, float(limits.eps) * self._norm_A)
+        if smallest**2 < limits.tiny or self._norm_A**2 > limits.max:
+            raise ValueError(f"A is of norm {self._norm_A:.0e}: squares of its residuals leave the"
+                             f" range of {limits.dtype}; scale the problem")
+
+    def _guess(self, seed):
+        problem = self._problem
+        guess = random_block(problem.rows, self._settings.k, problem.dtype, seed + 1, problem.team)
+        if problem.columns is not None:
+            guess[:, :problem.columns.shape[1]] = problem.columns
+        return guess
+
+    def result(self):
+        """Runs the solver. Collective."""
+        problem, team = self._problem, self._problem.team
+        with contextlib.ExitStack() as stack:
+            A, B, T = (problem.operator(stack, each) for each in (problem.A, problem.B, problem.T))
+            X = stack.enter_context(Block(self._vectors, team)).handle
+            D = stack.enter_context(Block(self._values, team)).handle
+            solver = stack.enter_context(Solver(self._settings))
+            call("VesSolverSetThreshold", solver.handle, self._threshold)
+            solver.set_monitor(self._follow)
+            code = lib.VesRunSolver(solver.handle, A, B, T, X, D)
+            problem.guard.settle()
+            check_code("VesRunSolver", code)
+            residuals = self._residuals(stack, A, B, X, D)
+            return self._describe(solver, residuals)
+
+    def _follow(self, struct):
+        guard = self._problem.guard
+        return int(guard.agree(guard.attempt(self._note, struct)))
+
+    def _note(self, struct):
+        """Remembers where the run stands, and says whether the caller asks for its end."""
+        progress = Progress.from_struct(struct)
+        self._history.append(progress)
+        return self._monitor is not None and bool(self._monitor(progress))
+
+    def _residuals(self, stack, A, B, X, D):
+        """Residual norms of all pairs, from A applied once more."""
+        team, guard = self._problem.team, self._problem.guard
+        storage = guard.attempt(np.zeros_like, self._vectors)
+        guard.settle()
+        R = stack.enter_context(Block(storage, team))
+        norms = stack.enter_context(Block(np.zeros_like(self._values), team))
+        call("VesEigResidual", A, B, X, D, R.handle)
+        guard.settle()
+        call("VesVectorNorm", R.handle, norms.handle)
+        return norms.array.real[:, 0].copy()
+
+    def _describe(self, solver, residuals):
+        stats = StatsStruct()
+        call("VesGetSolverStats", solver.handle, ctypes.byref(stats))
+        result = EigenResult(self._values.real[:, 0].copy(), self._vectors)
+        n_converged = solver.ask_int("VesGetSolverConv")
+        vars(result).update(
+            n_converged=n_converged, converged=n_converged == self._settings.k,
+            reason=REASONS[solver.ask_int("VesGetSolverReason")],
+            iterations=solver.ask_int("VesGetSolverIter"), residuals=residuals,
+            threshold=self._threshold, norm_estimate=self._norm_A, history=self._history,
+            statistics=Statistics.from_struct(stats), settings=self._settings,
+            memory_forecast=solver.memory(*self._vectors.shape, self._settings.generalized))
+        return result

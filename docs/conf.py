@@ -1,0 +1,30 @@
+"""Sphinx pages of libves; docs/build names the folder of Doxygen's XML."""
+import os
+import sys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+
+project = "libves"
+extensions = ["breathe", "myst_parser", "math_as_mathml", "reference_pages"]
+myst_enable_extensions = ["dollarmath", "colon_fence"]
+myst_heading_anchors = 3
+html_math_renderer = "mathml"
+
+breathe_projects = {"ves": os.environ["VES_DOXYGEN_XML"]}
+breathe_default_project = "ves"
+breathe_domain_by_extension = {"h": "c"}
+ves_header = "../include/ves.h"
+
+# Names of the C library and of MPI, and the structures behind the opaque handles.
+nitpick_ignore_regex = [("c:identifier", r"MPI_\w+|size_t|Ves\w+Base")]
+
+html_theme = "furo"
+html_title = "libves"
+# Browsers set formulas well only in a font made for it, which not every machine has.
+html_static_path = ["style.css",
+                    "/usr/share/texmf/fonts/opentype/public/lm-math/latinmodern-math.otf"]
+html_css_files = ["style.css"]
+html_copy_source = False
+html_show_sphinx = False
+html_show_copyright = False
+pygments_style = "default"

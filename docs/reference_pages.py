@@ -1,0 +1,42 @@
+"""Reference pages from the C header: return codes as lists, and no public name without a page."""
+import os
+import re
+
+from docutils import nodes
+from sphinx.util import logging
+
+COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.DOTALL)
+CODE = re.compile(r"(-\d(?:, -\d)*|0)\b *(.*)", re.DOTALL)
+
+
+def public_names(header):
+    """Functions and types of the header, but for the structures behind its opaque handles."""
+    with open(header, encoding="utf-8") as file:
+        return set(re.findall(r"\bVes(?!\w+Base\b)\w+", COMMENT.sub("", file.read())))
+
+
+def require_all(app, env):
+    described = {entry[0] for entry in env.get_domain("c").get_objects()}
+    names = public_names(os.path.join(app.srcdir, app.config.ves_header))
+    for name in sorted(names - described):
+        logging.getLogger(__name__).warning("no page describes %s", name)
+
+
+def list_codes(app, doctree):
+    """Turns "-7 solver is null; -1 value not positive; 0" into a line for each code."""
+    for field in doctree.findall(nodes.field):
+        entries = re.split(r"; (?=-\d|0$)", field[1].astext().strip())
+        found = [CODE.fullmatch(entry) for entry in entries]
+        if field[0].astext() != "Returns" or not all(found):
+            continue
+        lines = nodes.line_block()
+        for code, meaning in (match.groups() for match in found):
+            lines += nodes.line("", "", nodes.literal("", code), nodes.Text(" " + meaning))
+        field[1].children = [lines]
+
+
+def setup(app):
+    app.add_config_value("ves_header", None, "env")
+    app.connect("doctree-read", list_codes)
+    app.connect("env-check-consistency", require_all)
+    return {"parallel_read_safe": True}

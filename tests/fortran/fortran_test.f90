@@ -1,0 +1,404 @@
+!> The Fortran module: four kinds on communicators of both modules of MPI, the generalized problem,
+!> monitor, reports and refusals. With the argument "stop" a refused call has to end the program.
+module fortran_test_cases
+  use, intrinsic :: iso_c_binding
+  use, intrinsic :: iso_fortran_env, only: error_unit, int64, real32, real64
+  use mpi_f08
+  use ves
+  use pair_operators
+  implicit none
+
+  integer, parameter :: nPairs = 4, padding = 3
+  real(real64), parameter :: exact(nPairs) = [3, 5, 7, 9]
+  integer :: failures = 0, rank, processes
+  integer :: n = 20, firstRow !< local rows: 20, but none on the last of several processes
+
+  type, extends(VesMonitor) :: Watcher
+    integer :: reports = 0, lastIteration = 0
+    logical :: isSound = .true.
+  contains
+    procedure :: Report => Watch
+  end type Watcher
+
+contains
+
+  subroutine Check(good, what)
+    logical, intent(in) :: good
+    character(*), intent(in) :: what
+    if (good) return
+    failures = failures + 1
+    write (error_unit, '(a, i0, 2a)') 'process ', rank, ': ', what
+  end subroutine Check
+
+  !> The last process, the first of the communicator, asks for the end after three iterations; what
+  !> the others say counts for nothing.
+  logical function Watch(self, progress)
+    class(Watcher), intent(inout) :: self
+    type(VesProgress), intent(in) :: progress
+    self%isSound = self%isSound .and. progress%iteration == self%reports .and. &
+                   size(progress%values) == nPairs .and. size(progress%residuals) == nPairs .and. &
+                   progress%wanted == nPairs .and. progress%columnsA >= nPairs
+    if (self%isSound) self%isSound = all(progress%values(2:) >= progress%values(:nPairs - 1))
+    self%reports = self%reports + 1
+    self%lastIteration = progress%iteration
+    Watch = rank < processes - 1 .or. progress%iteration == 3
+  end function Watch
+
+  !> Blocks of one kind on their communicator, of n and nPairs rows, still without storage.
+  subroutine MakeBlocks(scalarType, comm, x, d)
+    integer, intent(in) :: scalarType
+    type(MPI_Comm), intent(in) :: comm
+    type(VesVector), intent(out) :: x, d
+    call VesVectorCreate(x, scalarType, VES_VECTOR_DENSE)
+    call VesVectorCreate(d, scalarType, VES_VECTOR_DENSE)
+    call VesVectorSetComm(x, 0, comm)
+    call VesVectorSetComm(d, 0, comm%mpi_val) ! as the module mpi has it
+    call VesVectorSetDim(x, n, nPairs)
+    call VesVectorSetDim(d, nPairs, 1)
+  end subroutine MakeBlocks
+
+  !> Solves with A and looks at the reports; frees all handles.
+  subroutine SolveAndCheck(scalarType, threshold, A, x, d, name)
+    integer, intent(in) :: scalarType
+    real(real64), intent(in) :: threshold
+    type(VesMatrix), intent(inout) :: A
+    type(VesVector), intent(inout) :: x, d
+    character(*), intent(in) :: name
+    type(VesSolver) :: solver
+    real(real64) :: residual, orthoError
+    integer :: nConv, reason
+    call VesSolverCreate(solver, scalarType, VES_LOBPCG)
+    call VesSolverSetThreshold(solver, threshold)
+    call VesSolverSetMaxOrthoIter(solver, 3)
+    call VesRunSolver(solver, A, x, d)
+    call VesGetSolverConv(solver, nConv)
+    call Check(nConv == nPairs, name // ': not all pairs converged')
+    call VesGetSolverReason(solver, reason)
+    call Check(VesReasonString(reason) == VesReasonString(VES_REASON_CONVERGED), name // ': reason')
+    call VesCheckEigenpairs(A, x, d, residual, orthoError)
+    call Check(residual < 2 * threshold, name // ': recomputed residual')
+    call Check(orthoError < threshold, name // ': orthonormality')
+    call VesSolverDestroy(solver)
+    call VesVectorDestroy(d)
+    call VesVectorDestroy(x)
+    call VesMatrixDestroy(A)
+  end subroutine SolveAndCheck
+
+  subroutine TestDouble(comm)
+    type(MPI_Comm), intent(in) :: comm
+    real(real64), target :: x(n + padding, nPairs), d(nPairs)
+    type(DoublePairs), target :: op
+    type(VesMatrix) :: A
+    type(VesVector) :: vecX, vecD
+    op%firstRow = firstRow
+    call random_number(x)
+    x(n + 1:, :) = 77
+    call VesMatrixCreate(A, VES_DOUBLE, VES_MATRIX_SHELL)
+    call VesMatrixSetShellMatVec(A, op)
+    call MakeBlocks(VES_DOUBLE, comm, vecX, vecD)
+    call VesVectorDenseSetValues(vecX, x)
+    call VesVectorDenseSetValues(vecD, d)
+    call SolveAndCheck(VES_DOUBLE, 1.0e-8_real64, A, vecX, vecD, 'double')
+    call Check(all(abs(d - exact) < 1e-10_real64), 'double: values')
+    call Check(all(abs(x(n + 1:, :) - 77) <= 0), 'double: written beyond the rows')
+  end subroutine TestDouble
+
+  subroutine TestFloat(comm)
+    type(MPI_Comm), intent(in) :: comm
+    real(real32), target :: x(n + padding, nPairs), d(nPairs)
+    type(FloatPairs), target :: op
+    type(VesMatrix) :: A
+    type(VesVector) :: vecX, vecD
+    op%firstRow = firstRow
+    call random_number(x)
+    x(n + 1:, :) = 77
+    call VesMatrixCreate(A, VES_FLOAT, VES_MATRIX_SHELL)
+    call VesMatrixSetShellMatVec(A, op)
+    call MakeBlocks(VES_FLOAT, comm, vecX, vecD)
+    call VesVectorDenseSetValues(vecX, x)
+    call VesVectorDenseSetValues(vecD, d)
+    call SolveAndCheck(VES_FLOAT, 1.0e-3_real64, A, vecX, vecD, 'float')
+    call Check(all(abs(d - exact) < 1e-4_real64), 'float: values')
+    call Check(all(abs(x(n + 1:, :) - 77) <= 0), 'float: written beyond the rows')
+  end subroutine TestFloat
+
+  subroutine TestComplexDouble(comm)
+    type(MPI_Comm), intent(in) :: comm
+    complex(real64), target :: x(n + padding, nPairs), d(nPairs)
+    real(real64) :: parts(n + padding, nPairs)
+    type(ComplexDoublePairs), target :: op
+    type(VesMatrix) :: A
+    type(VesVector) :: vecX, vecD
+    op%firstRow = firstRow
+    call random_number(parts)
+    x = cmplx(parts, 0.5_real64 - parts**2, real64)
+    x(n + 1:, :) = 77
+    call VesMatrixCreate(A, VES_COMPLEX_DOUBLE, VES_MATRIX_SHELL)
+    call VesMatrixSetShellMatVec(A, op)
+    call MakeBlocks(VES_COMPLEX_DOUBLE, comm, vecX, vecD)
+    call VesVectorDenseSetValues(vecX, x)
+    call VesVectorDenseSetValues(vecD, d)
+    call SolveAndCheck(VES_COMPLEX_DOUBLE, 1.0e-8_real64, A, vecX, vecD, 'complex double')
+    call Check(all(abs(d - exact) < 1e-10_real64), 'complex double: values')
+    call Check(all(abs(x(n + 1:, :) - 77) <= 0), 'complex double: written beyond the rows')
+  end subroutine TestComplexDouble
+
+  subroutine TestComplexFloat(comm)
+    type(MPI_Comm), intent(in) :: comm
+    complex(real32), target :: x(n + padding, nPairs), d(nPairs)
+    real(real32) :: parts(n + padding, nPairs)
+    type(ComplexFloatPairs), target :: op
+    type(VesMatrix) :: A
+    type(VesVector) :: vecX, vecD
+    op%firstRow = firstRow
+    call random_number(parts)
+    x = cmplx(parts, 0.5 - parts**2, real32)
+    x(n + 1:, :) = 77
+    call VesMatrixCreate(A, VES_COMPLEX_FLOAT, VES_MATRIX_SHELL)
+    call VesMatrixSetShellMatVec(A, op)
+    call MakeBlocks(VES_COMPLEX_FLOAT, comm, vecX, vecD)
+    call VesVectorDenseSetValues(vecX, x)
+    call VesVectorDenseSetValues(vecD, d)
+    call SolveAndCheck(VES_COMPLEX_FLOAT, 1.0e-3_real64, A, vecX, vecD, 'complex float')
+    call Check(all(abs(d - exact) < 1e-4_real64), 'complex float: values')
+    call Check(all(abs(x(n + 1:, :) - 77) <= 0), 'complex float: written beyond the rows')
+  end subroutine TestComplexFloat
+
+  !> Weighted rows with B and a preconditioner, under a monitor that stops the first of two runs.
+  subroutine TestGeneralized(comm)
+    type(MPI_Comm), intent(in) :: comm
+    real(real64), target :: x(n, nPairs), d(nPairs)
+    real(real64), pointer :: residuals(:, :), norms(:, :)
+    type(DoublePairs), target :: stiffness
+    type(DoubleMass), target :: mass
+    type(DoubleInverse), target :: inverse
+    type(Watcher), target :: monitor
+    type(VesMatrix) :: A, B, T
+    type(VesVector) :: vecX, vecD, vecR, vecNorms
+    type(VesSolver) :: solver
+    type(VesSolverStats) :: stats
+    integer :: reason, iter
+    real(real64) :: largest, orthoError
+    integer(int64) :: bytes
+    stiffness = DoublePairs(firstRow=firstRow, weight=0.1_real64)
+    mass = DoubleMass(firstRow=firstRow, weight=0.1_real64)
+    inverse = DoubleInverse(firstRow=firstRow, weight=0.1_real64)
+    call random_number(x)
+    call VesMatrixCreate(A, VES_DOUBLE, VES_MATRIX_SHELL)
+    call VesMatrixCreate(B, VES_DOUBLE, VES_MATRIX_SHELL)
+    call VesMatrixCreate(T, VES_DOUBLE, VES_MATRIX_SHELL)
+    call VesMatrixSetDim(A, n, n)
+    call VesMatrixSetShellMatVec(A, stiffness)
+    call VesMatrixSetShellMatVec(B, mass)
+    call VesMatrixSetShellMatVec(T, inverse)
+    call MakeBlocks(VES_DOUBLE, comm, vecX, vecD)
+    call VesVectorDenseSetValues(vecX, x)
+    call VesVectorDenseSetValues(vecD, d)
+    call VesSolverCreate(solver, VES_DOUBLE, VES_LOBPCG)
+    call VesSolverSetProblemType(solver, VES_PROBLEM_GENERALIZED)
+    call VesSolverSetThreshold(solver, 1.0e-9_real64)
+    call VesSolverMemory(solver, n, nPairs, .true., bytes)
+    call Check(bytes > 8 * 13 * nPairs * n, 'forecast of the memory')
+
+    call VesSolverSetMonitor(solver, monitor)
+    call VesRunSolver(solver, A, vecX, vecD, B=B, T=T)
+    call VesGetSolverReason(solver, reason)
+    call VesGetSolverIter(solver, iter)
+    call Check(reason == VES_REASON_MONITOR .and. iter == 3, 'stop by the monitor')
+    call Check(monitor%isSound .and. monitor%reports == 4, 'what the monitor was told')
+
+    call VesSolverSetMonitor(solver)
+    call VesRunSolver(solver, A, vecX, vecD, B=B, T=T)
+    call VesGetSolverReason(solver, reason)
+    call Check(reason == VES_REASON_CONVERGED, 'generalized: reason')
+    call Check(monitor%reports == 4, 'a monitor that was removed is called')
+    call Check(all(abs(d - exact) < 1e-10_real64), 'generalized: values')
+    call VesGetSolverStats(solver, stats)
+    call Check(stats%columnsA >= nPairs .and. stats%columnsB >= nPairs .and. stats%columnsT > 0 &
+               .and. stats%reductions > 0 .and. stats%bytesReduced >= 8 * stats%reductions &
+               .and. stats%secondsTotal >= stats%secondsOperators + stats%secondsDense &
+               .and. stats%secondsDense > 0, 'statistics')
+
+    call VesVectorReplicate(vecX, vecR, .true., .false.)
+    call VesVectorReplicate(vecD, vecNorms, .true., .true.)
+    call VesVectorDenseGetValues(vecNorms, norms)
+    call Check(all(shape(norms) == [nPairs, 1]) .and. all(abs(norms(:, 1) - d) <= 0), 'copied values')
+    call VesEigResidual(A, vecX, vecD, vecR, B=B)
+    call VesVectorNorm(vecR, vecNorms)
+    call VesVectorDenseGetValues(vecR, residuals)
+    call Check(all(shape(residuals) == [n, nPairs]), 'shape of a replica')
+    call VesCheckEigenpairs(A, vecX, vecD, largest, orthoError, B=B)
+    call Check(abs(maxval(norms) - largest) < 1e-14_real64 .and. largest < 2e-9_real64 &
+               .and. orthoError < 1e-10_real64, 'recomputed residuals')
+    call VesVectorDestroy(vecNorms)
+    call VesVectorDestroy(vecR)
+    call VesSolverDestroy(solver)
+    call VesVectorDestroy(vecD)
+    call VesVectorDestroy(vecX)
+    call VesMatrixDestroy(T)
+    call VesMatrixDestroy(B)
+    call VesMatrixDestroy(A)
+  end subroutine TestGeneralized
+
+  !> What only this module can see: arrays and operators of another kind, arrays with gaps.
+  subroutine TestRefusedArrays()
+    real(real64), target :: x(6, nPairs), cube(2, 2, nPairs)
+    real(real32), target :: single(6, nPairs)
+    real(real64), pointer :: values(:, :)
+    type(DoublePairs), target :: op
+    type(VesMatrix) :: A, none
+    type(VesVector) :: block, other
+    integer :: code
+    call VesMatrixCreate(A, VES_FLOAT, VES_MATRIX_SHELL)
+    call VesMatrixSetShellMatVec(A, op, code)
+    call Check(code == VES_ERR_MISMATCH, 'operator of another kind')
+    call Check(.not. associated(VesMatrixGetShellUserData(A)), 'a refused operator is kept')
+    call VesMatrixSetShellMatVec(none, op, code)
+    call Check(code == VES_ERR_NULL_POINTER, 'null handle of a matrix')
+    call VesMatrixDestroy(A)
+    call VesMatrixDestroy(A) ! a null handle is ignored
+
+    call VesVectorDenseSetValues(block, x, code)
+    call Check(code == VES_ERR_NULL_POINTER, 'null handle of a block')
+    call VesVectorReplicate(block, other, .true., .true., code)
+    call Check(code == VES_ERR_NULL_POINTER, 'replica of a null handle')
+    call VesVectorCreate(block, VES_DOUBLE, VES_VECTOR_DENSE)
+    other = block ! what one copy of a handle is told the other knows
+    call VesVectorSetDim(other, 3, nPairs)
+    call VesVectorDenseSetValues(block, single, code)
+    call Check(code == VES_ERR_MISMATCH, 'array of another kind')
+    call VesVectorDenseSetValues(block, cube, code)
+    call Check(code == VES_ERR_MISMATCH, 'array of rank 3')
+    call VesVectorDenseSetValues(block, x(:, 2:), code)
+    call Check(code == VES_ERR_MISMATCH, 'array with too few columns')
+    call VesVectorDenseSetValues(block, x(2:4, :), code)
+    call Check(code == VES_ERR_INVALID_VALUE, 'array with gaps')
+    call VesVectorDenseGetValues(block, values)
+    call Check(.not. associated(values), 'a refused array is kept')
+    call VesVectorDenseSetValues(block, x, code)
+    call Check(code == VES_GOOD, 'array with more rows than the block')
+    call VesVectorDenseGetValues(block, values)
+    call Check(associated(values, x(:3, :)), 'values of a block')
+    call VesVectorSetDim(block, 3, nPairs + 1, code)
+    call Check(code == VES_ERR_MISMATCH, 'more columns than the array has')
+    call VesVectorDestroy(block)
+  end subroutine TestRefusedArrays
+
+  !> y = userData x in every column, as a routine of C would do it.
+  subroutine Scale(userData, x, y, nRows, nCols, ld) bind(c)
+    type(c_ptr), value :: userData, x, y
+    integer(c_int), value :: nRows, nCols, ld
+    real(c_double), pointer :: factor, xs(:, :), ys(:, :)
+    call c_f_pointer(userData, factor)
+    call c_f_pointer(x, xs, [ld, nCols])
+    call c_f_pointer(y, ys, [ld, nCols])
+    ys(:nRows, :) = factor * xs(:nRows, :)
+  end subroutine Scale
+
+  !> A routine of C takes the place of an operator: R = 3 X - 2 X.
+  subroutine TestRoutineOfC()
+    real(real64), target :: x(5, 2), r(5, 2), d(2), factor
+    type(DoublePairs), target :: op
+    type(VesMatrix) :: A
+    type(VesVector) :: vecX, vecR, vecD
+    x = reshape([1, 2, 3, 4, 5, 6, 7, 8, 9, 10], [5, 2])
+    d = 2
+    factor = 3
+    call VesMatrixCreate(A, VES_DOUBLE, VES_MATRIX_SHELL)
+    call VesMatrixSetShellMatVec(A, op)
+    call Check(associated(VesMatrixGetShellUserData(A)), 'operator of a matrix')
+    call VesMatrixSetShellMatVec(A, c_loc(factor), c_funloc(Scale))
+    call Check(.not. associated(VesMatrixGetShellUserData(A)), 'an operator that was replaced')
+    call VesVectorCreate(vecX, VES_DOUBLE, VES_VECTOR_DENSE)
+    call VesVectorSetDim(vecX, 5, 2)
+    call VesVectorReplicate(vecX, vecR, .false., .false.)
+    call VesVectorDenseSetValues(vecX, x)
+    call VesVectorDenseSetValues(vecR, r)
+    call VesVectorCreate(vecD, VES_DOUBLE, VES_VECTOR_DENSE)
+    call VesVectorSetDim(vecD, 2, 1)
+    call VesVectorDenseSetValues(vecD, d)
+    call VesEigResidual(A, vecX, vecD, vecR)
+    call Check(all(abs(r - x) < 1e-14_real64), 'routine of C')
+    call VesVectorDestroy(vecD)
+    call VesVectorDestroy(vecR)
+    call VesVectorDestroy(vecX)
+    call VesMatrixDestroy(A)
+  end subroutine TestRoutineOfC
+
+  !> Each setting reaches the function of its name: their refusals differ by solver and value.
+  subroutine TestSettings()
+    type(VesSolver) :: lobpcg, batch, ppcg, none
+    integer :: code(9), number
+    call VesSolverCreate(lobpcg, VES_DOUBLE, VES_LOBPCG)
+    call VesSolverCreate(batch, VES_DOUBLE, VES_LOBPCG_BATCH)
+    call VesSolverCreate(ppcg, VES_DOUBLE, VES_PPCG)
+    call VesSolverSetMaxIter(lobpcg, 0, code(1))
+    call VesSolverSetMaxOrthoIter(lobpcg, 0, code(2))
+    call VesSolverSetThreshold(lobpcg, 0.0_real64, code(3))
+    call VesSolverSetLockFactor(lobpcg, 1.5_real64, code(4))
+    call VesSolverSetBatchLimit(batch, 0, code(5))
+    call VesSolverSetPPCGSoftLocking(ppcg, 3, code(6))
+    call VesSolverSetPPCGBatch(ppcg, 0, code(7))
+    call VesSolverSetPPCGRRPeriod(ppcg, -1, code(8))
+    call VesSolverSetPPCGLockFactor(ppcg, -1.0_real64, code(9))
+    call Check(all(code == VES_ERR_INVALID_VALUE), 'numbers out of range')
+    call VesSetDenseEigenSolverType(lobpcg, 2, code(1))
+    call VesSetConvergeDetectorType(lobpcg, 4, code(2))
+    call VesSetOrthogonalizerType(lobpcg, 2, code(3))
+    call VesSetOrthoProjectorType(lobpcg, 1, code(4))
+    call VesSolverSetLockDetectorType(lobpcg, 4, code(5))
+    call VesSolverSetRankRevealerType(lobpcg, 2, code(6))
+    call Check(all(code(:6) == VES_ERR_UNSUPPORTED), 'kinds that there are not')
+    call VesSolverSetBatchLimit(ppcg, 2, code(1))
+    call VesSolverSetPPCGSoftLocking(batch, 1, code(2))
+    call VesSolverSetPPCGBatch(lobpcg, 1, code(3))
+    call VesSolverSetPPCGRRPeriod(lobpcg, 0, code(4))
+    call VesSolverSetPPCGLockFactor(batch, 1.0_real64, code(5))
+    call Check(all(code(:5) == VES_ERR_INCOMPATIBLE), 'settings of other solvers')
+    call VesSolverSetProblemType(none, VES_PROBLEM_STANDARD, code(1))
+    call VesSolverSetSelfCheck(none, .false., code(2))
+    call VesGetSolverConv(none, number, code(3))
+    call VesSolverSetMonitor(none, ierror=code(4))
+    call Check(all(code(:4) == VES_ERR_NULL_POINTER), 'null handle of a solver')
+    call Check(VesErrorString(VES_GOOD) /= VesErrorString(VES_ERR_MISMATCH), 'texts of codes')
+    call Check(VesGetVersion() == PROJECT_VERSION, 'version')
+    call VesSolverDestroy(ppcg)
+    call VesSolverDestroy(batch)
+    call VesSolverDestroy(lobpcg)
+  end subroutine TestSettings
+end module fortran_test_cases
+
+program fortran_test
+  use fortran_test_cases
+  implicit none
+  type(MPI_Comm) :: comm
+  character(4) :: argument
+  type(VesSolver) :: solver
+  integer :: worst
+
+  call MPI_Init()
+  call MPI_Comm_size(MPI_COMM_WORLD, processes)
+  call MPI_Comm_rank(MPI_COMM_WORLD, rank)
+  call get_command_argument(1, argument)
+  if (argument == 'stop' .and. rank == 0) then
+    call VesSolverCreate(solver, VES_DOUBLE, VES_LOBPCG)
+    call VesSolverSetMaxIter(solver, -3)
+  end if
+
+  ! The ranks reversed: a communicator that reached the library wrongly would mix up the rows.
+  call MPI_Comm_split(MPI_COMM_WORLD, 0, -rank, comm)
+  n = merge(0, 20, rank > 0 .and. rank == processes - 1)
+  firstRow = 20 * rank
+  call TestDouble(comm)
+  call TestFloat(comm)
+  call TestComplexDouble(comm)
+  call TestComplexFloat(comm)
+  call TestGeneralized(comm)
+  call TestRefusedArrays()
+  call TestRoutineOfC()
+  call TestSettings()
+  call MPI_Comm_free(comm)
+  call MPI_Allreduce(failures, worst, 1, MPI_INTEGER, MPI_MAX, MPI_COMM_WORLD)
+  call MPI_Finalize()
+  if (worst > 0) error stop 1
+end program fortran_test

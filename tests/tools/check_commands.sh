@@ -1,0 +1,154 @@
+#!/usr/bin/env bash
+# The program ves as its users call it, on some number of processes: results, files, complaints and
+# exit codes. check_commands.sh VES FOLDER COMMAND... where COMMAND starts the processes.
+set -uo pipefail
+ves=$1 folder=$2
+shift 2
+start=("$@")
+processes=1
+[ $# -eq 0 ] || processes=${!#}
+rm -rf "$folder"
+mkdir -p "$folder"
+cd "$folder" || exit 1
+failures=0
+
+fail() {
+  echo "FAILED: $*"
+  sed 's/^/  | /' output
+  failures=$((failures + 1))
+}
+
+# expect CODE TEXT ARGUMENT...: the program ends with the code, and its output holds the text.
+expect() {
+  local code=$1 text=$2 found
+  shift 2
+  timeout 60 "${start[@]}" "$ves" "$@" >output 2>&1
+  found=$?
+  [ "$found" -eq "$code" ] || fail "exit code $found, not $code: ves $*"
+  [ -z "$text" ] || grep -qF -- "$text" output || fail "'$text' is missing: ves $*"
+}
+
+on_one_process() {
+  local start=()
+  "$@"
+}
+
+# values FILE: the eigenvalues of a result file, one on each line.
+values() { sed -n '/"eigenvalues": \[/,/\]/p' "$1" | grep -oE '[-0-9.e+]+,?$' | tr -d ,; }
+
+# agree FILE FILE TOLERANCE: two lists of numbers.
+agree() {
+  paste "$1" "$2" | awk -v tolerance="$3" '
+    NF != 2 { bad = 1 } { d = $1 - $2; if (d < 0) d = -d; if (!(d <= tolerance)) bad = 1 }
+    END { exit bad || NR == 0 }' || { cat "$1" "$2" >output; fail "values of $1 and $2 differ"; }
+}
+
+# tridiagonal N DIAGONAL BESIDE: a symmetric Matrix Market file.
+tridiagonal() {
+  awk -v n="$1" -v d="$2" -v b="$3" 'BEGIN {
+    print "%%MatrixMarket matrix coordinate real symmetric"; print n, n, 2 * n - 1
+    for (i = 1; i <= n; ++i) { print i, i, d; if (i < n) print i + 1, i, b } }'
+}
+
+# chain N K MASS: the lowest values of stiffness (2, -1), with the mass matrix (4, 1)/6 for MASS 1.
+chain() {
+  awk -v n="$1" -v k="$2" -v mass="$3" 'BEGIN { pi = atan2(0, -1)
+    for (j = 1; j <= k; ++j) { c = cos(pi * j / (n + 1)); printf "%.15g\n", (2 - 2 * c) / (mass ? (2 + c) / 3 : 1) } }'
+}
+
+tridiagonal 100 2 -1 >a.mtx
+tridiagonal 100 0.66666666666666667 0.16666666666666667 >b.mtx
+
+# Results, their files, and the check of them on one process too.
+mkdir results
+expect 0 "8 of 8 pairs converged" solve a.mtx -k 8 --json results/a.json --vectors results/a.x \
+  --plot results/a.svg --tol 1e-9
+values results/a.json >found
+chain 100 8 0 >exact
+agree found exact 1e-8
+[ "$(grep -c '<path class="pair"' results/a.svg)" -eq 8 ] || fail "a picture without its lines"
+expect 0 "good   residuals" check results/a.json
+on_one_process expect 0 "good   orthogonality" check results/a.json
+expect 0 "in 0 iterations" solve a.mtx -k 8 --start results/a.x
+expect 0 "" solve a.mtx -k 3 --quiet
+[ -s output ] && fail "--quiet was not"
+for solver in lobpcg lobpcg-batch ppcg; do
+  expect 0 "6 of 6 pairs" solve a.mtx b.mtx --solver "$solver" --json "$solver.json" --tol 1e-9 --precond jacobi
+  values "$solver.json" >found
+  chain 100 6 1 >exact
+  agree found exact 1e-8
+done
+expect 0 "preconditioner ic" solve a.mtx --scalar float -k 4 --detector relative-residuals --tol 1e-2
+expect 0 "complex-float" solve a.mtx --scalar complex-float -k 4 --tol 1e-3 --ortho svd-qr
+
+# Fewer rows than processes, complex numbers, a repeated value.
+printf '%%%%MatrixMarket matrix coordinate complex hermitian\n3 3 4\n1 1 2 0\n2 1 0 1\n2 2 2 0\n3 3 1 0\n' >c.mtx
+expect 0 "3 of 3 pairs" solve c.mtx -k 3 --json c.json --vectors c.x
+values c.json >found
+printf '1\n1\n3\n' >exact
+agree found exact 1e-8
+expect 0 "good   order" check c.json
+
+# A ring of six vertices, as a list and as a matrix.
+printf '# ring\n0 1\n1 2\n2 3\n3 4\n4 5\n5 0\n' >ring.txt
+printf '%%%%MatrixMarket matrix coordinate pattern symmetric\n6 6 6\n2 1\n3 2\n4 3\n5 4\n6 5\n6 1\n' >ring.mtx
+printf '0\n1\n1\n' >exact
+for graph in ring.txt ring.mtx; do
+  expect 0 "3 of 3" solve --model "graph:$graph" -k 3 --json results/ring.json --vectors results/ring.x
+  values results/ring.json >found
+  agree found exact 1e-8
+done
+expect 0 "good   residuals" check results/ring.json
+expect 0 "lobpcg-batch" bench --model laplace2d:12x10 -k 5
+expect 0 "BLAS" info
+expect 0 "Exit codes" --help
+
+# Results that are wrong or have lost a file.
+sed 's/"eigenvalues": \[/&\n  0.25,/; s/"converged": 8,/"converged": 9,/' results/a.json >results/more.json
+expect 3 "8 vectors for 9 eigenvalues" check results/more.json
+sed '/"eigenvalues"/,/]/ s/0\.00[0-9]*/0.0012/' results/a.json >results/wrong.json
+expect 1 "WRONG  residuals" check results/wrong.json
+sed 's/a.x"/twice.x"/' results/a.json >results/twice.json
+awk 'NR == 103 { exit } { print } ' results/a.x >results/column
+{ cat results/column; awk 'NR > 2' results/column; awk 'NR > 202' results/a.x; } >results/twice.x
+expect 1 "WRONG  orthogonality" check results/twice.json
+sed '50s/.*/bad/' results/a.x >results/twice.x
+expect 3 "twice.x:50: 'bad' is not a number" check results/twice.json
+rm results/twice.x
+expect 3 "twice.x: cannot be read" check results/twice.json
+echo '{"problem": 3}' >bad.json
+expect 3 "bad.json" check bad.json
+expect 1 "not converged" solve a.mtx -k 3 --max-iter 1 --precond none
+expect 1 "monitor" solve a.mtx -k 3 --precond none --time-limit 1e-9 --json stopped.json --vectors stopped.x
+expect 1 "WRONG  convergence" check stopped.json
+
+# Complaints: options, then files.
+expect 2 "--tolerance" solve a.mtx --tolerance 1
+expect 2 "nan" solve a.mtx --tol nan
+expect 2 "required" solve
+expect 2 "excludes" solve a.mtx --model laplace1d:5
+expect 2 "more than the order" solve a.mtx -k 101
+expect 2 "--shift needs" solve a.mtx --shift 1
+expect 2 "'40x40' does not have the number of sizes" solve --model laplace3d:40x40
+expect 2 "'cube' is none of" solve --model cube:3
+expect 2 "would drop imaginary parts" solve c.mtx --scalar double
+if [ "$processes" -eq 1 ]; then
+  expect 2 "2 eigenvalues lie below" solve a.mtx --precond shift-invert --shift 0.005
+  expect 0 "shift-invert at" solve a.mtx b.mtx -k 20 --precond shift-invert
+else
+  expect 2 "one process" solve a.mtx --precond shift-invert
+fi
+expect 3 "cannot be read" solve missing.mtx
+expect 3 "cannot be written" solve a.mtx --json nowhere/a.json
+sed '7s/.*/1 two 3/' a.mtx >bad.mtx
+expect 3 "bad.mtx:7: expected the number of a column, found 'two'" solve bad.mtx
+expect 3 "bad.mtx:7:" solve a.mtx bad.mtx
+[ "$(grep -c 'bad.mtx:7' output)" -eq 1 ] || fail "more than one message"
+printf '%%%%MatrixMarket matrix array real general\n2 2\n1\n2\n3\n1\n' >general.mtx
+expect 3 "not Hermitian: entry (1, 2) is 3" solve general.mtx
+expect 3 "order 3, but A of order 100" solve a.mtx c.mtx
+sed '3s/.*/1 1 -1/' b.mtx >indefinite.mtx
+expect 3 "B is not positive definite" solve a.mtx indefinite.mtx
+
+[ "$failures" -eq 0 ] && echo "all commands did as expected on $processes process(es)"
+exit "$failures"

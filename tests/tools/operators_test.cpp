@@ -1,0 +1,190 @@
+// Products and preconditioners of distributed sparse matrices against dense ones.
+#include "distributed_matrix.h"
+#include "error.h"
+#include "models.h"
+#include "parallel.h"
+#include "preconditioners.h"
+#include "problem.h"
+#include "settings.h"
+
+#include <gtest/gtest.h>
+#include <mpi.h>
+
+#include <Eigen/Eigenvalues>
+#include <cmath>
+
+namespace {
+
+using namespace VesTools;
+
+const MPI_Comm comm = MPI_COMM_WORLD;
+
+template <typename Scalar>
+using Matrix = Eigen::Matrix<Scalar, Eigen::Dynamic, Eigen::Dynamic>;
+
+/// A positive definite matrix with far-reaching entries, the same on all processes.
+Eigen::MatrixXcd Sample(int n, bool isComplex) {
+  Eigen::MatrixXcd a = Eigen::MatrixXcd::Zero(n, n);
+  for (int i = 0; i < n; ++i) {
+    a(i, i) = 4.0 + 0.1 * i;
+    for (const int distance : {1, 7}) {
+      if (i + distance >= n) continue;
+      a(i, i + distance) = {0.3 * distance - 1.7, isComplex ? 0.1 * i / n : 0.0};
+      a(i + distance, i) = std::conj(a(i, i + distance));
+    }
+  }
+  return a;
+}
+
+ProblemData DataOf(const Eigen::MatrixXcd& a, const Eigen::MatrixXcd& b = {}) {
+  ProblemData data;
+  const auto fill = [&](const Eigen::MatrixXcd& dense, EntryList& list) {
+    list.rows = list.columns = static_cast<int>(dense.rows());
+    list.isHermitian = true;
+    for (int i = Rank(comm); i < dense.rows(); i += Size(comm))
+      for (int j = 0; j < dense.cols(); ++j)
+        if (dense(i, j) != 0.0) list.entries.push_back({i, j, dense(i, j)});
+  };
+  fill(a, data.a);
+  fill(b, data.b);
+  data.offsets = BalancedRows({&data.a, &data.b}, comm);
+  for (EntryList* list : {&data.a, &data.b})
+    MoveToOwners(*list, data.offsets, comm);
+  return data;
+}
+
+template <typename Scalar>
+Problem<Scalar> ProblemOf(const Eigen::MatrixXcd& a, const Eigen::MatrixXcd& b = {}) {
+  return MakeProblem<Scalar>({}, DataOf(a, b), comm);
+}
+
+/// The matrix of a local operator: its product with all unit vectors, by local rows.
+template <typename Scalar>
+Matrix<Scalar> LocalMatrix(const BlockOperator<Scalar>& apply, int rows) {
+  const Matrix<Scalar> unit = Matrix<Scalar>::Identity(rows, rows);
+  Matrix<Scalar> result(rows, rows);
+  if (rows > 0) apply(unit.data(), result.data(), rows, rows);
+  return result;
+}
+
+template <typename Scalar>
+class Products : public testing::Test {};
+using Scalars = testing::Types<double, float, std::complex<double>, std::complex<float>>;
+TYPED_TEST_SUITE(Products, Scalars);
+
+TYPED_TEST(Products, AreThoseOfTheDenseMatrix) {
+  using Scalar = TypeParam;
+  const bool isComplex = !std::is_floating_point_v<Scalar>;
+  const double eps = sizeof(std::real(Scalar())) == sizeof(float) ? 1e-5 : 1e-13;
+  for (const int n : {1, 2, 3, 16, 61}) {
+    const Eigen::MatrixXcd a = Sample(n, isComplex);
+    const Problem<Scalar> problem = ProblemOf<Scalar>(a);
+    const int rows = problem.LocalRows(), first = problem.FirstRow(), ld = rows + 3;
+    for (const int columns : {1, 5}) {
+      Eigen::MatrixXcd whole(n, columns);
+      for (int j = 0; j < columns; ++j)
+        for (int i = 0; i < n; ++i)
+          whole(i, j) = {std::cos(1.0 + i + 3.0 * j), isComplex ? std::sin(i - j) : 0.0};
+      Matrix<Scalar> x = Matrix<Scalar>::Constant(ld, columns, Scalar(9)), y = x;
+      for (int j = 0; j < columns; ++j)
+        for (int i = 0; i < rows; ++i)
+          x(i, j) = Convert<Scalar>(whole(first + i, j));
+      if (rows > 0) problem.a(x.data(), y.data(), columns, ld);
+      const Eigen::MatrixXcd expected = (a * whole).middleRows(first, rows);
+      const Eigen::MatrixXcd found = y.topRows(rows).template cast<std::complex<double>>();
+      EXPECT_LE((found - expected).cwiseAbs().sum(), eps * n * columns) << n;
+      EXPECT_EQ(y.bottomRows(3), x.bottomRows(3));
+    }
+  }
+}
+
+TEST(Rows, AreSharedByEntries) {
+  EntryList list;
+  list.rows = list.columns = 40;
+  // The first row has as many entries as all others.
+  for (int i = Rank(comm); i < 40; i += Size(comm)) {
+    list.entries.push_back({0, i, 1.0});
+    list.entries.push_back({i, i, 1.0});
+  }
+  const RowOffsets offsets = BalancedRows({&list}, comm);
+  ASSERT_EQ(offsets.size(), static_cast<std::size_t>(Size(comm)) + 1);
+  EXPECT_EQ(offsets.front(), 0);
+  EXPECT_EQ(offsets.back(), 40);
+  EXPECT_TRUE(std::is_sorted(offsets.begin(), offsets.end()));
+  if (Size(comm) > 1) {
+    EXPECT_LT(offsets[1], 20);
+  }
+  for (int row = 0; row < 40; ++row) {
+    const auto owner = static_cast<std::size_t>(OwnerOf(row, offsets));
+    EXPECT_TRUE(offsets[owner] <= row && row < offsets[owner + 1]);
+  }
+}
+
+TEST(Preconditioner, IncompleteFactorsArePositiveAndNearTheInverse) {
+  Problem<std::complex<double>> problem = ProblemOf<std::complex<double>>(Sample(40, true));
+  EXPECT_EQ(AddPreconditioner({}, problem), "ic");
+  const int rows = problem.LocalRows();
+  const auto t = LocalMatrix(problem.t, rows);
+  const Eigen::MatrixXcd block = problem.matrixA->DiagonalBlock();
+  const Eigen::VectorXcd ratios = (t * block).eigenvalues();
+  EXPECT_LT((t - t.adjoint()).cwiseAbs().maxCoeff(), 1e-13);
+  EXPECT_GT(ratios.real().minCoeff(), 0.3);
+  EXPECT_LT(ratios.real().maxCoeff(), 3.0);
+}
+
+// Far from definite, though the diagonal is positive: the choice falls back and says so.
+TEST(Preconditioner, FallsBackToPositiveDiagonal) {
+  Eigen::MatrixXcd a = Eigen::MatrixXcd::Constant(24, 24, 100.0);
+  for (int i = 0; i < 24; ++i)
+    for (int j = 0; j < 24; ++j)
+      a(i, j) *= i == j ? 1e-6 : std::cos(0.7 * i) * std::cos(0.7 * j) * ((i + j) % 2 ? 1 : -1);
+  Problem<double> problem = ProblemOf<double>(a);
+  PreconditionerOptions options;
+  options.kind = Preconditioner::ic;
+  EXPECT_EQ(AddPreconditioner(options, problem).substr(0, 17), "jacobi instead of");
+  const auto t = LocalMatrix(problem.t, problem.LocalRows());
+  EXPECT_TRUE((t.diagonal().array() > 0.0).all());
+}
+
+TEST(Preconditioner, ShiftInvertIsTheInverseBelowTheSpectrum) {
+  const Eigen::MatrixXcd a = Sample(30, true) - 6.0 * Eigen::MatrixXcd::Identity(30, 30);
+  const Eigen::MatrixXcd b = 2.0 * Eigen::MatrixXcd::Identity(30, 30) + 0.01 * Sample(30, true);
+  Problem<std::complex<double>> problem = ProblemOf<std::complex<double>>(a, b);
+  PreconditionerOptions options;
+  options.kind = Preconditioner::shiftInvert;
+  if (Size(comm) > 1) {
+    EXPECT_THROW(AddPreconditioner(options, problem), Error);
+    return;
+  }
+  EXPECT_EQ(AddPreconditioner(options, problem).substr(0, 15), "shift-invert at");
+  EXPECT_GT(LocalMatrix(problem.t, 30).selfadjointView<Eigen::Lower>().eigenvalues().minCoeff(),
+            0.0);
+  problem.t = nullptr;
+  options.shift = -5.0;
+  AddPreconditioner(options, problem);
+  const Eigen::MatrixXcd identity = LocalMatrix(problem.t, 30) * (a + 5.0 * b);
+  EXPECT_LT((identity - Eigen::MatrixXcd::Identity(30, 30)).cwiseAbs().maxCoeff(), 1e-12);
+  // Sylvester's count of the eigenvalues below a shift stands in the message.
+  const Eigen::GeneralizedSelfAdjointEigenSolver<Eigen::MatrixXcd> exact(a, b);
+  options.shift = 0.5 * (exact.eigenvalues()[2] + exact.eigenvalues()[3]);
+  try {
+    problem.t = nullptr;
+    AddPreconditioner(options, problem);
+    ADD_FAILURE() << "a shift inside the spectrum was taken";
+  } catch (const Error& error) {
+    EXPECT_NE(std::string(error.what()).find("3 eigenvalues lie below"), std::string::npos);
+  }
+}
+
+TEST(NormEstimate, LiesCloseAboveTheNorm) {
+  for (const double shift : {0.0, 50.0}) {
+    const Eigen::MatrixXcd a = Sample(60, true) - shift * Eigen::MatrixXcd::Identity(60, 60);
+    const Problem<std::complex<double>> problem = ProblemOf<std::complex<double>>(a);
+    const double norm = a.operatorNorm();
+    const double estimate = Decide(problem, {}).normA;
+    EXPECT_GE(estimate, 0.999 * norm);
+    EXPECT_LE(estimate, 1.1 * norm);
+  }
+}
+
+} // namespace

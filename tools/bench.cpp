@@ -1,0 +1,62 @@
+#include "bench.h"
+
+#include "handles.h"
+#include "names.h"
+#include "preconditioners.h"
+#include "report.h"
+#include "run.h"
+
+#include <iomanip>
+
+namespace VesTools {
+namespace {
+
+void PrintHead(std::ostream& out, const RunResult& first) {
+  PrintProblem(out, first);
+  out << first.settings.pairs << " pairs, preconditioner " << first.preconditioner << ", threshold "
+      << std::setprecision(2) << first.settings.threshold << "\n\n"
+      << "solver        iterations  columns of A   seconds  ratio  memory (MB)\n";
+}
+
+void PrintRun(std::ostream& out, const RunResult& run, const RunResult& first) {
+  out << std::left << std::setw(14) << NameOf(solverNames, run.settings.solver) << std::right
+      << std::setw(10) << run.iterations << std::setw(14) << run.stats.columnsA << std::fixed
+      << std::setprecision(3) << std::setw(10) << run.stats.secondsTotal << std::setprecision(2)
+      << std::setw(7) << run.stats.secondsTotal / first.stats.secondsTotal << std::setprecision(1)
+      << std::setw(13) << 1e-6 * run.bytesTaken << std::defaultfloat
+      << (run.IsAccepted() ? "" : "  not converged") << std::endl;
+}
+
+template <typename Scalar>
+bool Compare(const Options& options, const ProblemData& data, std::ostream& out, MPI_Comm comm) {
+  Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, data, comm);
+  const std::string preconditioner = AddPreconditioner(options.preconditioner, problem);
+  SolverOptions solver = options.solver;
+  OutputOptions quiet;
+  quiet.isQuiet = true;
+  // BLAS takes its scratch and the processor its speed before anything is measured.
+  solver.maxIterations = 2;
+  Run(problem, preconditioner, solver, quiet);
+  solver.maxIterations = options.solver.maxIterations;
+  RunResult first;
+  bool isGood = true;
+  for (const VesSolverType type : {VES_LOBPCG, VES_LOBPCG_BATCH, VES_PPCG}) {
+    solver.type = type;
+    const RunResult run = Run(problem, preconditioner, solver, quiet);
+    if (type == VES_LOBPCG) PrintHead(out, first = run);
+    PrintRun(out, run, first);
+    isGood = isGood && run.IsAccepted();
+  }
+  return isGood;
+}
+
+} // namespace
+
+bool CompareSolvers(const Options& options, std::ostream& out, MPI_Comm comm) {
+  const ProblemData data = LoadProblem(options.problem, comm);
+  return WithScalar(data.scalar, [&](auto* tag) {
+    return Compare<std::remove_pointer_t<decltype(tag)>>(options, data, out, comm);
+  });
+}
+
+} // namespace VesTools

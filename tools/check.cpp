@@ -1,0 +1,102 @@
+#include "check.h"
+
+#include "guess.h"
+#include "handles.h"
+#include "parallel.h"
+#include "result_file.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+
+namespace VesTools {
+namespace {
+
+/// What was found, each next to its bound.
+struct Verdict {
+  int wrongResiduals = 0;     ///< converged pairs whose residual is too large
+  double worstResidual = 0.0; ///< of the converged pairs
+  double orthoError = 0.0, orthoBound = 0.0;
+  int wrongOrder = 0; ///< values that are lower than the one before
+};
+
+// The library confirms orthonormality to these.
+template <typename Scalar>
+constexpr double orthoBound = sizeof(std::real(Scalar())) == sizeof(float) ? 1e-4 : 1e-10;
+
+// Values of close pairs may be in any order within their errors.
+int CountWrongOrder(const Claim& claim, double error) {
+  int wrong = 0;
+  for (std::size_t j = 1; j < claim.values.size(); ++j)
+    if (!(claim.values[j] >= claim.values[j - 1] - error)) ++wrong;
+  return wrong;
+}
+
+// Collective.
+template <typename Scalar>
+Verdict Judge(const Claim& claim, const Problem<Scalar>& problem) {
+  const auto pairs = static_cast<int>(claim.values.size());
+  Block<Scalar> x(problem.comm, problem.LocalRows(), pairs);
+  Block<Scalar> d(problem.comm, pairs, 1), norms(problem.comm, pairs, 1);
+  const int columns = ReadBlock(claim.vectors, problem, pairs, x.Values());
+  if (columns != pairs)
+    throw Error(exitInput, claim.vectors + ": " + std::to_string(columns) + " vectors for " +
+                               std::to_string(pairs) + " eigenvalues");
+  for (std::size_t j = 0; j < claim.values.size(); ++j)
+    d.Values()[j] = Convert<Scalar>(claim.values[j]);
+  const Operator<Scalar> a(problem.a), b(problem.b);
+  Verdict verdict;
+  verdict.orthoBound = orthoBound<Scalar>;
+  double largest = 0.0;
+  Check(VesCheckEigenpairs(a.Get(), b.Get(), x.Get(), d.Get(), &largest, &verdict.orthoError),
+        "VesCheckEigenpairs");
+  Block<Scalar> r(problem.comm, problem.LocalRows(), pairs);
+  Check(VesEigResidual(a.Get(), b.Get(), x.Get(), d.Get(), r.Get()), "VesEigResidual");
+  Check(VesVectorNorm(r.Get(), norms.Get()), "VesVectorNorm");
+  const std::vector<double> residuals = norms.RealParts(std::min(claim.converged, pairs));
+  for (std::size_t j = 0; j < residuals.size(); ++j) {
+    const double bound = AcceptedResidual(claim.detector, claim.threshold, claim.values[j]);
+    if (!(residuals[j] <= bound)) ++verdict.wrongResiduals;
+    if (!(residuals[j] <= verdict.worstResidual)) verdict.worstResidual = residuals[j];
+  }
+  verdict.wrongOrder = CountWrongOrder(claim, 2.0 * verdict.worstResidual);
+  return verdict;
+}
+
+bool Report(const Claim& claim, const Verdict& verdict, std::ostream& out) {
+  const auto line = [&](const char* what, bool isGood) -> std::ostream& {
+    return out << (isGood ? "good   " : "WRONG  ") << std::left << std::setw(15) << what;
+  };
+  const bool hasAll = claim.converged == static_cast<int>(claim.values.size());
+  const bool hasResiduals = verdict.wrongResiduals == 0;
+  const bool isOrthonormal = verdict.orthoError <= verdict.orthoBound;
+  out << std::setprecision(2);
+  line("convergence", hasAll) << claim.converged << " of " << claim.values.size() << " pairs\n";
+  line("residuals", hasResiduals) << "largest " << verdict.worstResidual << ", threshold "
+                                  << claim.threshold << "\n";
+  line("orthogonality", isOrthonormal)
+      << verdict.orthoError << ", bound " << verdict.orthoBound << "\n";
+  line("order", verdict.wrongOrder == 0)
+      << verdict.wrongOrder << " eigenvalues are below the one before\n";
+  return hasAll && hasResiduals && isOrthonormal && verdict.wrongOrder == 0;
+}
+
+} // namespace
+
+bool CheckResult(const std::string& path, std::ostream& out, MPI_Comm comm) {
+  const Claim claim = ReadClaim(path, comm);
+  const ProblemData data = LoadProblem(claim.problem, comm);
+  // The rows of plane waves lie differently on other numbers of processes.
+  if (data.isPlaneWaves && claim.processes != Size(comm))
+    throw Error(exitUsage, path +
+                               ": vectors of the model silicon are checked on as many processes "
+                               "as they were computed on, " +
+                               std::to_string(claim.processes));
+  const Verdict verdict = WithScalar(data.scalar, [&](auto* tag) {
+    using Scalar = std::remove_pointer_t<decltype(tag)>;
+    return Judge(claim, MakeProblem<Scalar>(claim.problem, data, comm));
+  });
+  return Report(claim, verdict, out);
+}
+
+} // namespace VesTools

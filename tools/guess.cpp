@@ -1,0 +1,77 @@
+#include "guess.h"
+
+#include "matrix_market.h"
+#include "parallel.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+namespace VesTools {
+namespace {
+
+// The SplitMix64 finalizer: a well mixed value for every state.
+std::uint64_t Mix(std::uint64_t state) {
+  state += 0x9e3779b97f4a7c15u;
+  state = (state ^ (state >> 30)) * 0xbf58476d1ce4e5b9u;
+  state = (state ^ (state >> 27)) * 0x94d049bb133111ebu;
+  return state ^ (state >> 31);
+}
+
+// Uniform in [-1, 1).
+double ToUnit(std::uint64_t bits) {
+  return std::ldexp(double(bits >> 11), -52) - 1.0;
+}
+
+} // namespace
+
+template <typename Scalar>
+void FillRandom(Scalar* values, int rows, int columns, int firstRow, unsigned long long seed,
+                const std::vector<double>& weights) {
+  for (int j = 0; j < columns; ++j) {
+    for (int i = 0; i < rows; ++i) {
+      const std::uint64_t bits =
+          Mix(Mix(Mix(seed) ^ static_cast<std::uint64_t>(j)) ^
+              (static_cast<std::uint64_t>(firstRow) + static_cast<std::uint64_t>(i)));
+      const double weight = weights.empty() ? 1.0 : weights[static_cast<std::size_t>(i)];
+      *values++ = Convert<Scalar>({weight * ToUnit(bits), weight * ToUnit(Mix(bits))});
+    }
+  }
+}
+
+template <typename Scalar>
+int ReadBlock(const std::string& path, const Problem<Scalar>& problem, int columns,
+              Scalar* values) {
+  EntryList block = ReadMatrixMarket(path, problem.comm);
+  const auto refuse = [&](const std::string& why) { throw Error(exitInput, path + ": " + why); };
+  if (block.rows != problem.Order())
+    refuse("a block of " + std::to_string(block.rows) + " rows does not fit a problem of order " +
+           std::to_string(problem.Order()));
+  if (block.columns > columns)
+    refuse(std::to_string(block.columns) + " columns are more than the " + std::to_string(columns) +
+           " pairs");
+  if (block.isComplex && std::is_floating_point_v<Scalar>)
+    refuse("a complex block does not fit a real problem");
+  MoveToOwners(block, problem.offsets, problem.comm);
+  const auto rows = static_cast<std::size_t>(problem.LocalRows());
+  std::fill_n(values, rows * static_cast<std::size_t>(block.columns), Scalar(0));
+  for (const Entry& entry : block.entries)
+    values[static_cast<std::size_t>(entry.row - problem.FirstRow()) +
+           static_cast<std::size_t>(entry.column) * rows] = Convert<Scalar>(entry.value);
+  return block.columns;
+}
+
+template void FillRandom(double*, int, int, int, unsigned long long, const std::vector<double>&);
+template void FillRandom(float*, int, int, int, unsigned long long, const std::vector<double>&);
+template void FillRandom(std::complex<double>*, int, int, int, unsigned long long,
+                         const std::vector<double>&);
+template void FillRandom(std::complex<float>*, int, int, int, unsigned long long,
+                         const std::vector<double>&);
+template int ReadBlock(const std::string&, const Problem<double>&, int, double*);
+template int ReadBlock(const std::string&, const Problem<float>&, int, float*);
+template int ReadBlock(const std::string&, const Problem<std::complex<double>>&, int,
+                       std::complex<double>*);
+template int ReadBlock(const std::string&, const Problem<std::complex<float>>&, int,
+                       std::complex<float>*);
+
+} // namespace VesTools

@@ -1,0 +1,16 @@
+#ifndef VES_TOOLS_INFO_H
+#define VES_TOOLS_INFO_H
+
+#include <mpi.h>
+
+#include <ostream>
+
+namespace VesTools {
+
+/// Prints versions, the BLAS, LAPACK and MPI that are loaded, processes, threads and cores, and what
+/// may make runs slow. Collective.
+void PrintInfo(std::ostream& out, MPI_Comm comm);
+
+} // namespace VesTools
+
+#endif

@@ -1,0 +1,298 @@
+#include "matrix_market.h"
+
+#include "parallel.h"
+#include "text_lines.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <fstream>
+
+namespace VesTools {
+namespace {
+
+enum class Field { real, complex, pattern };
+enum class Symmetry { general, symmetric, hermitian };
+
+/// What the head of a file says; sent to all processes as it stands.
+struct Header {
+  bool isArray = false;
+  Field field = Field::real;
+  Symmetry symmetry = Symmetry::general;
+  int rows = 0, columns = 0;
+  long long entries = 0;  ///< numbers or entries that the file must hold
+  long long sizeLine = 0; ///< line of the dimensions
+  TextPosition data;      ///< what follows that line
+};
+
+std::string LowerCase(std::string_view word) {
+  std::string result(word);
+  std::transform(result.begin(), result.end(), result.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return result;
+}
+
+std::string ReadBanner(std::string_view line, Header& header) {
+  const std::string banner = LowerCase(NextWord(line)), object = LowerCase(NextWord(line));
+  const std::string format = LowerCase(NextWord(line)), field = LowerCase(NextWord(line));
+  const std::string symmetry = LowerCase(NextWord(line));
+  if (banner != "%%matrixmarket")
+    return "not a Matrix Market file: the first line must begin with %%MatrixMarket";
+  if (object != "matrix") return "object '" + object + "' is not 'matrix'";
+  if (format != "coordinate" && format != "array")
+    return "format '" + format + "' is neither 'coordinate' nor 'array'";
+  header.isArray = format == "array";
+  if (field == "complex")
+    header.field = Field::complex;
+  else if (field == "pattern" && !header.isArray)
+    header.field = Field::pattern;
+  else if (field != "real" && field != "double" && field != "integer")
+    return "field '" + field +
+           "' is not 'real', 'complex', 'integer' or, of coordinates, 'pattern'";
+  if (symmetry == "symmetric")
+    header.symmetry = Symmetry::symmetric;
+  else if (symmetry == "hermitian")
+    header.symmetry = Symmetry::hermitian;
+  else if (symmetry == "skew-symmetric")
+    return "a skew-symmetric matrix is not Hermitian";
+  else if (symmetry != "general")
+    return "symmetry '" + symmetry + "' is not 'general', 'symmetric' or 'Hermitian'";
+  return NextWord(line).empty() ? "" : "unexpected text after the symmetry";
+}
+
+std::string ReadDimensions(std::string_view line, Header& header) {
+  if (!ParseNumber(NextWord(line), header.rows) || !ParseNumber(NextWord(line), header.columns) ||
+      header.rows < 1 || header.columns < 1)
+    return "expected the numbers of rows and columns, from 1 to 2147483647";
+  if (header.symmetry != Symmetry::general && header.rows != header.columns)
+    return "a symmetric matrix must have as many rows as columns";
+  const long long rows = header.rows, columns = header.columns;
+  if (header.isArray)
+    header.entries = header.symmetry == Symmetry::general ? rows * columns : rows * (rows + 1) / 2;
+  else if (!ParseNumber(NextWord(line), header.entries) || header.entries < 0)
+    return "expected the number of entries after those of rows and columns";
+  return NextWord(line).empty() ? "" : "unexpected text after the dimensions";
+}
+
+// \return what is wrong, with file name and line number, or nothing
+std::string ReadHeader(const std::string& path, Header& header) {
+  std::ifstream file(path, std::ios::binary);
+  std::string line, complaint;
+  long long number = 0;
+  const auto at = [&](const std::string& text) {
+    return text.empty() ? "" : path + ":" + std::to_string(std::max(number, 1LL)) + ": " + text;
+  };
+  if (!file) return path + ": cannot be read";
+  while (std::getline(file, line)) {
+    header.data.byte += static_cast<long long>(line.size()) + 1;
+    ++number;
+    std::string_view words = line;
+    const std::string_view word = NextWord(words);
+    if (number == 1)
+      complaint = ReadBanner(line, header);
+    else if (!word.empty() && word.front() != '%') {
+      header.sizeLine = number;
+      header.data.line = number + 1;
+      return at(ReadDimensions(line, header));
+    }
+    if (!complaint.empty()) return at(complaint);
+  }
+  return at(number == 0 ? "the file is empty, or not a file" : "the line of dimensions is missing");
+}
+
+Header ReadHeaderTogether(const std::string& path, MPI_Comm comm) {
+  Header header;
+  std::string complaint;
+  if (Rank(comm) == 0) complaint = ReadHeader(path, header);
+  AgreeOn(complaint, exitInput, comm);
+  MPI_Bcast(&header, sizeof(header), MPI_BYTE, 0, comm);
+  return header;
+}
+
+std::string ReadNumber(std::string_view& line, double& number) {
+  const std::string_view word = NextWord(line);
+  if (word.empty()) return "a number is missing";
+  if (!ParseNumber(word, number)) return "'" + std::string(word) + "' is not a number";
+  return std::isfinite(number) ? "" : "'" + std::string(word) + "' is not finite";
+}
+
+std::string ReadValue(std::string_view& line, Field field, std::complex<double>& value) {
+  double real = 1.0, imaginary = 0.0;
+  std::string complaint;
+  if (field != Field::pattern) complaint = ReadNumber(line, real);
+  if (field == Field::complex && complaint.empty()) complaint = ReadNumber(line, imaginary);
+  value = {real, imaginary};
+  if (complaint.empty() && !NextWord(line).empty()) complaint = "unexpected text after the value";
+  return complaint;
+}
+
+std::string ReadIndex(std::string_view& line, const char* what, int limit, int& index) {
+  const std::string word(NextWord(line));
+  long long number = 0;
+  if (!ParseNumber(std::string_view(word), number))
+    return std::string("expected the number of a ") + what + ", found '" + word + "'";
+  if (number < 1 || number > limit)
+    return std::string(what) + " " + word + " is outside 1 to " + std::to_string(limit);
+  index = static_cast<int>(number) - 1;
+  return "";
+}
+
+std::string ReadEntry(std::string_view line, const Header& header, Entry& entry) {
+  std::string complaint = ReadIndex(line, "row", header.rows, entry.row);
+  if (complaint.empty()) complaint = ReadIndex(line, "column", header.columns, entry.column);
+  if (complaint.empty()) complaint = ReadValue(line, header.field, entry.value);
+  return complaint;
+}
+
+// Numbers of an array, which stand there by columns, in triangles from the diagonal on.
+class ArrayPlace {
+public:
+  ArrayPlace(const Header& header, long long index)
+      : m_rows(header.rows), m_isTriangle(header.symmetry != Symmetry::general) {
+    for (; m_column < header.columns && index >= m_rows - FirstRow(); ++m_column)
+      index -= m_rows - FirstRow();
+    m_row = FirstRow() + static_cast<int>(index);
+  }
+  Entry Next(const std::complex<double>& value) {
+    const Entry entry = {m_row, m_column, value};
+    if (++m_row == m_rows) {
+      ++m_column;
+      m_row = FirstRow();
+    }
+    return entry;
+  }
+
+private:
+  int FirstRow() const { return m_isTriangle ? m_column : 0; }
+
+  int m_rows, m_row = 0, m_column = 0;
+  bool m_isTriangle;
+};
+
+void CheckCount(const std::string& path, const Header& header, long long found) {
+  if (found == header.entries) return;
+  const char* what = header.isArray ? " numbers" : " entries";
+  throw Error(exitInput, path + ":" + std::to_string(header.sizeLine) + ": " +
+                             std::to_string(header.entries) + what + " are announced, but " +
+                             std::to_string(found) + " follow");
+}
+
+// Collective.
+std::vector<Entry> ReadArray(const std::string& path, const Header& header, MPI_Comm comm) {
+  std::vector<std::complex<double>> values;
+  const auto parse = [&](std::string_view line) -> std::string {
+    std::string_view rest = line;
+    if (NextWord(rest).empty()) return "";
+    return ReadValue(line, header.field, values.emplace_back());
+  };
+  ReadLines(path, header.data, parse, comm);
+  const auto count = static_cast<long long>(values.size());
+  CheckCount(path, header, Sum(count, comm));
+  long long before = 0;
+  MPI_Exscan(&count, &before, 1, MPI_LONG_LONG, MPI_SUM, comm);
+  ArrayPlace place(header, Rank(comm) == 0 ? 0 : before);
+  std::vector<Entry> entries;
+  for (const std::complex<double>& value : values) {
+    const Entry entry = place.Next(value);
+    if (value != 0.0) entries.push_back(entry);
+  }
+  return entries;
+}
+
+// Collective.
+std::vector<Entry> ReadCoordinates(const std::string& path, const Header& header, MPI_Comm comm) {
+  std::vector<Entry> entries;
+  const auto parse = [&](std::string_view line) -> std::string {
+    std::string_view rest = line;
+    if (NextWord(rest).empty()) return "";
+    return ReadEntry(line, header, entries.emplace_back());
+  };
+  ReadLines(path, header.data, parse, comm);
+  CheckCount(path, header, Sum(static_cast<long long>(entries.size()), comm));
+  return entries;
+}
+
+void Mirror(std::vector<Entry>& entries, Symmetry symmetry) {
+  const std::size_t count = entries.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    const Entry entry = entries[i];
+    if (entry.row == entry.column) continue;
+    entries.push_back({entry.column, entry.row,
+                       symmetry == Symmetry::hermitian ? std::conj(entry.value) : entry.value});
+  }
+}
+
+template <typename Scalar>
+void WriteColumn(std::ofstream& file, const std::vector<Scalar>& column) {
+  for (const Scalar& value : column) {
+    if constexpr (std::is_floating_point_v<Scalar>)
+      file << value << '\n';
+    else
+      file << value.real() << ' ' << value.imag() << '\n';
+  }
+}
+
+} // namespace
+
+EntryList ReadMatrixMarket(const std::string& path, MPI_Comm comm) {
+  const Header header = ReadHeaderTogether(path, comm);
+  EntryList result;
+  result.name = path;
+  result.rows = header.rows;
+  result.columns = header.columns;
+  result.isComplex = header.field == Field::complex;
+  // The diagonal of a Hermitian file, and all of a complex symmetric one, may still not be real.
+  result.isHermitian = header.symmetry != Symmetry::general && !result.isComplex;
+  result.entries =
+      header.isArray ? ReadArray(path, header, comm) : ReadCoordinates(path, header, comm);
+  if (header.symmetry != Symmetry::general) Mirror(result.entries, header.symmetry);
+  return result;
+}
+
+EntryList ReadSquareMatrix(const std::string& path, MPI_Comm comm) {
+  EntryList result = ReadMatrixMarket(path, comm);
+  if (result.rows != result.columns)
+    throw Error(exitInput, path + ": a matrix of " + std::to_string(result.rows) + " rows and " +
+                               std::to_string(result.columns) + " columns is not square");
+  return result;
+}
+
+template <typename Scalar>
+void WriteMatrixMarket(const std::string& path, const Scalar* values, int localRows, int columns,
+                       MPI_Comm comm) {
+  const int rank = Rank(comm);
+  std::vector<int> counts(static_cast<std::size_t>(Size(comm))), displs{0};
+  MPI_Allgather(&localRows, 1, MPI_INT, counts.data(), 1, MPI_INT, comm);
+  for (const int count : counts)
+    displs.push_back(displs.back() + count);
+  const int rows = displs.back();
+  MPI_Datatype type = MPI_DATATYPE_NULL;
+  MPI_Type_contiguous(sizeof(Scalar), MPI_BYTE, &type);
+  MPI_Type_commit(&type);
+  std::ofstream file;
+  if (rank == 0) {
+    file.open(path);
+    file.precision(
+        std::is_same_v<Scalar, double> || std::is_same_v<Scalar, std::complex<double>> ? 17 : 9);
+    file << "%%MatrixMarket matrix array "
+         << (std::is_floating_point_v<Scalar> ? "real" : "complex") << " general\n"
+         << rows << ' ' << columns << '\n';
+  }
+  std::vector<Scalar> column(rank == 0 ? static_cast<std::size_t>(rows) : 0);
+  for (int j = 0; j < columns; ++j, values += localRows) {
+    MPI_Gatherv(values, localRows, type, column.data(), counts.data(), displs.data(), type, 0,
+                comm);
+    if (rank == 0) WriteColumn(file, column);
+  }
+  MPI_Type_free(&type);
+  if (rank == 0) file.close();
+  AgreeOn(rank == 0 && file.fail() ? path + ": cannot be written" : "", exitInput, comm);
+}
+
+template void WriteMatrixMarket(const std::string&, const double*, int, int, MPI_Comm);
+template void WriteMatrixMarket(const std::string&, const float*, int, int, MPI_Comm);
+template void WriteMatrixMarket(const std::string&, const std::complex<double>*, int, int,
+                                MPI_Comm);
+template void WriteMatrixMarket(const std::string&, const std::complex<float>*, int, int, MPI_Comm);
+
+} // namespace VesTools

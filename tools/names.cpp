@@ -1,0 +1,33 @@
+#include "names.h"
+
+namespace VesTools {
+
+const Names<VesScalarType> scalarNames = {{"double", VES_DOUBLE},
+                                          {"float", VES_FLOAT},
+                                          {"complex", VES_COMPLEX_DOUBLE},
+                                          {"complex-float", VES_COMPLEX_FLOAT}};
+
+const Names<VesSolverType> solverNames = {
+    {"lobpcg", VES_LOBPCG}, {"lobpcg-batch", VES_LOBPCG_BATCH}, {"ppcg", VES_PPCG}};
+
+const Names<VesConvergeDetectorType> detectorNames = {
+    {"residuals", VES_RESIDUALS},
+    {"relative-residuals", VES_RELATIVE_RESIDUALS},
+    {"eigenvalues", VES_EIGENVALUES},
+    {"residuals-or-eigenvalues", VES_RESIDUALS_OR_EIGENVALUES}};
+
+const Names<VesDenseEigenSolverType> denseNames = {{"lapack", VES_LAPACK_DIAG},
+                                                   {"scalapack", VES_SCALAPACK_DIAG}};
+
+const Names<VesOrthogonalizerType> orthogonalizerNames = {{"cholesky-qr", VES_CHOLESKY_QR},
+                                                          {"svd-qr", VES_SVD_QR}};
+
+const Names<VesOrthoProjectorType> projectorNames = {{"gram-schmidt", VES_GRAM_SCHMIDT}};
+
+const Names<Preconditioner> preconditionerNames = {{"auto", Preconditioner::automatic},
+                                                   {"none", Preconditioner::none},
+                                                   {"jacobi", Preconditioner::jacobi},
+                                                   {"ic", Preconditioner::ic},
+                                                   {"shift-invert", Preconditioner::shiftInvert}};
+
+} // namespace VesTools

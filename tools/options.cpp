@@ -1,0 +1,255 @@
+#include "options.h"
+#include "names.h"
+
+#include "error.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cmath>
+#include <limits>
+
+namespace VesTools {
+namespace {
+
+const char* const exitCodes =
+    "Exit codes: 0 all pairs converged, or the check passed; 1 some did not; 2 wrong options;\n"
+    "3 a file that cannot be used; 4 the library, MPI or memory failed.\n"
+    "On several processes: mpirun -np 4 ves solve ...";
+
+// CLI11's own range checks let NaN pass.
+std::string CheckNumber(const std::string& text) {
+  double value = 0.0;
+  const bool isNumber = CLI::detail::lexical_cast(text, value);
+  return isNumber && std::isfinite(value) ? "" : text + " is not a number";
+}
+
+std::string CheckPositive(const std::string& text) {
+  double value = 0.0;
+  const bool isNumber = CLI::detail::lexical_cast(text, value);
+  return isNumber && value > 0.0 && std::isfinite(value) ? "" : text + " is not a number above 0";
+}
+
+const CLI::Validator finite(CheckNumber, "");
+const CLI::Validator positive(CheckPositive, "");
+
+CLI::Validator Between(int low, int high) {
+  return CLI::Range(low, high).description("");
+}
+
+const CLI::Validator count = Between(1, 1000000000);
+
+CLI::Validator Fraction() {
+  return CLI::Range(0.0, 1.0).description("");
+}
+
+/// An option that takes one of the names of a table.
+template <typename Choice, typename Target>
+CLI::Option* AddChoice(CLI::App& app, const std::string& flags, const Names<Choice>& names,
+                       Target& target, const std::string& help) {
+  std::string list;
+  for (const auto& entry : names)
+    list += (list.empty() ? "" : ", ") + entry.first;
+  const auto take = [&names, &target](const std::string& name) { target = names.at(name); };
+  return app.add_option_function<std::string>(flags, take, help + ": " + list)
+      ->check(CLI::IsMember(&names).description(""))
+      ->type_name("NAME");
+}
+
+void DescribeProblem(CLI::App& app, ProblemOptions& problem, const std::string& group) {
+  AddChoice(app, "--scalar", scalarNames, problem.scalar,
+            "type of numbers, by the files if not given")
+      ->group(group);
+}
+
+void DescribeModel(CLI::App& app, ProblemOptions& problem) {
+  app.add_option(
+         "--model", problem.model,
+         "laplace1d:N, laplace2d:NxM, laplace3d:NxMxL, graph:FILE (Laplacian of a matrix or "
+         "list of edges), silicon:supercell=N,ecut=RYDBERG")
+      ->group("Problem");
+}
+
+void DescribeRun(CLI::App& app, SolverOptions& solver, PreconditionerOptions& preconditioner) {
+  app.add_option("-k,--pairs", solver.pairs, "lowest pairs to compute; 6")
+      ->check(Between(1, 10922))
+      ->group("Problem");
+  app.add_option(
+         "--tol", solver.tolerance,
+         "threshold relative to estimates of ||A|| and ||B||; 1e-8, in single precision 1e-4")
+      ->check(positive)
+      ->group("Convergence");
+  app.add_option("--threshold", solver.threshold, "absolute threshold in place of --tol")
+      ->check(positive)
+      ->excludes("--tol")
+      ->group("Convergence");
+  app.add_option("--max-iter", solver.maxIterations, "iterations at most")
+      ->check(count)
+      ->capture_default_str()
+      ->group("Convergence");
+  app.add_option("--time-limit", solver.timeLimit, "seconds after which the run ends")
+      ->check(positive)
+      ->group("Convergence");
+  AddChoice(app, "--detector", detectorNames, solver.detector,
+            "what is compared with the threshold; residuals if not given")
+      ->group("Convergence");
+  AddChoice(app, "--precond", preconditionerNames, preconditioner.kind,
+            "preconditioner; auto takes ic where the diagonal is positive, else none")
+      ->group("Preconditioner");
+  app.add_option("--shift", preconditioner.shift,
+                 "of shift-invert, below all eigenvalues; found if not given")
+      ->check(finite)
+      ->group("Preconditioner");
+  app.add_option("--seed", solver.seed, "of the random guess")
+      ->capture_default_str()
+      ->group("Guess");
+}
+
+void DescribeLocking(CLI::App& app, SolverOptions& solver) {
+  const std::string group = "Solver";
+  app.add_option("--lock-factor", solver.lockFactor, "factor of the threshold at which pairs lock")
+      ->check(Fraction())
+      ->capture_default_str()
+      ->group(group);
+  AddChoice(app, "--lock-detector", detectorNames, solver.lockDetector, "test for locking")
+      ->group(group);
+  app.add_option("--ppcg-batch", solver.ppcgBatch, "columns of a sub-block of ppcg")
+      ->check(count)
+      ->group(group);
+  app.add_option("--rr-period", solver.rrPeriod, "iterations between Rayleigh-Ritz steps of ppcg")
+      ->check(Between(0, 1000000000))
+      ->group(group);
+  app.add_option("--soft-locking", solver.softLocking, "of ppcg: 0, 1 or 2")
+      ->check(Between(0, 2))
+      ->group(group);
+  app.add_option("--ppcg-lock-factor", solver.ppcgLockFactor, "as --lock-factor, for ppcg alone")
+      ->check(Fraction())
+      ->group(group);
+}
+
+void DescribeSolver(CLI::App& app, SolverOptions& solver) {
+  const std::string group = "Solver";
+  Names<std::optional<VesSolverType>> names{{"auto", std::nullopt}};
+  names.insert(solverNames.begin(), solverNames.end());
+  static const auto withAuto = names;
+  AddChoice(app, "--solver", withAuto, solver.type,
+            "algorithm; auto takes lobpcg up to 64 pairs, lobpcg-batch above")
+      ->group(group);
+  app.add_option("--batch-limit", solver.batchLimit, "pairs that lobpcg-batch iterates at once; 64")
+      ->check(count)
+      ->group(group);
+  DescribeLocking(app, solver);
+  app.add_option("--ortho-passes", solver.orthoPasses,
+                 "orthogonalization passes; 2, in single precision 3")
+      ->check(count)
+      ->group(group);
+  AddChoice(app, "--ortho", orthogonalizerNames, solver.orthogonalizer, "orthogonalizer")
+      ->group(group);
+  AddChoice(app, "--rank-revealer", orthogonalizerNames, solver.rankRevealer,
+            "rank-revealing orthogonalizer")
+      ->group(group);
+  AddChoice(app, "--projector", projectorNames, solver.projector, "projector")->group(group);
+  AddChoice(app, "--dense", denseNames, solver.dense,
+            "dense eigensolver; lapack up to 4 processes, else scalapack")
+      ->group(group);
+  app.add_flag_callback(
+         "--no-self-check", [&solver] { solver.hasSelfCheck = false; },
+         "do without the self-check of the library")
+      ->group(group);
+}
+
+void DescribeSolve(CLI::App& app, Options& options) {
+  options.problem.files.resize(2);
+  app.add_option("A", options.problem.files[0], "matrix in a Matrix Market file")
+      ->type_name("FILE");
+  app.add_option("B", options.problem.files[1], "matrix B of A x = lambda B x")->type_name("FILE");
+  DescribeModel(app, options.problem);
+  DescribeProblem(app, options.problem, "Problem");
+  DescribeRun(app, options.solver, options.preconditioner);
+  app.add_option("--start", options.solver.start, "guess from a Matrix Market file")
+      ->type_name("FILE")
+      ->group("Guess");
+  DescribeSolver(app, options.solver);
+  const std::string group = "Output";
+  OutputOptions& output = options.output;
+  app.add_option("--json", output.json, "write the result")->type_name("FILE")->group(group);
+  app.add_option("--vectors", output.vectors, "write the eigenvectors as a Matrix Market array")
+      ->type_name("FILE")
+      ->group(group);
+  app.add_option("--plot", output.plot, "draw the residuals against the iterations (SVG)")
+      ->type_name("FILE")
+      ->group(group);
+  app.add_flag("-q,--quiet", output.isQuiet, "print errors alone")->group(group);
+}
+
+void DescribeBench(CLI::App& app, Options& options) {
+  options.problem.model = "laplace3d:20x20x20";
+  DescribeModel(app, options.problem);
+  app.get_option("--model")->capture_default_str();
+  DescribeProblem(app, options.problem, "Problem");
+  DescribeRun(app, options.solver, options.preconditioner);
+}
+
+const char* const description =
+    "Lowest eigenpairs of large Hermitian problems A x = lambda x and A x = lambda B x.";
+
+/// The commands below the program.
+struct Commands {
+  CLI::App* solve;
+  CLI::App* check;
+  CLI::App* bench;
+  CLI::App* info;
+};
+
+Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench) {
+  app.set_version_flag("--version", std::string("ves ") + VesGetVersion());
+  app.footer(exitCodes);
+  app.require_subcommand(1);
+  Commands commands{};
+  commands.solve = app.add_subcommand("solve", "compute the lowest pairs of a matrix or a model");
+  DescribeSolve(*commands.solve, solve);
+  commands.solve->footer(exitCodes);
+  commands.check = app.add_subcommand("check", "judge a result of solve --json --vectors afresh");
+  commands.check->add_option("result", check.result, "file written by solve --json")
+      ->required()
+      ->type_name("FILE");
+  commands.check->footer(exitCodes);
+  commands.bench = app.add_subcommand("bench", "compare the solvers on a model");
+  DescribeBench(*commands.bench, bench);
+  commands.info =
+      app.add_subcommand("info", "show version, BLAS and LAPACK found, MPI and threads");
+  return commands;
+}
+
+// Either files or a model; the empty name of a B that was not given goes.
+void RequireProblem(ProblemOptions& problem) {
+  const bool hasFile = !problem.files.front().empty();
+  if (hasFile && !problem.model.empty()) throw CLI::ExcludesError("--model", "A");
+  if (!hasFile && problem.model.empty()) throw CLI::RequiredError("A or --model");
+  while (!problem.files.empty() && problem.files.back().empty())
+    problem.files.pop_back();
+}
+
+} // namespace
+
+std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::ostream& out,
+                                std::ostream& err) {
+  CLI::App app(description, "ves");
+  Options solve, check, bench;
+  const Commands commands = Describe(app, solve, check, bench);
+  try {
+    app.parse(argc, argv);
+    if (commands.solve->parsed()) RequireProblem(solve.problem);
+  } catch (const CLI::Success& success) {
+    return app.exit(success, out, err);
+  } catch (const CLI::ParseError& error) {
+    err << "ves: " << error.what() << " (--help explains the options)\n";
+    return exitUsage;
+  }
+  check.command = Command::check;
+  bench.command = Command::bench;
+  options = commands.solve->parsed() ? solve : commands.check->parsed() ? check : bench;
+  if (commands.info->parsed()) options.command = Command::info;
+  return std::nullopt;
+}
+
+} // namespace VesTools

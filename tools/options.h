@@ -1,0 +1,72 @@
+#ifndef VES_TOOLS_OPTIONS_H
+#define VES_TOOLS_OPTIONS_H
+
+#include <ves.h>
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace VesTools {
+
+enum class Command { solve, check, bench, info };
+enum class Preconditioner { automatic, none, jacobi, ic, shiftInvert };
+
+/// Where A and B come from: files, or a model by its name and sizes.
+struct ProblemOptions {
+  std::vector<std::string> files; ///< A and perhaps B
+  std::string model;
+  std::optional<VesScalarType> scalar; ///< by the matrices when not given
+};
+
+/// What the library is told; what is not given stays as the library or "auto" has it.
+struct SolverOptions {
+  std::optional<int> pairs; ///< 6, or the order if that is less
+  std::optional<VesSolverType> type;
+  double tolerance = 0.0; ///< relative to norms; 0: 1e-8, in single precision 1e-4
+  double threshold = 0.0; ///< absolute; 0: by tolerance
+  int maxIterations = 1000;
+  double timeLimit = 0.0; ///< seconds; 0: none
+  std::optional<int> orthoPasses;
+  VesConvergeDetectorType detector = VES_RESIDUALS;
+  std::optional<VesConvergeDetectorType> lockDetector;
+  double lockFactor = 1.0;
+  std::optional<VesDenseEigenSolverType> dense;
+  VesOrthogonalizerType orthogonalizer = VES_CHOLESKY_QR;
+  VesOrthogonalizerType rankRevealer = VES_CHOLESKY_QR;
+  VesOrthoProjectorType projector = VES_GRAM_SCHMIDT;
+  std::optional<int> batchLimit, ppcgBatch, rrPeriod, softLocking;
+  std::optional<double> ppcgLockFactor;
+  bool hasSelfCheck = true;
+  std::string start; ///< file of the guess
+  unsigned long long seed = 1;
+};
+
+struct PreconditionerOptions {
+  Preconditioner kind = Preconditioner::automatic;
+  std::optional<double> shift;
+};
+
+struct OutputOptions {
+  std::string json, vectors, plot;
+  bool isQuiet = false;
+};
+
+struct Options {
+  Command command = Command::solve;
+  ProblemOptions problem;
+  SolverOptions solver;
+  PreconditionerOptions preconditioner;
+  OutputOptions output;
+  std::string result; ///< file that check judges
+};
+
+/// Reads the command line; prints what was asked for or what is wrong.
+/// \return the exit code when there is nothing left to do
+std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::ostream& out,
+                                std::ostream& err);
+
+} // namespace VesTools
+
+#endif

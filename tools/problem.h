@@ -1,0 +1,63 @@
+#ifndef VES_TOOLS_PROBLEM_H
+#define VES_TOOLS_PROBLEM_H
+
+#include "distributed_matrix.h"
+#include "options.h"
+
+#include <mpi.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace VesTools {
+
+/// y = Op x on the local rows of a block; called on processes with rows alone.
+template <typename Scalar>
+using BlockOperator = std::function<void(const Scalar* x, Scalar* y, int nCols, int ld)>;
+
+/// A x = lambda x or A x = lambda B x with rows distributed over comm. A is a sparse matrix or, where
+/// matrixA is null, an operator with a preconditioner of its own.
+template <typename Scalar>
+struct Problem {
+  std::string title;
+  MPI_Comm comm = MPI_COMM_NULL;
+  RowOffsets offsets;
+  std::shared_ptr<const DistributedMatrix<Scalar>> matrixA, matrixB;
+  BlockOperator<Scalar> a, b, t; ///< b is empty in the standard problem, t without preconditioner
+  std::vector<double> guessWeights; ///< of the local rows of a random guess; empty for equal ones
+
+  int Order() const { return offsets.back(); }
+  int LocalRows() const { return FirstRowOf(Rank() + 1) - FirstRow(); }
+  int FirstRow() const { return FirstRowOf(Rank()); }
+  bool IsGeneralized() const { return static_cast<bool>(b); }
+
+private:
+  int Rank() const {
+    int rank = 0;
+    MPI_Comm_rank(comm, &rank);
+    return rank;
+  }
+  int FirstRowOf(int process) const { return offsets[static_cast<std::size_t>(process)]; }
+};
+
+/// A and B as they were read, with their owners; or a plane-wave model, which needs no entries.
+struct ProblemData {
+  std::string title;
+  EntryList a, b; ///< b has no rows in the standard problem
+  RowOffsets offsets;
+  bool isPlaneWaves = false;
+  VesScalarType scalar = VES_DOUBLE; ///< asked for, or the simplest that holds the entries
+};
+
+/// Reads or makes what the options name. Throws Error. Collective.
+ProblemData LoadProblem(const ProblemOptions& options, MPI_Comm comm);
+
+/// The operators without a preconditioner. Collective.
+template <typename Scalar>
+Problem<Scalar> MakeProblem(const ProblemOptions& options, const ProblemData& data, MPI_Comm comm);
+
+} // namespace VesTools
+
+#endif

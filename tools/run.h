@@ -1,0 +1,63 @@
+#ifndef VES_TOOLS_RUN_H
+#define VES_TOOLS_RUN_H
+
+#include "options.h"
+#include "problem.h"
+#include "run_monitor.h"
+
+#include <mpi.h>
+
+#include <string>
+#include <vector>
+
+namespace VesTools {
+
+/// How a run is set, with every "auto" decided.
+struct RunSettings {
+  VesSolverType solver = VES_LOBPCG;
+  int pairs = 0, batchLimit = 0, orthoPasses = 0;
+  VesDenseEigenSolverType dense = VES_LAPACK_DIAG;
+  double normA = 0.0;     ///< estimate of ||A||
+  double normB = 1.0;     ///< estimate of ||B||, 1 in the standard problem
+  double tolerance = 0.0; ///< 0 when the threshold was given
+  double threshold = 0.0; ///< in the units of the detector
+};
+
+/// A run and its recomputed result, the same on all processes but for the times of each.
+struct RunResult {
+  std::string title, preconditioner;
+  VesScalarType scalar = VES_DOUBLE;
+  VesConvergeDetectorType detector = VES_RESIDUALS;
+  int order = 0, processes = 1;
+  long long nonZerosA = 0, nonZerosB = 0; ///< 0 for a model without entries, or without B
+  RunSettings settings;
+  VesSolverReason reason = VES_REASON_NONE;
+  int iterations = 0, converged = 0;
+  std::vector<double> values;
+  std::vector<double> residuals; ///< ||A x - lambda B x||, recomputed
+  double orthoError = 0.0;       ///< largest entry of |X^H B X - I|, recomputed
+  VesSolverStats stats{};
+  double secondsA = 0.0, secondsB = 0.0, secondsT = 0.0;
+  double bytesTaken = 0.0, bytesForecast = 0.0; ///< on the process with most
+  History history;
+
+  /// All pairs converged, by the word of the library and by their recomputed residuals where those
+  /// are what was compared.
+  bool IsAccepted() const;
+};
+
+/// The bound of the residuals that IsAccepted and the check of a result file ask for: the library
+/// confirms converged pairs to twice the threshold. Infinite for detectors of other quantities.
+double AcceptedResidual(VesConvergeDetectorType detector, double threshold, double value);
+
+/// Computes the lowest pairs. With output.vectors they are written to that file. Collective.
+template <typename Scalar>
+RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
+              const SolverOptions& options, const OutputOptions& output);
+
+/// Loads the problem, adds the preconditioner and runs, in the scalar type asked for. Collective.
+RunResult RunWith(const Options& options, MPI_Comm comm);
+
+} // namespace VesTools
+
+#endif

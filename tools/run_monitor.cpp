@@ -1,0 +1,59 @@
+#include "run_monitor.h"
+
+#include <mpi.h>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+
+namespace VesTools {
+namespace {
+
+constexpr double secondsBetweenLines = 0.1;
+
+volatile std::sig_atomic_t isInterrupted = 0;
+
+// The second interrupt ends the program as usual.
+void OnInterrupt(int) {
+  isInterrupted = 1;
+  std::signal(SIGINT, SIG_DFL);
+}
+
+} // namespace
+
+RunMonitor::RunMonitor(bool isLive, double timeLimit)
+    : m_isLive(isLive), m_timeLimit(timeLimit), m_start(MPI_Wtime()),
+      m_oldHandler(std::signal(SIGINT, OnInterrupt)) {}
+
+RunMonitor::~RunMonitor() {
+  std::signal(SIGINT, m_oldHandler);
+  if (m_isLive && m_lastShown >= 0.0) std::fputs("\r\033[K", stderr);
+}
+
+int RunMonitor::Follow(void* self, const VesProgress* progress) {
+  return static_cast<RunMonitor*>(self)->Note(*progress);
+}
+
+int RunMonitor::Note(const VesProgress& progress) {
+  const double now = MPI_Wtime() - m_start;
+  if (m_isLive && now - m_lastShown >= secondsBetweenLines) Show(progress, now);
+  m_history.push_back({progress.iteration,
+                       progress.converged,
+                       progress.columnsA,
+                       {progress.residuals, progress.residuals + progress.wanted}});
+  return isInterrupted != 0 || (m_timeLimit > 0.0 && now > m_timeLimit) ? 1 : 0;
+}
+
+void RunMonitor::Show(const VesProgress& progress, double now) {
+  double largest = 0.0;
+  for (int j = 0; j < progress.wanted; ++j)
+    if (!std::isnan(progress.residuals[j])) largest = std::max(largest, progress.residuals[j]);
+  std::fprintf(stderr,
+               "\r\033[Kiteration %d: %d of %d pairs converged, largest residual %.1e, %.1f s",
+               progress.iteration, progress.converged, progress.wanted, largest, now);
+  std::fflush(stderr);
+  m_lastShown = now;
+}
+
+} // namespace VesTools

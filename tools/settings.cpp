@@ -1,0 +1,137 @@
+#include "settings.h"
+
+#include "guess.h"
+#include "parallel.h"
+
+#include <Eigen/Eigenvalues>
+
+#include <algorithm>
+#include <cmath>
+
+namespace VesTools {
+namespace {
+
+constexpr int lanczosSteps = 20;
+constexpr int pairsByDefault = 6;
+constexpr int pairsOfOneBatch = 64;
+constexpr int processesOfLapack = 4;
+
+template <typename Scalar>
+constexpr bool isSingle = sizeof(std::real(Scalar())) == sizeof(float);
+
+template <typename Scalar>
+using Vector = Eigen::Matrix<Scalar, Eigen::Dynamic, 1>;
+
+template <typename Scalar>
+double Norm(const Vector<Scalar>& v, MPI_Comm comm) {
+  return std::sqrt(Sum(static_cast<double>(v.squaredNorm()), comm));
+}
+
+// The largest Ritz value of a short Lanczos process and the bound of its error: an estimate from
+// above in all but contrived cases. Two reductions a step.
+template <typename Scalar>
+double EstimateNorm(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply) {
+  using Real = typename Eigen::NumTraits<Scalar>::Real;
+  const int rows = problem.LocalRows(), steps = std::min(lanczosSteps, problem.Order());
+  Eigen::VectorXd alpha(steps), beta(steps);
+  Vector<Scalar> v(rows), previous = Vector<Scalar>::Zero(rows), w(rows);
+  FillRandom(v.data(), rows, 1, problem.FirstRow(), 0, {});
+  v /= static_cast<Real>(Norm(v, problem.comm));
+  int step = 0;
+  for (double last = 0.0; step < steps; ++step) {
+    if (rows > 0) apply(v.data(), w.data(), 1, rows);
+    alpha[step] = Sum(static_cast<double>(std::real(v.dot(w))), problem.comm);
+    w -= static_cast<Real>(alpha[step]) * v + static_cast<Real>(last) * previous;
+    last = beta[step] = Norm(w, problem.comm);
+    // Also the way out where the operator returns something that is not finite.
+    if (!(last > 1e-6 * std::abs(alpha.head(step + 1).cwiseAbs().maxCoeff()))) {
+      ++step;
+      break;
+    }
+    previous = v;
+    v = w / static_cast<Real>(last);
+  }
+  Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> ritz;
+  ritz.computeFromTridiagonal(alpha.head(step), beta.head(step - 1));
+  const Eigen::VectorXd tail = beta[step - 1] * ritz.eigenvectors().row(step - 1).cwiseAbs();
+  return (ritz.eigenvalues().cwiseAbs() + tail).maxCoeff();
+}
+
+template <typename Scalar>
+double RequireNorm(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply,
+                   const char* name) {
+  const double norm = EstimateNorm(problem, apply);
+  if (!std::isfinite(norm))
+    throw Error(exitInput,
+                problem.title + ": products with " + name + " are not finite in this scalar type");
+  return norm;
+}
+
+// What the detector compares is of this size. Vectors have unit norm in B, that is a 2-norm of about
+// 1 / sqrt(||B||), with which residuals grow; values are of the size of ||A|| / ||B||.
+double ScaleOf(VesConvergeDetectorType detector, double normA, double normB) {
+  // The zero matrix is within any tolerance.
+  if (detector == VES_RELATIVE_RESIDUALS || normA == 0.0 || normB == 0.0) return 1.0;
+  return normA / (detector == VES_EIGENVALUES ? normB : std::sqrt(normB));
+}
+
+} // namespace
+
+template <typename Scalar>
+RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options) {
+  RunSettings settings;
+  settings.pairs = options.pairs.value_or(std::min(pairsByDefault, problem.Order()));
+  if (settings.pairs > problem.Order())
+    throw Error(exitUsage, "-k: " + std::to_string(settings.pairs) +
+                               " pairs are more than the order " + std::to_string(problem.Order()));
+  settings.solver =
+      options.type.value_or(settings.pairs <= pairsOfOneBatch ? VES_LOBPCG : VES_LOBPCG_BATCH);
+  settings.batchLimit = options.batchLimit.value_or(pairsOfOneBatch);
+  settings.orthoPasses = options.orthoPasses.value_or(isSingle<Scalar> ? 3 : 2);
+  settings.dense = options.dense.value_or(
+      Size(problem.comm) <= processesOfLapack ? VES_LAPACK_DIAG : VES_SCALAPACK_DIAG);
+  settings.normA = RequireNorm(problem, problem.a, "A");
+  settings.normB = problem.IsGeneralized() ? RequireNorm(problem, problem.b, "B") : 1.0;
+  settings.threshold = options.threshold;
+  if (options.threshold > 0.0) return settings;
+  settings.tolerance =
+      options.tolerance > 0.0 ? options.tolerance : (isSingle<Scalar> ? 1e-4 : 1e-8);
+  settings.threshold =
+      settings.tolerance * ScaleOf(options.detector, settings.normA, settings.normB);
+  return settings;
+}
+
+SolverHandle MakeSolver(VesScalarType scalar, bool isGeneralized, const RunSettings& settings,
+                        const SolverOptions& options) {
+  VesSolver solver = nullptr;
+  Check(VesSolverCreate(&solver, scalar, settings.solver), "VesSolverCreate");
+  SolverHandle handle(solver);
+  const auto set = [](VesReturnCode code) { Check(code, "a setting of the solver"); };
+  set(VesSolverSetProblemType(solver,
+                              isGeneralized ? VES_PROBLEM_GENERALIZED : VES_PROBLEM_STANDARD));
+  set(VesSolverSetMaxIter(solver, options.maxIterations));
+  set(VesSolverSetMaxOrthoIter(solver, settings.orthoPasses));
+  set(VesSolverSetThreshold(solver, settings.threshold));
+  set(VesSetDenseEigenSolverType(solver, settings.dense));
+  set(VesSetConvergeDetectorType(solver, options.detector));
+  set(VesSetOrthogonalizerType(solver, options.orthogonalizer));
+  set(VesSetOrthoProjectorType(solver, options.projector));
+  set(VesSolverSetRankRevealerType(solver, options.rankRevealer));
+  set(VesSolverSetLockFactor(solver, options.lockFactor));
+  set(VesSolverSetSelfCheck(solver, options.hasSelfCheck));
+  if (options.lockDetector) set(VesSolverSetLockDetectorType(solver, *options.lockDetector));
+  if (settings.solver == VES_LOBPCG_BATCH) set(VesSolverSetBatchLimit(solver, settings.batchLimit));
+  if (settings.solver != VES_PPCG) return handle;
+  if (options.softLocking) set(VesSolverSetPPCGSoftLocking(solver, *options.softLocking));
+  if (options.ppcgBatch) set(VesSolverSetPPCGBatch(solver, *options.ppcgBatch));
+  if (options.rrPeriod) set(VesSolverSetPPCGRRPeriod(solver, *options.rrPeriod));
+  if (options.ppcgLockFactor) set(VesSolverSetPPCGLockFactor(solver, *options.ppcgLockFactor));
+  return handle;
+}
+
+template RunSettings Decide(const Problem<double>&, const SolverOptions&);
+template RunSettings Decide(const Problem<float>&, const SolverOptions&);
+template RunSettings Decide(const Problem<std::complex<double>>&, const SolverOptions&);
+template RunSettings Decide(const Problem<std::complex<float>>&, const SolverOptions&);
+
+} // namespace VesTools
