@@ -46,6 +46,7 @@ bool Compare(const Options& options, const ProblemData& data, std::ostream& out,
     if (type == VES_LOBPCG) PrintHead(out, first = run);
     PrintRun(out, run, first);
     isGood = isGood && run.IsAccepted();
+    if (run.reason == VES_REASON_MONITOR && solver.timeLimit == 0.0) break; // interrupted
   }
   return isGood;
 }

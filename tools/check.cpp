@@ -2,19 +2,21 @@
 
 #include "guess.h"
 #include "handles.h"
+#include "names.h"
 #include "parallel.h"
 #include "result_file.h"
 
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
+#include <limits>
 
 namespace VesTools {
 namespace {
 
 /// What was found, each next to its bound.
 struct Verdict {
-  int wrongResiduals = 0;     ///< converged pairs whose residual is too large
+  int wrongResiduals = 0;     ///< converged pairs beyond what the detector or the file allows
   double worstResidual = 0.0; ///< of the converged pairs
   double orthoError = 0.0, orthoBound = 0.0;
   int wrongOrder = 0; ///< values that are lower than the one before
@@ -32,12 +34,28 @@ int CountWrongOrder(const Claim& claim, double error) {
   return wrong;
 }
 
+// Those of converged pairs are held to the detector, and to what the file says up to rounding.
+void JudgeResiduals(const Claim& claim, const std::vector<double>& residuals,
+                    const std::vector<double>& sizes, double epsilon, Verdict& verdict) {
+  for (std::size_t j = 0; j < static_cast<std::size_t>(claim.converged); ++j) {
+    const double value = claim.values[j], residual = residuals[j];
+    const double rounding =
+        100.0 * epsilon * (claim.normA + std::abs(value) * claim.normB) * sizes[j];
+    const bool isAccepted = residual <= AcceptedResidual(claim.detector, claim.threshold, value) &&
+                            residual <= 2.0 * claim.residuals[j] + rounding;
+    if (!isAccepted) ++verdict.wrongResiduals;
+    // A residual that is not a number stays the worst.
+    if (!(residual <= verdict.worstResidual) && !std::isnan(verdict.worstResidual))
+      verdict.worstResidual = residual;
+  }
+}
+
 // Collective.
 template <typename Scalar>
 Verdict Judge(const Claim& claim, const Problem<Scalar>& problem) {
   const auto pairs = static_cast<int>(claim.values.size());
   Block<Scalar> x(problem.comm, problem.LocalRows(), pairs);
-  Block<Scalar> d(problem.comm, pairs, 1), norms(problem.comm, pairs, 1);
+  Block<Scalar> d(problem.comm, pairs, 1);
   const int columns = ReadBlock(claim.vectors, problem, pairs, x.Values());
   if (columns != pairs)
     throw Error(exitInput, claim.vectors + ": " + std::to_string(columns) + " vectors for " +
@@ -52,13 +70,10 @@ Verdict Judge(const Claim& claim, const Problem<Scalar>& problem) {
         "VesCheckEigenpairs");
   Block<Scalar> r(problem.comm, problem.LocalRows(), pairs);
   Check(VesEigResidual(a.Get(), b.Get(), x.Get(), d.Get(), r.Get()), "VesEigResidual");
-  Check(VesVectorNorm(r.Get(), norms.Get()), "VesVectorNorm");
-  const std::vector<double> residuals = norms.RealParts(std::min(claim.converged, pairs));
-  for (std::size_t j = 0; j < residuals.size(); ++j) {
-    const double bound = AcceptedResidual(claim.detector, claim.threshold, claim.values[j]);
-    if (!(residuals[j] <= bound)) ++verdict.wrongResiduals;
-    if (!(residuals[j] <= verdict.worstResidual)) verdict.worstResidual = residuals[j];
-  }
+  const std::vector<double> sizes = ColumnNorms(problem.comm, x, pairs);
+  const std::vector<double> residuals = ColumnNorms(problem.comm, r, pairs);
+  const double epsilon = std::numeric_limits<decltype(std::real(Scalar()))>::epsilon();
+  JudgeResiduals(claim, residuals, sizes, epsilon, verdict);
   verdict.wrongOrder = CountWrongOrder(claim, 2.0 * verdict.worstResidual);
   return verdict;
 }
@@ -73,7 +88,8 @@ bool Report(const Claim& claim, const Verdict& verdict, std::ostream& out) {
   out << std::setprecision(2);
   line("convergence", hasAll) << claim.converged << " of " << claim.values.size() << " pairs\n";
   line("residuals", hasResiduals) << "largest " << verdict.worstResidual << ", threshold "
-                                  << claim.threshold << "\n";
+                                  << claim.threshold << " of "
+                                  << NameOf(detectorNames, claim.detector) << "\n";
   line("orthogonality", isOrthonormal)
       << verdict.orthoError << ", bound " << verdict.orthoBound << "\n";
   line("order", verdict.wrongOrder == 0)

@@ -42,7 +42,8 @@ std::vector<Entry> Exchange(std::vector<Entry> entries, const RowOffsets& offset
     ++sent[static_cast<std::size_t>(OwnerOf(entry.row, offsets))];
   MPI_Alltoall(sent.data(), 1, MPI_INT, received.data(), 1, MPI_INT, comm);
   const long long total = std::accumulate(received.begin(), received.end(), 0LL);
-  const bool fits = total <= std::numeric_limits<int>::max();
+  constexpr long long most = std::numeric_limits<int>::max();
+  const bool fits = total <= most && static_cast<long long>(entries.size()) <= most;
   AgreeOn(fits ? "" : "a process would hold more than 2^31 entries: use more processes", exitInput,
           comm);
   std::vector<Entry> result(static_cast<std::size_t>(total));
@@ -156,7 +157,9 @@ void MoveToOwners(EntryList& matrix, const RowOffsets& offsets, MPI_Comm comm) {
   std::string complaint;
   if (twice != matrix.entries.end())
     complaint = matrix.name + ": entry " + Place(*twice) + " is given twice" +
-                (matrix.isHermitian ? " (a file of one triangle must not hold the other)" : "");
+                (matrix.isHermitian && twice->row != twice->column
+                     ? " (a file of one triangle must not hold the other)"
+                     : "");
   AgreeOn(complaint, exitInput, comm);
 }
 

@@ -113,6 +113,14 @@ private:
   VectorHandle m_handle;
 };
 
+/// Norms of the columns of a block. Collective.
+template <typename Scalar>
+std::vector<double> ColumnNorms(MPI_Comm comm, const Block<Scalar>& block, int columns) {
+  const Block<Scalar> norms(comm, columns, 1);
+  Check(VesVectorNorm(block.Get(), norms.Get()), "VesVectorNorm");
+  return norms.RealParts(columns);
+}
+
 /// Calls function with a null pointer to the C++ type of a scalar type.
 template <typename Function>
 auto WithScalar(VesScalarType type, Function&& function) {

@@ -78,10 +78,12 @@ int ProcessesHere(MPI_Comm comm) {
 
 void PrintAdvice(std::ostream& out, int processes, int threads, int cores,
                  const std::string& kernels) {
-  if (processes * threads > cores)
+  if (processes * threads > cores) {
     out << "warning     " << processes << " processes of " << threads << " threads share " << cores
-        << " cores: set OPENBLAS_NUM_THREADS=" << std::max(cores / processes, 1)
-        << " or start fewer processes\n";
+        << " cores: ";
+    if (threads > 1) out << "set OPENBLAS_NUM_THREADS=" << std::max(cores / processes, 1) << " or ";
+    out << "start fewer processes\n";
+  }
   const bool isOlder = kernels == "Haswell" || kernels == "Zen";
   if (HasAvx512() && isOlder)
     out << "advice      this processor has AVX-512, but OpenBLAS took its kernels for " << kernels

@@ -3,17 +3,14 @@
 #include "error.h"
 #include "info.h"
 #include "options.h"
+#include "output_files.h"
 #include "parallel.h"
-#include "plot.h"
 #include "report.h"
-#include "result_file.h"
 #include "run.h"
 
 #include <mpi.h>
 
 #include <exception>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <new>
 
@@ -21,44 +18,14 @@ namespace {
 
 using namespace VesTools;
 
-// Makes sure that the files can be written before the work for them is done. Collective.
-void ProbeOutput(const OutputOptions& output, MPI_Comm comm) {
-  std::string complaint;
-  for (const std::string& path : {output.json, output.vectors, output.plot}) {
-    if (path.empty() || Rank(comm) != 0) continue;
-    std::error_code error;
-    const bool existed = std::filesystem::exists(path, error);
-    if (!std::ofstream(path, std::ios::app)) complaint = path + ": cannot be written";
-    if (complaint.empty() && !existed) std::filesystem::remove(path, error);
-  }
-  AgreeOn(complaint, exitInput, comm);
-}
-
-// Collective; process 0 writes.
-void WriteFiles(const RunResult& result, const Options& options, MPI_Comm comm) {
-  std::string complaint;
-  const auto require = [&](bool isGood, const std::string& path) {
-    if (!isGood) complaint = path + ": cannot be written";
-  };
-  if (Rank(comm) == 0) {
-    const OutputOptions& output = options.output;
-    if (!output.json.empty()) require(WriteResult(output.json, result, options), output.json);
-    if (!output.plot.empty()) {
-      std::ofstream file(output.plot);
-      WritePlot(file, result);
-      file.close();
-      require(file.good(), output.plot);
-    }
-  }
-  AgreeOn(complaint, exitInput, comm);
-}
-
 int Solve(const Options& options, std::ostream& out, MPI_Comm comm) {
-  ProbeOutput(options.output, comm);
+  ProbeOutput(options, comm);
   const RunResult result = RunWith(options, comm);
+  // Before the report, whose reader may have gone, but without an end to the run by a failure.
+  const std::string complaint = Rank(comm) == 0 ? WriteFiles(result, options) : "";
   if (!options.output.isQuiet) PrintReport(out, result);
   out.flush();
-  WriteFiles(result, options, comm);
+  AgreeOn(complaint, exitInput, comm);
   return result.IsAccepted() ? exitGood : exitNotConverged;
 }
 
@@ -84,8 +51,11 @@ int Run(int argc, char** argv) {
   std::ostream& err = speaks ? std::cerr : silence;
   try {
     Options options;
-    if (const auto code = ParseOptions(argc, argv, options, out, err)) return *code;
-    return Obey(options, out, comm);
+    const auto parsed = ParseOptions(argc, argv, options, out, err);
+    const int code = parsed ? *parsed : Obey(options, out, comm);
+    if (!speaks || out.flush()) return code;
+    err << "ves: the standard output cannot be written" << std::endl;
+    return exitInput;
   } catch (const Error& error) {
     err << "ves: " << error.what() << std::endl;
     return error.Code();

@@ -76,13 +76,13 @@ std::string ReadDimensions(std::string_view line, Header& header) {
 
 // \return what is wrong, with file name and line number, or nothing
 std::string ReadHeader(const std::string& path, Header& header) {
+  std::string line, complaint = ComplaintOfFile(path);
+  if (!complaint.empty()) return complaint;
   std::ifstream file(path, std::ios::binary);
-  std::string line, complaint;
   long long number = 0;
   const auto at = [&](const std::string& text) {
     return text.empty() ? "" : path + ":" + std::to_string(std::max(number, 1LL)) + ": " + text;
   };
-  if (!file) return path + ": cannot be read";
   while (std::getline(file, line)) {
     header.data.byte += static_cast<long long>(line.size()) + 1;
     ++number;
@@ -97,7 +97,7 @@ std::string ReadHeader(const std::string& path, Header& header) {
     }
     if (!complaint.empty()) return at(complaint);
   }
-  return at(number == 0 ? "the file is empty, or not a file" : "the line of dimensions is missing");
+  return at(number == 0 ? "the file is empty" : "the line of dimensions is missing");
 }
 
 Header ReadHeaderTogether(const std::string& path, MPI_Comm comm) {
@@ -112,7 +112,8 @@ Header ReadHeaderTogether(const std::string& path, MPI_Comm comm) {
 std::string ReadNumber(std::string_view& line, double& number) {
   const std::string_view word = NextWord(line);
   if (word.empty()) return "a number is missing";
-  if (!ParseNumber(word, number)) return "'" + std::string(word) + "' is not a number";
+  if (!ParseNumber(word, number))
+    return "'" + std::string(word) + "' is not a number that double precision holds";
   return std::isfinite(number) ? "" : "'" + std::string(word) + "' is not finite";
 }
 

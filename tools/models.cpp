@@ -37,7 +37,7 @@ std::vector<int> ParseSizes(const std::string& text, int dimension) {
 
 bool IsMatrixMarket(const std::string& path, MPI_Comm comm) {
   int verdict = 0;
-  if (Rank(comm) == 0) {
+  if (Rank(comm) == 0 && ComplaintOfFile(path).empty()) {
     std::ifstream file(path, std::ios::binary);
     std::array<char, 2> begin{};
     file.read(begin.data(), begin.size());

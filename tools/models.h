@@ -16,6 +16,9 @@ struct ModelName {
   std::string name, arguments;
 };
 
+/// The model whose argument is a file.
+inline constexpr const char* graphModel = "graph";
+
 ModelName ParseModelName(const std::string& text);
 
 /// Dirichlet Laplacian by second differences with unit spacing, one number of points per axis in

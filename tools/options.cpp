@@ -29,6 +29,12 @@ std::string CheckPositive(const std::string& text) {
   return isNumber && value > 0.0 && std::isfinite(value) ? "" : text + " is not a number above 0";
 }
 
+// An empty name, as of a variable of the shell that is not set, must not pass for no name.
+std::string CheckFilled(const std::string& text) {
+  return text.empty() ? "it is empty" : "";
+}
+
+const CLI::Validator filled(CheckFilled, "");
 const CLI::Validator finite(CheckNumber, "");
 const CLI::Validator positive(CheckPositive, "");
 
@@ -66,6 +72,7 @@ void DescribeModel(CLI::App& app, ProblemOptions& problem) {
          "--model", problem.model,
          "laplace1d:N, laplace2d:NxM, laplace3d:NxMxL, graph:FILE (Laplacian of a matrix or "
          "list of edges), silicon:supercell=N,ecut=RYDBERG")
+      ->check(filled)
       ->group("Problem");
 }
 
@@ -160,22 +167,31 @@ void DescribeSolver(CLI::App& app, SolverOptions& solver) {
 void DescribeSolve(CLI::App& app, Options& options) {
   options.problem.files.resize(2);
   app.add_option("A", options.problem.files[0], "matrix in a Matrix Market file")
+      ->check(filled)
       ->type_name("FILE");
-  app.add_option("B", options.problem.files[1], "matrix B of A x = lambda B x")->type_name("FILE");
+  app.add_option("B", options.problem.files[1], "matrix B of A x = lambda B x")
+      ->check(filled)
+      ->type_name("FILE");
   DescribeModel(app, options.problem);
   DescribeProblem(app, options.problem, "Problem");
   DescribeRun(app, options.solver, options.preconditioner);
   app.add_option("--start", options.solver.start, "guess from a Matrix Market file")
+      ->check(filled)
       ->type_name("FILE")
       ->group("Guess");
   DescribeSolver(app, options.solver);
   const std::string group = "Output";
   OutputOptions& output = options.output;
-  app.add_option("--json", output.json, "write the result")->type_name("FILE")->group(group);
+  app.add_option("--json", output.json, "write the result")
+      ->check(filled)
+      ->type_name("FILE")
+      ->group(group);
   app.add_option("--vectors", output.vectors, "write the eigenvectors as a Matrix Market array")
+      ->check(filled)
       ->type_name("FILE")
       ->group(group);
   app.add_option("--plot", output.plot, "draw the residuals against the iterations (SVG)")
+      ->check(filled)
       ->type_name("FILE")
       ->group(group);
   app.add_flag("-q,--quiet", output.isQuiet, "print errors alone")->group(group);
@@ -203,7 +219,7 @@ struct Commands {
 Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench) {
   app.set_version_flag("--version", std::string("ves ") + VesGetVersion());
   app.footer(exitCodes);
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
   Commands commands{};
   commands.solve = app.add_subcommand("solve", "compute the lowest pairs of a matrix or a model");
   DescribeSolve(*commands.solve, solve);
@@ -211,6 +227,7 @@ Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench)
   commands.check = app.add_subcommand("check", "judge a result of solve --json --vectors afresh");
   commands.check->add_option("result", check.result, "file written by solve --json")
       ->required()
+      ->check(filled)
       ->type_name("FILE");
   commands.check->footer(exitCodes);
   commands.bench = app.add_subcommand("bench", "compare the solvers on a model");
@@ -238,6 +255,8 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::os
   const Commands commands = Describe(app, solve, check, bench);
   try {
     app.parse(argc, argv);
+    // After the parsing, which names a command that there is not.
+    if (app.get_subcommands().empty()) throw CLI::RequiredError("solve, check, bench or info");
     if (commands.solve->parsed()) RequireProblem(solve.problem);
   } catch (const CLI::Success& success) {
     return app.exit(success, out, err);

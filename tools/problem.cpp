@@ -65,7 +65,7 @@ void LoadModel(const std::string& model, ProblemData& data, MPI_Comm comm) {
   const auto found = dimensions.find(name);
   if (found != dimensions.end())
     data.a = LaplaceModel(arguments, found->second, comm);
-  else if (name == "graph")
+  else if (name == graphModel)
     data.a = ReadGraph(arguments, comm);
   else
     throw Error(exitUsage, "--model: '" + name +
@@ -73,7 +73,7 @@ void LoadModel(const std::string& model, ProblemData& data, MPI_Comm comm) {
   data.offsets = BalancedRows({&data.a}, comm);
   MoveToOwners(data.a, data.offsets, comm);
   RequireHermitian(data.a, data.offsets, comm);
-  if (name == "graph") TurnIntoLaplacian(data.a, data.offsets, comm);
+  if (name == graphModel) TurnIntoLaplacian(data.a, data.offsets, comm);
 }
 
 } // namespace

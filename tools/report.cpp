@@ -29,6 +29,12 @@ std::string Bytes(double bytes) {
   return Short(bytes, 3) + " " + units[unit];
 }
 
+// The monitor of the program acts for its user.
+const char* ReasonOf(const RunResult& result) {
+  return result.reason == VES_REASON_MONITOR ? "stopped by the time limit or an interrupt"
+                                             : VesReasonString(result.reason);
+}
+
 void PrintSettings(std::ostream& out, const RunResult& result) {
   const RunSettings& settings = result.settings;
   out << NameOf(solverNames, settings.solver);
@@ -86,8 +92,7 @@ void PrintReport(std::ostream& out, const RunResult& result) {
   out << "\n"
       << result.converged << " of " << Counted(result.settings.pairs, "pair", "pairs")
       << " converged in " << Counted(result.iterations, "iteration", "iterations") << ": "
-      << VesReasonString(result.reason) << "\northogonality to " << Short(result.orthoError)
-      << "\n";
+      << ReasonOf(result) << "\northogonality to " << Short(result.orthoError) << "\n";
   PrintCosts(out, result);
 }
 

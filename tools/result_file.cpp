@@ -3,6 +3,7 @@
 #include "models.h"
 #include "names.h"
 #include "parallel.h"
+#include "text_lines.h"
 
 #include <nlohmann/json.hpp>
 
@@ -28,8 +29,6 @@ std::string RelativeTo(const fs::path& folder, const std::string& path) {
 std::string From(const fs::path& folder, const std::string& path) {
   return (folder / path).lexically_normal().string();
 }
-
-constexpr const char* graphModel = "graph";
 
 // A model names a file only when it is a graph.
 template <typename Function>
@@ -101,6 +100,14 @@ Choice ChoiceOf(const Names<Choice>& names, const Json& json) {
   return found->second;
 }
 
+// A number that is not finite is null in JSON.
+std::vector<double> NumbersOf(const Json& list) {
+  std::vector<double> numbers;
+  for (const Json& value : list)
+    numbers.push_back(value.is_null() ? std::nan("") : value.get<double>());
+  return numbers;
+}
+
 Claim ParseClaim(const Json& json, const fs::path& folder) {
   Claim claim;
   const Json& problem = json.at("problem");
@@ -115,15 +122,20 @@ Claim ParseClaim(const Json& json, const fs::path& folder) {
   if (!json.contains("vectors"))
     throw std::runtime_error("no vectors to check; solve with --vectors too");
   claim.vectors = From(folder, json.at("vectors").get<std::string>());
-  // A value that is not finite is null in JSON.
-  for (const Json& value : json.at("eigenvalues"))
-    claim.values.push_back(value.is_null() ? std::nan("") : value.get<double>());
+  claim.values = NumbersOf(json.at("eigenvalues"));
+  claim.residuals = NumbersOf(json.at("residuals"));
   if (claim.values.empty()) throw std::runtime_error("no eigenvalues");
+  if (claim.residuals.size() != claim.values.size())
+    throw std::runtime_error("not as many residuals as eigenvalues");
   claim.converged = json.at("converged").get<int>();
+  if (claim.converged < 0 || claim.converged > static_cast<int>(claim.values.size()))
+    throw std::runtime_error("more pairs converged than there are, or fewer than none");
   const Json& solver = json.at("solver");
   claim.processes = solver.at("processes").get<int>();
   claim.detector = ChoiceOf(detectorNames, solver.at("detector"));
   claim.threshold = solver.at("threshold").get<double>();
+  claim.normA = solver.at("normA").get<double>();
+  claim.normB = solver.at("normB").get<double>();
   return claim;
 }
 
@@ -141,7 +153,8 @@ bool WriteResult(const std::string& path, const RunResult& result, const Options
   json["eigenvalues"] = result.values;
   json["residuals"] = result.residuals;
   json["orthoError"] = result.orthoError;
-  if (!options.output.vectors.empty()) json["vectors"] = RelativeTo(folder, options.output.vectors);
+  if (!options.output.vectors.empty() && result.unwritten.empty())
+    json["vectors"] = RelativeTo(folder, options.output.vectors);
   json["costs"] = DescribeCosts(result);
   json["history"] = DescribeHistory(result.history);
   std::ofstream file(path);
@@ -153,12 +166,11 @@ bool WriteResult(const std::string& path, const RunResult& result, const Options
 
 Claim ReadClaim(const std::string& path, MPI_Comm comm) {
   std::string text, complaint;
-  if (Rank(comm) == 0) {
-    std::ifstream file(path);
+  if (Rank(comm) == 0) complaint = ComplaintOfFile(path);
+  if (Rank(comm) == 0 && complaint.empty()) {
     std::ostringstream content;
-    content << file.rdbuf();
+    content << std::ifstream(path).rdbuf();
     text = content.str();
-    if (!file || text.empty()) complaint = path + ": cannot be read";
   }
   AgreeOn(complaint, exitInput, comm);
   try {

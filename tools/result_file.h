@@ -18,10 +18,10 @@ bool WriteResult(const std::string& path, const RunResult& result, const Options
 struct Claim {
   ProblemOptions problem;
   std::string vectors;
-  std::vector<double> values;
+  std::vector<double> values, residuals;
   int converged = 0, processes = 1;
   VesConvergeDetectorType detector = VES_RESIDUALS;
-  double threshold = 0.0;
+  double threshold = 0.0, normA = 0.0, normB = 0.0;
 };
 
 /// Reads a result file on process 0 and sends it to all. Throws Error. Collective.

@@ -65,11 +65,9 @@ void AddResiduals(const Problem<Scalar>& problem, const Operator<Scalar>& a,
   Check(VesCheckEigenpairs(a.Get(), b.Get(), x.Get(), d.Get(), &largest, &result.orthoError),
         "VesCheckEigenpairs");
   const auto r = MakePairs(problem, pairs);
-  const Block<Scalar> norms(problem.comm, pairs, 1);
   Check(VesEigResidual(a.Get(), b.Get(), x.Get(), d.Get(), r->Get()), "VesEigResidual");
-  Check(VesVectorNorm(r->Get(), norms.Get()), "VesVectorNorm");
   result.values = d.RealParts(pairs);
-  result.residuals = norms.RealParts(pairs);
+  result.residuals = ColumnNorms(problem.comm, *r, pairs);
 }
 
 template <typename Scalar>
@@ -80,6 +78,18 @@ void DescribeProblem(const Problem<Scalar>& problem, RunResult& result) {
   result.processes = Size(problem.comm);
   if (problem.matrixA) result.nonZerosA = Sum(problem.matrixA->NonZeros(), problem.comm);
   if (problem.matrixB) result.nonZerosB = Sum(problem.matrixB->NonZeros(), problem.comm);
+}
+
+// \return what went wrong, or nothing. Collective.
+template <typename Scalar>
+std::string WriteVectors(const std::string& path, const Problem<Scalar>& problem,
+                         const Block<Scalar>& x, int pairs) {
+  try {
+    WriteMatrixMarket(path, x.Values(), problem.LocalRows(), pairs, problem.comm);
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "";
 }
 
 } // namespace
@@ -125,8 +135,7 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
   result.secondsB = b.Seconds();
   result.secondsT = t.Seconds();
   AddResiduals(problem, a, b, *x, d, result);
-  if (!output.vectors.empty())
-    WriteMatrixMarket(output.vectors, x->Values(), problem.LocalRows(), pairs, problem.comm);
+  if (!output.vectors.empty()) result.unwritten = WriteVectors(output.vectors, problem, *x, pairs);
   return result;
 }
 

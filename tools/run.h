@@ -40,6 +40,7 @@ struct RunResult {
   double secondsA = 0.0, secondsB = 0.0, secondsT = 0.0;
   double bytesTaken = 0.0, bytesForecast = 0.0; ///< on the process with most
   History history;
+  std::string unwritten; ///< why the vectors wanted in a file are not there; or empty
 
   /// All pairs converged, by the word of the library and by their recomputed residuals where those
   /// are what was compared.
@@ -50,7 +51,8 @@ struct RunResult {
 /// confirms converged pairs to twice the threshold. Infinite for detectors of other quantities.
 double AcceptedResidual(VesConvergeDetectorType detector, double threshold, double value);
 
-/// Computes the lowest pairs. With output.vectors they are written to that file. Collective.
+/// Computes the lowest pairs. With output.vectors they are written to that file; a
+/// failure of that is noted in the result, which must not be lost with them. Collective.
 template <typename Scalar>
 RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
               const SolverOptions& options, const OutputOptions& output);

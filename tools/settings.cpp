@@ -1,12 +1,15 @@
 #include "settings.h"
 
 #include "guess.h"
+#include "names.h"
 #include "parallel.h"
 
 #include <Eigen/Eigenvalues>
 
 #include <algorithm>
 #include <cmath>
+#include <iomanip>
+#include <sstream>
 
 namespace VesTools {
 namespace {
@@ -27,10 +30,16 @@ double Norm(const Vector<Scalar>& v, MPI_Comm comm) {
   return std::sqrt(Sum(static_cast<double>(v.squaredNorm()), comm));
 }
 
-// The largest Ritz value of a short Lanczos process and the bound of its error: an estimate from
-// above in all but contrived cases. Two reductions a step.
+/// What is known of an operator.
+struct Spectrum {
+  double norm;       ///< an estimate from above in all but contrived cases
+  double lowestRitz; ///< not below the lowest eigenvalue, but for rounding
+};
+
+// The Ritz values of a short Lanczos process; the norm includes the bound of their error. Two
+// reductions a step.
 template <typename Scalar>
-double EstimateNorm(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply) {
+Spectrum EstimateSpectrum(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply) {
   using Real = typename Eigen::NumTraits<Scalar>::Real;
   const int rows = problem.LocalRows(), steps = std::min(lanczosSteps, problem.Order());
   Eigen::VectorXd alpha(steps), beta(steps);
@@ -54,17 +63,31 @@ double EstimateNorm(const Problem<Scalar>& problem, const BlockOperator<Scalar>&
   Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> ritz;
   ritz.computeFromTridiagonal(alpha.head(step), beta.head(step - 1));
   const Eigen::VectorXd tail = beta[step - 1] * ritz.eigenvectors().row(step - 1).cwiseAbs();
-  return (ritz.eigenvalues().cwiseAbs() + tail).maxCoeff();
+  return {(ritz.eigenvalues().cwiseAbs() + tail).maxCoeff(), ritz.eigenvalues().minCoeff()};
 }
 
 template <typename Scalar>
-double RequireNorm(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply,
-                   const char* name) {
-  const double norm = EstimateNorm(problem, apply);
-  if (!std::isfinite(norm))
+Spectrum RequireFinite(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply,
+                       const char* name) {
+  const Spectrum spectrum = EstimateSpectrum(problem, apply);
+  if (!std::isfinite(spectrum.norm))
     throw Error(exitInput,
                 problem.title + ": products with " + name + " are not finite in this scalar type");
-  return norm;
+  return spectrum;
+}
+
+// Finds what is plainly indefinite: for such a B lowest pairs mean nothing, and a run may seem good.
+template <typename Scalar>
+double RequirePositiveNorm(const Problem<Scalar>& problem) {
+  const Spectrum b = RequireFinite(problem, problem.b, "B");
+  const double rounding = 100.0 * Eigen::NumTraits<Scalar>::epsilon() * b.norm;
+  if (b.lowestRitz < -rounding) {
+    std::ostringstream text;
+    text << problem.title << ": B is not positive definite: it has an eigenvalue of at most "
+         << std::setprecision(2) << b.lowestRitz;
+    throw Error(exitInput, text.str());
+  }
+  return b.norm;
 }
 
 // What the detector compares is of this size. Vectors have unit norm in B, that is a 2-norm of about
@@ -73,6 +96,19 @@ double ScaleOf(VesConvergeDetectorType detector, double normA, double normB) {
   // The zero matrix is within any tolerance.
   if (detector == VES_RELATIVE_RESIDUALS || normA == 0.0 || normB == 0.0) return 1.0;
   return normA / (detector == VES_EIGENVALUES ? normB : std::sqrt(normB));
+}
+
+// An option of another solver would be followed by nobody.
+void RequireSolverOf(const SolverOptions& options, VesSolverType solver) {
+  const auto require = [&](bool isGiven, const char* option, VesSolverType type) {
+    if (isGiven && solver != type)
+      throw Error(exitUsage, std::string(option) + " needs --solver " + NameOf(solverNames, type));
+  };
+  require(options.batchLimit.has_value(), "--batch-limit", VES_LOBPCG_BATCH);
+  require(options.ppcgBatch.has_value(), "--ppcg-batch", VES_PPCG);
+  require(options.rrPeriod.has_value(), "--rr-period", VES_PPCG);
+  require(options.softLocking.has_value(), "--soft-locking", VES_PPCG);
+  require(options.ppcgLockFactor.has_value(), "--ppcg-lock-factor", VES_PPCG);
 }
 
 } // namespace
@@ -86,12 +122,13 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options)
                                " pairs are more than the order " + std::to_string(problem.Order()));
   settings.solver =
       options.type.value_or(settings.pairs <= pairsOfOneBatch ? VES_LOBPCG : VES_LOBPCG_BATCH);
+  RequireSolverOf(options, settings.solver);
   settings.batchLimit = options.batchLimit.value_or(pairsOfOneBatch);
   settings.orthoPasses = options.orthoPasses.value_or(isSingle<Scalar> ? 3 : 2);
   settings.dense = options.dense.value_or(
       Size(problem.comm) <= processesOfLapack ? VES_LAPACK_DIAG : VES_SCALAPACK_DIAG);
-  settings.normA = RequireNorm(problem, problem.a, "A");
-  settings.normB = problem.IsGeneralized() ? RequireNorm(problem, problem.b, "B") : 1.0;
+  settings.normA = RequireFinite(problem, problem.a, "A").norm;
+  settings.normB = problem.IsGeneralized() ? RequirePositiveNorm(problem) : 1.0;
   settings.threshold = options.threshold;
   if (options.threshold > 0.0) return settings;
   settings.tolerance =

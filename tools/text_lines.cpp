@@ -32,6 +32,10 @@ Share ReadShare(std::ifstream& file, long long begin, long long end, bool isFirs
     share.complaint = parse(line);
     share.badLine = share.lines;
   }
+  if (begin < end && share.complaint.empty()) {
+    share.complaint = "the file ends too early, or reading failed";
+    share.badLine = share.lines + 1;
+  }
   return share;
 }
 
@@ -44,13 +48,20 @@ std::string_view NextWord(std::string_view& line) {
   return word;
 }
 
+std::string ComplaintOfFile(const std::string& path) {
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+    return path + ": is not a regular file";
+  return std::ifstream(path).good() ? "" : path + ": cannot be read";
+}
+
 void ReadLines(const std::string& path, TextPosition start, const LineParser& parse,
                MPI_Comm comm) {
   const int rank = Rank(comm), size = Size(comm);
-  std::error_code error;
+  AgreeOn(ComplaintOfFile(path), exitInput, comm);
   std::ifstream file(path, std::ios::binary);
-  const bool isReadable = file.good() && std::filesystem::is_regular_file(path, error);
-  AgreeOn(isReadable ? "" : path + ": cannot be read", exitInput, comm);
+  std::error_code error;
   auto end = static_cast<long long>(std::filesystem::file_size(path, error));
   MPI_Bcast(&end, 1, MPI_LONG_LONG, 0, comm);
   const auto bound = [&](int r) { return start.byte + (end - start.byte) * r / size; };

@@ -104,7 +104,7 @@ expect 0 "BLAS" info
 expect 0 "Exit codes" --help
 
 # Results that are wrong or have lost a file.
-sed 's/"eigenvalues": \[/&\n  0.25,/; s/"converged": 8,/"converged": 9,/' results/a.json >results/more.json
+sed 's/"\(eigenvalues\|residuals\)": \[/&\n  0.25,/; s/"converged": 8,/"converged": 9,/' results/a.json >results/more.json
 expect 3 "8 vectors for 9 eigenvalues" check results/more.json
 sed '/"eigenvalues"/,/]/ s/0\.00[0-9]*/0.0012/' results/a.json >results/wrong.json
 expect 1 "WRONG  residuals" check results/wrong.json
@@ -114,12 +114,16 @@ awk 'NR == 103 { exit } { print } ' results/a.x >results/column
 expect 1 "WRONG  orthogonality" check results/twice.json
 sed '50s/.*/bad/' results/a.x >results/twice.x
 expect 3 "twice.x:50: 'bad' is not a number" check results/twice.json
+expect 0 "" solve a.mtx -k 4 --detector eigenvalues --tol 1e-12 --json values.json --vectors values.x
+expect 0 "of eigenvalues" check values.json
+sed '/"eigenvalues": \[/,/]/ s/0\.00[0-9]*/0.0012/' values.json >moved.json
+expect 1 "WRONG  residuals" check moved.json
 rm results/twice.x
 expect 3 "twice.x: cannot be read" check results/twice.json
 echo '{"problem": 3}' >bad.json
 expect 3 "bad.json" check bad.json
 expect 1 "not converged" solve a.mtx -k 3 --max-iter 1 --precond none
-expect 1 "monitor" solve a.mtx -k 3 --precond none --time-limit 1e-9 --json stopped.json --vectors stopped.x
+expect 1 "time limit" solve a.mtx -k 3 --precond none --time-limit 1e-9 --json stopped.json --vectors stopped.x
 expect 1 "WRONG  convergence" check stopped.json
 
 # Complaints: options, then files.
@@ -129,6 +133,9 @@ expect 2 "required" solve
 expect 2 "excludes" solve a.mtx --model laplace1d:5
 expect 2 "more than the order" solve a.mtx -k 101
 expect 2 "--shift needs" solve a.mtx --shift 1
+expect 2 "--rr-period needs --solver ppcg" solve a.mtx --rr-period 3
+expect 2 "B: it is empty" solve a.mtx ""
+expect 2 "frob" frob
 expect 2 "'40x40' does not have the number of sizes" solve --model laplace3d:40x40
 expect 2 "'cube' is none of" solve --model cube:3
 expect 2 "would drop imaginary parts" solve c.mtx --scalar double
@@ -140,6 +147,17 @@ else
 fi
 expect 3 "cannot be read" solve missing.mtx
 expect 3 "cannot be written" solve a.mtx --json nowhere/a.json
+expect 3 "written over a.mtx" solve a.mtx --vectors ./a.mtx
+expect 3 "written over same" solve a.mtx --vectors same --json same
+mkfifo pipe
+expect 3 "pipe: is not a regular file" solve pipe
+expect 3 "pipe: is not a regular file" check pipe
+# A full disk takes the vectors, but not the values.
+expect 3 "/dev/full: cannot be written" solve a.mtx -k 2 --vectors /dev/full --json full.json
+grep -q "2 of 2 pairs" output || fail "no report beside a full disk"
+[ "$(values full.json | wc -l)" -eq 2 ] || fail "no result file beside a full disk"
+timeout 60 "${start[@]}" "$ves" info >/dev/full 2>output
+[ $? -ne 0 ] || [ "$processes" -gt 1 ] || fail "a report was lost in silence"
 sed '7s/.*/1 two 3/' a.mtx >bad.mtx
 expect 3 "bad.mtx:7: expected the number of a column, found 'two'" solve bad.mtx
 expect 3 "bad.mtx:7:" solve a.mtx bad.mtx
@@ -149,6 +167,8 @@ expect 3 "not Hermitian: entry (1, 2) is 3" solve general.mtx
 expect 3 "order 3, but A of order 100" solve a.mtx c.mtx
 sed '3s/.*/1 1 -1/' b.mtx >indefinite.mtx
 expect 3 "B is not positive definite" solve a.mtx indefinite.mtx
+sed '3s/.*/1 1 0.01/' b.mtx >indefinite.mtx
+expect 3 "it has an eigenvalue of at most" solve a.mtx indefinite.mtx
 
 [ "$failures" -eq 0 ] && echo "all commands did as expected on $processes process(es)"
 exit "$failures"
