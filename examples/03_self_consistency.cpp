@@ -59,7 +59,7 @@ int main(int argc, char** argv) {
   VesSolverStats first = {}, last = {};
   double change = 1, residual, orthoError;
   std::puts("step   change  columns of A  energies");
-  for (int step = 1; step <= 50 && change > threshold; ++step) {
+  for (int step = 1; step <= 50 && change > 2 * threshold; ++step) {
     trap.SetPotential();
     Check(VesRunSolver(solver.handle, A.handle, nullptr, nullptr, X.handle, D.handle));
     Check(VesGetSolverStats(solver.handle, &last));

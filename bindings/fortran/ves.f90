@@ -180,7 +180,7 @@ module ves
     module subroutine SetRoutineOfC(matrix, userData, matVec, ierror)
       type(VesMatrix), intent(in) :: matrix
       type(c_ptr), intent(in) :: userData
-      type(c_funptr), intent(in) :: matVec
+      type(c_funptr), value :: matVec
       integer, intent(out), optional :: ierror
     end subroutine SetRoutineOfC
   end interface VesMatrixSetShellMatVec

@@ -38,7 +38,7 @@ contains
     type(VesMatrix), intent(in) :: matrix
     class(VesOperator), target, intent(inout) :: op
     integer, intent(in) :: scalarType
-    type(c_funptr), intent(in) :: routine
+    type(c_funptr), value :: routine ! by reference it would be a relocation of read-only data
     integer, intent(out), optional :: ierror
     integer :: code
     if (.not. associated(matrix%link)) then

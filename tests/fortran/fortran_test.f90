@@ -367,7 +367,6 @@ contains
     call VesSolverDestroy(lobpcg)
   end subroutine TestSettings
 end module fortran_test_cases
-  use, intrinsic :: iso_c_binding
 
 program fortran_test
   use fortran_test_cases

@@ -1,7 +1,7 @@
 """Cuts a graph in two by its Fiedler vector: the eigenvector of the second lowest eigenvalue of
 the graph's Laplacian is negative on one part and positive on the other, and few edges cross.
 
-usage: fiedler.py [picture.png]    the picture needs matplotlib
+usage: 05_graph_parts.py [picture.svg]
 """
 
 import sys
@@ -47,23 +47,25 @@ def fiedler_vector(edges, n):
 
 
 def draw(places, edges, side, path):
-    """Writes a picture of the parts and the edges that cross."""
-    import matplotlib.pyplot as plt
-
-    crossing = side[edges[:, 0]] != side[edges[:, 1]]
-    figure, axes = plt.subplots(figsize=(8, 4))
-    for chosen, color in (~crossing, "0.8"), (crossing, "tab:red"):
-        axes.plot(*places[edges[chosen]].transpose(2, 1, 0), color=color, linewidth=0.8)
-    axes.scatter(*places.T, c=np.where(side, "tab:blue", "tab:orange"), s=8, zorder=2)
-    axes.set_aspect("equal")
-    axes.axis("off")
-    figure.savefig(path, dpi=150)
+    """Writes a picture of the parts, with the edges that are cut in red."""
+    at = [f"{180 * (x + 2.2):.0f} {180 * (1.05 - y):.0f}" for x, y in places]
+    lines = [f"M{at[i]}L{at[j]}" for i, j in edges]
+    dots = [f"M{place}h0" for place in at]
+    cut = side[edges[:, 0]] != side[edges[:, 1]]
+    with open(path, "w") as picture:
+        picture.write('<svg xmlns="http://www.w3.org/2000/svg" width="792" height="378" fill="none"'
+                      ' stroke-linecap="round">\n<rect width="100%" height="100%" fill="#fff"/>\n')
+        for marks, chosen, colour, width in ((lines, ~cut, "#ccc", 1), (lines, cut, "#c33", 1.5),
+                                             (dots, side, "#27b", 5), (dots, ~side, "#e83", 5)):
+            path = "".join(np.array(marks)[chosen])
+            picture.write(f'<path stroke="{colour}" stroke-width="{width}" d="{path}"/>\n')
+        picture.write("</svg>\n")
 
 
 places = two_discs(np.random.default_rng(5))
 edges = short_edges(places)
 value, vector = fiedler_vector(edges, len(places))
-side = vector > 0
+side = vector * vector[0] < 0  # the sign of a vector is arbitrary
 cut = np.count_nonzero(side[edges[:, 0]] != side[edges[:, 1]])
 print(f"algebraic connectivity {value:.3e}: parts of {np.sum(~side)} and {np.sum(side)} points,"
       f" {cut} of {len(edges)} edges are cut")
