@@ -185,5 +185,12 @@ def test_memory_is_given_back():
         ves.eigsh(linear, 2)
         del operator, linear
         assert gone() is None
+
+        failing = Big()
+        gone = weakref.ref(failing)
+        with pytest.raises(ValueError):
+            ves.eigsh(failing, 2, n=299)
+        del failing
+        assert gone() is None
     finally:
         gc.enable()
