@@ -10,8 +10,6 @@ from ._guard import Guard
 from ._handles import Operator
 from ._processes import open_team
 
-_LARGEST_BLOCK = 2**31 - 1  # entries that 32 bits count
-
 # The library is not thread-safe. A run inside an operator of another one is on the same thread.
 _one_at_a_time = threading.RLock()
 
@@ -100,12 +98,14 @@ class Problem:
         for operand in operands:
             if operand is not None:
                 operand.prepare(self.dtype)
+        if self.B is not None:
+            self.B.require_definite()
 
     def require_fit(self, k, wanted_columns):
         """Refuses more pairs than rows, and blocks that the library cannot count. Local."""
         if k > self.total_rows:
             raise ValueError(f"k = {k} pairs are wanted of a problem with {self.total_rows} rows")
-        if max(self.rows, 1) * wanted_columns > _LARGEST_BLOCK:
+        if max(self.rows, 1) * wanted_columns > _settings.LARGEST_INT:
             raise ValueError(f"{wanted_columns} columns of {self.rows} rows are more than 2**31 - 1"
                              " entries: spread the rows over more processes")
 
