@@ -156,6 +156,30 @@ def test_threads_wait_for_each_other():
     assert all(np.allclose(results[n], line_values(n, 3), atol=1e-9) for n in range(100, 108))
 
 
+def test_a_fork_while_another_thread_is_in_a_run():
+    begun, forked = threading.Event(), threading.Event()
+
+    def wait(progress):
+        begun.set()
+        return forked.wait(60)
+
+    thread = threading.Thread(target=ves.eigsh, args=(line(40), 1), kwargs={"monitor": wait})
+    thread.start()
+    begun.wait(60)
+    child = os.fork()
+    if child == 0:
+        signal.alarm(20)  # ends a child that waits for the thread, which it does not have
+        is_done = False
+        try:
+            is_done = ves.eigsh(line(40), 1).converged
+        finally:
+            os._exit(0 if is_done else 1)
+    status = os.waitpid(child, 0)[1]
+    forked.set()
+    thread.join(60)
+    assert status == 0
+
+
 def test_a_run_inside_an_operator():
     inner = []
 
