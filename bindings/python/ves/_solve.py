@@ -57,8 +57,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     passes : int, optional
         Limit of orthogonalization passes, by default 2, in single precision 3.
     dtype : float32, float64, complex64 or complex128, optional
-        Scalar type of the computation, by default the one that A, B and T have in common.
-        Integers are taken as float64, and callables that do not tell as float64.
+        Scalar type of the computation, by default the one that A, B and T have in common, complex
+        where X0 is. Integers are taken as float64, and callables that do not tell as float64.
     comm : mpi4py.MPI.Intracomm, optional
         Processes that solve the problem together, each with its own rows: n, X0 and the result
         are those of this process, and A multiplies them, with messages among the processes that
