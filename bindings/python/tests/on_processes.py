@@ -1,6 +1,7 @@
 """Runs on several processes: mpirun -np N python3 on_processes.py. Each case runs on all of them;
 a hang is the fault that the caller's timeout tells."""
 
+import signal
 import sys
 import threading
 import traceback
@@ -103,6 +104,37 @@ def operator_fails_on_one_process():
         assert ves.eigsh(chain, 2, n=chain.rows, comm=WORLD).converged
 
 
+def ctrl_c_before_the_messages_of_a_routine():
+    chain, calls, last = Chain(WORLD), [], WORLD.size - 1
+
+    def interrupted(X):
+        calls.append(None)
+        if WORLD.rank == last and len(calls) == 30:
+            signal.raise_signal(signal.SIGINT)
+        return chain(X)
+
+    expect_failure_on(last, KeyboardInterrupt, "",
+                      lambda: ves.eigsh(interrupted, n=chain.rows, comm=WORLD))
+
+
+def exception_without_text():
+    class Mute(Exception):
+        def __str__(self):
+            raise ArithmeticError
+
+    def fails(X):
+        if WORLD.rank == WORLD.size - 1:
+            raise Mute
+        return X
+
+    try:
+        ves.eigsh(fails, 1, n=2, comm=WORLD)
+    except (Mute, ves.ProcessError) as error:
+        assert isinstance(error, Mute) == (WORLD.rank == WORLD.size - 1)
+    else:
+        raise AssertionError("no exception")
+
+
 def preconditioner_and_monitor_fail():
     chain, seen = Chain(WORLD), []
     last = WORLD.size - 1
@@ -178,7 +210,8 @@ def processes_by_themselves():
 if __name__ == "__main__":
     try:
         for case in (all_solvers_and_types, linear_operator_with_b_t_and_guess,
-                     operator_fails_on_one_process, preconditioner_and_monitor_fail,
+                     operator_fails_on_one_process, ctrl_c_before_the_messages_of_a_routine,
+                     exception_without_text, preconditioner_and_monitor_fail,
                      another_thread_is_in_a_run, any_process_may_stop_a_run,
                      wrong_arguments_are_refused_on_all, processes_by_themselves):
             case()

@@ -21,7 +21,8 @@ def identity(X):
 REFUSED = {
     "k at least 1": (ValueError, "k must be at least 1", dict(A=np.eye(9), k=0)),
     "k whole": (TypeError, "k must be an integer", dict(A=np.eye(9), k=2.5)),
-    "k at most n": (ValueError, "6 pairs are wanted of a problem with 4 rows", dict(A=np.eye(4))),
+    "k at most n": (ValueError, "6 pairs are wanted of a problem with 4 rows",
+                    dict(A=np.eye(4), k=6)),
     "k below 2^15 / 3": (ValueError, "at most 10922", dict(A=identity, n=10**6, k=10923)),
     "32 bits": (ValueError, "spread the rows", dict(A=identity, n=10**8, k=8)),
     "no A": (TypeError, "not None", dict(A=None)),
@@ -37,6 +38,7 @@ REFUSED = {
     "A of three arguments": (TypeError, r"callable as A\(X\)", dict(A=lambda a, b, c: a, n=9)),
     "A too wide": (TypeError, "dtype float128", dict(A=np.eye(9, dtype=np.longdouble))),
     "A too small": (ValueError, "norm .*e-160.*scale", dict(A=np.eye(9) * 1e-160)),
+    "A far too small": (ValueError, "too small to square", dict(A=np.eye(9) * 1e-200)),
     "A too large": (ValueError, "norm .*e.25.*float32", dict(A=np.eye(9, dtype="f") * 1e25)),
     "A of other rows": (ValueError, r"shape \(8, 2\)", dict(A=lambda X: X[:-1], n=9)),
     "A turns complex": (TypeError, "complex numbers in a real", dict(A=lambda X: 1j * X, n=9)),
@@ -45,6 +47,8 @@ REFUSED = {
         ValueError, "not Hermitian",
         dict(A=line(10**4) + sparse.coo_matrix(([1.0], ([7], [90])), shape=(10**4, 10**4)))),
     "B indefinite": (ValueError, "B must be positive definite", dict(A=np.eye(9), B=-np.eye(9))),
+    "B with a zero": (ValueError, "B must be positive definite",
+                      dict(A=np.eye(9), B=np.diag(np.arange(9.0)))),
     "B of other order": (ValueError, "B is for 8 rows, but A for 9",
                          dict(A=np.eye(9), B=np.eye(8))),
     "T of other order": (ValueError, "T is for 8 rows", dict(A=np.eye(9), T=np.eye(8))),
@@ -61,6 +65,7 @@ REFUSED = {
     "batch": (ValueError, "takes no batch", dict(A=np.eye(9), solver="lobpcg", batch=3)),
     "lock_factor": (ValueError, "lock_factor", dict(A=np.eye(9), lock_factor=2)),
     "maxiter": (ValueError, "maxiter", dict(A=np.eye(9), maxiter=0)),
+    "maxiter of 32 bits": (ValueError, "at most 2147483647", dict(A=np.eye(9), maxiter=2**32 + 5)),
     "monitor": (TypeError, "monitor must be callable", dict(A=np.eye(9), monitor=1)),
     "comm": (TypeError, "comm must be an intracommunicator", dict(A=np.eye(9), comm="world")),
 }
@@ -151,6 +156,30 @@ def test_threads_wait_for_each_other():
     assert all(np.allclose(results[n], line_values(n, 3), atol=1e-9) for n in range(100, 108))
 
 
+def test_a_fork_while_another_thread_is_in_a_run():
+    begun, forked = threading.Event(), threading.Event()
+
+    def wait(progress):
+        begun.set()
+        return forked.wait(60)
+
+    thread = threading.Thread(target=ves.eigsh, args=(line(40), 1), kwargs={"monitor": wait})
+    thread.start()
+    begun.wait(60)
+    child = os.fork()
+    if child == 0:
+        signal.alarm(20)  # ends a child that waits for the thread, which it does not have
+        is_done = False
+        try:
+            is_done = ves.eigsh(line(40), 1).converged
+        finally:
+            os._exit(0 if is_done else 1)
+    status = os.waitpid(child, 0)[1]
+    forked.set()
+    thread.join(60)
+    assert status == 0
+
+
 def test_a_run_inside_an_operator():
     inner = []
 
@@ -184,6 +213,13 @@ def test_memory_is_given_back():
         linear = LinearOperator((300, 300), matmat=operator, matvec=operator, dtype=float)
         ves.eigsh(linear, 2)
         del operator, linear
+        assert gone() is None
+
+        failing = Big()
+        gone = weakref.ref(failing)
+        with pytest.raises(ValueError):
+            ves.eigsh(failing, 2, n=299)
+        del failing
         assert gone() is None
     finally:
         gc.enable()

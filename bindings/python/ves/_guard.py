@@ -2,6 +2,7 @@
 
 import signal
 import threading
+import traceback
 
 from ._processes import ProcessError
 
@@ -12,7 +13,8 @@ class Guard:
     After it no routine is called any more: operators give NaN, which ends a run on all processes,
     and the monitor asks for the end. The processes that hold rows agree on it after every call of
     an operator, so that none of them waits for the messages of one that has failed. A Ctrl-C
-    between call-backs counts as an exception of the next one.
+    between call-backs counts as an exception of the next one; on several processes, where others
+    may wait for its messages, after it has returned.
 
     Parameters
     ----------
@@ -52,8 +54,9 @@ class Guard:
             raise KeyboardInterrupt
 
     def _on_interrupt(self, *_):
-        # Raised only where attempt() catches it, at most once for each call.
-        if self._inside:
+        # Raised only where attempt() catches it, at most once for each call. On several processes
+        # only a second one stops a routine in the midst of its messages.
+        if self._inside and (self._team.size == 1 or self.interrupted):
             self._inside = False
             raise KeyboardInterrupt
         self.interrupted = True
@@ -63,14 +66,20 @@ class Guard:
         if self.failed:
             return None
         try:
-            if self.interrupted:
-                self.interrupted = False
-                raise KeyboardInterrupt
-            return self._run(function, arguments)
+            if self._team.size == 1:
+                self._raise_interrupt()
+            result = self._run(function, arguments)
+            self._raise_interrupt()
+            return result
         except BaseException as error:  # also KeyboardInterrupt and SystemExit
             self._error = error
             self.failed = True
             return None
+
+    def _raise_interrupt(self):
+        if self.interrupted:
+            self.interrupted = False
+            raise KeyboardInterrupt
 
     def _run(self, function, arguments):
         # A Ctrl-C on the way out, even before the flag falls, is still caught by attempt().
@@ -99,11 +108,18 @@ class Guard:
         """Raises what was kept: the exception itself where it happened, ProcessError on the other
         processes. Collective."""
         error, self._error = self._error, None
-        text = None if error is None else f"{type(error).__name__}: {error}"
-        texts = self._team.gather(text)
+        texts = self._team.gather(None if error is None else _text_of(error))
         if error is not None:
-            raise error
+            try:
+                raise error
+            finally:
+                del error  # which holds this frame, and by it all that the run held
         failed = [(rank, text) for rank, text in enumerate(texts) if text is not None]
         if failed:
             rank, text = failed[0]
             raise ProcessError(f"process {rank} failed with {text}")
+
+
+def _text_of(error):
+    """Type and message, also where the caller's exception fails to tell its own."""
+    return "".join(traceback.format_exception_only(type(error), error)).strip()

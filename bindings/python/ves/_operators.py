@@ -6,7 +6,7 @@ import numpy as np
 import scipy.sparse
 from scipy.sparse.linalg import LinearOperator, aslinearoperator
 
-_KEPT_FORMATS = ("csr", "csc", "bsr", "dia")
+_KEPT_FORMATS = ("csr", "csc", "bsr")  # those that multiply a block at once
 
 
 class Operand:
@@ -30,6 +30,9 @@ class Operand:
 
     def prepare(self, dtype):
         """Gets ready for blocks of the given dtype."""
+
+    def require_definite(self):
+        """Refuses what its entries tell not to be positive definite."""
 
     def _store(self, result, y):
         """Copies what a routine returned into the library's block."""
@@ -57,6 +60,10 @@ class _Matrix(Operand):
         entries = self._matrix.data if scipy.sparse.issparse(self._matrix) else self._matrix
         if not np.all(np.isfinite(entries)):
             raise ValueError(f"{self.name} contains NaN or infinity")
+
+    def require_definite(self):
+        if np.any(self._matrix.diagonal().real <= 0):
+            raise ValueError(f"{self.name} must be positive definite, with a positive diagonal")
 
 
 class _DenseMatrix(_Matrix):

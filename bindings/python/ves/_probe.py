@@ -37,9 +37,9 @@ class Probe:
         for step in range(POWER_STEPS):
             y = self._apply(operand, x)
             sizes, gram = self._products(x, y)
-            if not np.all(np.isfinite(sizes)):
+            if not np.all(np.isfinite(sizes)) or np.any(gram[:, sizes[1] == 0]):
                 raise ValueError(f"operator {operand.name} returned NaN, infinity, or numbers that"
-                                 " are too large to square")
+                                 " are too large or too small to square")
             if step == 0:  # later on the columns are close to an eigenvector, which tells less
                 self._require_hermitian(operand.name, gram, sizes)
             if definite and np.any(gram.diagonal().real <= 0):

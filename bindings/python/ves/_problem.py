@@ -1,6 +1,7 @@
 """An eigenproblem on the processes of a call, with the arguments of all of them agreed on."""
 
 import contextlib
+import os
 import threading
 
 import numpy as np
@@ -10,10 +11,17 @@ from ._guard import Guard
 from ._handles import Operator
 from ._processes import open_team
 
-_LARGEST_BLOCK = 2**31 - 1  # entries that 32 bits count
-
 # The library is not thread-safe. A run inside an operator of another one is on the same thread.
 _one_at_a_time = threading.RLock()
+
+
+def _renew_lock():
+    """Takes a new lock in a forked process, where no thread is left that would release the old."""
+    global _one_at_a_time
+    _one_at_a_time = threading.RLock()
+
+
+os.register_at_fork(after_in_child=_renew_lock)
 
 
 @contextlib.contextmanager
@@ -28,16 +36,17 @@ def _serialized(team, guard):
             raise RuntimeError("another thread of this process is in a run of ves")
 
     # Outside of attempt(), where a Ctrl-C could part the lock from its release.
-    is_held = _one_at_a_time.acquire(blocking=False)
+    lock = _one_at_a_time
+    is_held = lock.acquire(blocking=False)
     while not is_held and team.size == 1 and not guard.interrupted:
-        is_held = _one_at_a_time.acquire(timeout=0.1)
+        is_held = lock.acquire(timeout=0.1)
     try:
         guard.attempt(require)
         guard.settle()
         yield
     finally:
         if is_held:
-            _one_at_a_time.release()
+            lock.release()
 
 
 def _as_columns(name, given):
@@ -100,12 +109,14 @@ class Problem:
         for operand in operands:
             if operand is not None:
                 operand.prepare(self.dtype)
+        if self.B is not None:
+            self.B.require_definite()
 
     def require_fit(self, k, wanted_columns):
         """Refuses more pairs than rows, and blocks that the library cannot count. Local."""
         if k > self.total_rows:
             raise ValueError(f"k = {k} pairs are wanted of a problem with {self.total_rows} rows")
-        if max(self.rows, 1) * wanted_columns > _LARGEST_BLOCK:
+        if max(self.rows, 1) * wanted_columns > _settings.LARGEST_INT:
             raise ValueError(f"{wanted_columns} columns of {self.rows} rows are more than 2**31 - 1"
                              " entries: spread the rows over more processes")
 

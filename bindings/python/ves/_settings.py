@@ -9,6 +9,7 @@ import numpy as np
 
 from ._library import DETECTORS, SOLVERS
 
+LARGEST_INT = 2**31 - 1  # the library counts in 32 bits
 LARGEST_K = 10922  # three times it is the widest dense problem
 WIDEST_AT_ONCE = 64  # "auto" iterates more pairs than these in batches of as many
 MOST_FOR_LAPACK = 4  # processes; beyond, the dense problems are spread over them
@@ -47,14 +48,16 @@ class Settings:
         return self.tol * norm_A / norm_B ** 0.5
 
 
-def whole(name, value, least):
-    """An integer of at least the given size."""
+def whole(name, value, least, most=LARGEST_INT):
+    """An integer within the given limits."""
     try:
         value = operator.index(value)
     except TypeError:
         raise TypeError(f"{name} must be an integer, not {value!r}") from None
     if value < least:
         raise ValueError(f"{name} must be at least {least}, not {value}")
+    if value > most:
+        raise ValueError(f"{name} must be at most {most}, not {value}")
     return value
 
 
@@ -103,9 +106,7 @@ def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_to
     TypeError, ValueError
         A setting that no run can have.
     """
-    k = whole("k", k, 1)
-    if k > LARGEST_K:
-        raise ValueError(f"k must be at most {LARGEST_K}, not {k}")
+    k = whole("k", k, 1, LARGEST_K)
     solver, batch = _choose_solver(solver, batch, k)
     if tol is not None and absolute_tol is not None:
         raise ValueError("give either tol or absolute_tol, not both")

@@ -26,7 +26,7 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
         returns an array or as ``A(X, out)`` that fills one. X is a read-only view of shape
         (n, columns) on memory that is valid only until the callable returns, column-major.
     k : int, optional
-        Number of wanted pairs, 6 by default or as many as X0 has columns.
+        Number of wanted pairs, by default as many as X0 has columns, or 6, or n where that is less.
     B : as A, optional
         Hermitian positive definite operator of the generalized problem.
     T : as A, optional
@@ -57,8 +57,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     passes : int, optional
         Limit of orthogonalization passes, by default 2, in single precision 3.
     dtype : float32, float64, complex64 or complex128, optional
-        Scalar type of the computation, by default the one that A, B and T have in common.
-        Integers are taken as float64, and callables that do not tell as float64.
+        Scalar type of the computation, by default the one that A, B and T have in common, complex
+        where X0 is. Integers are taken as float64, and callables that do not tell as float64.
     comm : mpi4py.MPI.Intracomm, optional
         Processes that solve the problem together, each with its own rows: n, X0 and the result
         are those of this process, and A multiplies them, with messages among the processes that
@@ -104,12 +104,12 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     with Problem.opened(comm, A, B, T, "X0", X0, n, dtype) as problem:
         def choose():
             settings = _settings.complete(
-                _wanted(k, problem.columns), problem.dtype, problem.team, solver=solver, tol=tol,
+                _wanted(k, problem), problem.dtype, problem.team, solver=solver, tol=tol,
                 absolute_tol=absolute_tol, maxiter=maxiter, batch=batch, lock_factor=lock_factor,
                 detector=detector, passes=passes, generalized=B is not None,
                 preconditioned=T is not None)
             problem.require_fit(settings.k, 3 * settings.k)
-            _settings.whole("seed", seed, 0)
+            _settings.whole("seed", seed, 0, np.inf)
             if monitor is not None and not callable(monitor):
                 raise TypeError("monitor must be callable")
             return settings
@@ -121,10 +121,11 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     return result
 
 
-def _wanted(k, guess):
+def _wanted(k, problem):
     """Number of wanted pairs, which a guess has no more columns than."""
+    guess = problem.columns
     if k is None:
-        return 6 if guess is None else guess.shape[1]
+        return min(6, problem.total_rows) if guess is None else guess.shape[1]
     if guess is not None and guess.shape[1] > _settings.whole("k", k, 1):
         raise ValueError(f"X0 has {guess.shape[1]} columns for k = {k} pairs")
     return k

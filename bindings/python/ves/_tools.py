@@ -19,7 +19,7 @@ def check(A, values, vectors, B=None, *, comm=None):
     Parameters
     ----------
     A, B : as in `eigsh`
-    values : array of shape (k,)
+    values : array of shape (k,), or a number for one vector
         Eigenvalues, the same on all processes.
     vectors : array of shape (n, k)
         Eigenvectors as columns; the rows of this process. A vector is taken as one column.
@@ -42,14 +42,16 @@ def check(A, values, vectors, B=None, *, comm=None):
             if problem.columns is None:
                 raise TypeError("vectors must be an array, not None")
             k = problem.columns.shape[1]
-            given = np.asarray(values)
+            given = np.atleast_1d(values)
             if given.shape not in ((k,), (k, 1)) or given.dtype.kind not in "biuf":
-                raise ValueError(f"values must be {k} real numbers for as many vectors")
+                raise ValueError(f"values must be real numbers for the {k} columns of vectors"
+                                 f", not {given.dtype} of shape {given.shape}")
             problem.require_fit(_settings.whole("number of vectors", k, 1), k + 1)
             return given.reshape(k, 1)
 
         D = np.asfortranarray(problem.agreed(take).astype(problem.dtype))
-        X = np.array(problem.columns, problem.dtype, order="F")
+        X = problem.guard.attempt(np.asfortranarray, problem.columns, problem.dtype)
+        problem.guard.settle()  # memory may have been short on one process alone
         residual, ortho_error = ctypes.c_double(), ctypes.c_double()
         with contextlib.ExitStack() as stack:
             operators = [problem.operator(stack, each) for each in (problem.A, problem.B)]
