@@ -28,6 +28,7 @@ program plane_waves
   psi = guess
   call solve_by_libves(psi, e, threshold)
   call report('libves')
+  deallocate (start, guess, psi)
   call MPI_Finalize()
 
 contains
