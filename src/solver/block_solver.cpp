@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <numeric>
 #include <vector>
 
 namespace Ves {
@@ -166,18 +165,32 @@ int BlockSolver<Scalar>::LeadingOrthonormal(const Block& vecX, const Block& vecB
   return leading;
 }
 
-/// A value of process 0 for all: over the rows, then over the second communicator, where replicas
-/// of the run may deal their rows out differently and so differ in rounding.
+/// Values of process 0 for all: over the rows, then over the second communicator, where replicas of
+/// the run may deal their rows out differently and so differ in rounding.
+template <typename Scalar>
+void BlockSolver<Scalar>::BroadcastToAll(void* values, std::size_t count, MPI_Datatype type) const {
+  for (MPI_Comm comm : {rowComm, secondComm})
+    MPI_Bcast(values, static_cast<int>(count), type, 0, comm);
+}
+
 template <typename Scalar>
 void BlockSolver<Scalar>::Replicate(int& value) const {
-  MPI_Bcast(&value, 1, MPI_INT, 0, rowComm);
-  MPI_Bcast(&value, 1, MPI_INT, 0, secondComm);
+  BroadcastToAll(&value, 1, MPI_INT);
 }
 
 template <typename Scalar>
 void BlockSolver<Scalar>::Replicate(double& value) const {
-  MPI_Bcast(&value, 1, MPI_DOUBLE, 0, rowComm);
-  MPI_Bcast(&value, 1, MPI_DOUBLE, 0, secondComm);
+  BroadcastToAll(&value, 1, MPI_DOUBLE);
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::Replicate(std::vector<int>& values) const {
+  BroadcastToAll(values.data(), values.size(), MPI_INT);
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::Replicate(std::vector<double>& values) const {
+  BroadcastToAll(values.data(), values.size(), MPI_DOUBLE);
 }
 
 template <typename Scalar>
@@ -260,34 +273,6 @@ double BlockSolver<Scalar>::UnitNormError(const Block& vecX, const Block& vecBX)
   }
   Replicate(worst);
   return worst;
-}
-
-template <typename Scalar>
-bool BlockSolver<Scalar>::IsAscending(const Block& values) const {
-  const RealType<Scalar> rounding = 16 * std::numeric_limits<RealType<Scalar>>::epsilon();
-  for (int j = 1; j < values.nRows; ++j) {
-    const RealType<Scalar> before = std::real(values(j - 1)), here = std::real(values(j));
-    if (before > here + rounding * std::max(std::abs(before), std::abs(here))) return false;
-  }
-  return true;
-}
-
-template <typename Scalar>
-int BlockSolver<Scalar>::CopyAscending(const Block& vectors, const Block& values, int nConverged,
-                                       Block& toVectors, Block& toValues) const {
-  std::vector<int> order(static_cast<std::size_t>(values.nRows));
-  std::iota(order.begin(), order.end(), 0);
-  std::stable_sort(order.begin(), order.end(),
-                   [&](int a, int b) { return std::real(values(a)) < std::real(values(b)); });
-  for (int j = 0; j < values.nRows; ++j) {
-    const int from = order[static_cast<std::size_t>(j)];
-    Block to = Columns(toVectors, j, 1);
-    VES_ASSERT_GOOD(to.CopyData(Columns(vectors, from, 1)));
-    toValues(j) = values(from);
-  }
-  const auto firstOther =
-      std::find_if(order.begin(), order.end(), [&](int from) { return from >= nConverged; });
-  return static_cast<int>(firstOther - order.begin());
 }
 
 VES_INSTANTIATE(BlockSolver);

@@ -29,7 +29,7 @@ public:
   mutable MPI_Comm secondComm = MPI_COMM_SELF;
   mutable bool isStagnated = false;          ///< rounding allows no further progress
   mutable bool isStopped = false;            ///< the monitor asked for the end
-  mutable bool isBroken = false;             ///< B does not map finite columns to finite ones
+  mutable bool isBroken = false;             ///< an operator maps finite columns to others
   mutable bool isRestartDue = false;         ///< noise keeps a pair from the floor of rounding
   mutable bool isCareful = false;            ///< a restart has shown that more care is needed
   mutable double largestRitz = 0.0;          ///< largest modulus of a Ritz value met so far
@@ -108,6 +108,9 @@ protected:
 
   /// \name Progress
   /// @{
+  /// Where a run broke off on numbers that are not finite: an operator is to blame, unless X itself
+  /// is not. Collective then.
+  void FindCulprit(const Block& vecX) const;
   /// Takes over the norms of the last convergence test, which began at the given pair.
   void KeepResiduals(int first) const;
   /// Remembers the largest Ritz value, for what it says of the size of the operator.
@@ -122,6 +125,8 @@ protected:
     return convergeDetectorType == VES_EIGENVALUES ||
            convergeDetectorType == VES_RESIDUALS_OR_EIGENVALUES;
   }
+  /// The test of convergence reads residuals.
+  bool TestsResiduals() const { return convergeDetectorType != VES_EIGENVALUES; }
   /// Where nothing could change the values, their standing still says nothing: the estimates of
   /// pairs become unknown whose residuals are beyond rounding errors.
   void ForgetValues(const Block& residuals, const Block& vecBX, const Block& estimates) const;
@@ -131,17 +136,25 @@ protected:
   /// Shows the monitor where the run stands, and takes its answer. Collective when there is one.
   void Report(int iteration, const Block& estimates, int nConverged, int nLockedPairs,
               int nActivePairs) const;
-  /// To be asked once an iteration. Where the count of converged pairs has not grown and the
-  /// residual of the next pair has not halved for long, and the residuals of all active pairs have
-  /// come close to what rounding allows, the run has stagnated; where noise keeps them above for
-  /// long, a restart is due. X holds the active vectors, the
-  /// pairs first, first + 1, ...; scratch are two blocks of at least one column.
-  void WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& vecX,
-                     const Block& vecBX, int first, const Block& values, const Block& scratch,
-                     const Block& scratchImage) const;
-  /// The claims of convergence lie so close to rounding errors that images which were only updated
-  /// cannot bear them out.
+  /// To be asked once an iteration. Where in 20 iterations no unconverged pair has halved its
+  /// residual and all are close to what rounding allows, or none has improved by a tenth, a restart
+  /// is due, once until one more converges. Where after it none improves, the operators are applied
+  /// to the next pair: the run has stagnated if the images have drifted by a tenth of its residual,
+  /// which so is noise, or if nothing improves for 200 iterations, so close for 100. X holds the
+  /// active vectors, the pairs first, first + 1, ...; scratch are two blocks of at least one column.
+  /// \return a window of 20 iterations has ended in which no pair halved its residual
+  bool WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& vecX,
+                     const Block& vecAX, const Block& vecBX, int first, const Block& values,
+                     const Block& scratch, const Block& scratchImage) const;
+  /// Residuals are tested so close to rounding errors that images which were only updated cannot
+  /// bear claims out.
   bool IsTight(const Block& vecBX, const Block& values) const;
+  /// What the residual of a pair that passes the test is below; without meaning where values alone
+  /// are tested.
+  double ClaimBound(Scalar value) const {
+    const bool isRelative = convergeDetectorType == VES_RELATIVE_RESIDUALS;
+    return isRelative ? threshold * static_cast<double>(std::abs(value)) : threshold;
+  }
   /// Sizes of rounding errors in a residual, in units of largestRitz and the norm of B x.
   static constexpr double epsilon =
       static_cast<double>(std::numeric_limits<RealType<Scalar>>::epsilon());
@@ -169,32 +182,46 @@ protected:
   int CopyAscending(const Block& vectors, const Block& values, int nConverged, Block& toVectors,
                     Block& toValues) const;
 
+  /// For a run that ends with all pairs converged. The last one was found last, as the highest of
+  /// those then active, and nothing below it is missing; but a wrong vector of the guess may have
+  /// been locked before the lower ones were found and stand in the place of one. Brings the highest
+  /// pairs above the last one, at most so many, behind it, with their values and the columns of
+  /// these blocks, the first of which holds the vectors. Collective where values are out of order.
+  /// \return their number
+  int MoveStraysLast(const Block& values, const std::vector<const Block*>& blocks, int most) const;
+
   void Replicate(int& value) const;
   void Replicate(double& value) const;
+  void Replicate(std::vector<double>& values) const;
+  void Replicate(std::vector<int>& values) const;
   bool AllFinite(const Block& vecX, const Block& vecBX) const;
 
 private:
+  void BroadcastToAll(void* values, std::size_t count, MPI_Datatype type) const;
   void Orthonormalize(Block& vecX, Block& vecBX, const VesMatrixBase& matB, int& colRank,
                       bool global) const;
   void FillRandom(const Block& blockX, const Block& blockBX, const VesMatrixBase& matB, int first,
                   int count, int attempt) const;
   int LeadingOrthonormal(const Block& vecX, const Block& vecBX, double tolerance) const;
   VesSolverReason FindReason(int wanted) const;
-  double NormEstimate(const VesMatrixBase& op, const Block& scratch,
-                      const Block& scratchImage) const;
+  std::vector<double> Resolutions(const Block& vectors, const Block& values) const;
+  void NoteImprovements(int last) const;
+  double ImageNoise(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& x,
+                    const Block& vecAX, const Block& vecBX, Scalar value, const Block& scratch,
+                    const Block& scratchImage) const;
+  bool AreBelow(const Block& vecX, int first, const Block& values, double normA,
+                double normB) const;
 
   mutable const MeteredOperator* meteredA = nullptr; ///< of the run under way
-  bool ResidualsBelow(const Block& vecX, int first, const Block& values, double normA,
-                      double normB) const;
 
-  /// What is remembered of a pair that does not converge.
+  /// What is remembered while most pairs stay unconverged; forgotten when one more converges.
   struct Watch {
-    int nConv = 0;        ///< most pairs that have stood before it
-    int tests = 0;        ///< since it became the next one, or has improved while close
-    bool isClose = false; ///< to rounding errors: it is tested in every iteration
-    bool hasRestarted = false;
-    double best = std::numeric_limits<double>::infinity(); ///< residual at the last progress
-    double normA = 0.0, normB = 0.0;                       ///< estimates, once close
+    int nConv = 0;                    ///< most pairs that have stood before
+    int tests = 0;                    ///< iterations
+    int gain = 0;                     ///< in this window a pair has improved (1) or halved (2)
+    int idleWindows = 0;              ///< windows in a row without improvement
+    bool hasRestarted = false;        ///< on account of noise
+    std::vector<double> best, halved; ///< residual of each pair at its last gain
   };
   mutable Watch watch;
 };

@@ -5,15 +5,23 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <utility>
 
 namespace Ves {
 
 template <typename Scalar>
 VesSolverReason BlockSolver<Scalar>::FindReason(int wanted) const {
   if (nConv >= wanted) return VES_REASON_CONVERGED;
-  if (info != 0 || isBroken) return VES_REASON_NONFINITE;
+  if (isBroken) return VES_REASON_NONFINITE;
   if (isStopped) return VES_REASON_MONITOR;
-  return !isStagnated && iter >= maxIter ? VES_REASON_ITERATIONS : VES_REASON_STAGNATED;
+  return !isStagnated && info == 0 && iter >= maxIter ? VES_REASON_ITERATIONS
+                                                      : VES_REASON_STAGNATED;
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::FindCulprit(const Block& vecX) const {
+  if (info != 0) isBroken = isBroken || AllFinite(vecX, vecX);
 }
 
 template <typename Scalar>
@@ -92,88 +100,114 @@ void BlockSolver<Scalar>::Report(int iteration, const Block& estimates, int nCon
 }
 
 template <typename Scalar>
-void BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB,
-                                        const Block& vecX, const Block& vecBX, int first,
-                                        const Block& values, const Block& scratch,
+bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                        const Block& vecX, const Block& vecAX, const Block& vecBX,
+                                        int first, const Block& values, const Block& scratch,
                                         const Block& scratchImage) const {
-  constexpr int patience = 20;
-  constexpr double generous = 1e6, strict = 100.0, improvement = 0.9;
+  constexpr int window = 20, longest = 10;
+  constexpr double notable = 0.1, generous = 1e6, strict = 100.0;
   if (nConv > watch.nConv) {
     watch = Watch();
     watch.nConv = nConv;
   }
-  if (!selfCheck || nConv < first || nConv >= first + vecX.nCols) return;
-  if (++watch.tests % patience != 0 && !watch.isClose) return;
-
-  // Decided by one process: on the others the last bits of a norm may differ.
-  double next = pairResiduals[static_cast<std::size_t>(nConv)];
-  Replicate(next);
-  const auto areBelow = [&](const Block& vec, double normA, double normB) {
-    int verdict = ResidualsBelow(vec, first, values, normA, normB) ? 1 : 0;
-    Replicate(verdict);
-    return verdict != 0;
+  if (!selfCheck || nConv < first || nConv >= first + vecX.nCols) return false;
+  NoteImprovements(first + vecX.nCols);
+  if (++watch.tests % window != 0) return false;
+  int gain = std::exchange(watch.gain, 0);
+  Replicate(gain);
+  if (gain < 1) ++watch.idleWindows;
+  if (gain > 0) watch.idleWindows = 0;
+  const auto areBelow = [&](double factor) {
+    return AreBelow(vecBX, first, values, factor * largestRitz, factor);
   };
-  if (!watch.isClose) {
-    const bool hasHalved = !(next > 0.5 * watch.best);
-    watch.best = next;
-    // Operators are asked only where the size of the Ritz values leaves it open.
-    if (hasHalved || !areBelow(vecBX, generous * largestRitz, generous)) return;
-    watch.normA = NormEstimate(matA, scratch, scratchImage);
-    watch.normB = isGeneralized ? NormEstimate(matB, scratch, scratchImage) : 1.0;
-    watch.isClose = true;
-    watch.tests = 0;
+  if (gain > 1) return false;
+  const bool isClose = areBelow(generous), isTight = isClose && areBelow(strict);
+  if ((isTight || gain < 1) && !watch.hasRestarted) {
+    isRestartDue = watch.hasRestarted = true;
+    return true;
   }
-  if (next < improvement * watch.best) {
-    watch.best = next;
-    watch.tests = 0;
+  if (gain > 0 || !isClose) return true;
+  const int j = nConv - first;
+  double share = ImageNoise(matA, matB, Columns(vecX, j, 1), Columns(vecAX, j, 1),
+                            Columns(vecBX, j, 1), values(j), scratch, scratchImage) /
+                 pairResiduals[static_cast<std::size_t>(nConv)];
+  Replicate(share);
+  const bool isNoise = !(share < notable),
+             isOverdue = watch.idleWindows >= (isTight ? longest / 2 : longest);
+  isStagnated = watch.hasRestarted && (isNoise || isOverdue);
+  isRestartDue = isNoise && !watch.hasRestarted;
+  watch.hasRestarted = watch.hasRestarted || isNoise;
+  return true;
+}
+
+/// Compares the residuals of the unconverged pairs before the last one with the best of each. Local:
+/// what is found of a window is decided by one process, as the last bits of norms may differ.
+template <typename Scalar>
+void BlockSolver<Scalar>::NoteImprovements(int last) const {
+  constexpr double tenth = 0.9, half = 0.5;
+  constexpr double unknown = std::numeric_limits<double>::infinity();
+  const auto note = [&](std::vector<double>& best, double factor, int gain) {
+    best.resize(pairResiduals.size(), unknown);
+    for (auto j = static_cast<std::size_t>(nConv); j < static_cast<std::size_t>(last); ++j) {
+      if (pairResiduals[j] > factor * best[j]) continue; // a NaN says nothing of rounding
+      best[j] = pairResiduals[j];
+      watch.gain = std::max(watch.gain, gain);
+    }
+  };
+  note(watch.best, tenth, 1);
+  note(watch.halved, half, 2);
+}
+
+/// ||(A x - lambda B x) - (vecAX - lambda vecBX)|| of one column: what rounding errors have added to
+/// the images, which are only updated.
+template <typename Scalar>
+double BlockSolver<Scalar>::ImageNoise(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                       const Block& x, const Block& vecAX, const Block& vecBX,
+                                       Scalar value, const Block& scratch,
+                                       const Block& scratchImage) const {
+  Block fresh = Columns(scratch, 0, 1), freshB = Columns(scratchImage, 0, 1), lambda, one;
+  for (Block* const number : {&lambda, &one}) {
+    ShapeSmall(*number, 1, 1);
+    VES_ASSERT_GOOD(number->AllocateMem());
   }
-  isStagnated =
-      watch.tests >= patience && areBelow(vecX, strict * watch.normA, strict * watch.normB);
-  isRestartDue = !isStagnated && !watch.hasRestarted && watch.tests >= 2 * patience;
-  watch.hasRestarted = watch.hasRestarted || isRestartDue;
+  lambda(0) = value;
+  one(0) = MathConstants<Scalar>::ONE;
+  VES_ASSERT_GOOD(matA.Apply(x, fresh));
+  VES_ASSERT_GOOD(fresh.ScaleAdd(fresh, vecAX, one, -1));
+  if (isGeneralized) {
+    VES_ASSERT_GOOD(matB.Apply(x, freshB));
+    VES_ASSERT_GOOD(freshB.ScaleAdd(freshB, vecBX, one, -1));
+    VES_ASSERT_GOOD(fresh.ScaleAdd(fresh, freshB, lambda, -1));
+  }
+  return ColumnNorms(fresh).front();
 }
 
 /// The residuals of the active pairs that have not converged are below the rounding errors of
-/// operators of the given norms.
+/// operators of the given norms. Collective; one process decides.
 template <typename Scalar>
-bool BlockSolver<Scalar>::ResidualsBelow(const Block& vecX, int first, const Block& values,
-                                         double normA, double normB) const {
+bool BlockSolver<Scalar>::AreBelow(const Block& vecX, int first, const Block& values, double normA,
+                                   double normB) const {
   const std::vector<double> norms = ColumnNorms(vecX);
+  int areBelow = 1;
   for (int j = nConv - first; j < vecX.nCols; ++j) {
     const double value = static_cast<double>(std::abs(values(j)));
     const double rounding =
         4 * epsilon * (normA + value * normB) * norms[static_cast<std::size_t>(j)];
-    if (!(pairResiduals[static_cast<std::size_t>(first + j)] <= rounding)) return false;
+    if (!(pairResiduals[static_cast<std::size_t>(first + j)] <= rounding)) areBelow = 0;
   }
-  return true;
-}
-
-/// Lower bound of the 2-norm, by two steps of the power method from a random vector.
-template <typename Scalar>
-double BlockSolver<Scalar>::NormEstimate(const VesMatrixBase& op, const Block& scratch,
-                                         const Block& scratchImage) const {
-  Block v = Columns(scratch, 0, 1), image = Columns(scratchImage, 0, 1);
-  VES_ASSERT_GOOD(v.Set2Random(1 + processRank));
-  double norm = 0.0;
-  for (int step = 0; step < 2; ++step) {
-    VES_ASSERT_GOOD(op.Apply(v, image));
-    norm = std::max(norm, ColumnNorms(image).front() / ColumnNorms(v).front());
-    VES_ASSERT_GOOD(v.CopyData(image));
-  }
-  return norm;
+  Replicate(areBelow);
+  return areBelow != 0;
 }
 
 template <typename Scalar>
 bool BlockSolver<Scalar>::IsTight(const Block& vecBX, const Block& values) const {
   constexpr double factor = 1e4;
+  if (!TestsResiduals()) return false;
   const std::vector<double> norms = ColumnNorms(vecBX);
   bool isTight = false;
   for (int j = 0; j < vecBX.nCols; ++j) {
     const double rounding = factor * epsilon * largestRitz * norms[static_cast<std::size_t>(j)];
-    const double bound = convergeDetectorType == VES_RELATIVE_RESIDUALS
-                             ? threshold * static_cast<double>(std::abs(values(j)))
-                             : threshold;
-    isTight = isTight || !(bound > rounding);
+    isTight = isTight || !(ClaimBound(values(j)) > rounding);
   }
   int verdict = isTight ? 1 : 0;
   Replicate(verdict);

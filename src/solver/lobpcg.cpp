@@ -28,7 +28,8 @@ void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& mat
   iter = -1; // the start counts as no iteration
   this->Report();
   for (iter = 0; iter < maxIter; ++iter) {
-    if (nR < 1 || info != 0 || isStagnated || isStopped) return;
+    if (info != 0 || isStagnated || isStopped) return;
+    if (nR < 1 && !ReplaceStrays()) return;
     this->AddResiduals(matP);
     this->OrthogonalizeResidual(matB, matP);
     if (info != 0) return; // the pairs of the last iteration are the last there are
@@ -53,6 +54,17 @@ void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& mat
     nXseek = nX;
     this->Report();
   }
+}
+
+/// Puts random columns in the place of strays; the restart that is due makes vectors of them.
+template <typename Scalar>
+bool LOBPCG<Scalar>::ReplaceStrays() const {
+  const int count = this->DropStrays(nBands);
+  if (count == 0) return false;
+  nX = nXseek = count;
+  VES_ASSERT_GOOD(Columns(workZ, nDeflated, nX).Set2Random(this->processRank + iter));
+  this->isRestartDue = true;
+  return true;
 }
 
 template <typename Scalar>
@@ -92,6 +104,7 @@ void LOBPCG<Scalar>::RotateInitialGuess(const VesMatrixBase& matA,
   this->RotateImages(nBands);
   this->UpdateEigVecs();
   this->UpdateImages();
+  this->freshFrom = 0;
 }
 
 /// R = AX - BX diag(D). A guess that passes the convergence test as it stands is the answer: to

@@ -63,6 +63,7 @@ private:
 
   void RotateInitialGuess(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void ComputeInitialResidual(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  bool ReplaceStrays() const;
   void Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                const VesMatrixBase& matP) const;
 };

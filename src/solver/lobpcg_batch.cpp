@@ -27,8 +27,9 @@ VesReturnCode LOBPCG_BATCH<Scalar>::SolveDense(const VesMatrixBase& matA, const 
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                    const VesMatrixBase& matP, const Block& vecQ) const {
-  for (iter = -1; iter <= maxIter && nConv < nBands; ++iter) {
-    if (nP == 0 && nR == 0 && nXnxt == 0) return;
+  for (iter = -1; iter <= maxIter; ++iter) {
+    const bool isDone = nConv >= nBands || (nP == 0 && nR == 0 && nXnxt == 0);
+    if (isDone && !DropStrays()) return;
     isLastPass = isLastPass || iter == maxIter;
     ExtendBasis(matA, matB, matP, vecQ);
     if (info != 0) return; // the pairs of the last pass are the last there are
@@ -55,6 +56,14 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
     this->Report();
     RefillBatch();
   }
+}
+
+/// Their places stay taken: random columns fill them.
+template <typename Scalar>
+bool LOBPCG_BATCH<Scalar>::DropStrays() const {
+  const int count = Base::DropStrays(nXseekMax);
+  VES_ASSERT_GOOD(Estimates(count).Set2Val(MathConstants<Scalar>::INFTY));
+  return count > 0;
 }
 
 /// Adds R, the new columns of the guess and random columns in the place of lost ones to [X P].
@@ -154,7 +163,7 @@ void LOBPCG_BATCH<Scalar>::RetireBatch() const {
 /// the old one.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::FinishRun() const {
-  this->nClaimable = std::min(this->nClaimable, nDeflated);
+  if (this->selfCheck) this->nClaimable = std::min(this->nClaimable, nDeflated);
   nP = nR = nLeadingConv = nLocked = nXnxt = 0;
   const Block vecCX(this->workM, 0, 0, this->nV, nXseek);
   const auto rotate = [&](const Block& basis) {

@@ -69,6 +69,7 @@ private:
 
   void Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB, const VesMatrixBase& matP,
                const Block& vecQ) const;
+  bool DropStrays() const;
   void ExtendBasis(const VesMatrixBase& matA, const VesMatrixBase& matB, const VesMatrixBase& matP,
                    const Block& vecQ) const;
   void AddNewVectors(const Block& vecQ) const;

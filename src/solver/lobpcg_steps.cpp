@@ -90,7 +90,45 @@ void LobpcgSteps<Scalar>::DiagonalizeRayleighRitzMatrix() const {
   VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, info));
   if (info == 0) this->NoteRitzValues(workD);
   nXseek = std::min(nXseek, nV);
+  if (info == 0) SettleCutCluster();
   workD.SetDims(nXseek, 1, nXseek);
+}
+
+/// Where equal Ritz values stand on both sides of the cut behind the nXseek-th, any of their
+/// vectors minimize the Rayleigh quotient, and rounding would choose: those are taken that lie
+/// closest to the old X and the new columns. Others may be far from converged, as their error shows
+/// in the value only by its square.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::SettleCutCluster() const {
+  constexpr double rounding = 16.0 * Base::epsilon;
+  if (!this->selfCheck || nX == 0 || nXseek == nV) return;
+  const Block values(workD, 0, 0, nV, 1);
+  const auto isEqual = [&](int j) {
+    return static_cast<double>(std::abs(values(j) - values(nXseek - 1))) <=
+           rounding * this->largestRitz;
+  };
+  int first = nXseek - 1, last = nXseek;
+  while (first > 0 && isEqual(first - 1))
+    --first;
+  while (last < nV && isEqual(last))
+    ++last;
+  const int n = last - first;
+  if (last == nXseek) return;
+
+  Block weights, order, mixed, vecC(workM, 0, first, nV, n);
+  this->ShapeSmall(weights, n, n);
+  this->ShapeSmall(order, n, 1);
+  this->ShapeSmall(mixed, nV, n);
+  for (Block* const block : {&weights, &order, &mixed})
+    VES_ASSERT_GOOD(block->AllocateMem());
+  const Block rowsX(workM, 0, first, nX, n), rowsN(workM, nV - nXnxt, first, nXnxt, n);
+  VES_ASSERT_GOOD(weights.Gemm(rowsX, rowsX, 'C', 'N', -1, 0)); // the heaviest first
+  VES_ASSERT_GOOD(weights.Gemm(rowsN, rowsN, 'C', 'N', -1, 1));
+  int failed = 0;
+  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(weights, order, failed));
+  if (failed != 0) return;
+  VES_ASSERT_GOOD(mixed.Gemm(vecC, weights));
+  VES_ASSERT_GOOD(vecC.CopyData(mixed));
 }
 
 /// X' = V C_X, beside the old basis that the new directions still need.
@@ -99,6 +137,7 @@ void LobpcgSteps<Scalar>::RotateEigVecs() const {
   const Block vecCX(workM, 0, 0, nV, nXseek);
   workX.SetDims(nPW, nXseek, ldQ);
   VES_ASSERT_GOOD(workX.Gemm(Columns(workZ, nDeflated, nV), vecCX));
+  freshFrom = nBands;
 }
 
 /// The images of the first count columns of X'.
@@ -197,9 +236,11 @@ void LobpcgSteps<Scalar>::CheckConvergence(const VesMatrixBase& matA,
                                            const VesMatrixBase& matB) const {
   ForgetIdleValues();
   RunConvergeDetector();
-  if (nLeadingConv == nXseek && this->selfCheck && this->IsTight(ImageBX(), workD)) {
+  if (nLeadingConv == nXseek && this->selfCheck && freshFrom > nDeflated &&
+      this->IsTight(ImageBX(), workD)) {
     VES_ASSERT_GOOD(matA.Apply(workX, workAX));
     if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(workX, workBX));
+    freshFrom = nDeflated;
     ComputeResidual();
     RunConvergeDetector();
   }
@@ -279,10 +320,11 @@ void LobpcgSteps<Scalar>::UpdateEigVals() const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::WatchProgress(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
+  const auto active = [&](const Block& block) { return Columns(block, nDeflated, nX); };
   workX.SetDims(nPW, 1, ldQ);
   workAX.SetDims(nPW, 1, ldQ);
-  Base::WatchProgress(matA, matB, Columns(workZ, nDeflated, nX), Columns(ImageBZ(), nDeflated, nX),
-                      nDeflated, Estimates(nX), workX, workAX);
+  Base::WatchProgress(matA, matB, active(workZ), active(workAZ), active(ImageBZ()), nDeflated,
+                      Estimates(nX), workX, workAX);
   // Twice in a row without any direction: nothing can change X any more.
   const bool isExhausted = nP + nR + nXnxt == 0;
   isStagnated = isStagnated || (isExhausted && wasExhausted);

@@ -47,6 +47,7 @@ public:
   mutable int nLeadingConv = 0;       ///< leading converged pairs among those kept
   mutable int nClaimable = 0;         ///< pairs that can be said to have converged
   mutable int nActiveMax = 0;         ///< Ritz vectors that there is room for
+  mutable int freshFrom = 0;          ///< first column whose images come from the operators
   mutable int nRestarts = 0;          ///< rotations that the self-check discarded
   mutable int nFutile = 0;            ///< restarts in a row that gained little
   mutable int restartIter = 0;        ///< iteration of the last restart
@@ -78,6 +79,9 @@ protected:
   /// afresh, they are orthonormalized and rotated, and the converged ones counted again. What was
   /// locked early and keeps others from converging is rotated with them, too.
   void ConfirmResult(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  /// At the end of a run of which all pairs converged, the self-check takes out those that may stand
+  /// in the place of others, at most so many: what is left is locked. \return their number
+  int DropStrays(int most) const;
   /// Copies nBands pairs in ascending order and returns how many of the nConverged leading ones
   /// still stand before all others.
   int HandBack(int nConverged, Block& vecQ, Block& vecW) const;
@@ -123,11 +127,13 @@ protected:
 
 private:
   void MoveNewBehindX() const;
+  void SettleCutCluster() const;
   void FormResidual() const;
   void ForgetIdleValues() const;
   void RunConvergeDetector() const;
   void RotateAll() const;
   void RecountConverged() const;
+  int MoveStraysLast(int most) const;
 };
 
 VES_EXTERN_TEMPLATE(LobpcgSteps);

@@ -1,6 +1,7 @@
 #include "lobpcg_steps.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace Ves {
 
@@ -9,7 +10,7 @@ void LobpcgSteps<Scalar>::ResetCounters() const {
   nX = nP = nR = nXnxt = nXseek = nV = 0;
   nDeflated = nLocked = nLeadingConv = nRestarts = nFutile = 0;
   nConv = 0;
-  nClaimable = nBands;
+  nClaimable = freshFrom = nBands;
   isRestarted = isUncertain = wasExhausted = false;
 }
 
@@ -66,32 +67,58 @@ std::size_t LobpcgSteps<Scalar>::WorkspaceBytes(int nRows, int nCols, int mostAc
 }
 
 template <typename Scalar>
+int LobpcgSteps<Scalar>::DropStrays(int most) const {
+  const int count = MoveStraysLast(most);
+  if (count == 0) return 0;
+  nDeflated += nX - count;
+  nConv = nDeflated;
+  nX = nP = nR = 0;
+  return count;
+}
+
+template <typename Scalar>
+int LobpcgSteps<Scalar>::MoveStraysLast(int most) const {
+  const int nKnown = nDeflated + nX;
+  if (info != 0 || nConv < nKnown) return 0;
+  std::vector<const Block*> blocks{&workZ, &workAZ};
+  if (isGeneralized) blocks.push_back(&workBZ);
+  return Base::MoveStraysLast(Block(workW, 0, 0, nKnown, 1), blocks, most);
+}
+
+template <typename Scalar>
 void LobpcgSteps<Scalar>::ConfirmResult(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
   // Far above what sound runs leave, and below what callers may rely on.
   constexpr double looseOrthogonality = Base::epsilon < 1e-10 ? 1e-11 : 2e-5;
   const int nKnown = nDeflated + nX;
   nConv = std::min(nConv, nClaimable);
+  this->FindCulprit(Columns(workZ, 0, nKnown));
   if (!this->selfCheck || info != 0 || nKnown == 0) return;
+  const int nStrays = MoveStraysLast(nKnown);
+  nConv = std::min(nConv, nKnown - nStrays);
   const Block values(workW, 0, 0, nKnown, 1);
   const bool isLoose = !(this->OrthoError(workZ, ImageBZ(), 0, nKnown) <= looseOrthogonality);
   const bool isTight = this->IsTight(Columns(ImageBZ(), 0, nKnown), values);
   const bool isHeldBack = isUncertain || (nDeflated > 0 && nConv < nKnown);
   if (!isLoose && !isTight && !isHeldBack) return;
 
+  const int nStale = isLoose || nStrays > 0 ? nKnown : std::min(freshFrom, nKnown);
   nDeflated = 0;
   nX = nXseek = nV =
       isLoose ? this->OrthonormalizeGuess(workZ, ImageBZ(), matB, 0, nKnown) : nKnown;
   if (isLoose || isTight) {
-    Block vecAX = Columns(workAZ, 0, nX), vecBX = Columns(ImageBZ(), 0, nX);
-    VES_ASSERT_GOOD(matA.Apply(Columns(workZ, 0, nX), vecAX));
-    if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(Columns(workZ, 0, nX), vecBX));
+    const Block vecX = Columns(workZ, 0, std::min(nStale, nX));
+    Block vecAX = Columns(workAZ, 0, vecX.nCols), vecBX = Columns(ImageBZ(), 0, vecX.nCols);
+    VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
+    if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
   }
   if (isLoose || isHeldBack) RotateAll();
   if (info == 0)
     RecountConverged();
   else
     nConv = 0; // nothing bears the claims out
+  this->FindCulprit(Columns(workZ, 0, nX));
+  nConv = std::min(nConv, nKnown - nStrays);
 }
 
 /// Rayleigh-Ritz over all pairs.
@@ -118,7 +145,7 @@ template <typename Scalar>
 void LobpcgSteps<Scalar>::RecountConverged() const {
   const int claimed = isUncertain ? 0 : nConv;
   if (!this->TestsValues()) nConv = 0;
-  if (this->convergeDetectorType == VES_EIGENVALUES) return;
+  if (!this->TestsResiduals()) return;
   int counted = 0;
   for (int first = 0, width = 0; first < nX; first += width) {
     width = std::min(nX - first, nActiveMax);

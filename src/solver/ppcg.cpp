@@ -6,17 +6,8 @@
 
 #include <algorithm>
 #include <limits>
-#include <numeric>
 
 namespace Ves {
-
-namespace {
-
-int SumOf(const std::vector<int>& widths) {
-  return std::accumulate(widths.begin(), widths.end(), 0);
-}
-
-} // namespace
 
 template <typename Scalar>
 PPCG<Scalar>::PPCG() {
@@ -31,6 +22,7 @@ VesReturnCode PPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatri
   InitWorkspace(vecQ, vecW);
   OrthogonalizeInitialGuess(matA, matB);
   Iterate(matA, matB, matP);
+  this->FindCulprit(Columns(workZ, 0, nBands));
   ConfirmBlock(matA, matB);
   PostProcess(vecQ, vecW);
   FreeWorkspace();
@@ -45,7 +37,7 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
   for (iter = 0; iter < maxIter; ++iter) {
     if (nX < 1 || this->isStagnated || this->isStopped) return;
     if (IsRotationDue()) RestartUnlessSound(matA, matB);
-    RayleighRitzRotation();
+    RayleighRitzRotation(matA, matB);
     if (info != 0) return; // X and its images are still those of the last iteration
     ComputeResiduals();
     CheckConvergence(matA, matB);
@@ -78,8 +70,14 @@ void PPCG<Scalar>::OrthogonalizeInitialGuess(const VesMatrixBase& matA,
 
 /// M = X^H A X; in every rrPeriod-th iteration X is rotated to its eigenvectors.
 template <typename Scalar>
-void PPCG<Scalar>::RayleighRitzRotation() const {
+void PPCG<Scalar>::RayleighRitzRotation(const VesMatrixBase& matA,
+                                        const VesMatrixBase& matB) const {
   ProjectActive();
+  if (!IsProjectionSound()) {
+    MergeBlocks();
+    Restart(matA, matB);
+    ProjectActive();
+  }
   if (IsRotationDue()) {
     RotateActive();
   } else {
@@ -87,6 +85,24 @@ void PPCG<Scalar>::RayleighRitzRotation() const {
     info = LeadingFiniteOrder(workM, 'U', nX) < nX ? 1 : 0; // as the eigensolver would say
     this->Replicate(info);
   }
+}
+
+/// Nearly dependent sub-blocks stretch X and the errors of its images, which M then shows: it is no
+/// longer Hermitian.
+template <typename Scalar>
+bool PPCG<Scalar>::IsProjectionSound() const {
+  if (!this->selfCheck) return true;
+  double largest = this->largestRitz, asymmetry = 0.0;
+  for (int j = 0; j < nX; ++j)
+    for (int i = 0; i <= j; ++i) {
+      const Scalar difference = workM(i, j) - Conjugate(workM(j, i));
+      largest = std::max(largest, static_cast<double>(std::abs(workM(i, j))));
+      asymmetry = std::max(asymmetry, static_cast<double>(std::abs(difference)));
+    }
+  const bool isFinite = LeadingFiniteOrder(workM, 'U', nX) == nX;
+  int isSound = isFinite && asymmetry <= this->unitNormLimit * largest ? 1 : 0;
+  this->Replicate(isSound);
+  return isSound != 0;
 }
 
 /// The diagonal of M; where values themselves are tested, its eigenvalues, which do not depend on the
@@ -159,7 +175,13 @@ void PPCG<Scalar>::CheckConvergence(const VesMatrixBase& matA, const VesMatrixBa
   if (nConvActive < nX) return;
   Block vecD = Estimates();
   VES_ASSERT_GOOD(vecD.CopyData(workD));
-  nX = nP = nR = 0;
+  if (ReplaceStrays(matA, matB)) {
+    ComputeResiduals();
+    RunConvergeDetector();
+    nConv = nDeflated + nConvActive;
+  } else {
+    nX = nP = nR = 0;
+  }
 }
 
 template <typename Scalar>
@@ -206,6 +228,24 @@ void PPCG<Scalar>::PreconditionedResiduals(const VesMatrixBase& matP) const {
     VES_ASSERT_GOOD(matP.Apply(vecTmpR, vecR));
   else
     VES_ASSERT_GOOD(vecR.CopyData(vecTmpR));
+  ScaleResiduals(vecR, matP.IsPresent());
+}
+
+/// The orthogonalizers take columns that are small in absolute terms for dependent ones: a power of
+/// two, which changes no digit, brings each column of R near to 1.
+template <typename Scalar>
+void PPCG<Scalar>::ScaleResiduals(Block& vecR, bool isPreconditioned) const {
+  constexpr int most = std::numeric_limits<RealType<Scalar>>::max_exponent - 2;
+  const std::vector<double>& tested = this->ConvergeDetector->residualNorms;
+  std::vector<double> norms = isPreconditioned || tested.empty() ? ColumnNorms(vecR) : tested;
+  this->Replicate(norms);
+  for (int j = 0; j < vecR.nCols; ++j) { // norms may begin with those of columns just locked
+    const double norm = norms[norms.size() - static_cast<std::size_t>(vecR.nCols - j)];
+    if (!(norm > 0.0) || std::isinf(norm)) continue;
+    const int exponent = std::clamp(-std::ilogb(norm), -most, most);
+    VES_ASSERT_GOOD(
+        Columns(vecR, j, 1).ScaleByVal(Scalar(std::ldexp(RealType<Scalar>(1), exponent))));
+  }
 }
 
 /// P against all X, then each P_j in itself; further passes bring P_j against X_j again.
@@ -274,7 +314,6 @@ void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
     info = 1;
     return;
   }
-  NormalizeScale(vecR, vecBR, matP.IsPresent());
   VES_ASSERT_GOOD(this->OrthoProjector->Run(vecX, vecBX, vecR, vecBR, matB, true, maxOrthoInnerIter,
                                             orthoInnerTol));
   // Cancellation has amplified the errors of images that were only updated.
@@ -283,20 +322,6 @@ void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
   for (std::size_t j = 0; j < nRs.size(); ++j)
     nRs[j] = static_cast<int>(std::clamp<long long>(this->nRowsTotal - nBands - nPs[j], 0, nRs[j]));
   OrthonormalizeResidualBlocks(matB);
-}
-
-/// The orthogonalizers take columns that are small in absolute terms for dependent ones: a common
-/// power of two brings R near to 1, whatever the scale of A and T.
-template <typename Scalar>
-void PPCG<Scalar>::NormalizeScale(Block& vecR, Block& vecBR, bool isPreconditioned) const {
-  const std::vector<double>& tested = this->ConvergeDetector->residualNorms;
-  const std::vector<double> norms = isPreconditioned || tested.empty() ? ColumnNorms(vecR) : tested;
-  double largest = *std::max_element(norms.begin(), norms.end());
-  this->Replicate(largest);
-  if (!(largest > 0.0)) return;
-  const Scalar factor(std::ldexp(RealType<Scalar>(1), -std::ilogb(largest)));
-  VES_ASSERT_GOOD(vecR.ScaleByVal(factor));
-  if (isGeneralized) VES_ASSERT_GOOD(vecBR.ScaleByVal(factor));
 }
 
 /// Each R_j against P_j and in itself; further passes bring it against X_j again.
@@ -331,154 +356,6 @@ void PPCG<Scalar>::OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const
         return std::max(errorX, LargestError(orthoErrors, nPs));
       });
   nRs = nRsTmp;
-}
-
-/// Packs the residuals of all sub-blocks without gaps and applies A to them.
-template <typename Scalar>
-void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
-  if (nR == 0) return;
-  const auto move = [&](const Block& basis, Block& scratch, int from, int to, int count) {
-    Block vecTmp = Columns(scratch, 0, count), vecY = Columns(basis, to, count);
-    VES_ASSERT_GOOD(vecTmp.CopyData(Columns(basis, from, count)));
-    VES_ASSERT_GOOD(vecY.CopyData(vecTmp));
-  };
-  int disp = 2 * nBands;
-  for (std::size_t j = 0; j < nRs.size(); ++j) {
-    nVs[j] = nXs[j] + nPs[j] + nRs[j];
-    if (dispR[j] != disp) {
-      move(workZ, workT, dispR[j], disp, nRs[j]);
-      if (isGeneralized) move(workBZ, workBT, dispR[j], disp, nRs[j]);
-      dispR[j] = disp;
-    }
-    disp += nRs[j];
-  }
-  nR = SumOf(nRs);
-  // No direction for longer than it takes to lock exact vectors, whose residuals of zero make their
-  // sub-blocks lose all rank: nothing can change X any more.
-  isIdle = nR == 0 && SumOf(nPs) == 0;
-  nIdle = isIdle ? nIdle + 1 : 0;
-  this->isStagnated = nIdle > std::max(rrPeriod, 1);
-  const Block vecR = Columns(workZ, 2 * nBands, nR);
-  Block vecAR = Columns(workAZ, 2 * nBands, nR);
-  VES_ASSERT_GOOD(matA.Apply(vecR, vecAR));
-}
-
-template <typename Scalar>
-void PPCG<Scalar>::GatherSubspace(const Block& block, std::size_t j, int first, int rows) const {
-  const auto place = [&](int to, int from, int count) {
-    Block part(workT, 0, to, rows, count);
-    VES_ASSERT_GOOD(part.CopyData(Block(block, first, from, rows, count)));
-  };
-  place(0, dispX[j], nXs[j]);
-  place(nXs[j], dispP[j], nPs[j]);
-  place(nXs[j] + nPs[j], dispR[j], nRs[j]);
-}
-
-/// Upper block triangles of G_j = [X_j P_j R_j]^H A [X_j P_j R_j], summed in one reduction for all.
-/// Each basis is B-orthonormal, so the small problems are standard.
-template <typename Scalar>
-void PPCG<Scalar>::ComputeRayleighRitzMatrix() const {
-  nVmax = nVs.empty() ? 0 : *std::max_element(nVs.begin(), nVs.end());
-  workG.SetDims(nVmax, nVmax * nBlocks, nVmax);
-  VES_ASSERT_GOOD(workG.Set2Zero());
-  for (std::size_t j = 0; j < nVs.size(); ++j) {
-    GatherSubspace(workZ, j, 0, nPW);
-    const Block tile = Tile(j);
-    const auto product = [&](int first, int count, int dispA) {
-      Block part(tile, 0, first, first + count, count);
-      const Block images = Columns(workAZ, dispA, count);
-      VES_ASSERT_GOOD(part.InnerProduct(Columns(workT, 0, first + count), images, false));
-    };
-    product(0, nXs[j], dispX[j]);
-    product(nXs[j], nPs[j], dispP[j]);
-    product(nXs[j] + nPs[j], nRs[j], dispR[j]);
-  }
-  workG.AllReduce(MPI_SUM, workG.comm);
-}
-
-template <typename Scalar>
-void PPCG<Scalar>::SubspacesDiagonalization() const {
-  for (std::size_t j = 0; j < nVs.size(); ++j) {
-    Block vecG = Tile(j);
-    workD.SetDims(nVs[j], 1, nVs[j]);
-    VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(vecG, workD, info));
-    if (info != 0) return;
-    this->NoteRitzValues(workD);
-  }
-}
-
-/// X_j := [X_j P_j R_j] C_X and P_j := [P_j R_j] C_PR, where C_X are the lowest eigenvectors of the
-/// tile and C_PR their rows of P and R; likewise the images.
-template <typename Scalar>
-void PPCG<Scalar>::UpdateEigenVectors() const {
-  for (std::size_t j = 0; j < nVs.size(); ++j) {
-    const int nRest = nVs[j] - nXs[j];
-    const Block tile = Tile(j);
-    const Block vecCX(tile, 0, 0, nVs[j], nXs[j]);
-    Block vecCP;
-    this->ShapeSmall(vecCP, nRest, nXs[j]);
-    VES_ASSERT_GOOD(vecCP.AllocateMem());
-    GatherDirections(Block(tile, nXs[j], 0, nRest, nXs[j]), vecCP);
-    const auto update = [&](const Block& basis) {
-      for (int first = 0; first < nPW; first += Base::bandRows) {
-        const int rows = std::min(Base::bandRows, nPW - first);
-        GatherSubspace(basis, j, first, rows);
-        Block vecX(basis, first, dispX[j], rows, nXs[j]),
-            vecP(basis, first, dispP[j], rows, nXs[j]);
-        VES_ASSERT_GOOD(vecX.Gemm(Block(workT, 0, 0, rows, nVs[j]), vecCX));
-        VES_ASSERT_GOOD(vecP.Gemm(Block(workT, 0, nXs[j], rows, nRest), vecCP));
-      }
-    };
-    update(workZ);
-    update(workAZ);
-    if (isGeneralized) update(workBZ);
-  }
-  nP = SumOf(nXs);
-}
-
-/// Orthonormalizes the coefficients of new directions (Gram-Schmidt, each vector twice), so that
-/// small steps do not pass for dependent ones, nor dependent ones for directions: those of columns
-/// without a residual of their own lie in the span of the others. What is no more than a rounding
-/// error becomes zero behind the rest, since its images are wrong by as much.
-template <typename Scalar>
-void PPCG<Scalar>::GatherDirections(const Block& from, Block& to) const {
-  using Real = RealType<Scalar>;
-  const Real smallest = 4000 * std::numeric_limits<Real>::epsilon();
-  const int n = from.nRows, one = MathConstants<int>::ONE;
-  VES_ASSERT_GOOD(to.Set2Zero());
-  for (int j = 0, kept = 0; j < from.nCols && kept < n; ++j) {
-    Scalar* const v = &to(0, kept);
-    MathKernel<Scalar>::Copy(&n, &from(0, j), &one, v, &one);
-    for (int i = 0; i < 2 * kept; ++i) {
-      const Scalar* const q = &to(0, i % kept);
-      const Scalar overlap = MathKernel<Scalar>::Dot(&n, q, &one, v, &one);
-      for (int r = 0; r < n; ++r)
-        v[r] -= overlap * q[r];
-    }
-    const Real norm = std::sqrt(std::real(MathKernel<Scalar>::Dot(&n, v, &one, v, &one)));
-    const bool isDirection = norm > smallest;
-    const Scalar factor = isDirection ? Scalar(1 / norm) : MathConstants<Scalar>::ZERO;
-    MathKernel<Scalar>::Scal(&n, &factor, v, &one);
-    kept += isDirection ? 1 : 0;
-  }
-}
-
-/// The sub-blocks were updated on their own: X is B-orthonormalized as a whole, with its images.
-/// Where a basis [X_j P_j R_j] was not B-orthonormal, vectors have lost their unit norm, and to
-/// stretch them would spoil their images.
-template <typename Scalar>
-void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
-                                             const VesMatrixBase& matB) const {
-  if (nX == 0) return;
-  Block vecX = Active(workZ), vecAX = Active(workAZ), vecBX = Active(ImageBZ());
-  if (this->isRestartDue ||
-      (this->selfCheck && this->UnitNormError(vecX, vecBX) > this->unitNormLimit))
-    return Restart(matA, matB);
-  int colRank = 0;
-  const VesReturnCode code = VES_ASSERT_GOOD_OR(
-      VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(vecX, vecBX, vecAX, matB, colRank, true,
-                                                      maxOrthoInnerIter, orthoInnerTol));
-  if (code != VES_GOOD || colRank < nX) Restart(matA, matB);
 }
 
 VES_INSTANTIATE(PPCG);

@@ -59,7 +59,6 @@ public:
   mutable int nConvActive = 0;    ///< leading converged pairs among the active ones
   mutable int nLocked = 0;        ///< leading pairs that pass the lock test
   mutable int nVmax = 0;          ///< side of the largest tile
-  mutable int nRestarts = 0;      ///< times that the self-check restarted X in this run
   mutable bool isRotated = false; ///< the current iteration made the full Rayleigh-Ritz step
   mutable std::vector<int> nXs, nPs, nRs, nVs;  ///< widths of the sub-blocks and sides of tiles
   mutable std::vector<int> dispX, dispP, dispR; ///< first columns of the sub-blocks
@@ -81,6 +80,7 @@ private:
   // Set-up and hand-back, in ppcg_workspace.cpp.
   void InitParameters(const Block& vecQ, const Block& vecW, const VesMatrixBase& matB) const;
   void AllocateWorkspace() const;
+  void AllocateSubspaces(int width) const;
   void InitWorkspace(const Block& vecQ, const Block& vecW) const;
   void PostProcess(Block& vecQ, Block& vecW) const;
   void RecountConverged(const Block& vectors) const;
@@ -92,13 +92,15 @@ private:
   void ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  bool ReplaceStrays(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
 
-  // The steps of an iteration, in their order.
+  // The steps of an iteration, in their order; those on sub-blocks in ppcg_subspaces.cpp.
   void OrthogonalizeInitialGuess(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                const VesMatrixBase& matP) const;
-  void RayleighRitzRotation() const;
+  void RayleighRitzRotation(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  bool IsProjectionSound() const;
   void ProjectActive() const;
   void EstimateValues() const;
   void RotateActive() const;
@@ -107,16 +109,17 @@ private:
   void CheckConvergence(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void CheckLocking() const;
   void PreconditionedResiduals(const VesMatrixBase& matP) const;
+  void ScaleResiduals(Block& vecR, bool isPreconditioned) const;
   void OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const;
   void SoftLocking() const;
   void OrthogonalizeResiduals(const VesMatrixBase& matB, const VesMatrixBase& matP) const;
-  void NormalizeScale(Block& vecR, Block& vecBR, bool isPreconditioned) const;
   void OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const;
   void AssembleActiveResiduals(const VesMatrixBase& matA) const;
   void ComputeRayleighRitzMatrix() const;
   void SubspacesDiagonalization() const;
   void UpdateEigenVectors() const;
   void OrthogonalizeEigenVectors(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void MergeBlocks() const;
   bool IsRotationDue() const { return iter > 0 && rrPeriod > 0 && iter % rrPeriod == 0; }
 
   /// The block that holds B Z: Z itself where B is the identity.
@@ -134,10 +137,12 @@ private:
 
   void GatherDirections(const Block& from, Block& to) const;
 
-  mutable int runBatch = 0;    ///< width of the sub-blocks in this run
-  mutable bool isIdle = false; ///< nothing could change the values since the check before
-  mutable int nIdle = 0;       ///< iterations in a row with neither residuals nor directions
-  mutable int flagShift = 0;   ///< columns locked in this iteration, whose flags come first
+  mutable int runBatch = 0;      ///< width of the sub-blocks in this run
+  mutable bool isIdle = false;   ///< nothing could change the values since the check before
+  mutable bool areFresh = false; ///< the images of X are those of the operators, or rotated once
+  mutable double soundError = 0; ///< orthogonality error of X that the next restart must exceed
+  mutable int nIdle = 0;         ///< iterations in a row with neither residuals nor directions
+  mutable int flagShift = 0;     ///< columns locked in this iteration, whose flags come first
 };
 
 VES_EXTERN_TEMPLATE(PPCG);

@@ -5,7 +5,8 @@
 namespace Ves {
 
 /// One pass over nearly dependent sub-blocks leaves X short of orthonormal, and all that follows
-/// takes it for orthonormal.
+/// takes it for orthonormal. What X^H (B X) is good to where B is badly conditioned shows in the run:
+/// a restart is made again only for an error twice that of the last one.
 template <typename Scalar>
 bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   if (!this->selfCheck) return false;
@@ -13,8 +14,26 @@ bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrix
   const Block vecX = Columns(workZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
   VES_ASSERT_GOOD(vecX.CheckOrthogonality(vecBX, orthoError, true, true));
   this->Replicate(orthoError);
-  if (orthoError <= 4.0 * orthoTol) return false;
+  if (orthoError <= soundError) return false;
+  soundError = std::min(2.0 * orthoError, this->unitNormLimit);
   Restart(matA, matB);
+  return true;
+}
+
+/// All other pairs are locked, and vectors made of random columns take the place of strays.
+template <typename Scalar>
+bool PPCG<Scalar>::ReplaceStrays(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
+  std::vector<const Block*> blocks{&workZ, &workAZ};
+  if (isGeneralized) blocks.push_back(&workBZ);
+  const int count = this->MoveStraysLast(Block(workW, 0, 0, nBands, 1), blocks, nBands);
+  if (count == 0) return false;
+  nX = count;
+  nDeflated = nBands - nX;
+  Block vecX = Active(workZ);
+  VES_ASSERT_GOOD(vecX.Set2Random(this->processRank + iter));
+  Restart(matA, matB);
+  ProjectActive();
+  EstimateValues();
   return true;
 }
 
@@ -23,14 +42,13 @@ bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrix
 template <typename Scalar>
 void PPCG<Scalar>::Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   this->BeCareful();
-  this->isRestartDue = false;
+  this->isRestartDue = areFresh = false;
   isIdle = true;
   nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated, nBands - nDeflated);
   nP = 0;
   this->NarrowBands(workW, nDeflated + nX);
   Block vecX = Active(workZ), vecAX = Active(workAZ);
   VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
-  ++nRestarts;
 }
 
 template <typename Scalar>
@@ -38,8 +56,11 @@ void PPCG<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase&
   if (nX == 0) return;
   workX.SetDims(nPW, nX, ldQ);
   workR.SetDims(nPW, nX, ldQ);
-  Base::WatchProgress(matA, matB, Active(workZ), Active(ImageBZ()), nBands - nX, Estimates(), workX,
-                      workR);
+  const bool isSlow =
+      Base::WatchProgress(matA, matB, Active(workZ), Active(workAZ), Active(ImageBZ()), nBands - nX,
+                          Estimates(), workX, workR);
+  // Of the residuals most depended on the others of their sub-block.
+  if (isSlow && 2 * nR < nX - nConvActive) MergeBlocks();
 }
 
 /// Before the last Rayleigh-Ritz step: an orthonormal block, and images that bear the claims out.
@@ -55,9 +76,10 @@ template <typename Scalar>
 bool PPCG<Scalar>::RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   const Block vecX = Columns(workZ, 0, nBands), values(workW, 0, 0, nBands, 1);
   Block vecAX = Columns(workAZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
-  if (!this->selfCheck || !this->IsTight(vecBX, values)) return false;
+  if (!this->selfCheck || areFresh || !this->IsTight(vecBX, values)) return false;
   VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
   if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
+  areFresh = true;
   return true;
 }
 

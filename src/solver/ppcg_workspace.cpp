@@ -12,17 +12,17 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
   runBatch = nBatch; // partitions shrink this one: the stored width must survive the run
   iter = 0;
   nX = nR = nBands;
-  nP = nDeflated = nConvActive = nLocked = flagShift = nRestarts = 0;
+  nP = nDeflated = nConvActive = nLocked = flagShift = 0;
   nConv = 0;
   nBlocks = (nBands + nBatch - 1) / nBatch;
-  isRotated = isIdle = false;
+  isRotated = isIdle = areFresh = false;
   nIdle = 0;
+  soundError = 4.0 * orthoTol;
   this->InstallRunComponents(VES_RESIDUALS, VES_SVD_QR);
 }
 
 template <typename Scalar>
 void PPCG<Scalar>::AllocateWorkspace() const {
-  const int nT = 3 * nBatch;
   this->ShapeTall(workZ, 3 * nBands);
   VES_ASSERT_GOOD(workZ.AllocateMem());
   this->ShapeTall(workAZ, 3 * nBands);
@@ -35,21 +35,30 @@ void PPCG<Scalar>::AllocateWorkspace() const {
   VES_ASSERT_GOOD(workR.AllocateMem());
   this->ShapeSmall(workM, nBands, nBands);
   VES_ASSERT_GOOD(workM.AllocateMem());
-  this->ShapeTall(workT, nT);
-  VES_ASSERT_GOOD(workT.AllocateMem());
-  this->ShapeSmall(workG, nT, nT * nBlocks);
-  VES_ASSERT_GOOD(workG.AllocateMem());
-  this->ShapeSmall(workD, std::max(nBands, nT), 1);
-  VES_ASSERT_GOOD(workD.AllocateMem());
+  AllocateSubspaces(nBatch);
   this->ShapeSmall(idxsConv, nBands, 1);
   VES_ASSERT_GOOD(idxsConv.AllocateMem());
   this->ShapeSmall(idxsLock, nBands, 1);
   VES_ASSERT_GOOD(idxsLock.AllocateMem());
   if (!isGeneralized) return;
-  this->ShapeTall(workBT, nT);
-  VES_ASSERT_GOOD(workBT.AllocateMem());
   this->ShapeTall(workBZ, 3 * nBands);
   VES_ASSERT_GOOD(workBZ.AllocateMem());
+}
+
+/// Room for sub-blocks of the given width, which becomes that of the run.
+template <typename Scalar>
+void PPCG<Scalar>::AllocateSubspaces(int width) const {
+  const int nT = 3 * width, most = (nBands + width - 1) / width;
+  runBatch = width;
+  this->ShapeTall(workT, nT);
+  VES_ASSERT_GOOD(workT.AllocateMem());
+  this->ShapeSmall(workG, nT, nT * most);
+  VES_ASSERT_GOOD(workG.AllocateMem());
+  this->ShapeSmall(workD, std::max(nBands, nT), 1);
+  VES_ASSERT_GOOD(workD.AllocateMem());
+  if (!isGeneralized) return;
+  this->ShapeTall(workBT, nT);
+  VES_ASSERT_GOOD(workBT.AllocateMem());
 }
 
 template <typename Scalar>
@@ -107,6 +116,7 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
   } else { // the last pairs there are, which nothing bears out
     nConv = 0;
     info = failed;
+    this->FindCulprit(vecX);
     const Block estimates(workW, 0, 0, nBands, 1);
     VES_ASSERT_GOOD(vecOut.CopyData(vecX));
     VES_ASSERT_GOOD(vecValues.CopyData(estimates));

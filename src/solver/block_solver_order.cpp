@@ -1,0 +1,97 @@
+#include "block_solver.h"
+
+#include "../detector/flag_pairs.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+namespace Ves {
+
+template <typename Scalar>
+bool BlockSolver<Scalar>::IsAscending(const Block& values) const {
+  const RealType<Scalar> rounding = 16 * std::numeric_limits<RealType<Scalar>>::epsilon();
+  for (int j = 1; j < values.nRows; ++j) {
+    const RealType<Scalar> before = std::real(values(j - 1)), here = std::real(values(j));
+    if (before > here + rounding * std::max(std::abs(before), std::abs(here))) return false;
+  }
+  return true;
+}
+
+/// What values may be off that pass the test: by the norm of the residual times that of the vector.
+template <typename Scalar>
+std::vector<double> BlockSolver<Scalar>::Resolutions(const Block& vectors,
+                                                     const Block& values) const {
+  constexpr double generous = 100.0;
+  std::vector<double> resolutions = ColumnNorms(vectors);
+  for (int j = 0; j < values.nRows; ++j) {
+    double& resolution = resolutions[static_cast<std::size_t>(j)];
+    if (!TestsResiduals()) resolution = 1.0;
+    resolution = 2 * ClaimBound(values(j)) * resolution + generous * epsilon * largestRitz;
+  }
+  return resolutions;
+}
+
+template <typename Scalar>
+int BlockSolver<Scalar>::CopyAscending(const Block& vectors, const Block& values, int nConverged,
+                                       Block& toVectors, Block& toValues) const {
+  std::vector<int> order(static_cast<std::size_t>(values.nRows));
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(),
+                   [&](int a, int b) { return std::real(values(a)) < std::real(values(b)); });
+  for (int j = 0; j < values.nRows; ++j) {
+    const int from = order[static_cast<std::size_t>(j)];
+    Block to = Columns(toVectors, j, 1);
+    VES_ASSERT_GOOD(to.CopyData(Columns(vectors, from, 1)));
+    toValues(j) = values(from);
+  }
+  // In an unfinished run a pair that was overtaken may stand in the place of one still on its way.
+  std::vector<double> resolutions(order.size(), std::numeric_limits<double>::infinity());
+  if (selfCheck && nConverged < values.nRows) resolutions = Resolutions(vectors, values);
+  const auto isOvertaken = [&](int from) {
+    for (int later = from + 1; later < values.nRows; ++later)
+      if (static_cast<double>(std::real(values(from)) - std::real(values(later))) >
+          resolutions[static_cast<std::size_t>(from)])
+        return true;
+    return false;
+  };
+  const auto firstOther = std::find_if(order.begin(), order.end(), [&](int from) {
+    return from >= nConverged || isOvertaken(from);
+  });
+  int count = static_cast<int>(firstOther - order.begin());
+  Replicate(count);
+  return count;
+}
+
+template <typename Scalar>
+int BlockSolver<Scalar>::MoveStraysLast(const Block& values,
+                                        const std::vector<const Block*>& blocks, int most) const {
+  const int n = values.nRows;
+  if (!selfCheck || n == 0 || IsAscending(values)) return 0;
+  const std::vector<double> resolutions = Resolutions(Columns(*blocks.front(), 0, n), values);
+  const auto valueOf = [&](int j) { return static_cast<double>(std::real(values(j))); };
+  std::vector<int> strays;
+  for (int j = 0; j < n; ++j)
+    if (valueOf(j) - valueOf(n - 1) > resolutions[static_cast<std::size_t>(j)]) strays.push_back(j);
+  std::stable_sort(strays.begin(), strays.end(),
+                   [&](int a, int b) { return valueOf(a) > valueOf(b); });
+  int count = std::min(static_cast<int>(strays.size()), most);
+  Replicate(count);
+  strays.resize(static_cast<std::size_t>(count));
+  Replicate(strays);
+  std::sort(strays.begin(), strays.end());
+  for (int to = n - 1; !strays.empty(); --to, strays.pop_back()) { // from the right: none twice
+    const int from = strays.back();
+    for (const Block* const block : blocks)
+      std::swap_ranges(block->Column(from), block->Column(from) + nPW, block->Column(to));
+    std::swap(values(from), values(to));
+    std::swap(pairResiduals[static_cast<std::size_t>(from)],
+              pairResiduals[static_cast<std::size_t>(to)]);
+  }
+  if (count > 0) watch = Watch(); // of other pairs
+  return count;
+}
+
+VES_INSTANTIATE(BlockSolver);
+
+} // namespace Ves

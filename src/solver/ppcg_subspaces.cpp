@@ -1,0 +1,178 @@
+#include "ppcg.h"
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+
+namespace Ves {
+
+namespace {
+
+int SumOf(const std::vector<int>& widths) {
+  return std::accumulate(widths.begin(), widths.end(), 0);
+}
+
+} // namespace
+
+/// Packs the residuals of all sub-blocks without gaps and applies A to them.
+template <typename Scalar>
+void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
+  if (nR == 0) return;
+  const auto move = [&](const Block& basis, Block& scratch, int from, int to, int count) {
+    Block vecTmp = Columns(scratch, 0, count), vecY = Columns(basis, to, count);
+    VES_ASSERT_GOOD(vecTmp.CopyData(Columns(basis, from, count)));
+    VES_ASSERT_GOOD(vecY.CopyData(vecTmp));
+  };
+  int disp = 2 * nBands;
+  for (std::size_t j = 0; j < nRs.size(); ++j) {
+    nVs[j] = nXs[j] + nPs[j] + nRs[j];
+    if (dispR[j] != disp) {
+      move(workZ, workT, dispR[j], disp, nRs[j]);
+      if (isGeneralized) move(workBZ, workBT, dispR[j], disp, nRs[j]);
+      dispR[j] = disp;
+    }
+    disp += nRs[j];
+  }
+  nR = SumOf(nRs);
+  // No direction for longer than it takes to lock exact vectors, whose residuals of zero make their
+  // sub-blocks lose all rank: nothing can change X any more.
+  isIdle = nR == 0 && SumOf(nPs) == 0;
+  nIdle = isIdle ? nIdle + 1 : 0;
+  this->isStagnated = nIdle > std::max(rrPeriod, 1);
+  const Block vecR = Columns(workZ, 2 * nBands, nR);
+  Block vecAR = Columns(workAZ, 2 * nBands, nR);
+  VES_ASSERT_GOOD(matA.Apply(vecR, vecAR));
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::GatherSubspace(const Block& block, std::size_t j, int first, int rows) const {
+  const auto place = [&](int to, int from, int count) {
+    Block part(workT, 0, to, rows, count);
+    VES_ASSERT_GOOD(part.CopyData(Block(block, first, from, rows, count)));
+  };
+  place(0, dispX[j], nXs[j]);
+  place(nXs[j], dispP[j], nPs[j]);
+  place(nXs[j] + nPs[j], dispR[j], nRs[j]);
+}
+
+/// Upper block triangles of G_j = [X_j P_j R_j]^H A [X_j P_j R_j], summed in one reduction for all.
+/// Each basis is B-orthonormal, so the small problems are standard.
+template <typename Scalar>
+void PPCG<Scalar>::ComputeRayleighRitzMatrix() const {
+  nVmax = nVs.empty() ? 0 : *std::max_element(nVs.begin(), nVs.end());
+  workG.SetDims(nVmax, nVmax * nBlocks, nVmax);
+  VES_ASSERT_GOOD(workG.Set2Zero());
+  for (std::size_t j = 0; j < nVs.size(); ++j) {
+    GatherSubspace(workZ, j, 0, nPW);
+    const Block tile = Tile(j);
+    const auto product = [&](int first, int count, int dispA) {
+      Block part(tile, 0, first, first + count, count);
+      const Block images = Columns(workAZ, dispA, count);
+      VES_ASSERT_GOOD(part.InnerProduct(Columns(workT, 0, first + count), images, false));
+    };
+    product(0, nXs[j], dispX[j]);
+    product(nXs[j], nPs[j], dispP[j]);
+    product(nXs[j] + nPs[j], nRs[j], dispR[j]);
+  }
+  workG.AllReduce(MPI_SUM, workG.comm);
+}
+
+template <typename Scalar>
+void PPCG<Scalar>::SubspacesDiagonalization() const {
+  for (std::size_t j = 0; j < nVs.size(); ++j) {
+    Block vecG = Tile(j);
+    workD.SetDims(nVs[j], 1, nVs[j]);
+    VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(vecG, workD, info));
+    if (info != 0) return;
+    this->NoteRitzValues(workD);
+  }
+}
+
+/// X_j := [X_j P_j R_j] C_X and P_j := [P_j R_j] C_PR, where C_X are the lowest eigenvectors of the
+/// tile and C_PR their rows of P and R; likewise the images.
+template <typename Scalar>
+void PPCG<Scalar>::UpdateEigenVectors() const {
+  for (std::size_t j = 0; j < nVs.size(); ++j) {
+    const int nRest = nVs[j] - nXs[j];
+    const Block tile = Tile(j);
+    const Block vecCX(tile, 0, 0, nVs[j], nXs[j]);
+    Block vecCP;
+    this->ShapeSmall(vecCP, nRest, nXs[j]);
+    VES_ASSERT_GOOD(vecCP.AllocateMem());
+    GatherDirections(Block(tile, nXs[j], 0, nRest, nXs[j]), vecCP);
+    const auto update = [&](const Block& basis) {
+      for (int first = 0; first < nPW; first += Base::bandRows) {
+        const int rows = std::min(Base::bandRows, nPW - first);
+        GatherSubspace(basis, j, first, rows);
+        Block vecX(basis, first, dispX[j], rows, nXs[j]),
+            vecP(basis, first, dispP[j], rows, nXs[j]);
+        VES_ASSERT_GOOD(vecX.Gemm(Block(workT, 0, 0, rows, nVs[j]), vecCX));
+        VES_ASSERT_GOOD(vecP.Gemm(Block(workT, 0, nXs[j], rows, nRest), vecCP));
+      }
+    };
+    update(workZ);
+    update(workAZ);
+    if (isGeneralized) update(workBZ);
+  }
+  nP = SumOf(nXs);
+  areFresh = false;
+}
+
+/// Orthonormalizes the coefficients of new directions (Gram-Schmidt, each vector twice), so that
+/// small steps do not pass for dependent ones, nor dependent ones for directions: those of columns
+/// without a residual of their own lie in the span of the others. What is no more than a rounding
+/// error becomes zero behind the rest, since its images are wrong by as much.
+template <typename Scalar>
+void PPCG<Scalar>::GatherDirections(const Block& from, Block& to) const {
+  using Real = RealType<Scalar>;
+  const Real smallest = std::numeric_limits<Real>::epsilon() / 4;
+  const int n = from.nRows, one = MathConstants<int>::ONE;
+  VES_ASSERT_GOOD(to.Set2Zero());
+  for (int j = 0, kept = 0; j < from.nCols && kept < n; ++j) {
+    Scalar* const v = &to(0, kept);
+    MathKernel<Scalar>::Copy(&n, &from(0, j), &one, v, &one);
+    for (int i = 0; i < 2 * kept; ++i) {
+      const Scalar* const q = &to(0, i % kept);
+      const Scalar overlap = MathKernel<Scalar>::Dot(&n, q, &one, v, &one);
+      for (int r = 0; r < n; ++r)
+        v[r] -= overlap * q[r];
+    }
+    const Real norm = std::sqrt(std::real(MathKernel<Scalar>::Dot(&n, v, &one, v, &one)));
+    const bool isDirection = norm > smallest;
+    const Scalar factor = isDirection ? Scalar(1 / norm) : MathConstants<Scalar>::ZERO;
+    MathKernel<Scalar>::Scal(&n, &factor, v, &one);
+    kept += isDirection ? 1 : 0;
+  }
+}
+
+/// The sub-blocks were updated on their own: X is B-orthonormalized as a whole, with its images.
+/// Where a basis [X_j P_j R_j] was not B-orthonormal, vectors have lost their unit norm, and to
+/// stretch them would spoil their images.
+template <typename Scalar>
+void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
+                                             const VesMatrixBase& matB) const {
+  if (nX == 0) return;
+  Block vecX = Active(workZ), vecAX = Active(workAZ), vecBX = Active(ImageBZ());
+  if (this->isRestartDue ||
+      (this->selfCheck && this->UnitNormError(vecX, vecBX) > this->unitNormLimit))
+    return Restart(matA, matB);
+  int colRank = 0;
+  const VesReturnCode code = VES_ASSERT_GOOD_OR(
+      VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(vecX, vecBX, vecAX, matB, colRank, true,
+                                                      maxOrthoInnerIter, orthoInnerTol));
+  if (code == VES_GOOD && colRank == nX) return;
+  MergeBlocks(); // their updates depended on each other
+  Restart(matA, matB);
+}
+
+/// Where sub-blocks go for the same directions, as where most values are equal, one block of all
+/// columns takes their place for the rest of the run; unless it is too large for 32 bits or memory.
+template <typename Scalar>
+void PPCG<Scalar>::MergeBlocks() const {
+  if (runBatch >= nBands || !this->selfCheck) return;
+  AllocateSubspaces(nBands);
+}
+
+VES_INSTANTIATE(PPCG);
+
+} // namespace Ves
