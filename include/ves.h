@@ -188,16 +188,19 @@ VES_EXPORT VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool 
                                             bool copy) VES_NOEXCEPT;
 
 /// Euclidean norm of each column of the distributed block x (n x k) into norms (k x 1).
-/// Collective over the communicator of norms, where the verdicts after the first are agreed on.
-/// \return -7 x or norms is null; -7 x or norms is without storage; -6 norms is not k x 1;
-///         -4 x is of another scalar type; -1 ld of norms below its rows; 0
+/// Collective over the communicator of x, where the verdicts after the first are agreed on.
+/// \return -7 x or norms is null; -6 norms is not k x 1; -4 x is of another scalar type;
+///         -7 a block without storage; -1 ld of norms below its rows; -5 the communicators of x and
+///         norms are not of the same processes in the same order; -5 processes disagree on k, or on
+///         ld of norms; 0
 VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEPT;
 
 /// Residuals R = A X - B X diag(D) of k pairs: X and R n x k, D k x 1. B may be null.
-/// Collective as far as the routines of A and B are; each process checks its own operands.
-/// \return -1 A, X, D or R is null; -5 scalar types differ; -7 a block without storage or an
-///         operator without a routine; -1 ld below the rows, or a block beyond 32 bits;
-///         -6 shapes, or the communicators of X and R, disagree; 0
+/// Collective as far as the routines of A and B are; each process checks its own operands. Takes
+/// the storage of X once more, with B twice.
+/// \return -1 A, X, D or R is null; -6 shapes, or communicators or scalar types of X and R, differ;
+///         -5 scalar types differ; -7 a block without storage or an operator without a routine;
+///         -1 ld below the rows, or a block beyond 32 bits; -1 the storage cannot be had; 0
 VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                         VesVector R) VES_NOEXCEPT;
 
@@ -403,10 +406,11 @@ VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols,
 /// Recomputes k pairs: the largest 2-norm of A x - lambda B x, and the largest entry of
 /// |X^H B X - I|. B may be null. Not a number where a pair is not finite.
 /// Collective over X's communicator, where all verdicts but the first two are agreed on; takes the
-/// storage of X twice more, with B three times, and k^2 numbers.
+/// storage of X once more, with B twice, and k^2 numbers.
 /// \return -1 A, X or D is null; -7 maxResidual or maxOrthoError is null; -5 scalar types differ;
 ///         -7 a block without storage or an operator without a routine; -1 ld below the rows, or a
-///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k; 0
+///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k, or on
+///         whether there is a B; -1 the storage cannot be had; 0
 VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                             double* maxResidual,
                                             double* maxOrthoError) VES_NOEXCEPT;

@@ -167,6 +167,10 @@ TEST(Vectors, NormAndResidual) {
   EXPECT_EQ(VesVectorNorm(X.get(), X.get()), VES_ERR_INCOMPATIBLE);
   const VectorHandle flat = MakeVector(MPI_COMM_WORLD, 2, 1, norms.data(), 1);
   EXPECT_EQ(VesVectorNorm(X.get(), flat.get()), VES_ERR_INVALID_VALUE);
+  // Shapes are judged first, then types, then what is missing.
+  const VectorHandle floats = MakeVector<float>(MPI_COMM_WORLD, 2, 1, nullptr, 1);
+  EXPECT_EQ(VesVectorNorm(bare.get(), X.get()), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesVectorNorm(bare.get(), floats.get()), VES_ERR_UNSUPPORTED);
   // Storage missing on one process only: none may wait for it.
   EXPECT_EQ(VesVectorNorm(rank == 0 ? bare.get() : X.get(), N.get()), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesVectorNorm(X.get(), N.get()), VES_GOOD);
@@ -189,11 +193,50 @@ TEST(Vectors, NormAndResidual) {
   const MatrixHandle noRoutine(idle);
   EXPECT_EQ(VesEigResidual(idle, nullptr, X.get(), D.get(), R.get()), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesEigResidual(a.get(), idle, X.get(), D.get(), R.get()), VES_ERR_NULL_POINTER);
+  const VectorHandle floatR = MakeVector<float>(MPI_COMM_WORLD, 2, 2, nullptr, 1);
+  EXPECT_EQ(VesEigResidual(idle, nullptr, X.get(), D.get(), floatR.get()), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesEigResidual(idle, nullptr, bare.get(), X.get(), R.get()), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesEigResidual(idle, nullptr, bare.get(), floats.get(), R.get()), VES_ERR_MISMATCH);
   EXPECT_EQ(VesEigResidual(a.get(), nullptr, X.get(), D.get(), R.get()), VES_GOOD);
   EXPECT_DOUBLE_EQ(r[0], (1.0 + 2 * rank - 2) * 3);
   EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), D.get(), R.get()), VES_GOOD);
   EXPECT_DOUBLE_EQ(r[1], (2.0 + 2 * rank - 6) * 4);
   EXPECT_DOUBLE_EQ(r[3], (2.0 + 2 * rank - 3) * 1);
+}
+
+/// The processes of x are those that reduce, in whatever communicator the norms hold them.
+TEST(Vectors, NormsOnOtherCommunicators) {
+  const int rank = RankIn(MPI_COMM_WORLD), p = SizeOf(MPI_COMM_WORLD);
+  const bool isAlone = p == 1;
+  MPI_Comm twin = MPI_COMM_NULL;
+  MPI_Comm_dup(MPI_COMM_WORLD, &twin);
+  const struct {
+    const char* what;
+    MPI_Comm ofX, ofNorms;
+    int k, ld;
+    VesReturnCode code;
+  } cases[] = {
+      {"the same processes", MPI_COMM_WORLD, twin, 1, 2, VES_GOOD},
+      {"others on each process", MPI_COMM_WORLD, rank == 0 ? twin : MPI_COMM_WORLD, 1, 2, VES_GOOD},
+      {"processes that do not call", MPI_COMM_SELF, MPI_COMM_WORLD, 1, 2,
+       isAlone ? VES_GOOD : VES_ERR_MISMATCH},
+      {"no columns, no storage", MPI_COMM_WORLD, MPI_COMM_WORLD, 0, 0, VES_GOOD},
+      {"columns here only", MPI_COMM_WORLD, twin, rank == 0 ? 1 : 0, 2,
+       isAlone ? VES_GOOD : VES_ERR_MISMATCH},
+      {"norms of another stride here", MPI_COMM_WORLD, twin, 1, rank == 0 ? 1 : 2,
+       isAlone ? VES_GOOD : VES_ERR_MISMATCH},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    double x[] = {3, 4}, norms[] = {-1, -1};
+    if (c.ofX == MPI_COMM_SELF && rank > 0) continue;
+    const VectorHandle X = MakeVector(c.ofX, 2, c.k, c.ld > 0 ? x : nullptr, 2);
+    const VectorHandle N = MakeVector(c.ofNorms, c.k, 1, c.ld > 0 ? norms : nullptr, c.ld);
+    EXPECT_EQ(VesVectorNorm(X.get(), N.get()), c.code);
+    EXPECT_EQ(N->comm, c.ofNorms);
+    EXPECT_DOUBLE_EQ(norms[0], c.code == VES_GOOD && c.k > 0 ? 5 * std::sqrt(p) : -1);
+  }
+  MPI_Comm_free(&twin);
 }
 
 TEST(Solvers, SettersAndDefaults) {

@@ -267,7 +267,7 @@ private:
     if (!x.Fits() || !norms.Fits()) return;
     Judge("VesVectorNorm", VesVectorNorm(x.handle, norms.handle),
           x.handle == nullptr || norms.handle == nullptr,
-          {none, none, incompatible, unsupported, bad, good});
+          {none, incompatible, unsupported, none, bad, mismatch, good});
   }
 
   static bool IsBeyond32Bits(const Block& x) {
@@ -281,7 +281,7 @@ private:
     const bool isMissing =
         A == nullptr || x.handle == nullptr || d.handle == nullptr || r.handle == nullptr;
     Judge("VesEigResidual", VesEigResidual(A, B, x.handle, d.handle, r.handle), isMissing,
-          {bad, mismatch, none, bad, incompatible, good});
+          {bad, incompatible, mismatch, none, bad, good});
   }
 
   void CheckPairs() {
