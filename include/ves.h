@@ -298,13 +298,16 @@ VES_EXPORT VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) VES_NOEX
 /// directions, the pairs beyond its rank are zero vectors with the value +infinity.
 ///
 /// Collective over both communicators of X. All verdicts after the first are agreed on over the
-/// first communicator: all processes return the same code.
+/// first communicator, the last one over both: all processes return the same code. The workspace is
+/// had before anything is computed; what the dense eigensolver and the orthogonalizer take beside
+/// it while they work is not, and ends the program where there is none.
 /// \return -1 solver, A, X or D is null; -5 scalar types differ; -5 the columns of X differ from
-///         the rows of D, or D has not one column; -4 X or D is no dense block; -7 X (where it has
-///         rows) or D is without storage, or an operator that is used has no routine; -5 the
-///         communicators of X and D differ; -1 ld below the rows of X or D, more than 10922 pairs,
-///         or a workspace of 3 k columns beyond 32 bits; -5 processes disagree on k, or on whether
-///         there is a monitor; 0
+///         the rows of D, or D has not one column; -4 X or D is no dense block; -7 X or D (where
+///         they have entries) is without storage, or an operator that is used has no routine;
+///         -5 the communicators of X and D differ; -1 ld below the rows of X (where it has columns)
+///         or D, or a run beyond 32 bits, as VesSolverMemory tells before; -5 processes disagree on
+///         k, on the kind or a setting of the solver, or on whether there is a monitor, a T, or a B
+///         that is used; -1 some process cannot have the workspace; 0
 VES_EXPORT VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix T,
                                       VesVector X, VesVector D) VES_NOEXCEPT;
 
@@ -333,7 +336,8 @@ VES_EXPORT VesReturnCode VesGetSolverReason(VesSolver solver, VesSolverReason* r
 /// A short text for a reason; static, for any number.
 VES_EXPORT const char* VesReasonString(VesSolverReason reason) VES_NOEXCEPT;
 
-/// What the last run of a solver cost on this process.
+/// What the last run of a solver cost on this process. Later releases may add fields in the room
+/// kept for them; the size stays.
 typedef struct VesSolverStats {
   long long columnsA;      ///< columns that A was applied to
   long long columnsB;      ///< columns that B was applied to
@@ -343,6 +347,7 @@ typedef struct VesSolverStats {
   double secondsOperators; ///< in the routines of A, B and T
   double secondsDense;     ///< in dense factorizations and eigendecompositions
   double secondsTotal;     ///< of the whole run
+  long long reserved[8];   ///< room, zero
 } VesSolverStats;
 
 /// What the last run cost on this process; zeros before the first.
@@ -398,8 +403,12 @@ VES_EXPORT VesReturnCode VesSolverSetRankRevealerType(VesSolver solver,
 VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_NOEXCEPT;
 
 /// Forecast of the bytes that a run takes on this process beside the caller's blocks, for nRows
-/// local rows (and leading dimension) and nCols pairs, as the solver is set now.
-/// \return -7 solver or bytes is null; -1 a dimension is negative; 0
+/// local rows (and leading dimension) and nCols pairs, as the solver is set now. A run that leaves
+/// 32 bits is refused: with k pairs and b = min(k, batch limit or sub-block) the widest block has
+/// 3 k columns, of VES_LOBPCG_BATCH k + 2 b, and must hold less than 2^31 entries on each process;
+/// the largest dense problem is of order 3 k, of the other two max(k, 3 b), and at most 32765; PPCG
+/// also keeps ceil(k / b) tiles of order 3 b, less than 2^31 entries in all.
+/// \return -7 solver or bytes is null; -1 a dimension is negative; -1 a run would be refused; 0
 VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols, bool generalized,
                                          size_t* bytes) VES_NOEXCEPT;
 

@@ -1,6 +1,7 @@
 #include "ppcg.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace Ves {
 
@@ -21,35 +22,30 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
 }
 
 template <typename Scalar>
-void PPCG<Scalar>::AllocateWorkspace() const {
+VesReturnCode PPCG<Scalar>::AllocateWorkspace() const {
   const int nT = 3 * nBatch;
-  this->ShapeTall(workZ, 3 * nBands);
-  VES_ASSERT_GOOD(workZ.AllocateMem());
-  this->ShapeTall(workAZ, 3 * nBands);
-  VES_ASSERT_GOOD(workAZ.AllocateMem());
-  this->ShapeSmall(workW, nBands, 1);
-  VES_ASSERT_GOOD(workW.AllocateMem());
-  this->ShapeTall(workX, nBands);
-  VES_ASSERT_GOOD(workX.AllocateMem());
-  this->ShapeTall(workR, nBands);
-  VES_ASSERT_GOOD(workR.AllocateMem());
+  for (Block* const tall : {&workZ, &workAZ, &workBZ})
+    this->ShapeTall(*tall, 3 * nBands);
+  for (Block* const tall : {&workX, &workR})
+    this->ShapeTall(*tall, nBands);
+  for (Block* const tall : {&workT, &workBT})
+    this->ShapeTall(*tall, nT);
   this->ShapeSmall(workM, nBands, nBands);
-  VES_ASSERT_GOOD(workM.AllocateMem());
-  this->ShapeTall(workT, nT);
-  VES_ASSERT_GOOD(workT.AllocateMem());
   this->ShapeSmall(workG, nT, nT * nBlocks);
-  VES_ASSERT_GOOD(workG.AllocateMem());
   this->ShapeSmall(workD, std::max(nBands, nT), 1);
-  VES_ASSERT_GOOD(workD.AllocateMem());
-  this->ShapeSmall(idxsConv, nBands, 1);
-  VES_ASSERT_GOOD(idxsConv.AllocateMem());
-  this->ShapeSmall(idxsLock, nBands, 1);
-  VES_ASSERT_GOOD(idxsLock.AllocateMem());
-  if (!isGeneralized) return;
-  this->ShapeTall(workBT, nT);
-  VES_ASSERT_GOOD(workBT.AllocateMem());
-  this->ShapeTall(workBZ, 3 * nBands);
-  VES_ASSERT_GOOD(workBZ.AllocateMem());
+  for (Block* const column : {&workW, &idxsConv, &idxsLock})
+    this->ShapeSmall(*column, nBands, 1);
+  std::vector<Block*> blocks{&workZ, &workAZ, &workX, &workR,    &workT,   &workM,
+                             &workG, &workD,  &workW, &idxsConv, &idxsLock};
+  if (isGeneralized) blocks.insert(blocks.end(), {&workBT, &workBZ});
+  return this->AllocateOnAll(blocks);
+}
+
+template <typename Scalar>
+VesSolverBase::RunSizes PPCG<Scalar>::LargestSizes(int nCols) const {
+  const double k = nCols, width = std::max(std::min(nCols, nBatch), 1);
+  const double nT = 3 * width, nTiles = std::ceil(k / width);
+  return {3 * k, std::max(k * k, nT * nT * nTiles), std::max(k, nT)};
 }
 
 template <typename Scalar>

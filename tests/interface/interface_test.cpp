@@ -405,13 +405,132 @@ TEST(RunSolver, RefusesOnAllProcessesAlike) {
   MPI_Comm_free(&twin);
 }
 
-TEST(RunSolver, DisagreementOnTheNumberOfPairs) {
+/// What process 0 alone has set; the others would wait for it, or it for them.
+TEST(RunSolver, RefusesWhereProcessesDisagree) {
   if (SizeOf(MPI_COMM_WORLD) == 1) GTEST_SKIP() << "needs two processes";
-  SmallRun r;
-  const int k = RankIn(MPI_COMM_WORLD) == 0 ? 1 : 2;
-  VesVectorSetDim(r.X.get(), r.rows.local, k);
-  VesVectorSetDim(r.D.get(), k, 1);
-  EXPECT_EQ(r.Code(), VES_ERR_MISMATCH);
+  const auto pairs = [](SmallRun& r) {
+    VesVectorSetDim(r.X.get(), r.rows.local, 1);
+    VesVectorSetDim(r.D.get(), 1, 1);
+  };
+  const auto generalized = [](SmallRun& r) {
+    VesSolverSetProblemType(r.solver.get(), VES_PROBLEM_GENERALIZED);
+  };
+  const struct {
+    const char* what;
+    std::function<void(SmallRun&)> onAll, onFirst;
+    VesSolverType type = VES_LOBPCG;
+  } cases[] = {
+      {"pairs", nullptr, pairs},
+      {"solver", nullptr, [](SmallRun& r) { r.solver = MakeSolver<double>({}, true); }, VES_PPCG},
+      {"problem", nullptr,
+       [](SmallRun& r) { VesSolverSetProblemType(r.solver.get(), VES_PROBLEM_STANDARD); }},
+      {"B", generalized, [](SmallRun& r) { r.B = MakeMatrix(&r.op); }},
+      {"T", nullptr, [](SmallRun& r) { r.T = MakeMatrix(&r.op); }},
+      {"iterations", nullptr, [](SmallRun& r) { VesSolverSetMaxIter(r.solver.get(), 3); }},
+      {"passes", nullptr, [](SmallRun& r) { VesSolverSetMaxOrthoIter(r.solver.get(), 3); }},
+      {"threshold", nullptr,
+       [](SmallRun& r) { VesSolverSetThreshold(r.solver.get(), std::nextafter(1e-6, 1.0)); }},
+      {"lock factor", nullptr, [](SmallRun& r) { VesSolverSetLockFactor(r.solver.get(), 0.5); }},
+      {"dense eigensolver", nullptr,
+       [](SmallRun& r) { VesSetDenseEigenSolverType(r.solver.get(), VES_LAPACK_DIAG); }},
+      {"detector", nullptr,
+       [](SmallRun& r) { VesSetConvergeDetectorType(r.solver.get(), VES_EIGENVALUES); }},
+      {"lock detector", nullptr,
+       [](SmallRun& r) { VesSolverSetLockDetectorType(r.solver.get(), VES_RESIDUALS); }},
+      {"orthogonalizer", nullptr,
+       [](SmallRun& r) { VesSetOrthogonalizerType(r.solver.get(), VES_SVD_QR); }},
+      {"self-check", nullptr, [](SmallRun& r) { VesSolverSetSelfCheck(r.solver.get(), false); }},
+      {"batch limit", nullptr, [](SmallRun& r) { VesSolverSetBatchLimit(r.solver.get(), 1); },
+       VES_LOBPCG_BATCH},
+      {"sub-block", nullptr, [](SmallRun& r) { VesSolverSetPPCGBatch(r.solver.get(), 1); },
+       VES_PPCG},
+      {"soft locking", nullptr, [](SmallRun& r) { VesSolverSetPPCGSoftLocking(r.solver.get(), 2); },
+       VES_PPCG},
+      {"full steps", nullptr, [](SmallRun& r) { VesSolverSetPPCGRRPeriod(r.solver.get(), 2); },
+       VES_PPCG},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    SmallRun r;
+    Settings settings;
+    settings.solver = c.type;
+    r.solver = MakeSolver<double>(settings, true);
+    if (c.onAll) c.onAll(r);
+    if (RankIn(MPI_COMM_WORLD) == 0) c.onFirst(r);
+    EXPECT_EQ(r.Code(), VES_ERR_MISMATCH);
+    EXPECT_EQ(r.op.columns, 0);
+  }
+}
+
+/// Settings are the same on all processes, not equal numbers: a NaN is one of them. No pairs need
+/// no storage.
+TEST(RunSolver, AcceptsWhatIsOdd) {
+  for (const VesSolverType type : allSolvers) {
+    SmallRun r;
+    Settings settings;
+    settings.solver = type;
+    settings.maxIter = 3;
+    r.solver = MakeSolver<double>(settings, true);
+    VesSolverSetThreshold(r.solver.get(), std::nan(""));
+    EXPECT_EQ(r.Code(), VES_GOOD);
+    EXPECT_EQ(r.solver->reason == VES_REASON_CONVERGED, r.solver->nConv == 2);
+
+    r.op.columns = 0;
+    r.X = MakeVector<double>(MPI_COMM_WORLD, r.rows.local, 0, nullptr, 1);
+    r.D = MakeVector<double>(MPI_COMM_WORLD, 0, 1, nullptr, 1);
+    EXPECT_EQ(r.Code(), VES_GOOD);
+    VesSolverStats stats;
+    EXPECT_EQ(VesGetSolverStats(r.solver.get(), &stats), VES_GOOD);
+    EXPECT_EQ(r.solver->reason, VES_REASON_CONVERGED);
+    EXPECT_TRUE(r.op.columns == 0 && r.solver->iter == 0 && r.solver->nConv == 0);
+    EXPECT_TRUE(stats.columnsA == 0 && stats.reductions == 0 && stats.secondsTotal == 0.0);
+  }
+}
+
+/// Each solver is held to its own sizes: 2^31 entries in a block, dense problems of order 32765.
+TEST(RunSolver, LargestSizes) {
+  constexpr int million = 1 << 20, most = std::numeric_limits<int>::max();
+  const struct {
+    VesSolverType type;
+    int width, nRows, nCols; ///< of the batch or a sub-block, where it is not the default
+    bool fits;
+  } cases[] = {
+      {VES_LOBPCG, 0, million, 682, true},
+      {VES_LOBPCG, 0, million, 683, false},
+      {VES_LOBPCG_BATCH, 0, million, 1535, true},
+      {VES_LOBPCG_BATCH, 0, million, 1536, false},
+      {VES_PPCG, 0, million, 682, true},
+      {VES_PPCG, 0, million, 683, false},
+      {VES_LOBPCG, 0, 1, 10921, true},
+      {VES_LOBPCG, 0, 1, 10922, false},
+      {VES_LOBPCG_BATCH, 0, 1, 32765, true},
+      {VES_LOBPCG_BATCH, 0, 1, 32766, false},
+      {VES_LOBPCG_BATCH, 10922, 1, 10922, false},
+      {VES_PPCG, 0, 1, 32765, true},
+      {VES_PPCG, 0, 1, 32766, false},
+      {VES_PPCG, 10922, 1, 10922, false},
+      {VES_PPCG, 9000, 1, 20000, false}, // three tiles of order 27000
+      {VES_LOBPCG, 0, most, most, false},
+      {VES_LOBPCG_BATCH, 0, most, most, false},
+      {VES_PPCG, most, most, most, false},
+      {VES_PPCG, 0, most, 0, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message()
+                 << c.type << " " << c.width << " " << c.nRows << " " << c.nCols);
+    Settings settings;
+    settings.solver = c.type;
+    const SolverHandle solver = MakeSolver<double>(settings, false);
+    if (c.width > 0) {
+      EXPECT_EQ((c.type == VES_PPCG ? VesSolverSetPPCGBatch : VesSolverSetBatchLimit)(solver.get(),
+                                                                                      c.width),
+                VES_GOOD);
+    }
+    std::size_t bytes = 77;
+    EXPECT_EQ(VesSolverMemory(solver.get(), c.nRows, c.nCols, true, &bytes),
+              c.fits ? VES_GOOD : VES_ERR_INVALID_VALUE);
+    EXPECT_EQ(bytes == 77, !c.fits);
+  }
 }
 
 TEST(RunSolver, GeneralizedWithoutBIsStandard) {

@@ -48,6 +48,7 @@ class StatsStruct(ctypes.Structure):
     _fields_ = [(name, c_longlong) for name in
                 ("columnsA", "columnsB", "columnsT", "reductions", "bytesReduced")]
     _fields_ += [(name, c_double) for name in ("secondsOperators", "secondsDense", "secondsTotal")]
+    _fields_ += [("reserved", c_longlong * 8)]
 
 
 # (shellData, x, y, nRows, nCols, ld) and (data, progress)

@@ -108,7 +108,7 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
                 absolute_tol=absolute_tol, maxiter=maxiter, batch=batch, lock_factor=lock_factor,
                 detector=detector, passes=passes, generalized=B is not None,
                 preconditioned=T is not None)
-            problem.require_fit(settings.k, 3 * settings.k)
+            problem.require_fit(settings.k, settings.widest_block)
             _settings.whole("seed", seed, 0, np.inf)
             if monitor is not None and not callable(monitor):
                 raise TypeError("monitor must be callable")
