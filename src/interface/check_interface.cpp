@@ -90,7 +90,7 @@ VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVecto
     const bool sameType = A->scalarType == X->scalarType && AllDense<Scalar>(*X, *D) &&
                           (!matB.IsPresent() || matB.scalarType == X->scalarType);
     if (sameType) verdict = LocalVerdict(*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
-    verdict = AgreeOn(verdict, {X->nCols, matB.IsPresent() ? 1 : 0}, X->comm);
+    verdict = AgreeOn(verdict, {X->nCols, PartOf(*A), PartOf(matB)}, X->comm);
     if (verdict != VES_GOOD) return verdict;
     PairCheck<Scalar> check{*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D)};
     verdict = AgreeOn(check.Allocate(), {}, X->comm);

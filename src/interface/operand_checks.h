@@ -16,6 +16,12 @@ inline bool LacksRoutine(const VesMatrixBase& op) {
   });
 }
 
+/// How processes without rows take part in an operator: 0 there is none, 1 not, 2 they are called.
+/// All processes must say the same.
+inline int PartOf(const VesMatrixBase& op) {
+  return op.IsPresent() ? 1 + (op.isCalledEverywhere ? 1 : 0) : 0;
+}
+
 /// Blocks of vectors and values have storage where they have entries on this process.
 template <typename Scalar>
 bool HaveStorage(const VectorDense<Scalar>& X, const VectorDense<Scalar>& D) {

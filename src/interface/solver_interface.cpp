@@ -54,15 +54,16 @@ VesReturnCode LocalVerdict(const VesSolverBase& solver, const VesMatrixBase& A,
 }
 
 /// All that steers the collective calls of a run: numbers that must be the same on all processes.
-std::vector<int> WhatMustAgree(const VesSolverBase& solver, const VesMatrixBase& B,
-                               const VesMatrixBase& T, int nPairs) {
+std::vector<int> WhatMustAgree(const VesSolverBase& solver, const VesMatrixBase& A,
+                               const VesMatrixBase& B, const VesMatrixBase& T, int nPairs) {
   const auto kindOf = [](const auto& chosen) { return chosen ? static_cast<int>(*chosen) : -1; };
   std::vector<int> numbers{nPairs,
                            solver.scalarType,
                            solver.solverType,
                            solver.problemType,
-                           UsesB(solver) && B.IsPresent() ? 1 : 0,
-                           T.IsPresent() ? 1 : 0,
+                           PartOf(A),
+                           UsesB(solver) ? PartOf(B) : 0,
+                           PartOf(T),
                            solver.monitor != nullptr ? 1 : 0,
                            solver.maxIter,
                            solver.maxOrthoIter,
@@ -275,6 +276,6 @@ VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix
       if (!AllDense<Scalar>(*X, *D)) return VES_ERR_UNSUPPORTED;
       return LocalVerdict(*solver, *A, matB, matT, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
     });
-  verdict = AgreeOn(verdict, WhatMustAgree(*solver, matB, matT, X->nCols), X->comm);
+  verdict = AgreeOn(verdict, WhatMustAgree(*solver, *A, matB, matT, X->nCols), X->comm);
   return verdict == VES_GOOD ? solver->Solve(*A, matB, matT, *X, *D) : verdict;
 }

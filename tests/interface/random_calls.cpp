@@ -141,6 +141,8 @@ void RandomCalls::Step() {
   }
   case 6: {
     const VesMatrix matrix = AnyMatrix();
+    Judge("VesMatrixSetCalledEverywhere", VesMatrixSetCalledEverywhere(matrix, OneIn(2)),
+          matrix == nullptr, {none, incompatible, good});
     return Judge("VesMatrixSetDim", VesMatrixSetDim(matrix, AnyInt(), AnyInt()), matrix == nullptr,
                  {none, bad, good});
   }

@@ -59,6 +59,7 @@ MONITOR = ctypes.CFUNCTYPE(c_int, c_void_p, POINTER(ProgressStruct))
 _PROTOTYPES = {
     "VesMatrixCreate": (POINTER(c_void_p), c_int, c_int),
     "VesMatrixSetShellMatVec": (c_void_p, c_void_p, MATVEC),
+    "VesMatrixSetCalledEverywhere": (c_void_p, c_bool),
     "VesVectorCreate": (POINTER(c_void_p), c_int, c_int),
     "VesVectorSetComm_f": (c_void_p, c_int, c_int),
     "VesVectorSetDim": (c_void_p, c_int, c_int),

@@ -33,6 +33,7 @@ class Settings:
     generalized: bool
     preconditioned: bool
     uses_lapack: bool
+    everywhere: bool
 
     @property
     def widest_block(self):
@@ -109,7 +110,7 @@ def _at_once(solver, batch, k):
 
 def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_tol=None,
              maxiter=1000, lock_factor=1.0, detector="residuals", passes=None, generalized=False,
-             preconditioned=False):
+             preconditioned=False, everywhere=False):
     """Settings with the defaults of their precision and number of pairs filled in.
 
     Raises
@@ -136,4 +137,4 @@ def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_to
         detector=_one_of("detector", detector, tuple(DETECTORS)),
         passes=default_passes if passes is None else whole("passes", passes, 1),
         generalized=generalized, preconditioned=preconditioned,
-        uses_lapack=team.size <= MOST_FOR_LAPACK)
+        uses_lapack=team.size <= MOST_FOR_LAPACK, everywhere=everywhere)
