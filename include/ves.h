@@ -22,6 +22,11 @@
 #include <stdbool.h>
 #include <stddef.h>
 
+/* Release of this header; VesGetVersion tells that of the library. */
+#define VES_VERSION_MAJOR 0
+#define VES_VERSION_MINOR 1
+#define VES_VERSION_PATCH 0
+
 #if defined(__GNUC__) || defined(__clang__)
 #define VES_EXPORT __attribute__((visibility("default")))
 #else
@@ -78,7 +83,7 @@ typedef enum VesSolverType VES_ENUM_BASE {
 
 /// Standard or generalized problem.
 typedef enum VesProblemType VES_ENUM_BASE {
-  VES_PROBLEM_STANDARD = 0,   ///< A x = lambda x, a B operator is ignored
+  VES_PROBLEM_STANDARD = 0,   ///< A x = lambda x; of a B operator only the scalar type is looked at
   VES_PROBLEM_GENERALIZED = 1 ///< A x = lambda B x, when a B operator is given
 } VesProblemType;
 
@@ -120,11 +125,17 @@ typedef struct VesSolverBase* VesSolver;
 /// \param shellData  the pointer given to VesMatrixSetShellMatVec
 /// \param x,y        first elements of the local parts, column-major, element type of the handle
 /// \param nRows      local rows n of both blocks
-/// \param nCols      columns of both blocks
-/// \param ld         leading dimension of both blocks
-/// Called on the processes that hold at least one row, with their own rows. It may communicate
-/// among those; a process without rows is never called, so a routine that needs all processes
-/// must work on a communicator of those that hold rows.
+/// \param nCols      columns of both blocks; differs from call to call
+/// \param ld         leading dimension of both blocks, at least n; differs from call to call
+/// x is read-only. y holds anything at entry and is written whole, n rows of all columns. The two
+/// never overlap. A is Hermitian, B and T are Hermitian and positive definite. T turns residuals
+/// into directions: the nearer it is to the inverse of A - sigma B, with sigma below the spectrum,
+/// the fewer iterations. None of this is tested.
+///
+/// Called on the processes that hold at least one row, with their own rows, in the same order and
+/// with the same number of columns. It may communicate among those; one that needs all processes
+/// asks for it by VesMatrixSetCalledEverywhere. No exception may leave it: a failure is told by NaN
+/// in y, which ends the run.
 typedef void (*VesShellMatVec)(void* shellData, void* x, void* y, int nRows, int nCols, int ld);
 
 /* ------------------------------------------------------------------ operators */
@@ -144,6 +155,12 @@ VES_EXPORT VesReturnCode VesMatrixSetDim(VesMatrix matrix, int nRows, int nCols)
 /// \return -7 matrix is null; -6 not a shell operator; -4 unknown scalar type; 0
 VES_EXPORT VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
                                                  VesShellMatVec matVec) VES_NOEXCEPT;
+
+/// Lets the routine be called on processes without rows, too (default off), for one that needs
+/// every process: there as often as elsewhere and with the same number of columns, n = 0, and x and
+/// y that may be null. To be set alike on all processes; holds for every call of the library.
+/// \return -7 matrix is null; -6 not a shell operator; 0
+VES_EXPORT VesReturnCode VesMatrixSetCalledEverywhere(VesMatrix matrix, bool isOn) VES_NOEXCEPT;
 
 /// \return the user data of a shell operator; null for a null handle or another kind
 VES_EXPORT void* VesMatrixGetShellUserData(VesMatrix matrix) VES_NOEXCEPT;
@@ -165,7 +182,9 @@ VES_EXPORT VesReturnCode VesVectorCreate(VesVector* out, VesScalarType scalarTyp
 /// \return -7 vector is null; -1 comm is MPI_COMM_NULL; -4 slot is neither 0 nor 1; 0
 VES_EXPORT VesReturnCode VesVectorSetComm(VesVector vector, int slot, MPI_Comm comm) VES_NOEXCEPT;
 
-/// Stores the local rows and the columns of a block; its leading dimension is not changed.
+/// Stores the local rows and the columns of a block. Its leading dimension and its storage stay as
+/// they are, also the storage that a replica got for the shape it had: it is the caller who keeps
+/// the shape within them.
 /// \return -7 vector is null; -1 a dimension is negative; 0
 VES_EXPORT VesReturnCode VesVectorSetDim(VesVector vector, int nRows, int nCols) VES_NOEXCEPT;
 
@@ -179,25 +198,30 @@ VES_EXPORT VesReturnCode VesVectorDenseSetValues(VesVector vector, void* values,
 VES_EXPORT void* VesVectorDenseGetValues(VesVector vector) VES_NOEXCEPT;
 
 /// Creates a block of the same shape and communicators as src. With allocate it gets storage of
-/// its own, uninitialised; with allocate and copy it gets the values of src. Without allocate
-/// copy is ignored. A leading dimension below the rows, of a shape that never got storage, is
-/// raised to them. On failure after the creation the new handle is the caller's to destroy.
+/// its own of ld k numbers, uninitialised, where a leading dimension below the rows, of a shape
+/// that never got storage, is raised to them; with allocate and copy it gets the values of src.
+/// Without allocate it keeps the leading dimension, and copy is ignored. On failure after the
+/// creation the new handle is the caller's to destroy.
 /// \return -7 src or out is null; -5, -4 as VesVectorCreate; -7 src is without values to copy;
 ///         -1 the storage cannot be had (beyond 32 bits or out of memory); 0
 VES_EXPORT VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool allocate,
                                             bool copy) VES_NOEXCEPT;
 
 /// Euclidean norm of each column of the distributed block x (n x k) into norms (k x 1).
-/// Collective over the communicator of norms, where the verdicts after the first are agreed on.
-/// \return -7 x or norms is null; -7 x or norms is without storage; -6 norms is not k x 1;
-///         -4 x is of another scalar type; -1 ld of norms below its rows; 0
+/// Collective over the communicator of x, where the verdicts after the first are agreed on.
+/// \return -7 x or norms is null; -6 norms is not k x 1; -4 x is of another scalar type;
+///         -7 a block without storage; -1 ld of norms below its rows; -5 the communicators of x and
+///         norms are not of the same processes in the same order; -5 processes disagree on k, or on
+///         ld of norms; 0
 VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEPT;
 
 /// Residuals R = A X - B X diag(D) of k pairs: X and R n x k, D k x 1. B may be null.
-/// Collective as far as the routines of A and B are; each process checks its own operands.
-/// \return -1 A, X, D or R is null; -5 scalar types differ; -7 a block without storage or an
-///         operator without a routine; -1 ld below the rows, or a block beyond 32 bits;
-///         -6 shapes, or the communicators of X and R, disagree; 0
+/// Collective as far as the routines of A and B are; each process checks its own operands. Takes
+/// the storage of X once more, with B twice.
+/// \return -1 A, X, D or R is null; -6 shapes, or communicators or scalar types of X and R, differ;
+///         -5 scalar types differ; -7 a block without storage or an operator without a routine;
+///         -1 ld below the rows, or a block beyond 32 bits; -1 this process cannot have the
+///         storage, which the others are not told; 0
 VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                         VesVector R) VES_NOEXCEPT;
 
@@ -288,20 +312,25 @@ VES_EXPORT VesReturnCode VesGetSolverIter(VesSolver solver, int* iter) VES_NOEXC
 VES_EXPORT VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) VES_NOEXCEPT;
 
 /// Computes the k lowest eigenpairs. X (n x k, rows distributed) holds the initial guess on entry
-/// and the eigenvectors on return, D (k x 1, on every process) receives the eigenvalues in
-/// ascending order, but for rounding errors among close ones. B and the preconditioner T may be
-/// null; B is used only in the generalized problem. Not converging is not an error: compare
-/// VesGetSolverConv with k. When the guess, completed with random columns, spans fewer than k
-/// directions, the pairs beyond its rank are zero vectors with the value +infinity.
+/// and the eigenvectors on return, X^H B X = I with B = I in the standard problem. D (k x 1, on
+/// every process) receives the eigenvalues in ascending order, but for rounding errors among close
+/// ones. B and the preconditioner T may be null; B is used only in the generalized problem. Not
+/// converging is not an error: compare VesGetSolverConv with k. When the guess, completed with
+/// random columns, spans fewer than k directions, the pairs beyond its rank are zero vectors with
+/// the value +infinity.
 ///
 /// Collective over both communicators of X. All verdicts after the first are agreed on over the
-/// first communicator: all processes return the same code.
+/// first communicator, the last one over both: all processes return the same code. The workspace is
+/// allocated before anything is computed. What the dense eigensolver and the orthogonalizer take
+/// beside it while they work is not: where that cannot be had, the program ends.
 /// \return -1 solver, A, X or D is null; -5 scalar types differ; -5 the columns of X differ from
-///         the rows of D, or D has not one column; -4 X or D is no dense block; -7 X (where it has
-///         rows) or D is without storage, or an operator that is used has no routine; -5 the
-///         communicators of X and D differ; -1 ld below the rows of X or D, more than 10922 pairs,
-///         or a workspace of 3 k columns beyond 32 bits; -5 processes disagree on k, or on whether
-///         there is a monitor; 0
+///         the rows of D, or D has not one column; -4 X or D is no dense block; -7 X or D (where
+///         they have entries) is without storage, or an operator that is used has no routine;
+///         -5 the communicators of X and D differ; -1 ld below the rows of X (where it has columns)
+///         or D, or a run beyond 32 bits, as VesSolverMemory tells before; -5 processes disagree on
+///         k, on the kind or a setting of the solver, on whether there is a monitor, a T, or a B
+///         that is used, or on where an operator is called; -1 some process cannot have the
+///         workspace; 0
 VES_EXPORT VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix T,
                                       VesVector X, VesVector D) VES_NOEXCEPT;
 
@@ -330,7 +359,8 @@ VES_EXPORT VesReturnCode VesGetSolverReason(VesSolver solver, VesSolverReason* r
 /// A short text for a reason; static, for any number.
 VES_EXPORT const char* VesReasonString(VesSolverReason reason) VES_NOEXCEPT;
 
-/// What the last run of a solver cost on this process.
+/// What the last run of a solver cost on this process. Later releases may add fields in the room
+/// kept for them; the size stays.
 typedef struct VesSolverStats {
   long long columnsA;      ///< columns that A was applied to
   long long columnsB;      ///< columns that B was applied to
@@ -340,6 +370,7 @@ typedef struct VesSolverStats {
   double secondsOperators; ///< in the routines of A, B and T
   double secondsDense;     ///< in dense factorizations and eigendecompositions
   double secondsTotal;     ///< of the whole run
+  long long reserved[8];   ///< room, zero
 } VesSolverStats;
 
 /// What the last run cost on this process; zeros before the first.
@@ -395,18 +426,24 @@ VES_EXPORT VesReturnCode VesSolverSetRankRevealerType(VesSolver solver,
 VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_NOEXCEPT;
 
 /// Forecast of the bytes that a run takes on this process beside the caller's blocks, for nRows
-/// local rows (and leading dimension) and nCols pairs, as the solver is set now.
-/// \return -7 solver or bytes is null; -1 a dimension is negative; 0
+/// local rows (and leading dimension) and nCols pairs, as the solver is set now. A run that leaves
+/// 32 bits is refused: with k pairs and b = min(k, batch limit or sub-block) the widest block has
+/// 3 k columns, of VES_LOBPCG_BATCH k + 2 b, and must hold less than 2^31 entries on each process;
+/// the largest dense problem is of order 3 k, of the other two max(k, 3 b), and at most 32765; PPCG
+/// also keeps ceil(k / b) tiles of order 3 b, less than 2^31 entries in all.
+/// \return -7 solver or bytes is null; -1 a dimension is negative; -1 a run would be refused; 0
 VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols, bool generalized,
                                          size_t* bytes) VES_NOEXCEPT;
 
 /// Recomputes k pairs: the largest 2-norm of A x - lambda B x, and the largest entry of
 /// |X^H B X - I|. B may be null. Not a number where a pair is not finite.
 /// Collective over X's communicator, where all verdicts but the first two are agreed on; takes the
-/// storage of X twice more, with B three times, and k^2 numbers.
+/// storage of X once more, with B twice, and k^2 numbers.
 /// \return -1 A, X or D is null; -7 maxResidual or maxOrthoError is null; -5 scalar types differ;
 ///         -7 a block without storage or an operator without a routine; -1 ld below the rows, or a
-///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k; 0
+///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k, on whether
+///         there is a B, or on where an operator is called; -1 some process cannot have the
+///         storage; 0
 VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                             double* maxResidual,
                                             double* maxOrthoError) VES_NOEXCEPT;

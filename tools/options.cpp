@@ -78,7 +78,7 @@ void DescribeModel(CLI::App& app, ProblemOptions& problem) {
 
 void DescribeRun(CLI::App& app, SolverOptions& solver, PreconditionerOptions& preconditioner) {
   app.add_option("-k,--pairs", solver.pairs, "lowest pairs to compute; 6")
-      ->check(Between(1, 10922))
+      ->check(Between(1, 32765))
       ->group("Problem");
   app.add_option(
          "--tol", solver.tolerance,

@@ -45,7 +45,8 @@ module ves
   end type VesComplexFloatOperator
 
   !> y = Op x for the n local rows and k columns of a block; both arrays are n x k and contiguous.
-  !> Called on the processes that hold at least one row; it may communicate among those.
+  !> Called on the processes that hold at least one row; it may communicate among those. One that
+  !> needs all processes asks for it by VesMatrixSetCalledEverywhere.
   abstract interface
     subroutine ApplyDouble(self, x, y)
       import :: VesDoubleOperator, real64
@@ -139,6 +140,12 @@ module ves
       integer, intent(in) :: nRows, nCols
       integer, intent(out), optional :: ierror
     end subroutine VesMatrixSetDim
+    !> Calls the operator on processes without rows, too, with arrays of no rows (default off).
+    module subroutine VesMatrixSetCalledEverywhere(matrix, isOn, ierror)
+      type(VesMatrix), intent(in) :: matrix
+      logical, intent(in) :: isOn
+      integer, intent(out), optional :: ierror
+    end subroutine VesMatrixSetCalledEverywhere
     !> \return the operator that was set; null when there is none, or a routine of C
     module function VesMatrixGetShellUserData(matrix) result(op)
       type(VesMatrix), intent(in) :: matrix

@@ -40,6 +40,12 @@ module ves_c
       integer(c_int), intent(out) :: number
       integer(c_int) :: code
     end function GetFunction
+    function SwitchFunction(handle, isOn) bind(c) result(code)
+      import :: c_bool, c_int, c_ptr
+      type(c_ptr), value :: handle
+      logical(c_bool), value :: isOn
+      integer(c_int) :: code
+    end function SwitchFunction
     function TextFunction(number) bind(c) result(text)
       import :: c_int, c_ptr
       integer(c_int), value :: number
@@ -71,6 +77,8 @@ module ves_c
   procedure(SetDoubleFunction), bind(c, name='VesSolverSetPPCGLockFactor') :: c_set_ppcg_lock_factor
   procedure(SetTwoFunction), bind(c, name='VesMatrixSetDim') :: c_matrix_set_dim
   procedure(SetTwoFunction), bind(c, name='VesVectorSetDim') :: c_vector_set_dim
+  procedure(SwitchFunction), bind(c, name='VesMatrixSetCalledEverywhere') :: c_set_called_everywhere
+  procedure(SwitchFunction), bind(c, name='VesSolverSetSelfCheck') :: c_set_self_check
   procedure(GetFunction), bind(c, name='VesGetSolverIter') :: c_get_iter
   procedure(GetFunction), bind(c, name='VesGetSolverConv') :: c_get_conv
   procedure(GetFunction), bind(c, name='VesGetSolverReason') :: c_get_reason
@@ -133,12 +141,6 @@ module ves_c
       real(c_double), intent(out) :: maxResidual, maxOrthoError
       integer(c_int) :: code
     end function c_check
-    function c_set_self_check(solver, isOn) bind(c, name='VesSolverSetSelfCheck') result(code)
-      import :: c_bool, c_int, c_ptr
-      type(c_ptr), value :: solver
-      logical(c_bool), value :: isOn
-      integer(c_int) :: code
-    end function c_set_self_check
     function c_set_monitor(solver, monitor, userData) bind(c, name='VesSolverSetMonitor') &
         result(code)
       import :: c_funptr, c_int, c_ptr

@@ -18,6 +18,11 @@ contains
     call Finish('VesMatrixSetDim', c_matrix_set_dim(matrix%handle, nRows, nCols), ierror)
   end procedure VesMatrixSetDim
 
+  module procedure VesMatrixSetCalledEverywhere
+    call Finish('VesMatrixSetCalledEverywhere', &
+                c_set_called_everywhere(matrix%handle, logical(isOn, c_bool)), ierror)
+  end procedure VesMatrixSetCalledEverywhere
+
   module procedure SetDoubleOperator
     call SetOperator(matrix, op, VES_DOUBLE, c_funloc(CallDouble), ierror)
   end procedure SetDoubleOperator

@@ -65,6 +65,7 @@ module ves_types
     integer(c_long_long) :: bytesReduced !< bytes that this process gave to them
     real(c_double) :: secondsOperators   !< in the routines of A, B and T
     real(c_double) :: secondsDense       !< in dense factorizations and eigendecompositions
-    real(c_double) :: secondsTotal
+    real(c_double) :: secondsTotal       !< of the whole run
+    integer(c_long_long), private :: reserved(8)
   end type VesSolverStats
 end module ves_types

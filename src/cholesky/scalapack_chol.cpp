@@ -3,6 +3,7 @@
 #include "../data/finite_entries.h"
 #include "../parallel/run_meter.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace Ves {
@@ -21,7 +22,7 @@ VesReturnCode ScaLapackChol<Scalar>::RunChol(VesVectorBase& vecM, int& info, cha
 template <typename Scalar>
 VesReturnCode ScaLapackChol<Scalar>::RunScaLapackChol(VectorDense<Scalar>& vecM, int& info,
                                                       char uplo) {
-  if (vecM.nCols < threshold) return LapackChol<Scalar>::RunChol(vecM, info, uplo);
+  if (vecM.nCols < std::max(threshold, 1)) return LapackChol<Scalar>::RunChol(vecM, info, uplo);
 
   const RunMeter::DenseTime timed;
   // Process 0 decides for all whether the matrix may go to the grid: the one-process path deals
@@ -43,6 +44,7 @@ VesReturnCode ScaLapackChol<Scalar>::RunScaLapackChol(VectorDense<Scalar>& vecM,
   VES_ASSERT_GOOD(vecM.Set2Zero());
   blacs->DistributeLocalData(vecM.values, vecM.ld, local.data());
   vecM.AllReduce(MPI_SUM, vecM.comm);
+  vecM.BroadCast(vecM.auxComm);
   info = this->JudgeFactor(vecM, uplo, info);
   return VES_GOOD;
 }

@@ -17,6 +17,7 @@ public:
     matrixType = inner.matrixType;
     nRows = inner.nRows;
     nCols = inner.nCols;
+    isCalledEverywhere = inner.isCalledEverywhere;
   }
 
   VesReturnCode Apply(const VesVectorBase& x, VesVectorBase& y) const override {

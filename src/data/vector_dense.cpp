@@ -78,7 +78,7 @@ bool VectorDense<Scalar>::IsEqual(const VesVectorBase& other) const {
 template <typename Scalar>
 int VectorDense<Scalar>::NumEntries() const {
   const std::int64_t entries = static_cast<std::int64_t>(ld) * this->nCols;
-  if (entries > std::numeric_limits<int>::max()) throw std::bad_array_new_length();
+  if (entries < 0 || entries > std::numeric_limits<int>::max()) throw std::bad_array_new_length();
   return static_cast<int>(entries);
 }
 

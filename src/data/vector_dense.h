@@ -54,7 +54,7 @@ public:
 
   /// Releases what it owns and allocates ld x nCols entries, 64-byte aligned and uninitialised,
   /// with a column of slack behind them.
-  /// Throws std::bad_array_new_length when their number exceeds 32 bits.
+  /// Throws std::bad_array_new_length when their number is negative or exceeds 32 bits.
   VesReturnCode AllocateMem() override;
   /// Releases owned storage. The address is kept: allocate or set storage before the next use.
   VesReturnCode FreeMem() override;
@@ -122,7 +122,7 @@ public:
   /// this = X + sign Y diag(D); this may be X. \return -6 shapes disagree; -4 not dense; 0
   VesReturnCode ScaleAdd(const VesVectorBase& vecX, const VesVectorBase& vecY,
                          const VesVectorBase& vecD, int sign) override;
-  /// Moves the columns j with |values[j]| < |tol| to the front and counts them; neither group
+  /// Moves the columns j with |flags[j]| < |tol| to the front and counts them; neither group
   /// keeps its order, and flags (nCols x 1) is not permuted.
   /// \return -1 flags is not nCols x 1; -7 a block has no storage; -5 not dense; 0
   VesReturnCode PermuteCols(const VesVectorBase& flags, double tol, int& count) override;

@@ -191,10 +191,11 @@ VesReturnCode VectorDense<Scalar>::EigResidual(const VesMatrixBase& matA, const 
   VectorDense vecAX, vecBX;
   VES_ASSERT_GOOD(vecAX.DuplicateShape(vecX));
   VES_ASSERT_GOOD(vecBX.DuplicateShape(vecX));
+  // All storage first: an operator may wait for a process that finds none.
   VES_ASSERT_GOOD(vecAX.AllocateMem());
+  if (matB.IsPresent()) VES_ASSERT_GOOD(vecBX.AllocateMem());
   VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
   if (matB.IsPresent()) {
-    VES_ASSERT_GOOD(vecBX.AllocateMem());
     VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
     this->ScaleAdd(vecAX, vecBX, lambda, -1);
     VES_ASSERT_GOOD(vecBX.FreeMem());

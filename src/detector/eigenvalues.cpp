@@ -2,6 +2,8 @@
 
 #include "flag_pairs.h"
 
+#include <algorithm>
+
 namespace Ves {
 
 template <typename Scalar>
@@ -31,7 +33,7 @@ VesReturnCode Eigenvalues<Scalar>::RunDense(const VectorDense<Scalar>& vecR,
   const auto passes = [&](int j) {
     return IsBelow<Scalar>(static_cast<double>(std::abs(workD(j) - vecD(j))), threshold);
   };
-  FlagPairs(idxs, workD.nRows, vecR.nCols, passes, dummy, nLeading);
+  FlagPairs(idxs, workD.nRows, std::min(vecR.nCols, idxs.nRows), passes, dummy, nLeading);
   return VES_GOOD;
 }
 

@@ -16,10 +16,11 @@ public:
 
   virtual ~VesDenseEigenSolver() = default;
 
-  /// Replaces vecM (k x k) by its eigenvectors and vecD (k x 1) by its eigenvalues in ascending
-  /// order, the same on every process. info is 0 on success; 1 when the matrix has a non-finite
-  /// entry, which leaves both blocks alone; otherwise the library routine's. Collective over
-  /// vecM's comm, then over its auxComm.
+  /// Replaces vecM (k x k) by its eigenvectors, without jobz 'V' by anything, and vecD (k x 1) by
+  /// its eigenvalues in ascending order, the same on every process. info is 0 on success; 1 when
+  /// the matrix of process 0 has a non-finite entry: both blocks then stay as they are there, and
+  /// the others may get copies of them; otherwise the library routine's, and both blocks are
+  /// without meaning. Collective over vecM's comm, then over its auxComm.
   /// \return -6 shapes disagree; -5 not dense blocks of the scalar type; 0
   virtual VesReturnCode RunEvd(VesVectorBase& vecM, VesVectorBase& vecD, int& info) = 0;
 };

@@ -29,7 +29,7 @@ VesReturnCode ScaLapackDiag<Scalar>::RunEvd(VesVectorBase& vecM, VesVectorBase& 
 template <typename Scalar>
 VesReturnCode ScaLapackDiag<Scalar>::RunScaLapackEvd(VectorDense<Scalar>& vecM,
                                                      VectorDense<Scalar>& vecD, int& info) {
-  if (vecM.nCols < threshold) return LapackDiag<Scalar>::RunEvd(vecM, vecD, info);
+  if (vecM.nCols < std::max(threshold, 1)) return LapackDiag<Scalar>::RunEvd(vecM, vecD, info);
 
   const RunMeter::DenseTime timed;
   // The distributed eigensolver never returns from a NaN; process 0 decides for all.

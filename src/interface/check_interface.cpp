@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <new>
 
 using namespace Ves;
 
@@ -28,37 +29,52 @@ VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B,
   return X.nCols == D.nRows && D.nCols == 1 ? VES_GOOD : VES_ERR_INCOMPATIBLE;
 }
 
+/// The pairs that are looked at, and what it takes to do so.
 template <typename Scalar>
-double LargestResidual(const VesMatrixBase& A, const VesMatrixBase& B, const VectorDense<Scalar>& X,
-                       const VectorDense<Scalar>& D) {
-  VectorDense<Scalar> R(X.comm, X.auxComm, X.nRows, X.nCols, X.ld);
-  VectorDense<Scalar> norms(X.comm, X.auxComm, X.nCols, 1, X.nCols);
-  VES_ASSERT_GOOD(R.AllocateMem());
-  VES_ASSERT_GOOD(norms.AllocateMem());
-  VES_ASSERT_GOOD(R.EigResidual(A, B, X, D));
-  VES_ASSERT_GOOD(norms.Norm(R));
-  double largest = 0.0;
-  for (int j = 0; j < X.nCols; ++j)
-    largest = Larger(largest, static_cast<double>(std::abs(norms(j))));
-  return largest;
-}
+struct PairCheck {
+  const VesMatrixBase &A, &B;
+  const VectorDense<Scalar>&X, &D;
+  VectorDense<Scalar> AX{X.comm, X.auxComm, X.nRows, X.nCols, X.ld};
+  VectorDense<Scalar> imageB{X.comm, X.auxComm, X.nRows, X.nCols, X.ld}; ///< storage only with a B
+  VectorDense<Scalar> norms{X.comm, X.auxComm, X.nCols, 1, X.nCols};
+  VectorDense<Scalar> gram{X.comm, X.auxComm, X.nCols, X.nCols, X.nCols};
 
-template <typename Scalar>
-double LargestOrthoError(const VesMatrixBase& B, const VectorDense<Scalar>& X) {
-  VectorDense<Scalar> BX(X.comm, X.auxComm, X.nRows, X.nCols, X.ld);
-  VectorDense<Scalar> gram(X.comm, X.auxComm, X.nCols, X.nCols, X.nCols);
-  VES_ASSERT_GOOD(BX.AllocateMem());
-  VES_ASSERT_GOOD(gram.AllocateMem());
-  VES_ASSERT_GOOD(B.IsPresent() ? B.Apply(X, BX) : BX.CopyData(X));
-  VES_ASSERT_GOOD(gram.InnerProduct(X, BX));
-  double largest = 0.0;
-  for (int j = 0; j < X.nCols; ++j)
-    for (int i = 0; i < X.nCols; ++i) {
-      const Scalar expected = i == j ? MathConstants<Scalar>::ONE : MathConstants<Scalar>::ZERO;
-      largest = Larger(largest, static_cast<double>(std::abs(gram(i, j) - expected)));
+  /// Local. \return -1 the storage cannot be had here; 0
+  VesReturnCode Allocate() {
+    try {
+      for (VectorDense<Scalar>* const block : {&AX, &norms, &gram})
+        VES_ASSERT_GOOD(block->AllocateMem());
+      if (B.IsPresent()) VES_ASSERT_GOOD(imageB.AllocateMem());
+    } catch (const std::bad_alloc&) {
+      return VES_ERR_INVALID_VALUE;
     }
-  return largest;
-}
+    return VES_GOOD;
+  }
+
+  const VectorDense<Scalar>& BX() const { return B.IsPresent() ? imageB : X; }
+
+  double LargestResidual() {
+    VES_ASSERT_GOOD(A.Apply(X, AX));
+    VES_ASSERT_GOOD(B.Apply(X, imageB));
+    VES_ASSERT_GOOD(AX.ScaleAdd(AX, BX(), D, -1));
+    VES_ASSERT_GOOD(norms.Norm(AX));
+    double largest = 0.0;
+    for (int j = 0; j < X.nCols; ++j)
+      largest = Larger(largest, static_cast<double>(std::abs(norms(j))));
+    return largest;
+  }
+
+  double LargestOrthoError() {
+    VES_ASSERT_GOOD(gram.InnerProduct(X, BX()));
+    double largest = 0.0;
+    for (int j = 0; j < X.nCols; ++j)
+      for (int i = 0; i < X.nCols; ++i) {
+        const Scalar expected = i == j ? MathConstants<Scalar>::ONE : MathConstants<Scalar>::ZERO;
+        largest = Larger(largest, static_cast<double>(std::abs(gram(i, j) - expected)));
+      }
+    return largest;
+  }
+};
 
 } // namespace
 
@@ -74,10 +90,13 @@ VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVecto
     const bool sameType = A->scalarType == X->scalarType && AllDense<Scalar>(*X, *D) &&
                           (!matB.IsPresent() || matB.scalarType == X->scalarType);
     if (sameType) verdict = LocalVerdict(*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
-    verdict = AgreeOn(verdict, {X->nCols}, X->comm);
+    verdict = AgreeOn(verdict, {X->nCols, PartOf(*A), PartOf(matB)}, X->comm);
     if (verdict != VES_GOOD) return verdict;
-    *maxResidual = LargestResidual(*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
-    *maxOrthoError = LargestOrthoError(matB, AsDense<Scalar>(*X));
+    PairCheck<Scalar> check{*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D)};
+    verdict = AgreeOn(check.Allocate(), {}, X->comm);
+    if (verdict != VES_GOOD) return verdict;
+    *maxResidual = check.LargestResidual();
+    *maxOrthoError = check.LargestOrthoError();
     return VES_GOOD;
   });
 }

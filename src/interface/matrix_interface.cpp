@@ -36,6 +36,13 @@ VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
   });
 }
 
+VesReturnCode VesMatrixSetCalledEverywhere(VesMatrix matrix, bool isOn) noexcept {
+  if (matrix == nullptr) return VES_ERR_NULL_POINTER;
+  if (matrix->matrixType != VES_MATRIX_SHELL) return VES_ERR_INCOMPATIBLE;
+  matrix->isCalledEverywhere = isOn;
+  return VES_GOOD;
+}
+
 void* VesMatrixGetShellUserData(VesMatrix matrix) noexcept {
   if (matrix == nullptr || matrix->matrixType != VES_MATRIX_SHELL) return nullptr;
   return DispatchScalar<void*>(matrix->scalarType, nullptr, [&](auto tag) -> void* {

@@ -8,6 +8,7 @@
 #include "../orthogonalizer/orthogonalizer.h"
 #include "../projector/ortho_projector.h"
 
+#include <array>
 #include <memory>
 #include <optional>
 
@@ -58,13 +59,32 @@ struct VES_EXPORT VesSolverBase {
 
   /// Computes the lowest eigenpairs of A x = lambda x or A x = lambda B x with preconditioner T,
   /// for as many as X has columns. Collective over X's communicators.
-  /// \return -4 X or D is not a dense block of the solver's scalar type; 0
+  /// \return -4 X or D is not a dense block of the solver's scalar type; -1 the workspace cannot be
+  ///         had on some process, nothing has changed; 0
   virtual VesReturnCode Solve(const VesMatrixBase& matA, const VesMatrixBase& matB,
                               const VesMatrixBase& matT, VesVectorBase& vecX,
                               VesVectorBase& vecD) const = 0;
 
-  /// Bytes that a run takes for nRows local rows and nCols pairs.
-  virtual std::size_t Memory(int nRows, int nCols, bool generalized) const = 0;
+  /// Bytes that a run takes for nRows local rows and nCols pairs; 0 from a solver that cannot tell.
+  virtual std::size_t Memory(int, int, bool) const { return 0; }
+
+  /// Largest order whose workspaces in the dense eigensolvers stay within 32 bits: these hold up to
+  /// 2 n^2 + 8 n numbers and ask for them in single precision, rounded up.
+  static constexpr int largestDenseOrder = 32765;
+  /// What is largest in a run, in numbers that no size overflows.
+  struct RunSizes {
+    double tallColumns;  ///< of the widest block of distributed rows
+    double smallEntries; ///< of the largest matrix that every process holds whole
+    double denseOrder;   ///< of the largest dense eigenproblem
+  };
+  /// A run is refused where these leave 32 bits. The default knows of the caller's blocks alone.
+  virtual RunSizes LargestSizes(int nCols) const {
+    return {static_cast<double>(nCols), static_cast<double>(nCols), 0.0};
+  }
+
+  /// Settings that only the derived class has: like those of this class they must be the same on
+  /// all processes.
+  virtual std::array<int, 3> OwnSettings() const { return {}; }
 
   /// Each setter replaces its component and stores the kind.
   /// \return -4 unknown kind or scalar type, and nothing changes; 0

@@ -6,8 +6,10 @@
 #include "scalar_dispatch.h"
 
 #include <algorithm>
-#include <cstdint>
+#include <cstring>
+#include <iterator>
 #include <limits>
+#include <vector>
 
 using namespace Ves;
 
@@ -25,20 +27,61 @@ VesReturnCode CheckTypesAndShapes(const VesSolverBase& solver, const VesMatrixBa
   return VES_GOOD;
 }
 
+bool UsesB(const VesSolverBase& solver) {
+  return solver.problemType == VES_PROBLEM_GENERALIZED;
+}
+
+/// Sizes are 32-bit: of blocks, and of the workspaces of the dense eigensolvers.
+bool FitsSizes(const VesSolverBase& solver, int ld, int nCols) {
+  constexpr double most = std::numeric_limits<int>::max();
+  const auto sizes = solver.LargestSizes(nCols);
+  return ld * sizes.tallColumns <= most && sizes.smallEntries <= most &&
+         sizes.denseOrder <= VesSolverBase::largestDenseOrder;
+}
+
 /// What this process alone can see of the blocks and operators of a run.
 template <typename Scalar>
-VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B, const VesMatrixBase& T,
-                           const VectorDense<Scalar>& X, const VectorDense<Scalar>& D, bool usesB) {
+VesReturnCode LocalVerdict(const VesSolverBase& solver, const VesMatrixBase& A,
+                           const VesMatrixBase& B, const VesMatrixBase& T,
+                           const VectorDense<Scalar>& X, const VectorDense<Scalar>& D) {
   if (!HaveStorage(X, D)) return VES_ERR_NULL_POINTER;
-  if (LacksRoutine(A) || LacksRoutine(T) || (usesB && LacksRoutine(B))) return VES_ERR_NULL_POINTER;
+  if (LacksRoutine(A) || LacksRoutine(T)) return VES_ERR_NULL_POINTER;
+  if (UsesB(solver) && LacksRoutine(B)) return VES_ERR_NULL_POINTER;
   if (X.comm != D.comm || X.auxComm != D.auxComm) return VES_ERR_MISMATCH;
-  if (X.ld < X.nRows || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
-  // Sizes are 32-bit: of the tall blocks, and of the workspaces of the dense eigensolvers, which
-  // hold twice the square of the order.
-  constexpr std::int64_t largestOrder = 32767;
-  const std::int64_t widest = 3 * static_cast<std::int64_t>(std::max(X.nCols, 1));
-  const bool fits = widest <= largestOrder && X.ld * widest <= std::numeric_limits<int>::max();
-  return fits ? VES_GOOD : VES_ERR_INVALID_VALUE;
+  if ((X.nCols > 0 && X.ld < X.nRows) || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
+  return FitsSizes(solver, X.ld, X.nCols) ? VES_GOOD : VES_ERR_INVALID_VALUE;
+}
+
+/// All that steers the collective calls of a run: numbers that must be the same on all processes.
+std::vector<int> WhatMustAgree(const VesSolverBase& solver, const VesMatrixBase& A,
+                               const VesMatrixBase& B, const VesMatrixBase& T, int nPairs) {
+  const auto kindOf = [](const auto& chosen) { return chosen ? static_cast<int>(*chosen) : -1; };
+  std::vector<int> numbers{nPairs,
+                           solver.scalarType,
+                           solver.solverType,
+                           solver.problemType,
+                           PartOf(A),
+                           UsesB(solver) ? PartOf(B) : 0,
+                           PartOf(T),
+                           solver.monitor != nullptr ? 1 : 0,
+                           solver.maxIter,
+                           solver.maxOrthoIter,
+                           solver.denseEigenSolverType,
+                           solver.convergeDetectorType,
+                           kindOf(solver.chosenLockDetector),
+                           solver.orthogonalizerType,
+                           solver.orthoProjectorType,
+                           kindOf(solver.chosenRankRevealer),
+                           solver.selfCheck ? 1 : 0};
+  for (const double number : {solver.threshold, solver.mu}) { // bit by bit, also a NaN
+    int halves[2];
+    static_assert(sizeof(halves) == sizeof(number), "a double is two ints");
+    std::memcpy(halves, &number, sizeof(number));
+    numbers.insert(numbers.end(), std::begin(halves), std::end(halves));
+  }
+  const auto own = solver.OwnSettings();
+  numbers.insert(numbers.end(), own.begin(), own.end());
+  return numbers;
 }
 
 /// Changes a field that only one algorithm has, after the checks that all such setters make.
@@ -189,6 +232,7 @@ VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols, bool gener
                               size_t* bytes) noexcept {
   if (solver == nullptr || bytes == nullptr) return VES_ERR_NULL_POINTER;
   if (nRows < 0 || nCols < 0) return VES_ERR_INVALID_VALUE;
+  if (!FitsSizes(*solver, std::max(nRows, 1), nCols)) return VES_ERR_INVALID_VALUE;
   *bytes = solver->Memory(nRows, nCols, generalized);
   return VES_GOOD;
 }
@@ -229,10 +273,8 @@ VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix
     verdict = DispatchScalar(solver->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
       using Scalar = typename decltype(tag)::type;
       if (!AllDense<Scalar>(*X, *D)) return VES_ERR_UNSUPPORTED;
-      return LocalVerdict(*A, matB, matT, AsDense<Scalar>(*X), AsDense<Scalar>(*D),
-                          solver->problemType == VES_PROBLEM_GENERALIZED);
+      return LocalVerdict(*solver, *A, matB, matT, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
     });
-  const VesReturnCode agreed =
-      AgreeOn(verdict, {X->nCols, solver->monitor != nullptr ? 1 : 0}, X->comm);
-  return agreed == VES_GOOD ? solver->Solve(*A, matB, matT, *X, *D) : agreed;
+  verdict = AgreeOn(verdict, WhatMustAgree(*solver, *A, matB, matT, X->nCols), X->comm);
+  return verdict == VES_GOOD ? solver->Solve(*A, matB, matT, *X, *D) : verdict;
 }

@@ -1,7 +1,10 @@
 #include <ves.h>
 
+#define VES_QUOTE(number) #number
+#define VES_DOTTED(major, minor, patch) VES_QUOTE(major) "." VES_QUOTE(minor) "." VES_QUOTE(patch)
+
 const char* VesGetVersion(void) noexcept {
-  return VES_VERSION;
+  return VES_DOTTED(VES_VERSION_MAJOR, VES_VERSION_MINOR, VES_VERSION_PATCH);
 }
 
 const char* VesErrorString(VesReturnCode code) noexcept {

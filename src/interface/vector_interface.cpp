@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <new>
+#include <utility>
 
 using namespace Ves;
 
@@ -20,11 +21,33 @@ int LeadingDimension(const VesVectorBase& vec) {
                         [&](auto tag) { return AsDense<typename decltype(tag)::type>(vec).ld; });
 }
 
-/// The worst verdict of the processes of comm, so that none waits for one that refused.
-VesReturnCode AgreeOn(VesReturnCode verdict, MPI_Comm comm) {
-  int worst = verdict;
-  MPI_Allreduce(MPI_IN_PLACE, &worst, 1, MPI_INT, MPI_MIN, comm);
-  return static_cast<VesReturnCode>(worst);
+/// Sums over one are sums over the other.
+bool HaveSameProcesses(MPI_Comm a, MPI_Comm b) {
+  int result = MPI_UNEQUAL;
+  MPI_Comm_compare(a, b, &result);
+  return result == MPI_IDENT || result == MPI_CONGRUENT;
+}
+
+VesReturnCode CheckNorm(const VesVectorBase& x, const VesVectorBase& norms) {
+  if (x.nCols != norms.nRows || norms.nCols != 1) return VES_ERR_INCOMPATIBLE;
+  if (x.scalarType != norms.scalarType) return VES_ERR_UNSUPPORTED;
+  if (LacksStorage(x) || LacksStorage(norms)) return VES_ERR_NULL_POINTER;
+  if (LeadingDimension(norms) < norms.nRows) return VES_ERR_INVALID_VALUE;
+  return HaveSameProcesses(x.comm, norms.comm) ? VES_GOOD : VES_ERR_MISMATCH;
+}
+
+/// The shapes first, then what the composite operation would meet as a failed assertion.
+VesReturnCode CheckResidual(const VesMatrixBase& A, const VesMatrixBase& B, const VesVectorBase& X,
+                            const VesVectorBase& D, const VesVectorBase& R) {
+  if (!R.CompareDims(X) || D.nRows != X.nCols || D.nCols != 1) return VES_ERR_INCOMPATIBLE;
+  if (A.scalarType != X.scalarType || D.scalarType != X.scalarType) return VES_ERR_MISMATCH;
+  if (B.IsPresent() && B.scalarType != X.scalarType) return VES_ERR_MISMATCH;
+  if (LacksStorage(X) || LacksStorage(D) || LacksStorage(R)) return VES_ERR_NULL_POINTER;
+  if (LacksRoutine(A) || LacksRoutine(B)) return VES_ERR_NULL_POINTER;
+  for (const VesVectorBase* vec : {&X, &D, &R})
+    if (LeadingDimension(*vec) < vec->nRows) return VES_ERR_INVALID_VALUE;
+  const std::int64_t entries = static_cast<std::int64_t>(LeadingDimension(X)) * X.nCols;
+  return entries > std::numeric_limits<int>::max() ? VES_ERR_INVALID_VALUE : VES_GOOD;
 }
 
 } // namespace
@@ -102,17 +125,13 @@ VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool allocate, b
 
 VesReturnCode VesVectorNorm(VesVector x, VesVector norms) noexcept {
   if (x == nullptr || norms == nullptr) return VES_ERR_NULL_POINTER;
-  VesReturnCode verdict = VES_GOOD;
-  if (LacksStorage(*x) || LacksStorage(*norms))
-    verdict = VES_ERR_NULL_POINTER;
-  else if (x->nCols != norms->nRows || norms->nCols != 1)
-    verdict = VES_ERR_INCOMPATIBLE;
-  else if (x->scalarType != norms->scalarType)
-    verdict = VES_ERR_UNSUPPORTED;
-  else if (LeadingDimension(*norms) < norms->nRows)
-    verdict = VES_ERR_INVALID_VALUE;
-  verdict = AgreeOn(verdict, norms->comm);
-  return verdict == VES_GOOD ? norms->Norm(*x, true) : verdict;
+  const VesReturnCode verdict =
+      AgreeOn(CheckNorm(*x, *norms), {x->nCols, LeadingDimension(*norms)}, x->comm);
+  if (verdict != VES_GOOD || x->nCols == 0) return verdict; // no columns need no storage
+  const MPI_Comm given = std::exchange(norms->comm, x->comm);
+  const VesReturnCode code = norms->Norm(*x, true);
+  norms->comm = given;
+  return code;
 }
 
 VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
@@ -120,17 +139,13 @@ VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
   if (A == nullptr || X == nullptr || D == nullptr || R == nullptr) return VES_ERR_INVALID_VALUE;
   const VesMatrixEmpty empty;
   const VesMatrixBase& matB = B != nullptr ? *B : static_cast<const VesMatrixBase&>(empty);
-  // What the composite operation would otherwise meet as a failed assertion.
-  for (const VesScalarType scalarType : {A->scalarType, D->scalarType, R->scalarType,
-                                         matB.IsPresent() ? matB.scalarType : X->scalarType})
-    if (scalarType != X->scalarType) return VES_ERR_MISMATCH;
-  if (LacksStorage(*X) || LacksStorage(*D) || LacksStorage(*R)) return VES_ERR_NULL_POINTER;
-  if (LacksRoutine(*A) || LacksRoutine(matB)) return VES_ERR_NULL_POINTER;
-  for (const VesVectorBase* vec : {X, D, R})
-    if (LeadingDimension(*vec) < vec->nRows) return VES_ERR_INVALID_VALUE;
-  if (static_cast<std::int64_t>(LeadingDimension(*X)) * X->nCols > std::numeric_limits<int>::max())
+  const VesReturnCode verdict = CheckResidual(*A, matB, *X, *D, *R);
+  if (verdict != VES_GOOD) return verdict;
+  try {
+    return R->EigResidual(*A, matB, *X, *D);
+  } catch (const std::bad_alloc&) {
     return VES_ERR_INVALID_VALUE;
-  return R->EigResidual(*A, matB, *X, *D);
+  }
 }
 
 VesReturnCode VesVectorSetComm_f(VesVector vector, int slot, MPI_Fint comm) noexcept {

@@ -1,10 +1,12 @@
 #ifndef VES_KERNEL_BLACS_KERNEL_H
 #define VES_KERNEL_BLACS_KERNEL_H
 
+#include <ves.h>
+
 namespace Ves {
 
 /// Wrappers over the BLACS grid routines and the ScaLAPACK index tools, arguments by value.
-class BlacsKernel {
+class VES_EXPORT BlacsKernel {
 public:
   /// The default system context, from which a grid of all processes of the job is mapped.
   static int DefaultContext();

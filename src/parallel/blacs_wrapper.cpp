@@ -81,7 +81,7 @@ void BlacsBase::InitDesc(int* desc, MPI_Comm gridComm, int n) {
     ReplaceComm(gridComm);
     InitGrid();
   }
-  nb = std::min((n + npcol - 1) / npcol, 64);
+  nb = std::clamp((n + npcol - 1) / npcol, 1, 64);
   rsrc = csrc = 0;
   locRows = inGrid ? BlacsKernel::Numroc(n, nb, myrow, rsrc, nprow) : 0;
   locCols = inGrid ? BlacsKernel::Numroc(n, nb, mycol, csrc, npcol) : 0;

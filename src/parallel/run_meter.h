@@ -41,7 +41,8 @@ private:
   bool m_timesDense = false;
 };
 
-/// The one reduction of the library: MPI_Allreduce in place, counted by the current meter.
+/// MPI_Allreduce in place, counted by the current meter: what a run reduces goes this way. The
+/// agreements before it (agreement.h) do not.
 VES_EXPORT int ReduceInPlace(void* data, int count, MPI_Datatype type, MPI_Op op, MPI_Comm comm);
 
 } // namespace Ves

@@ -3,11 +3,13 @@
 #include "../data/finite_entries.h"
 #include "../data/metered_operator.h"
 #include "../orthogonalizer/pass_loop.h"
+#include "../parallel/agreement.h"
 #include "../parallel/mpi_wrapper.h"
 #include "../parallel/run_meter.h"
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <vector>
 
 namespace Ves {
@@ -23,20 +25,57 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
                                          const VesMatrixBase& matP, VesVectorBase& vecQ,
                                          VesVectorBase& vecW) const {
   if (!AllDense<Scalar>(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
+  if (vecQ.nCols == 0) return SolveNothing();
   const RunMeter meter;
   const double start = MPI_Wtime();
   const int givenOrthoIter = maxOrthoIter, givenInnerIter = maxOrthoInnerIter;
+  const int givenIter = iter, givenConv = nConv;
   const MeteredOperator a(matA), b(matB), t(matP);
   meteredA = &a;
   const VesReturnCode code = SolveDense(a, b, t, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
   meteredA = nullptr;
   maxOrthoIter = givenOrthoIter;
   maxOrthoInnerIter = givenInnerIter;
-  stats = {a.columns,          b.columns,          t.columns,
-           meter.reductions,   meter.bytesReduced, a.seconds + b.seconds + t.seconds,
-           meter.secondsDense, MPI_Wtime() - start};
+  if (code != VES_GOOD) { // what is known of the run before stays
+    iter = givenIter;
+    nConv = givenConv;
+    return code;
+  }
+  stats = {};
+  stats.columnsA = a.columns;
+  stats.columnsB = b.columns;
+  stats.columnsT = t.columns;
+  stats.reductions = meter.reductions;
+  stats.bytesReduced = meter.bytesReduced;
+  stats.secondsOperators = a.seconds + b.seconds + t.seconds;
+  stats.secondsDense = meter.secondsDense;
+  stats.secondsTotal = MPI_Wtime() - start;
   reason = FindReason(vecQ.nCols);
-  return code;
+  return VES_GOOD;
+}
+
+template <typename Scalar>
+VesReturnCode BlockSolver<Scalar>::SolveNothing() const {
+  iter = nConv = 0;
+  stats = {};
+  reason = VES_REASON_CONVERGED;
+  return VES_GOOD;
+}
+
+template <typename Scalar>
+VesReturnCode BlockSolver<Scalar>::AllocateOnAll(const std::vector<Block*>& blocks) const {
+  VesReturnCode verdict = VES_GOOD;
+  try {
+    for (Block* const block : blocks)
+      VES_ASSERT_GOOD(block->AllocateMem());
+  } catch (const std::bad_alloc&) {
+    verdict = VES_ERR_INVALID_VALUE;
+  }
+  for (const MPI_Comm comm : {rowComm, secondComm})
+    verdict = AgreeOn(verdict, {}, comm);
+  for (Block* const block : blocks)
+    if (verdict != VES_GOOD) VES_ASSERT_GOOD(block->FreeMem());
+  return verdict;
 }
 
 template <typename Scalar>

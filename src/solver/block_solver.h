@@ -42,6 +42,7 @@ public:
                       const VesMatrixBase& matP, VesVectorBase& vecQ,
                       VesVectorBase& vecW) const override;
   /// vecQ holds the guess on entry and the eigenvectors on return, vecW the eigenvalues.
+  /// \return as AllocateOnAll
   virtual VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                    const VesMatrixBase& matP, Block& vecQ, Block& vecW) const = 0;
 
@@ -54,6 +55,11 @@ protected:
 
   /// Installs lock detector and rank revealer: those the caller chose, or else these.
   void InstallRunComponents(VesConvergeDetectorType lock, VesOrthogonalizerType rank) const;
+
+  /// Storage for the blocks of a run, before anything is computed: on all processes or on none.
+  /// Collective over both communicators, with reductions that do not count as those of the run.
+  /// \return -1 some process cannot have it, and none keeps any; 0
+  VesReturnCode AllocateOnAll(const std::vector<Block*>& blocks) const;
 
   /// Shape of a tall block of the given columns, and of a small matrix that every process holds.
   void ShapeTall(Block& block, int cols) const {
@@ -198,6 +204,7 @@ protected:
 
 private:
   void BroadcastToAll(void* values, std::size_t count, MPI_Datatype type) const;
+  VesReturnCode SolveNothing() const; ///< a run for no pairs, which has nothing to wait for
   void Orthonormalize(Block& vecX, Block& vecBX, const VesMatrixBase& matB, int& colRank,
                       bool global) const;
   void FillRandom(const Block& blockX, const Block& blockBX, const VesMatrixBase& matB, int first,

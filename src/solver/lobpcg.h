@@ -52,6 +52,9 @@ public:
   std::size_t Memory(int nRows, int nCols, bool generalized) const override {
     return this->WorkspaceBytes(nRows, nCols, nCols, generalized);
   }
+  VesSolverBase::RunSizes LargestSizes(int nCols) const override {
+    return this->WorkspaceSizes(nCols, nCols);
+  }
 
 private:
   using Base::Estimates;

@@ -14,7 +14,7 @@ VesReturnCode LOBPCG_BATCH<Scalar>::SolveDense(const VesMatrixBase& matA, const 
                                                const VesMatrixBase& matP, Block& vecQ,
                                                Block& vecW) const {
   InitParameters(vecQ, vecW, matB);
-  this->AllocateWorkspace(nXseekMax);
+  if (const auto code = this->AllocateWorkspace(nXseekMax); code != VES_GOOD) return code;
   VES_ASSERT_GOOD(workW.Set2Val(MathConstants<Scalar>::INFTY));
   Iterate(matA, matB, matP, vecQ);
   this->ConfirmResult(matA, matB);
@@ -182,7 +182,7 @@ void LOBPCG_BATCH<Scalar>::InitParameters(const Block& vecQ, const Block&,
                                           const VesMatrixBase& matB) const {
   this->ReadProblem(vecQ, matB);
   this->ResetCounters();
-  nXseekMax = std::min(nBands, batchLimit);
+  nXseekMax = FullBatch(nBands);
   nXnxt = this->nV = nXseekMax; // the first pass loads a full batch
   nRand = nAdded = 0;
   isLastPass = false;

@@ -49,12 +49,16 @@ public:
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const override;
 
   std::size_t Memory(int nRows, int nCols, bool generalized) const override {
-    return this->WorkspaceBytes(nRows, nCols, nCols < batchLimit ? nCols : batchLimit, generalized);
+    return this->WorkspaceBytes(nRows, nCols, FullBatch(nCols), generalized);
   }
+  VesSolverBase::RunSizes LargestSizes(int nCols) const override {
+    return this->WorkspaceSizes(nCols, FullBatch(nCols));
+  }
+  std::array<int, 3> OwnSettings() const override { return {batchLimit}; }
 
   int batchLimit = 256; ///< most vectors iterated at once, from the next run on
 
-  mutable int nXseekMax = 0; ///< size of a full batch: the smaller of nBands and batchLimit
+  mutable int nXseekMax = 0; ///< size of a full batch
   mutable int nRand = 0;     ///< random columns of the pass
   mutable int nAdded = 0;    ///< columns of the guess taken so far
 
@@ -80,6 +84,7 @@ private:
   void RefillBatch() const;
   void FinishRun() const;
 
+  int FullBatch(int nCols) const { return nCols < batchLimit ? nCols : batchLimit; }
   void RetireBatch() const;
   void FormImagesB(const VesMatrixBase& matB, int first, int count) const;
 

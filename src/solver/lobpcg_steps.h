@@ -70,10 +70,12 @@ protected:
 
   /// Counters of a run that has neither vectors nor directions yet.
   void ResetCounters() const;
-  /// All blocks of a run that keeps at most the given number of Ritz vectors active.
-  void AllocateWorkspace(int mostActive) const;
+  /// All blocks of a run that keeps at most the given number of Ritz vectors active. Returns as
+  /// AllocateOnAll.
+  VesReturnCode AllocateWorkspace(int mostActive) const;
   void FreeWorkspace() const;
   std::size_t WorkspaceBytes(int nRows, int nCols, int mostActive, bool generalized) const;
+  VesSolverBase::RunSizes WorkspaceSizes(int nCols, int mostActive) const;
   /// Makes sure of the nKnown leading pairs before they are handed back. Where they have lost
   /// their orthonormality, or claim residuals close to rounding errors, their images are made
   /// afresh, they are orthonormalized and rotated, and the converged ones counted again. What was

@@ -15,36 +15,23 @@ void LobpcgSteps<Scalar>::ResetCounters() const {
 }
 
 template <typename Scalar>
-void LobpcgSteps<Scalar>::AllocateWorkspace(int mostActive) const {
+VesReturnCode LobpcgSteps<Scalar>::AllocateWorkspace(int mostActive) const {
   nActiveMax = mostActive;
   const int nZ = nBands + 2 * mostActive, nVmax = std::max(3 * mostActive, nBands);
-  this->ShapeTall(workZ, nZ);
-  VES_ASSERT_GOOD(workZ.AllocateMem());
-  this->ShapeTall(workAZ, nZ);
-  VES_ASSERT_GOOD(workAZ.AllocateMem());
-  this->ShapeSmall(workW, nBands, 1);
-  VES_ASSERT_GOOD(workW.AllocateMem());
-  this->ShapeTall(workX, mostActive);
-  VES_ASSERT_GOOD(workX.AllocateMem());
-  this->ShapeTall(workAX, mostActive);
-  VES_ASSERT_GOOD(workAX.AllocateMem());
-  this->ShapeTall(workR, mostActive);
-  VES_ASSERT_GOOD(workR.AllocateMem());
+  for (Block* const tall : {&workZ, &workAZ, &workBZ})
+    this->ShapeTall(*tall, nZ);
+  for (Block* const tall : {&workX, &workAX, &workBX, &workR})
+    this->ShapeTall(*tall, mostActive);
   this->ShapeBand(workP, nBands);
-  VES_ASSERT_GOOD(workP.AllocateMem());
   this->ShapeSmall(workM, nVmax, nVmax);
-  VES_ASSERT_GOOD(workM.AllocateMem());
   this->ShapeSmall(workD, nVmax, 1);
-  VES_ASSERT_GOOD(workD.AllocateMem());
-  this->ShapeSmall(idxsConv, mostActive, 1);
-  VES_ASSERT_GOOD(idxsConv.AllocateMem());
-  this->ShapeSmall(idxsLock, mostActive, 1);
-  VES_ASSERT_GOOD(idxsLock.AllocateMem());
-  if (!isGeneralized) return;
-  this->ShapeTall(workBZ, nZ);
-  VES_ASSERT_GOOD(workBZ.AllocateMem());
-  this->ShapeTall(workBX, mostActive);
-  VES_ASSERT_GOOD(workBX.AllocateMem());
+  this->ShapeSmall(workW, nBands, 1);
+  for (Block* const flags : {&idxsConv, &idxsLock})
+    this->ShapeSmall(*flags, mostActive, 1);
+  std::vector<Block*> blocks{&workZ, &workAZ, &workX, &workAX,   &workR,   &workP,
+                             &workM, &workD,  &workW, &idxsConv, &idxsLock};
+  if (isGeneralized) blocks.insert(blocks.end(), {&workBZ, &workBX});
+  return this->AllocateOnAll(blocks);
 }
 
 template <typename Scalar>
@@ -64,6 +51,12 @@ std::size_t LobpcgSteps<Scalar>::WorkspaceBytes(int nRows, int nCols, int mostAc
   const std::size_t widest = std::max(active, k - active); // the last pass may load the rest
   const std::size_t band = k * static_cast<std::size_t>(this->RowsOfBand(nRows));
   return this->Bytes(nRows, columns + columnsB, nVmax * nVmax + band, nVmax, widest);
+}
+
+template <typename Scalar>
+VesSolverBase::RunSizes LobpcgSteps<Scalar>::WorkspaceSizes(int nCols, int mostActive) const {
+  const double k = nCols, active = mostActive, nVmax = std::max(3 * active, k);
+  return {k + 2 * active, nVmax * nVmax, nVmax};
 }
 
 template <typename Scalar>

@@ -17,8 +17,12 @@ PPCG<Scalar>::PPCG() {
 template <typename Scalar>
 VesReturnCode PPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                        const VesMatrixBase& matP, Block& vecQ, Block& vecW) const {
+  const int givenBatch = nBatch;
   InitParameters(vecQ, vecW, matB);
-  AllocateWorkspace();
+  if (const VesReturnCode code = AllocateWorkspace(); code != VES_GOOD) {
+    nBatch = givenBatch;
+    return code;
+  }
   InitWorkspace(vecQ, vecW);
   OrthogonalizeInitialGuess(matA, matB);
   Iterate(matA, matB, matP);

@@ -45,6 +45,8 @@ public:
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const override;
 
   std::size_t Memory(int nRows, int nCols, bool generalized) const override;
+  VesSolverBase::RunSizes LargestSizes(int nCols) const override;
+  std::array<int, 3> OwnSettings() const override { return {softLockingType, nBatch, rrPeriod}; }
 
   int softLockingType = 0; ///< 0 none, 1 by the lock flags, 2 or more by the convergence flags
   mutable int nBatch = 64; ///< widest sub-block; shrinks to nBands and stays shrunk
@@ -79,8 +81,8 @@ public:
 private:
   // Set-up and hand-back, in ppcg_workspace.cpp.
   void InitParameters(const Block& vecQ, const Block& vecW, const VesMatrixBase& matB) const;
-  void AllocateWorkspace() const;
-  void AllocateSubspaces(int width) const;
+  VesReturnCode AllocateWorkspace() const; ///< returns as AllocateOnAll
+  std::vector<Block*> ShapeSubspaces(int width) const;
   void InitWorkspace(const Block& vecQ, const Block& vecW) const;
   void PostProcess(Block& vecQ, Block& vecW) const;
   void RecountConverged(const Block& vectors) const;

@@ -166,11 +166,13 @@ void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
 }
 
 /// Where sub-blocks go for the same directions, as where most values are equal, one block of all
-/// columns takes their place for the rest of the run; unless it is too large for 32 bits or memory.
+/// columns takes their place for the rest of the run, unless that is too large. Collective.
 template <typename Scalar>
 void PPCG<Scalar>::MergeBlocks() const {
-  if (runBatch >= nBands || !this->selfCheck) return;
-  AllocateSubspaces(nBands);
+  if (!this->selfCheck || nBlocks < 2 || 3 * nBands > this->largestDenseOrder) return;
+  const int width = runBatch;
+  if (this->AllocateOnAll(ShapeSubspaces(nBands)) != VES_GOOD)
+    VES_ASSERT_GOOD(this->AllocateOnAll(ShapeSubspaces(width)));
 }
 
 VES_INSTANTIATE(PPCG);

@@ -1,6 +1,7 @@
 #include "ppcg.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace Ves {
 
@@ -22,43 +23,40 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
 }
 
 template <typename Scalar>
-void PPCG<Scalar>::AllocateWorkspace() const {
-  this->ShapeTall(workZ, 3 * nBands);
-  VES_ASSERT_GOOD(workZ.AllocateMem());
-  this->ShapeTall(workAZ, 3 * nBands);
-  VES_ASSERT_GOOD(workAZ.AllocateMem());
-  this->ShapeSmall(workW, nBands, 1);
-  VES_ASSERT_GOOD(workW.AllocateMem());
-  this->ShapeTall(workX, nBands);
-  VES_ASSERT_GOOD(workX.AllocateMem());
-  this->ShapeTall(workR, nBands);
-  VES_ASSERT_GOOD(workR.AllocateMem());
+VesReturnCode PPCG<Scalar>::AllocateWorkspace() const {
+  for (Block* const tall : {&workZ, &workAZ, &workBZ})
+    this->ShapeTall(*tall, 3 * nBands);
+  for (Block* const tall : {&workX, &workR})
+    this->ShapeTall(*tall, nBands);
   this->ShapeSmall(workM, nBands, nBands);
-  VES_ASSERT_GOOD(workM.AllocateMem());
-  AllocateSubspaces(nBatch);
-  this->ShapeSmall(idxsConv, nBands, 1);
-  VES_ASSERT_GOOD(idxsConv.AllocateMem());
-  this->ShapeSmall(idxsLock, nBands, 1);
-  VES_ASSERT_GOOD(idxsLock.AllocateMem());
-  if (!isGeneralized) return;
-  this->ShapeTall(workBZ, 3 * nBands);
-  VES_ASSERT_GOOD(workBZ.AllocateMem());
+  for (Block* const column : {&workW, &idxsConv, &idxsLock})
+    this->ShapeSmall(*column, nBands, 1);
+  std::vector<Block*> blocks = ShapeSubspaces(nBatch);
+  blocks.insert(blocks.end(),
+                {&workZ, &workAZ, &workX, &workR, &workM, &workW, &idxsConv, &idxsLock});
+  if (isGeneralized) blocks.push_back(&workBZ);
+  return this->AllocateOnAll(blocks);
 }
 
-/// Room for sub-blocks of the given width, which becomes that of the run.
+/// The blocks that hold sub-blocks of the given width, which becomes that of the run.
 template <typename Scalar>
-void PPCG<Scalar>::AllocateSubspaces(int width) const {
+auto PPCG<Scalar>::ShapeSubspaces(int width) const -> std::vector<Block*> {
   const int nT = 3 * width, most = (nBands + width - 1) / width;
   runBatch = width;
-  this->ShapeTall(workT, nT);
-  VES_ASSERT_GOOD(workT.AllocateMem());
+  for (Block* const tall : {&workT, &workBT})
+    this->ShapeTall(*tall, nT);
   this->ShapeSmall(workG, nT, nT * most);
-  VES_ASSERT_GOOD(workG.AllocateMem());
   this->ShapeSmall(workD, std::max(nBands, nT), 1);
-  VES_ASSERT_GOOD(workD.AllocateMem());
-  if (!isGeneralized) return;
-  this->ShapeTall(workBT, nT);
-  VES_ASSERT_GOOD(workBT.AllocateMem());
+  std::vector<Block*> blocks{&workT, &workG, &workD};
+  if (isGeneralized) blocks.push_back(&workBT);
+  return blocks;
+}
+
+template <typename Scalar>
+VesSolverBase::RunSizes PPCG<Scalar>::LargestSizes(int nCols) const {
+  const double k = nCols, width = std::max(std::min(nCols, nBatch), 1);
+  const double nT = 3 * width, nTiles = std::ceil(k / width);
+  return {3 * k, std::max(k * k, nT * nT * nTiles), std::max(k, nT)};
 }
 
 template <typename Scalar>

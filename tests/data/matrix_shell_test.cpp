@@ -43,4 +43,20 @@ TEST(MatrixShellTest, ChecksInTheirOrderAndOneCall) {
   EXPECT_EQ(calls, std::vector<Call>{Call(storage + 10, storage, 3, 2, 5)});
 }
 
+TEST(MatrixShellTest, CalledEverywhereIsCalledWithoutRows) {
+  std::vector<Call> calls;
+  Ves::MatrixShell<double> op;
+  op.SetShellMatVec(&Record);
+  op.SetShellData(&calls);
+  Ves::VectorDense<double> x(MPI_COMM_WORLD, MPI_COMM_SELF, 0, 2, 5), y, none;
+  y.SetShape(x.comm, x.auxComm, 0, 2, 1);
+  none.SetShape(x.comm, x.auxComm, 0, 0, 1);
+  for (const bool isOn : {false, true}) {
+    op.isCalledEverywhere = isOn;
+    EXPECT_EQ(op.Apply(x, y), VES_GOOD);
+    EXPECT_EQ(op.Apply(none, none), VES_GOOD);
+    EXPECT_EQ(calls, std::vector<Call>(isOn ? 1 : 0, Call(nullptr, nullptr, 0, 2, 5)));
+  }
+}
+
 } // namespace

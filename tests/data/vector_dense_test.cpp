@@ -67,6 +67,7 @@ TEST(VectorDenseGeometry, OwnsWhatItAllocates) {
     EXPECT_EQ(M.FreeMem(), VES_GOOD);
   EXPECT_FALSE(M.ownsValues || M.IsDataEmpty());
   EXPECT_THROW(huge.AllocateMem(), std::bad_array_new_length);
+  EXPECT_THROW(Plain(world, self, 4, -1, 4).AllocateMem(), std::bad_array_new_length);
   EXPECT_THROW(huge.AllReduce(MPI_SUM, self), std::bad_array_new_length);
   EXPECT_THROW(huge.BroadCast(self), std::bad_array_new_length);
 }

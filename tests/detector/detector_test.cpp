@@ -58,13 +58,15 @@ TYPED_TEST(DetectorTest, WhatPassesAndWhatIsCounted) {
                {"relative", 1, {.4, .4, .5, .1}, {2, -2, 2, 0}, any, {2, 2, 0, 0}, 2},
                {"to a NaN", 1, {.1, nan, .1, .1}, {1, 1, nan, 1}, any, {2, 0, 0, 2}, 1},
                {"up and down", 2, any, {1, 1, 1, nan}, {1.2, .8, 1.25, 1}, {2, 2, 0, 0}, 2},
+               {"fewer flags than residuals", 2, {9, 9, 9}, {1, 1}, {1, 1}, {2, 2}, 2},
                {"process 0", 2, any, {mine, 9, 5, 9}, {9, mine, 9, 9}, {2, 2, 0, 2}, 2},
                {"either", 3, {.1, 9, .25, nan}, {5, 1, 1.5, 1}, {1, 1.2, 1.25, 1}, {2, 2, 0, 2}, 2},
                {"no pairs", 0, none, none, none, none, 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     const Block<TypeParam> R(this->rows, c.norms), now(c.now), before(c.before), expected(c.flags);
-    Block<TypeParam> flags(c.flags.empty() ? none : any);
+    Block<TypeParam> flags(c.flags.empty() ? none : Numbers(c.flags.size(), 9));
+    flags.values[flags.nRows] = Number<TypeParam>(2); // in the slack behind, for none to count
     this->kinds[c.kind]->Run(R, now, before, 0.25, flags, this->total, this->leading);
     EXPECT_EQ(this->total, std::count(c.flags.begin(), c.flags.end(), 2.0));
     EXPECT_EQ(this->leading, c.leading);

@@ -17,6 +17,7 @@ module pair_operators
     procedure :: Apply => ApplyDoubleMass
   end type DoubleMass
   type, extends(DoublePairs) :: DoubleInverse
+    integer :: calls = 0
   contains
     procedure :: Apply => ApplyDoubleInverse
   end type DoubleInverse
@@ -77,6 +78,7 @@ contains
     real(real64), intent(in), contiguous :: x(:, :)
     real(real64), intent(out), contiguous :: y(:, :)
     integer :: i
+    self%calls = self%calls + merge(1, 0, size(x, 2) > 0 .and. all(shape(x) == shape(y)))
     do i = 1, size(x, 1)
       y(i, :) = x(i, :) / (Centre(self%firstRow, i) * Scaling(self, i)**2)
     end do

@@ -1,5 +1,5 @@
 // The flat interface: every return code that a caller can cause, in the order of the checks, and
-// what a refused call leaves as it was.
+// what a refused call leaves as it was. Runs are in run_solver_test.cpp.
 #include "data/matrix_shell.h"
 #include "data/vector_dense.h"
 #include "interface/solver_base.h"
@@ -80,7 +80,10 @@ TEST(Codes, Matrices) {
   EXPECT_EQ(VesMatrixSetShellMatVec(matrix, &data, NoProduct), VES_GOOD);
   EXPECT_EQ(VesMatrixGetShellUserData(matrix), &data);
   EXPECT_EQ(VesMatrixGetShellUserData(nullptr), nullptr);
+  EXPECT_EQ(VesMatrixSetCalledEverywhere(nullptr, true), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesMatrixSetCalledEverywhere(matrix, true), VES_GOOD);
   VesMatrixEmpty empty;
+  EXPECT_EQ(VesMatrixSetCalledEverywhere(&empty, true), VES_ERR_INCOMPATIBLE);
   EXPECT_EQ(VesMatrixSetShellMatVec(&empty, &data, NoProduct), VES_ERR_INCOMPATIBLE);
   EXPECT_EQ(VesMatrixGetShellUserData(&empty), nullptr);
   matrix->scalarType = noScalar;
@@ -167,6 +170,10 @@ TEST(Vectors, NormAndResidual) {
   EXPECT_EQ(VesVectorNorm(X.get(), X.get()), VES_ERR_INCOMPATIBLE);
   const VectorHandle flat = MakeVector(MPI_COMM_WORLD, 2, 1, norms.data(), 1);
   EXPECT_EQ(VesVectorNorm(X.get(), flat.get()), VES_ERR_INVALID_VALUE);
+  // Shapes are judged first, then types, then what is missing.
+  const VectorHandle floats = MakeVector<float>(MPI_COMM_WORLD, 2, 1, nullptr, 1);
+  EXPECT_EQ(VesVectorNorm(bare.get(), X.get()), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesVectorNorm(bare.get(), floats.get()), VES_ERR_UNSUPPORTED);
   // Storage missing on one process only: none may wait for it.
   EXPECT_EQ(VesVectorNorm(rank == 0 ? bare.get() : X.get(), N.get()), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesVectorNorm(X.get(), N.get()), VES_GOOD);
@@ -189,11 +196,50 @@ TEST(Vectors, NormAndResidual) {
   const MatrixHandle noRoutine(idle);
   EXPECT_EQ(VesEigResidual(idle, nullptr, X.get(), D.get(), R.get()), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesEigResidual(a.get(), idle, X.get(), D.get(), R.get()), VES_ERR_NULL_POINTER);
+  const VectorHandle floatR = MakeVector<float>(MPI_COMM_WORLD, 2, 2, nullptr, 1);
+  EXPECT_EQ(VesEigResidual(idle, nullptr, X.get(), D.get(), floatR.get()), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesEigResidual(idle, nullptr, bare.get(), X.get(), R.get()), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesEigResidual(idle, nullptr, bare.get(), floats.get(), R.get()), VES_ERR_MISMATCH);
   EXPECT_EQ(VesEigResidual(a.get(), nullptr, X.get(), D.get(), R.get()), VES_GOOD);
   EXPECT_DOUBLE_EQ(r[0], (1.0 + 2 * rank - 2) * 3);
   EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), D.get(), R.get()), VES_GOOD);
   EXPECT_DOUBLE_EQ(r[1], (2.0 + 2 * rank - 6) * 4);
   EXPECT_DOUBLE_EQ(r[3], (2.0 + 2 * rank - 3) * 1);
+}
+
+/// The processes of x are those that reduce, in whatever communicator the norms hold them.
+TEST(Vectors, NormsOnOtherCommunicators) {
+  const int rank = RankIn(MPI_COMM_WORLD), p = SizeOf(MPI_COMM_WORLD);
+  const bool isAlone = p == 1;
+  MPI_Comm twin = MPI_COMM_NULL;
+  MPI_Comm_dup(MPI_COMM_WORLD, &twin);
+  const struct {
+    const char* what;
+    MPI_Comm ofX, ofNorms;
+    int k, ld;
+    VesReturnCode code;
+  } cases[] = {
+      {"the same processes", MPI_COMM_WORLD, twin, 1, 2, VES_GOOD},
+      {"others on each process", MPI_COMM_WORLD, rank == 0 ? twin : MPI_COMM_WORLD, 1, 2, VES_GOOD},
+      {"processes that do not call", MPI_COMM_SELF, MPI_COMM_WORLD, 1, 2,
+       isAlone ? VES_GOOD : VES_ERR_MISMATCH},
+      {"no columns, no storage", MPI_COMM_WORLD, MPI_COMM_WORLD, 0, 0, VES_GOOD},
+      {"columns here only", MPI_COMM_WORLD, twin, rank == 0 ? 1 : 0, 2,
+       isAlone ? VES_GOOD : VES_ERR_MISMATCH},
+      {"norms of another stride here", MPI_COMM_WORLD, twin, 1, rank == 0 ? 1 : 2,
+       isAlone ? VES_GOOD : VES_ERR_MISMATCH},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    double x[] = {3, 4}, norms[] = {-1, -1};
+    if (c.ofX == MPI_COMM_SELF && rank > 0) continue;
+    const VectorHandle X = MakeVector(c.ofX, 2, c.k, c.ld > 0 ? x : nullptr, 2);
+    const VectorHandle N = MakeVector(c.ofNorms, c.k, 1, c.ld > 0 ? norms : nullptr, c.ld);
+    EXPECT_EQ(VesVectorNorm(X.get(), N.get()), c.code);
+    EXPECT_EQ(N->comm, c.ofNorms);
+    EXPECT_DOUBLE_EQ(norms[0], c.code == VES_GOOD && c.k > 0 ? 5 * std::sqrt(p) : -1);
+  }
+  MPI_Comm_free(&twin);
 }
 
 TEST(Solvers, SettersAndDefaults) {
@@ -262,122 +308,6 @@ TEST(Solvers, NullHandles) {
   EXPECT_EQ(VesGetSolverConv(solver.get(), nullptr), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesGetSolverIter(solver.get(), &count), VES_GOOD);
   EXPECT_EQ(count, 0);
-}
-
-/// A sound run whose parts can be spoiled one at a time.
-struct SmallRun {
-  Rows rows{12, MPI_COMM_WORLD};
-  SparseOperator<double> op{rows, [](int i) { return SparseOperator<double>::Row{{i, 1.0 + i}}; }};
-  std::vector<double> x = std::vector<double>(64, 5.0), d = std::vector<double>(8, 5.0);
-  SolverHandle solver = MakeSolver<double>({}, true);
-  MatrixHandle A = MakeMatrix(&op), B, T;
-  VectorHandle X = MakeVector(MPI_COMM_WORLD, rows.local, 2, x.data(), 12);
-  VectorHandle D = MakeVector(MPI_COMM_WORLD, 2, 1, d.data(), 2);
-
-  VesReturnCode Code() {
-    return VesRunSolver(solver.get(), A.get(), B.get(), T.get(), X.get(), D.get());
-  }
-};
-
-MatrixHandle FloatMatrix() {
-  VesMatrix matrix = nullptr;
-  VesMatrixCreate(&matrix, VES_FLOAT, VES_MATRIX_SHELL);
-  return MatrixHandle(matrix);
-}
-
-TEST(RunSolver, RefusesOnAllProcessesAlike) {
-  const bool first = RankIn(MPI_COMM_WORLD) == 0; // local faults: only process 0 has them
-  MPI_Comm twin = MPI_COMM_NULL;
-  MPI_Comm_dup(MPI_COMM_WORLD, &twin);
-  const struct {
-    const char* reason;
-    VesReturnCode code;
-    std::function<void(SmallRun&)> spoil;
-  } cases[] = {
-      {"no solver", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.solver.reset(); }},
-      {"no A", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.A.reset(); }},
-      {"no X", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.X.reset(); }},
-      {"no D", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.D.reset(); }},
-      {"A of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.A = FloatMatrix(); }},
-      {"B of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.B = FloatMatrix(); }},
-      {"T of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.T = FloatMatrix(); }},
-      {"D of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.D->scalarType = VES_FLOAT; }},
-      {"four columns, five values", VES_ERR_MISMATCH,
-       [](SmallRun& r) {
-         VesVectorSetDim(r.X.get(), r.rows.local, 4);
-         VesVectorSetDim(r.D.get(), 5, 1);
-       }},
-      {"values of the wrong number on one process", VES_ERR_MISMATCH,
-       [=](SmallRun& r) {
-         if (first) VesVectorSetDim(r.D.get(), 3, 1);
-       }},
-      {"two columns of values", VES_ERR_MISMATCH,
-       [](SmallRun& r) { VesVectorSetDim(r.D.get(), 2, 2); }},
-      {"X without storage", VES_ERR_NULL_POINTER,
-       [=](SmallRun& r) {
-         if (first) r.X = MakeVector<double>(MPI_COMM_WORLD, r.rows.local, 2, nullptr, 1);
-       }},
-      {"D without storage", VES_ERR_NULL_POINTER,
-       [=](SmallRun& r) {
-         if (first) r.D = MakeVector<double>(MPI_COMM_WORLD, 2, 1, nullptr, 1);
-       }},
-      {"A without a routine", VES_ERR_NULL_POINTER,
-       [=](SmallRun& r) {
-         if (first) VesMatrixSetShellMatVec(r.A.get(), nullptr, nullptr);
-       }},
-      {"B without a routine", VES_ERR_NULL_POINTER,
-       [=](SmallRun& r) {
-         r.B = MakeMatrix(&r.op);
-         VesSolverSetProblemType(r.solver.get(), VES_PROBLEM_GENERALIZED);
-         if (first) VesMatrixSetShellMatVec(r.B.get(), nullptr, nullptr);
-       }},
-      {"communicators differ", VES_ERR_MISMATCH,
-       [=](SmallRun& r) { VesVectorSetComm(r.D.get(), 0, twin); }},
-      {"second communicators differ", VES_ERR_MISMATCH,
-       [=](SmallRun& r) {
-         if (first) VesVectorSetComm(r.X.get(), 1, twin);
-       }},
-      {"columns of X overlap", VES_ERR_INVALID_VALUE,
-       [=](SmallRun& r) {
-         if (first) VesVectorDenseSetValues(r.X.get(), r.x.data(), r.rows.local - 1);
-       }},
-      {"ld of D below its rows", VES_ERR_INVALID_VALUE,
-       [=](SmallRun& r) {
-         if (first) VesVectorDenseSetValues(r.D.get(), r.d.data(), 1);
-       }},
-      {"a workspace beyond 32 bits", VES_ERR_INVALID_VALUE,
-       [=](SmallRun& r) {
-         if (first) VesVectorDenseSetValues(r.X.get(), r.x.data(), 400000000);
-       }},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.reason);
-    SmallRun r;
-    c.spoil(r);
-    EXPECT_EQ(r.Code(), c.code);
-    EXPECT_EQ(r.op.columns, 0);
-    EXPECT_EQ(r.d, std::vector<double>(8, 5.0));
-    EXPECT_EQ(r.x, std::vector<double>(64, 5.0));
-  }
-  MPI_Comm_free(&twin);
-}
-
-TEST(RunSolver, DisagreementOnTheNumberOfPairs) {
-  if (SizeOf(MPI_COMM_WORLD) == 1) GTEST_SKIP() << "needs two processes";
-  SmallRun r;
-  const int k = RankIn(MPI_COMM_WORLD) == 0 ? 1 : 2;
-  VesVectorSetDim(r.X.get(), r.rows.local, k);
-  VesVectorSetDim(r.D.get(), k, 1);
-  EXPECT_EQ(r.Code(), VES_ERR_MISMATCH);
-}
-
-TEST(RunSolver, GeneralizedWithoutBIsStandard) {
-  SmallRun r;
-  for (std::size_t i = 0; i < r.x.size(); ++i)
-    r.x[i] = Hashed(static_cast<unsigned>(i), 1);
-  EXPECT_EQ(r.Code(), VES_GOOD);
-  EXPECT_FALSE(r.solver->isGeneralized);
-  EXPECT_NEAR(r.d[0], 1.0, 1e-9);
 }
 
 /// The message of an assertion: expression, source from src/, line and full signature; the call

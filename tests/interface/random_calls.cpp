@@ -43,8 +43,7 @@ void RandomCalls::ReadNothing() {
 }
 
 void RandomCalls::Run(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix T, Block& x, Block& d) {
-  const bool isRefused = x.nCols > 10922 || 3 * std::int64_t{x.ld} * (x.nCols > 0 ? x.nCols : 1) >
-                                                std::numeric_limits<int>::max();
+  const bool isRefused = x.nCols > 32765 || IsBeyond32Bits(x); // by every solver
   if (!(x.Fits() && d.Fits()) && !isRefused) return;
   // Limits that a test can wait for.
   const int maxIter = 1 + Below(12);
@@ -81,8 +80,9 @@ void RandomCalls::ExpectSane(const Outcome& o, const Block& x, const Block& d, i
   Require(o.iter >= 0 && o.iter <= maxIter + 1, "more iterations than allowed");
   Require(o.reason != VES_REASON_NONE && (o.reason == VES_REASON_CONVERGED) == (o.nConv == x.nCols),
           "a reason that does not fit the count");
+  const bool isEmpty = x.nCols == 0; // and then made without a word
   Require(o.stats.columnsA >= 0 && o.stats.columnsB >= 0 && o.stats.columnsT >= 0 &&
-              o.stats.reductions > 0 && o.stats.bytesReduced > 0,
+              (o.stats.reductions > 0) != isEmpty && (o.stats.bytesReduced > 0) != isEmpty,
           "impossible costs");
   if (&x == &d) return;
   const void* const values = VesVectorDenseGetValues(d.handle);
@@ -141,6 +141,8 @@ void RandomCalls::Step() {
   }
   case 6: {
     const VesMatrix matrix = AnyMatrix();
+    Judge("VesMatrixSetCalledEverywhere", VesMatrixSetCalledEverywhere(matrix, OneIn(2)),
+          matrix == nullptr, {none, incompatible, good});
     return Judge("VesMatrixSetDim", VesMatrixSetDim(matrix, AnyInt(), AnyInt()), matrix == nullptr,
                  {none, bad, good});
   }

@@ -101,9 +101,9 @@ static void testCosts(int s, bool generalized) {
     const VesSolverStats* c = &r.stats;
     CHECK(c->columnsA == r.a.columns && c->columnsB == r.b.columns && c->columnsT == r.t.columns);
     CHECK(c->columnsA > 0 && c->columnsT > 0 && (c->columnsB > 0) == generalized);
-    /* The checks before a run agree on their verdict in one more. */
-    CHECK(c->reductions <= reductions && reductions <= c->reductions + 1);
-    CHECK(c->bytesReduced <= bytesReduced && bytesReduced < c->bytesReduced + 64);
+    /* The checks before a run agree on their verdict in one more, its processes on memory in two. */
+    CHECK(c->reductions <= reductions && reductions <= c->reductions + 3);
+    CHECK(c->bytesReduced <= bytesReduced && bytesReduced < c->bytesReduced + 256);
     CHECK(c->secondsOperators >= r.a.seconds + r.b.seconds + r.t.seconds - 1e-6);
     CHECK(c->secondsDense > 0 && c->secondsOperators + c->secondsDense <= c->secondsTotal);
   }

@@ -110,6 +110,56 @@ TEST(Communicators, FreedAndReplacedBetweenRuns) {
   EXPECT_EQ(liveComms, before);
 }
 
+/// An operator that waits for every process of the job with equal columns in each of its calls.
+struct Joint {
+  SparseOperator<double>& op;
+
+  static void Shell(void* self, void* x, void* y, int nRows, int nCols, int ld) {
+    int columns[] = {nCols, -nCols};
+    MPI_Allreduce(MPI_IN_PLACE, columns, 2, MPI_INT, MPI_MAX, MPI_COMM_WORLD);
+    EXPECT_EQ(columns[0], -columns[1]);
+    if (nRows > 0)
+      SparseOperator<double>::Shell(&static_cast<Joint*>(self)->op, x, y, nRows, nCols, ld);
+  }
+  MatrixHandle Handle() {
+    VesMatrix matrix = nullptr;
+    EXPECT_EQ(VesMatrixCreate(&matrix, VES_DOUBLE, VES_MATRIX_SHELL), VES_GOOD);
+    EXPECT_EQ(VesMatrixSetShellMatVec(matrix, this, Shell), VES_GOOD);
+    EXPECT_EQ(VesMatrixSetCalledEverywhere(matrix, true), VES_GOOD);
+    return MatrixHandle(matrix);
+  }
+};
+
+TEST(Communicators, OperatorsThatNeedEveryProcess) {
+  const Box box{{7, 8}};
+  const Rows rows(box.Order(), MPI_COMM_WORLD, Deal::gaps);
+  SparseOperator<double> A(rows, [&](int i) { return Phased<double>(i, box.Stiffness(i)); });
+  SparseOperator<double> B(rows, [&](int i) { return Phased<double>(i, box.Mass(i)); });
+  SparseOperator<double> T(rows, [](int i) {
+    return SparseOperator<double>::Row{{i, 1.0 + i % 2}};
+  });
+  Joint jointA{A}, jointB{B}, jointT{T};
+  const MatrixHandle a = jointA.Handle(), b = jointB.Handle(), t = jointT.Handle();
+  for (const auto type : allSolvers) {
+    Settings s;
+    s.solver = type;
+    const SolverHandle solver = MakeSolver<double>(s, true);
+    Pairs<double> p(rows, 6), r(rows, 6);
+    p.FillRandom();
+    const auto block = [&](Pairs<double>& of) { // no storage where there are no rows
+      return MakeVector(rows.comm, rows.local, of.k, rows.local > 0 ? of.X.data() : nullptr, of.ld);
+    };
+    const VectorHandle X = block(p), R = block(r), D = MakeVector(rows.comm, 6, 1, p.D.data(), 6);
+    p.code = VesRunSolver(solver.get(), a.get(), b.get(), t.get(), X.get(), D.get());
+    EXPECT_EQ(VesGetSolverConv(solver.get(), &p.nConv), VES_GOOD);
+    ExpectAllConverged(p, A, &B, box.Eigenvalues(true), s.threshold);
+    double residual = -1, orthoError = -1;
+    EXPECT_EQ(VesCheckEigenpairs(a.get(), b.get(), X.get(), D.get(), &residual, &orthoError),
+              VES_GOOD);
+    EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), D.get(), R.get()), VES_GOOD);
+  }
+}
+
 long ResidentKilobytes() {
   long pages = 0, resident = 0;
   if (std::FILE* file = std::fopen("/proc/self/statm", "r")) {

@@ -83,6 +83,20 @@ def linear_operator_with_b_t_and_guess():
     assert np.allclose(result.values, chain.exact(3) / 2, atol=1e-12)
 
 
+def operators_that_need_every_process():
+    chain = Chain(WORLD)
+
+    def joint(X):
+        assert WORLD.allreduce(X.shape[1], MPI.MAX) == X.shape[1]
+        return chain(X) if chain.rows else X
+
+    # A matrix of no rows takes part as well.
+    B, T = 2 * scipy.sparse.eye(chain.rows, format="csr"), lambda X: joint(X) + X
+    result = ves.eigsh(joint, 3, B, T, n=chain.rows, comm=WORLD, everywhere=True)
+    assert result.converged and np.allclose(result.values, chain.exact(3) / 2, atol=1e-7)
+    assert ves.check(joint, *result, B, comm=WORLD, everywhere=True).max_residual < 1e-5
+
+
 def operator_fails_on_one_process():
     last = WORLD.size - 1
     for fatal, role in (ValueError, "A"), (KeyboardInterrupt, "B"), (ValueError, "T"):

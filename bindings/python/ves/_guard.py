@@ -11,7 +11,7 @@ class Guard:
     """Runs routines of the caller and keeps the first exception until a run has ended.
 
     After it no routine is called any more: operators give NaN, which ends a run on all processes,
-    and the monitor asks for the end. The processes that hold rows agree on it after every call of
+    and the monitor asks for the end. The processes that are called agree on it after every call of
     an operator, so that none of them waits for the messages of one that has failed. A Ctrl-C
     between call-backs counts as an exception of the next one; on several processes, where others
     may wait for its messages, after it has returned.
@@ -20,6 +20,8 @@ class Guard:
     ----------
     team : Alone
         The processes of the call.
+    calls_everywhere : bool
+        Whether processes without rows take part in operators like those that hold some.
 
     Attributes
     ----------
@@ -27,10 +29,13 @@ class Guard:
         Whether a routine failed here or, as far as it is known, on another process.
     interrupted : bool
         Whether a Ctrl-C waits for the next call-back.
+    takes_part : bool
+        Whether operators are called on this process.
     """
 
-    def __init__(self, team):
+    def __init__(self, team, calls_everywhere=False):
         self._team = team
+        self.calls_everywhere = calls_everywhere
         self._peers = None
         self._error = None
         self._inside = False
@@ -91,10 +96,11 @@ class Guard:
 
     def have_rows(self, is_member):
         """Says whether this process holds rows. Collective over the team."""
-        self._peers = self._team.split(is_member)
+        self.takes_part = is_member or self.calls_everywhere
+        self._peers = self._team.split(self.takes_part)
 
     def attempt_together(self, function, *arguments):
-        """As attempt, agreed on by the processes that hold rows; True where all succeeded."""
+        """As attempt, agreed on by the processes that take part; True where all succeeded."""
         self.attempt(function, *arguments)
         self.failed = self._peers.any(self.failed)
         return not self.failed

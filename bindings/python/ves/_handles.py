@@ -47,6 +47,8 @@ class Block(_Handle):
 
 def view_block(address, dtype, rows, columns, ld):
     """Array of shape (rows, columns) on memory of the library, column-major."""
+    if rows == 0:
+        return np.empty((rows, columns), dtype, order="F")
     size = dtype.itemsize
     memory = (ctypes.c_char * (size * (ld * (columns - 1) + rows))).from_address(address)
     return np.ndarray((rows, columns), dtype, memory, strides=(size, size * ld))
@@ -71,6 +73,7 @@ class Operator(_Handle):
 
         self._routine = MATVEC(multiply)  # lives as long as the library may call it
         call("VesMatrixSetShellMatVec", self.handle, None, self._routine)
+        call("VesMatrixSetCalledEverywhere", self.handle, guard.calls_everywhere)
 
 
 class Solver(_Handle):

@@ -48,6 +48,7 @@ class StatsStruct(ctypes.Structure):
     _fields_ = [(name, c_longlong) for name in
                 ("columnsA", "columnsB", "columnsT", "reductions", "bytesReduced")]
     _fields_ += [(name, c_double) for name in ("secondsOperators", "secondsDense", "secondsTotal")]
+    _fields_ += [("reserved", c_longlong * 8)]
 
 
 # (shellData, x, y, nRows, nCols, ld) and (data, progress)
@@ -58,6 +59,7 @@ MONITOR = ctypes.CFUNCTYPE(c_int, c_void_p, POINTER(ProgressStruct))
 _PROTOTYPES = {
     "VesMatrixCreate": (POINTER(c_void_p), c_int, c_int),
     "VesMatrixSetShellMatVec": (c_void_p, c_void_p, MATVEC),
+    "VesMatrixSetCalledEverywhere": (c_void_p, c_bool),
     "VesVectorCreate": (POINTER(c_void_p), c_int, c_int),
     "VesVectorSetComm_f": (c_void_p, c_int, c_int),
     "VesVectorSetDim": (c_void_p, c_int, c_int),

@@ -16,7 +16,7 @@ class Probe:
     dtype : numpy.dtype
     seed : int
     team, guard
-        Processes of the call, and the guard of its call-backs, which knows who holds rows.
+        Processes of the call, and the guard of its call-backs, which knows who takes part.
     """
 
     def __init__(self, rows, dtype, seed, team, guard):
@@ -53,7 +53,7 @@ class Probe:
     def _apply(self, operand, x):
         y = np.zeros_like(x)
         x.flags.writeable = False
-        if x.shape[0] > 0:
+        if self._guard.takes_part:
             self._guard.attempt_together(operand.apply, x, y)
         self._guard.settle()
         return y

@@ -82,9 +82,10 @@ class Problem:
 
     @classmethod
     @contextlib.contextmanager
-    def opened(cls, comm, *arguments):
+    def opened(cls, comm, everywhere, *arguments):
         """A problem for the time of a with statement. Collective."""
-        with open_team(comm) as team, Guard(team) as guard, _serialized(team, guard):
+        with open_team(comm) as team, Guard(team, bool(everywhere)) as guard, \
+                _serialized(team, guard):
             yield cls(team, guard, *arguments)
 
     def __init__(self, team, guard, A, B, T, columns_name, columns, n, dtype):

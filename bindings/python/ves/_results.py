@@ -55,7 +55,7 @@ class Statistics(NamedTuple):
     @classmethod
     def from_struct(cls, struct):
         """The library's record."""
-        return cls(*(getattr(struct, name) for name, _ in struct._fields_))
+        return cls(*(getattr(struct, name) for name, _ in struct._fields_[:len(cls._fields)]))
 
 
 class _Pairs(NamedTuple):

@@ -10,8 +10,9 @@ import numpy as np
 from ._library import DETECTORS, SOLVERS
 
 LARGEST_INT = 2**31 - 1  # the library counts in 32 bits
-LARGEST_K = 10922  # three times it is the widest dense problem
+LARGEST_ORDER = 32765  # of a dense problem
 WIDEST_AT_ONCE = 64  # "auto" iterates more pairs than these in batches of as many
+SUB_BLOCK = 64  # columns of a sub-block of PPCG, where none is given
 MOST_FOR_LAPACK = 4  # processes; beyond, the dense problems are spread over them
 
 
@@ -32,6 +33,12 @@ class Settings:
     generalized: bool
     preconditioned: bool
     uses_lapack: bool
+    everywhere: bool
+
+    @property
+    def widest_block(self):
+        """Columns of the widest block of a run."""
+        return self.k + 2 * (min(self.k, self.batch) if self.solver == "lobpcg_batch" else self.k)
 
     def threshold(self, norm_A, norm_B):
         """What the convergence test compares with.
@@ -96,9 +103,14 @@ def _choose_solver(solver, batch, k):
     return solver, batch
 
 
+def _at_once(solver, batch, k):
+    """Pairs or columns that meet in a dense problem, each with two directions."""
+    return k if solver == "lobpcg" else min(k, batch or SUB_BLOCK)
+
+
 def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_tol=None,
              maxiter=1000, lock_factor=1.0, detector="residuals", passes=None, generalized=False,
-             preconditioned=False):
+             preconditioned=False, everywhere=False):
     """Settings with the defaults of their precision and number of pairs filled in.
 
     Raises
@@ -106,8 +118,11 @@ def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_to
     TypeError, ValueError
         A setting that no run can have.
     """
-    k = whole("k", k, 1, LARGEST_K)
+    k = whole("k", k, 1, LARGEST_ORDER)
     solver, batch = _choose_solver(solver, batch, k)
+    if 3 * _at_once(solver, batch, k) > LARGEST_ORDER:
+        raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems of"
+                         f" an order above {LARGEST_ORDER}: take 'lobpcg_batch' and a smaller batch")
     if tol is not None and absolute_tol is not None:
         raise ValueError("give either tol or absolute_tol, not both")
     if not 0 <= _number("lock_factor", lock_factor) <= 1:
@@ -122,4 +137,4 @@ def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_to
         detector=_one_of("detector", detector, tuple(DETECTORS)),
         passes=default_passes if passes is None else whole("passes", passes, 1),
         generalized=generalized, preconditioned=preconditioned,
-        uses_lapack=team.size <= MOST_FOR_LAPACK)
+        uses_lapack=team.size <= MOST_FOR_LAPACK, everywhere=everywhere)

@@ -16,7 +16,7 @@ from ._results import ConvergenceWarning, EigenResult, Progress, Statistics
 
 def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None,
           absolute_tol=None, maxiter=1000, batch=None, lock_factor=1.0, detector="residuals",
-          passes=None, dtype=None, comm=None, monitor=None, seed=0):
+          passes=None, dtype=None, comm=None, everywhere=False, monitor=None, seed=0):
     """Lowest eigenpairs of a Hermitian problem A x = lambda x or A x = lambda B x.
 
     Parameters
@@ -64,6 +64,9 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
         are those of this process, and A multiplies them, with messages among the processes that
         hold rows (it is not called on others). A matrix given as B or T acts on these rows alone.
         Without comm this process solves the problem alone.
+    everywhere : bool
+        Whether A, B and T are called on processes without rows, too, with X of shape (0, columns):
+        what works on all processes of comm, such as a preconditioner of another library, needs it.
     monitor : callable, optional
         Called with a `Progress` after the start and after each iteration, on every process. The
         run ends when it returns True on any.
@@ -101,14 +104,14 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     residuals. On several processes each call of an operator is followed by a reduction of an int,
     by which they learn of exceptions. For the highest eigenvalues pass -A.
     """
-    with Problem.opened(comm, A, B, T, "X0", X0, n, dtype) as problem:
+    with Problem.opened(comm, everywhere, A, B, T, "X0", X0, n, dtype) as problem:
         def choose():
             settings = _settings.complete(
                 _wanted(k, problem), problem.dtype, problem.team, solver=solver, tol=tol,
                 absolute_tol=absolute_tol, maxiter=maxiter, batch=batch, lock_factor=lock_factor,
                 detector=detector, passes=passes, generalized=B is not None,
-                preconditioned=T is not None)
-            problem.require_fit(settings.k, 3 * settings.k)
+                preconditioned=T is not None, everywhere=bool(everywhere))
+            problem.require_fit(settings.k, settings.widest_block)
             _settings.whole("seed", seed, 0, np.inf)
             if monitor is not None and not callable(monitor):
                 raise TypeError("monitor must be callable")

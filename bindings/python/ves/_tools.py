@@ -13,7 +13,7 @@ from ._processes import Alone
 from ._results import Check
 
 
-def check(A, values, vectors, B=None, *, comm=None):
+def check(A, values, vectors, B=None, *, comm=None, everywhere=False):
     """Recomputes the quality of eigenpairs, from `eigsh` or from elsewhere.
 
     Parameters
@@ -25,6 +25,7 @@ def check(A, values, vectors, B=None, *, comm=None):
         Eigenvectors as columns; the rows of this process. A vector is taken as one column.
     comm : mpi4py.MPI.Intracomm, optional
         Processes among which the rows are distributed; the call is collective over it.
+    everywhere : as in `eigsh`
 
     Returns
     -------
@@ -37,7 +38,8 @@ def check(A, values, vectors, B=None, *, comm=None):
     TypeError, ValueError, ProcessError, Exception
         As `eigsh`.
     """
-    with Problem.opened(comm, A, B, None, "vectors", vectors, None, None) as problem:
+    with Problem.opened(comm, everywhere, A, B, None, "vectors", vectors, None,
+                        None) as problem:
         def take():
             if problem.columns is None:
                 raise TypeError("vectors must be an array, not None")
