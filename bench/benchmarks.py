@@ -28,7 +28,8 @@ PPCG = ("solver=ppcg",)
 
 def environment(coretype, threads=1):
     """Threads of BLAS, and its kernels chosen by hand where coretype says so."""
-    env = dict(os.environ, OPENBLAS_NUM_THREADS=str(threads), OMP_NUM_THREADS="1")
+    env = dict(os.environ, OPENBLAS_NUM_THREADS=str(threads), OMP_NUM_THREADS="1",
+               OMPI_MCA_mpi_yield_when_idle="1")
     if coretype:
         env["OPENBLAS_CORETYPE"] = coretype
     return env

@@ -175,7 +175,8 @@ def main():
     parser.add_argument("--mpirun", default="mpirun --oversubscribe --allow-run-as-root")
     parser.add_argument("--list", action="store_true", help="only show the places drawn")
     asked = parser.parse_args()
-    os.environ.update(OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1", GTEST_FAIL_FAST="1")
+    os.environ.update(OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1",
+                      OMPI_MCA_mpi_yield_when_idle="1", GTEST_FAIL_FAST="1")
 
     order = draw(ROOT, asked.seed)
     if asked.list:

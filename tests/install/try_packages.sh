@@ -22,6 +22,7 @@ awk '$0 == "```cmake" {on = 1; next} /^```/ {on = 0} on' "$source/README.md" \
 cat >"$debian/try/use" <<'USE'
 set -euo pipefail
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 OPENBLAS_NUM_THREADS=1
+export OMPI_MCA_mpi_yield_when_idle=1
 quietly() { "$@" >/try/log 2>&1 || { cat /try/log; exit 1; }; }
 get() { quietly apt-get install -y -qq --no-install-recommends "$@"; }
 cd /try

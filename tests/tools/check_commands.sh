@@ -112,7 +112,14 @@ for solver in lobpcg lobpcg-batch ppcg; do
   chain 100 6 1 >exact
   agree found exact 1e-8
 done
-expect 0 "preconditioner ic" solve a.mtx --scalar float -k 4 --detector relative-residuals --tol 1e-2
+# Steel in mm and tonnes, of values near 1e10.
+tridiagonal 100 2e5 -1e5 >k.mtx
+tridiagonal 100 5.2333333333333333e-9 1.3083333333333333e-9 >m.mtx
+expect 0 "4 of 4 pairs" solve k.mtx m.mtx -k 4 --detector relative-residuals --tol 1e-4 --json steel.json
+values steel.json | awk '{ print $1 * 7.85e-14 }' >found
+chain 100 4 1 >exact
+agree found exact 1e-7
+expect 0 "preconditioner ic" solve a.mtx --scalar float -k 4
 expect 0 "complex-float" solve a.mtx --scalar complex-float -k 4 --tol 1e-3 --ortho svd-qr
 
 # Fewer rows than processes, complex numbers, a repeated value.

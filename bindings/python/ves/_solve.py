@@ -41,8 +41,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
         Threshold of the convergence test relative to an estimate of the 2-norm of A, by default
         1e-8, in single precision 1e-4. In the generalized problem vectors have unit norm in B and
         it is relative to norm(A) / sqrt(norm(B)), for the same accuracy however B is scaled. For
-        detector "relative_residuals" it is relative to the eigenvalue itself, for "eigenvalues" to
-        norm(A) / norm(B).
+        detector "relative_residuals" it is relative to the eigenvalue times sqrt(norm(B)), for
+        "eigenvalues" to norm(A) / norm(B), for either of two tests to what is smaller.
     absolute_tol : float, optional
         Threshold in the units of A instead.
     maxiter : int
