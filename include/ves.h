@@ -93,7 +93,10 @@ typedef enum VesDenseEigenSolverType VES_ENUM_BASE {
   VES_SCALAPACK_DIAG = 1 ///< ScaLAPACK from order 300 on, LAPACK below (default)
 } VesDenseEigenSolverType;
 
-/// Test for convergence and locking of a pair with residual r = A x - lambda B x.
+/// Test for convergence and locking of a pair with residual r = A x - lambda B x. The relative test is
+/// meant for ||B|| near 1: vectors have unit B-norm, so a threshold that is not well below
+/// sqrt(||B||) passes vectors that are no solution. With B far from unit size scale the problem, or
+/// take VES_RESIDUALS with the threshold tol ||A|| / sqrt(||B||).
 typedef enum VesConvergeDetectorType VES_ENUM_BASE {
   VES_RESIDUALS = 0,               ///< ||r|| < threshold (default)
   VES_RELATIVE_RESIDUALS = 1,      ///< ||r|| < |lambda| threshold
@@ -420,8 +423,10 @@ VES_EXPORT VesReturnCode VesSolverSetRankRevealerType(VesSolver solver,
                                                       VesOrthogonalizerType type) VES_NOEXCEPT;
 
 /// Turns the self-check on (default) or off: it tests every rotation, restarts from the last sound
-/// vectors where rounding broke the basis down, and confirms what a run is about to report. Sound
-/// runs are the same with and without it, bit for bit.
+/// vectors where rounding broke the basis down, and confirms what a run is about to report. A run
+/// that converges without any of this is the same with and without it, bit for bit; but where the
+/// threshold is within 1e4 of rounding errors, A and B are applied to the result once more before it
+/// is believed, and batches that end at the limit of iterations claim only what was locked.
 /// \return -7 solver is null; 0
 VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_NOEXCEPT;
 
@@ -430,7 +435,8 @@ VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_
 /// 32 bits is refused: with k pairs and b = min(k, batch limit or sub-block) the widest block has
 /// 3 k columns, of VES_LOBPCG_BATCH k + 2 b, and must hold less than 2^31 entries on each process;
 /// the largest dense problem is of order 3 k, of the other two max(k, 3 b), and at most 32765; PPCG
-/// also keeps ceil(k / b) tiles of order 3 b, less than 2^31 entries in all.
+/// also keeps ceil(k / b) tiles of order 3 b, less than 2^31 entries in all. PPCG takes more than the
+/// forecast, as with b = k, once its sub-blocks have turned out to depend on each other.
 /// \return -7 solver or bytes is null; -1 a dimension is negative; -1 a run would be refused; 0
 VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols, bool generalized,
                                          size_t* bytes) VES_NOEXCEPT;

@@ -139,7 +139,8 @@ void DescribeSolver(CLI::App& app, SolverOptions& solver) {
   names.insert(solverNames.begin(), solverNames.end());
   static const auto withAuto = names;
   AddChoice(app, "--solver", withAuto, solver.type,
-            "algorithm; auto takes lobpcg up to 64 pairs, lobpcg-batch above")
+            "algorithm; auto takes lobpcg up to 64 pairs or a quarter of the order, lobpcg-batch "
+            "above")
       ->group(group);
   app.add_option("--batch-limit", solver.batchLimit, "pairs that lobpcg-batch iterates at once; 64")
       ->check(count)

@@ -17,6 +17,8 @@ namespace {
 constexpr int lanczosSteps = 20;
 constexpr int pairsByDefault = 6;
 constexpr int pairsOfOneBatch = 64;
+// LOBPCG solves a problem of three times its pairs almost at once.
+constexpr int orderOfBatches = 4;
 constexpr int processesOfLapack = 4;
 
 template <typename Scalar>
@@ -124,8 +126,9 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options)
   if (settings.pairs > problem.Order())
     throw Error(exitUsage, "-k: " + std::to_string(settings.pairs) +
                                " pairs are more than the order " + std::to_string(problem.Order()));
-  settings.solver =
-      options.type.value_or(settings.pairs <= pairsOfOneBatch ? VES_LOBPCG : VES_LOBPCG_BATCH);
+  const bool isWide =
+      settings.pairs > pairsOfOneBatch && (problem.Order() - 1) / orderOfBatches >= settings.pairs;
+  settings.solver = options.type.value_or(isWide ? VES_LOBPCG_BATCH : VES_LOBPCG);
   RequireSolverOf(options, settings.solver);
   settings.batchLimit = options.batchLimit.value_or(pairsOfOneBatch);
   settings.orthoPasses = options.orthoPasses.value_or(isSingle<Scalar> ? 3 : 2);

@@ -146,7 +146,7 @@ protected:
   /// residual and all are close to what rounding allows, or none has improved by a tenth, a restart
   /// is due, once until one more converges. Where after it none improves, the operators are applied
   /// to the next pair: the run has stagnated if the images have drifted by a tenth of its residual,
-  /// which so is noise, or if nothing improves for 200 iterations, so close for 100. X holds the
+  /// which so is noise, and two more restarts did not help, or if nothing improves for 200 iterations, so close for 100. X holds the
   /// active vectors, the pairs first, first + 1, ...; scratch are two blocks of at least one column.
   /// \return a window of 20 iterations has ended in which no pair halved its residual
   bool WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& vecX,
@@ -227,7 +227,7 @@ private:
     int tests = 0;                    ///< iterations
     int gain = 0;                     ///< in this window a pair has improved (1) or halved (2)
     int idleWindows = 0;              ///< windows in a row without improvement
-    bool hasRestarted = false;        ///< on account of noise
+    int nRestarts = 0;                ///< on account of noise
     std::vector<double> best, halved; ///< residual of each pair at its last gain
   };
   mutable Watch watch;

@@ -104,8 +104,8 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
                                         const Block& vecX, const Block& vecAX, const Block& vecBX,
                                         int first, const Block& values, const Block& scratch,
                                         const Block& scratchImage) const {
-  constexpr int window = 20, longest = 10;
-  constexpr double notable = 0.1, generous = 1e6, strict = 100.0;
+  constexpr int window = 20, longest = 10, mostRestarts = 3;
+  constexpr double notable = 0.5, generous = 1e6, strict = 100.0;
   if (nConv > watch.nConv) {
     watch = Watch();
     watch.nConv = nConv;
@@ -115,15 +115,14 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
   if (++watch.tests % window != 0) return false;
   int gain = std::exchange(watch.gain, 0);
   Replicate(gain);
-  if (gain < 1) ++watch.idleWindows;
-  if (gain > 0) watch.idleWindows = 0;
+  watch.idleWindows = gain < 1 ? watch.idleWindows + 1 : 0;
   const auto areBelow = [&](double factor) {
     return AreBelow(vecBX, first, values, factor * largestRitz, factor);
   };
   if (gain > 1) return false;
   const bool isClose = areBelow(generous), isTight = isClose && areBelow(strict);
-  if ((isTight || gain < 1) && !watch.hasRestarted) {
-    isRestartDue = watch.hasRestarted = true;
+  if ((isTight || gain < 1) && watch.nRestarts == 0) {
+    isRestartDue = ++watch.nRestarts > 0;
     return true;
   }
   if (gain > 0 || !isClose) return true;
@@ -133,10 +132,9 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
                  pairResiduals[static_cast<std::size_t>(nConv)];
   Replicate(share);
   const bool isNoise = !(share < notable),
-             isOverdue = watch.idleWindows >= (isTight ? longest / 2 : longest);
-  isStagnated = watch.hasRestarted && (isNoise || isOverdue);
-  isRestartDue = isNoise && !watch.hasRestarted;
-  watch.hasRestarted = watch.hasRestarted || isNoise;
+             isOverdue = watch.idleWindows >= (isTight ? longest / 2 : 2 * longest);
+  isStagnated = isOverdue || (isNoise && isTight && watch.nRestarts == mostRestarts);
+  if (isNoise && watch.nRestarts < mostRestarts) isRestartDue = ++watch.nRestarts > 0;
   return true;
 }
 

@@ -29,7 +29,7 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
                                    const VesMatrixBase& matP, const Block& vecQ) const {
   for (iter = -1; iter <= maxIter; ++iter) {
     const bool isDone = nConv >= nBands || (nP == 0 && nR == 0 && nXnxt == 0);
-    if (isDone && !DropStrays()) return;
+    if (isDone && (isStopped || iter == maxIter || !DropStrays())) return;
     isLastPass = isLastPass || iter == maxIter;
     ExtendBasis(matA, matB, matP, vecQ);
     if (info != 0) return; // the pairs of the last pass are the last there are
@@ -61,7 +61,8 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
 /// Their places stay taken: random columns fill them.
 template <typename Scalar>
 bool LOBPCG_BATCH<Scalar>::DropStrays() const {
-  const int count = Base::DropStrays(nXseekMax);
+  const int nLost = nAdded - nDeflated - nX;
+  const int count = Base::DropStrays(std::max(0, nXseekMax - nLost));
   VES_ASSERT_GOOD(Estimates(count).Set2Val(MathConstants<Scalar>::INFTY));
   return count > 0;
 }
@@ -165,6 +166,7 @@ template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::FinishRun() const {
   if (this->selfCheck) this->nClaimable = std::min(this->nClaimable, nDeflated);
   nP = nR = nLeadingConv = nLocked = nXnxt = 0;
+  this->freshFrom = nBands;
   const Block vecCX(this->workM, 0, 0, this->nV, nXseek);
   const auto rotate = [&](const Block& basis) {
     this->Rotate(Columns(basis, nDeflated, this->nV), vecCX, Columns(basis, nDeflated, nXseek),

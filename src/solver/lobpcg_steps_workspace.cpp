@@ -65,7 +65,7 @@ int LobpcgSteps<Scalar>::DropStrays(int most) const {
   if (count == 0) return 0;
   nDeflated += nX - count;
   nConv = nDeflated;
-  nX = nP = nR = 0;
+  nX = nP = nR = nLeadingConv = nLocked = 0;
   return count;
 }
 

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <numeric>
+#include <utility>
 
 namespace Ves {
 
@@ -40,7 +42,7 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
   Report();
   for (iter = 0; iter < maxIter; ++iter) {
     if (nX < 1 || this->isStagnated || this->isStopped) return;
-    if (IsRotationDue()) RestartUnlessSound(matA, matB);
+    if (IsRotationDue()) RestartUnlessSound(matA, matB, soundError);
     RayleighRitzRotation(matA, matB);
     if (info != 0) return; // X and its images are still those of the last iteration
     ComputeResiduals();
@@ -76,11 +78,13 @@ void PPCG<Scalar>::OrthogonalizeInitialGuess(const VesMatrixBase& matA,
 template <typename Scalar>
 void PPCG<Scalar>::RayleighRitzRotation(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
+  if (std::exchange(isMergeDue, false)) MergeBlocks();
   ProjectActive();
-  if (!IsProjectionSound()) {
+  if (Asymmetry() > asymmetry) {
     MergeBlocks();
     Restart(matA, matB);
     ProjectActive();
+    asymmetry = std::max(asymmetry, 2 * Asymmetry());
   }
   if (IsRotationDue()) {
     RotateActive();
@@ -92,21 +96,23 @@ void PPCG<Scalar>::RayleighRitzRotation(const VesMatrixBase& matA,
 }
 
 /// Nearly dependent sub-blocks stretch X and the errors of its images, which M then shows: it is no
-/// longer Hermitian.
+/// longer Hermitian. What is left of that after a restart is the operator's own. \return the largest
+/// difference of two entries over the largest value; infinity for others than numbers
 template <typename Scalar>
-bool PPCG<Scalar>::IsProjectionSound() const {
-  if (!this->selfCheck) return true;
-  double largest = this->largestRitz, asymmetry = 0.0;
+double PPCG<Scalar>::Asymmetry() const {
+  if (!this->selfCheck) return 0.0;
+  double largest = this->largestRitz, difference = 0.0;
   for (int j = 0; j < nX; ++j)
     for (int i = 0; i <= j; ++i) {
-      const Scalar difference = workM(i, j) - Conjugate(workM(j, i));
       largest = std::max(largest, static_cast<double>(std::abs(workM(i, j))));
-      asymmetry = std::max(asymmetry, static_cast<double>(std::abs(difference)));
+      difference =
+          std::max(difference, static_cast<double>(std::abs(workM(i, j) - Conjugate(workM(j, i)))));
     }
   const bool isFinite = LeadingFiniteOrder(workM, 'U', nX) == nX;
-  int isSound = isFinite && asymmetry <= this->unitNormLimit * largest ? 1 : 0;
-  this->Replicate(isSound);
-  return isSound != 0;
+  double share = difference > 0.0 ? difference / largest : 0.0;
+  if (!isFinite || std::isnan(share)) share = std::numeric_limits<double>::infinity();
+  this->Replicate(share);
+  return share;
 }
 
 /// The diagonal of M; where values themselves are tested, its eigenvalues, which do not depend on the
@@ -167,7 +173,7 @@ template <typename Scalar>
 void PPCG<Scalar>::CheckConvergence(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   RunConvergeDetector();
   if (nConvActive == nX) {
-    if (RestartUnlessSound(matA, matB) || RefreshImages(matA, matB)) ProjectActive();
+    if (RestartUnlessSound(matA, matB, StrictError()) || RefreshImages(matA, matB)) ProjectActive();
     if (!isRotated) {
       RotateActive();
       if (info != 0) return;
@@ -213,7 +219,7 @@ void PPCG<Scalar>::CheckLocking() const {
   nLocked = std::min(nLocked, nConvActive);
   for (int j = 0; j < nX; ++j)
     if (std::abs(idxsConv(j)) < 1) idxsLock(j) = MathConstants<Scalar>::ZERO;
-  const bool locks = IsRotationDue();
+  const bool locks = isRotated && IsRotationDue();
   flagShift = locks ? nLocked : 0;
   if (locks) {
     nX -= nLocked;
@@ -235,21 +241,18 @@ void PPCG<Scalar>::PreconditionedResiduals(const VesMatrixBase& matP) const {
   ScaleResiduals(vecR, matP.IsPresent());
 }
 
-/// The orthogonalizers take columns that are small in absolute terms for dependent ones: a power of
-/// two, which changes no digit, brings each column of R near to 1.
+/// The orthogonalizers take columns that are small in absolute terms for dependent ones: a common
+/// power of two, which changes no digit, brings R near to 1.
 template <typename Scalar>
 void PPCG<Scalar>::ScaleResiduals(Block& vecR, bool isPreconditioned) const {
   constexpr int most = std::numeric_limits<RealType<Scalar>>::max_exponent - 2;
   const std::vector<double>& tested = this->ConvergeDetector->residualNorms;
   std::vector<double> norms = isPreconditioned || tested.empty() ? ColumnNorms(vecR) : tested;
   this->Replicate(norms);
-  for (int j = 0; j < vecR.nCols; ++j) { // norms may begin with those of columns just locked
-    const double norm = norms[norms.size() - static_cast<std::size_t>(vecR.nCols - j)];
-    if (!(norm > 0.0) || std::isinf(norm)) continue;
-    const int exponent = std::clamp(-std::ilogb(norm), -most, most);
-    VES_ASSERT_GOOD(
-        Columns(vecR, j, 1).ScaleByVal(Scalar(std::ldexp(RealType<Scalar>(1), exponent))));
-  }
+  const double largest = *std::max_element(norms.begin(), norms.end());
+  if (!(largest > 0.0) || std::isinf(largest)) return;
+  const int exponent = std::clamp(-std::ilogb(largest), -most, most);
+  VES_ASSERT_GOOD(vecR.ScaleByVal(Scalar(std::ldexp(RealType<Scalar>(1), exponent))));
 }
 
 /// P against all X, then each P_j in itself; further passes bring P_j against X_j again.
@@ -312,6 +315,7 @@ void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
   if (nR == 0) return;
   const Block vecX = Columns(workZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
   Block vecR = Columns(workZ, 2 * nBands, nR), vecBR = Columns(ImageBZ(), 2 * nBands, nR);
+  nOffered = std::accumulate(nRs.begin(), nRs.end(), 0);
   if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
   // A NaN or an infinity out of T or B must not pass for a direction without length.
   if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(vecR, vecBR)) {

@@ -93,7 +93,8 @@ private:
   void Report() const;
   void ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
-  bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB, double limit) const;
+  double StrictError() const { return 4.0 * orthoTol; }
   bool ReplaceStrays(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
 
@@ -102,7 +103,7 @@ private:
   void Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                const VesMatrixBase& matP) const;
   void RayleighRitzRotation(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
-  bool IsProjectionSound() const;
+  double Asymmetry() const;
   void ProjectActive() const;
   void EstimateValues() const;
   void RotateActive() const;
@@ -139,12 +140,15 @@ private:
 
   void GatherDirections(const Block& from, Block& to) const;
 
-  mutable int runBatch = 0;      ///< width of the sub-blocks in this run
-  mutable bool isIdle = false;   ///< nothing could change the values since the check before
-  mutable bool areFresh = false; ///< the images of X are those of the operators, or rotated once
-  mutable double soundError = 0; ///< orthogonality error of X that the next restart must exceed
-  mutable int nIdle = 0;         ///< iterations in a row with neither residuals nor directions
-  mutable int flagShift = 0;     ///< columns locked in this iteration, whose flags come first
+  mutable int runBatch = 0;        ///< width of the sub-blocks in this run
+  mutable bool isIdle = false;     ///< nothing could change the values since the check before
+  mutable bool areFresh = false;   ///< the images of X are those of the operators, or rotated once
+  mutable bool isMergeDue = false; ///< sub-blocks depend on each other
+  mutable int nOffered = 0;        ///< residuals of the iteration before dependent ones are dropped
+  mutable double asymmetry = 0;    ///< of X^H A X that is the operator's own
+  mutable double soundError = 0;   ///< orthogonality error of X that the next restart must exceed
+  mutable int nIdle = 0;           ///< iterations in a row with neither residuals nor directions
+  mutable int flagShift = 0;       ///< columns locked in this iteration, whose flags come first
 };
 
 VES_EXTERN_TEMPLATE(PPCG);

@@ -8,14 +8,15 @@ namespace Ves {
 /// takes it for orthonormal. What X^H (B X) is good to where B is badly conditioned shows in the run:
 /// a restart is made again only for an error twice that of the last one.
 template <typename Scalar>
-bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
+bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                      double limit) const {
   if (!this->selfCheck) return false;
   double orthoError = 0.0;
   const Block vecX = Columns(workZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
   VES_ASSERT_GOOD(vecX.CheckOrthogonality(vecBX, orthoError, true, true));
   this->Replicate(orthoError);
-  if (orthoError <= soundError) return false;
-  soundError = std::min(2.0 * orthoError, this->unitNormLimit);
+  if (orthoError <= limit) return false;
+  if (isGeneralized) soundError = std::min(2.0 * orthoError, this->unitNormLimit);
   Restart(matA, matB);
   return true;
 }
@@ -60,14 +61,14 @@ void PPCG<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase&
       Base::WatchProgress(matA, matB, Active(workZ), Active(workAZ), Active(ImageBZ()), nBands - nX,
                           Estimates(), workX, workR);
   // Of the residuals most depended on the others of their sub-block.
-  if (isSlow && 2 * nR < nX - nConvActive) MergeBlocks();
+  isMergeDue = isMergeDue || (isSlow && 2 * nR < nOffered);
 }
 
 /// Before the last Rayleigh-Ritz step: an orthonormal block, and images that bear the claims out.
 template <typename Scalar>
 void PPCG<Scalar>::ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   if (!this->selfCheck || info != 0) return;
-  RestartUnlessSound(matA, matB);
+  RestartUnlessSound(matA, matB, StrictError());
   RefreshImages(matA, matB);
 }
 

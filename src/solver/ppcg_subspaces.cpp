@@ -125,19 +125,23 @@ void PPCG<Scalar>::UpdateEigenVectors() const {
 template <typename Scalar>
 void PPCG<Scalar>::GatherDirections(const Block& from, Block& to) const {
   using Real = RealType<Scalar>;
-  const Real smallest = std::numeric_limits<Real>::epsilon() / 4;
+  constexpr Real rounding = std::numeric_limits<Real>::epsilon();
+  constexpr Real smallest = 4000 * rounding;
   const int n = from.nRows, one = MathConstants<int>::ONE;
   VES_ASSERT_GOOD(to.Set2Zero());
   for (int j = 0, kept = 0; j < from.nCols && kept < n; ++j) {
     Scalar* const v = &to(0, kept);
     MathKernel<Scalar>::Copy(&n, &from(0, j), &one, v, &one);
+    const auto normOf = [&] {
+      return std::sqrt(std::real(MathKernel<Scalar>::Dot(&n, v, &one, v, &one)));
+    };
     for (int i = 0; i < 2 * kept; ++i) {
       const Scalar* const q = &to(0, i % kept);
       const Scalar overlap = MathKernel<Scalar>::Dot(&n, q, &one, v, &one);
       for (int r = 0; r < n; ++r)
         v[r] -= overlap * q[r];
     }
-    const Real norm = std::sqrt(std::real(MathKernel<Scalar>::Dot(&n, v, &one, v, &one)));
+    const Real norm = normOf();
     const bool isDirection = norm > smallest;
     const Scalar factor = isDirection ? Scalar(1 / norm) : MathConstants<Scalar>::ZERO;
     MathKernel<Scalar>::Scal(&n, &factor, v, &one);

@@ -18,7 +18,10 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
   nBlocks = (nBands + nBatch - 1) / nBatch;
   isRotated = isIdle = areFresh = false;
   nIdle = 0;
-  soundError = 4.0 * orthoTol;
+  soundError = StrictError();
+  asymmetry = this->unitNormLimit;
+  isMergeDue = false;
+  nOffered = nBands;
   this->InstallRunComponents(VES_RESIDUALS, VES_SVD_QR);
 }
 

@@ -203,7 +203,7 @@ TEST(Claims, BatchesThatComeOutOfOrder) {
 TYPED_TEST(ClaimsTest, WideMultiplets) {
   const struct {
     int n, others, nBands, subBlock;
-  } cases[] = {{138, 5, 131, 64}, {100, 10, 40, 16}, {64, 60, 50, 16}, {12, 2, 7, 1}};
+  } cases[] = {{138, 5, 131, 64}, {100, 10, 40, 16}, {300, 10, 70, 64}, {12, 2, 7, 1}};
   for (const auto& c : cases) {
     const Diagonal<TypeParam> d(Spectrum(c.n, [&](int i) {
       return i < c.others ? (i % 2 == 0 ? -1.0 - 0.3 * (i % 8) : 1.0 + 0.2 * i) : 0.0;

@@ -12,6 +12,7 @@ from ._library import DETECTORS, SOLVERS
 LARGEST_INT = 2**31 - 1  # the library counts in 32 bits
 LARGEST_ORDER = 32765  # of a dense problem
 WIDEST_AT_ONCE = 64  # "auto" iterates more pairs than these in batches of as many
+FROM_ORDER = 4  # ... where the order is more than so many times the pairs
 SUB_BLOCK = 64  # columns of a sub-block of PPCG, where none is given
 MOST_FOR_LAPACK = 4  # processes; beyond, the dense problems are spread over them
 
@@ -91,15 +92,17 @@ def _one_of(name, value, choices):
     return value
 
 
-def _choose_solver(solver, batch, k):
-    """Solver and batch; "auto" goes over to batches for many pairs, or where a batch is given."""
+def _choose_solver(solver, batch, k, order):
+    """Solver and batch; "auto" goes over to batches for many pairs of a much larger problem, or
+    where a batch is given: LOBPCG solves one of three times its pairs almost at once."""
     _one_of("solver", solver, ("auto", *SOLVERS))
     if batch is not None:
         batch = whole("batch", batch, 1)
     if solver == "lobpcg" and batch is not None:
         raise ValueError("solver 'lobpcg' iterates all pairs at once and takes no batch")
     if solver == "auto":
-        solver = "lobpcg_batch" if batch is not None or k > WIDEST_AT_ONCE else "lobpcg"
+        is_wide = k > WIDEST_AT_ONCE and order > FROM_ORDER * k
+        solver = "lobpcg_batch" if batch is not None or is_wide else "lobpcg"
     if solver == "lobpcg_batch" and batch is None:
         batch = WIDEST_AT_ONCE
     return solver, batch
@@ -110,7 +113,7 @@ def _at_once(solver, batch, k):
     return k if solver == "lobpcg" else min(k, batch or SUB_BLOCK)
 
 
-def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_tol=None,
+def complete(k, order, dtype, team, *, solver="auto", batch=None, tol=None, absolute_tol=None,
              maxiter=1000, lock_factor=1.0, detector="residuals", passes=None, generalized=False,
              preconditioned=False, everywhere=False):
     """Settings with the defaults of their precision and number of pairs filled in.
@@ -121,7 +124,7 @@ def complete(k, dtype, team, *, solver="auto", batch=None, tol=None, absolute_to
         A setting that no run can have.
     """
     k = whole("k", k, 1, LARGEST_ORDER)
-    solver, batch = _choose_solver(solver, batch, k)
+    solver, batch = _choose_solver(solver, batch, k, order)
     if 3 * _at_once(solver, batch, k) > LARGEST_ORDER:
         raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems of"
                          f" an order above {LARGEST_ORDER}: take 'lobpcg_batch' and a smaller batch")

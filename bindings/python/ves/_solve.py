@@ -36,7 +36,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     n : int, optional
         Order of the problem, where neither A nor X0 tells it.
     solver : {"auto", "lobpcg", "lobpcg_batch", "ppcg"}
-        "auto" is LOBPCG, and LOBPCG in batches above 64 pairs or where `batch` is given.
+        "auto" is LOBPCG, and LOBPCG in batches above 64 pairs of a problem of more than four
+        times their number, or where `batch` is given.
     tol : float, optional
         Threshold of the convergence test relative to an estimate of the 2-norm of A, by default
         1e-8, in single precision 1e-4. In the generalized problem vectors have unit norm in B and
@@ -107,8 +108,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     with Problem.opened(comm, everywhere, A, B, T, "X0", X0, n, dtype) as problem:
         def choose():
             settings = _settings.complete(
-                _wanted(k, problem), problem.dtype, problem.team, solver=solver, tol=tol,
-                absolute_tol=absolute_tol, maxiter=maxiter, batch=batch, lock_factor=lock_factor,
+                _wanted(k, problem), problem.total_rows, problem.dtype, problem.team, solver=solver,
+                tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch, lock_factor=lock_factor,
                 detector=detector, passes=passes, generalized=B is not None,
                 preconditioned=T is not None, everywhere=bool(everywhere))
             problem.require_fit(settings.k, settings.widest_block)

@@ -85,7 +85,8 @@ def memory_forecast(n, k=6, *, dtype=np.float64, generalized=False, solver="auto
     """
     if np.dtype(dtype) not in SCALAR_TYPES:
         raise TypeError(f"dtype must be float32, float64, complex64 or complex128, not {dtype}")
-    settings = _settings.complete(k, dtype, Alone(), solver=solver, batch=batch,
+    n = _settings.whole("n", n, 0)
+    settings = _settings.complete(k, n, dtype, Alone(), solver=solver, batch=batch,
                                   generalized=bool(generalized))
     with Solver(settings) as handle:
-        return handle.memory(_settings.whole("n", n, 0), settings.k, settings.generalized)
+        return handle.memory(n, settings.k, settings.generalized)
