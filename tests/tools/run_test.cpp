@@ -88,7 +88,7 @@ TEST(Run, GuessIsTheSameOnAnyNumberOfProcesses) {
 }
 
 TEST(Run, SettingsFollowTheProblem) {
-  const ProblemOptions model = OptionsFor("laplace1d:200").problem;
+  const ProblemOptions model = OptionsFor("laplace1d:261").problem;
   const Problem<float> problem = MakeProblem<float>(model, LoadProblem(model, comm), comm);
   SolverOptions options;
   EXPECT_EQ(Decide(problem, options).pairs, 6);
