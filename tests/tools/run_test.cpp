@@ -88,15 +88,15 @@ TEST(Run, GuessIsTheSameOnAnyNumberOfProcesses) {
 }
 
 TEST(Run, SettingsFollowTheProblem) {
-  const ProblemOptions model = OptionsFor("laplace1d:261").problem;
+  const ProblemOptions model = OptionsFor("laplace1d:200").problem;
   const Problem<float> problem = MakeProblem<float>(model, LoadProblem(model, comm), comm);
   SolverOptions options;
   EXPECT_EQ(Decide(problem, options).pairs, 6);
   EXPECT_EQ(Decide(problem, options).orthoPasses, 3);
   options.pairs = 64;
   EXPECT_EQ(Decide(problem, options).solver, VES_LOBPCG);
-  options.pairs = 65;
-  EXPECT_EQ(Decide(problem, options).solver, VES_LOBPCG_BATCH);
+  options.pairs = 65; // more than a quarter of the order
+  EXPECT_EQ(Decide(problem, options).solver, VES_LOBPCG);
   options.detector = VES_RELATIVE_RESIDUALS;
   options.tolerance = 0.25;
   EXPECT_EQ(Decide(problem, options).threshold, 0.25);
