@@ -145,7 +145,7 @@ protected:
   /// To be asked once an iteration. Where in 20 iterations no unconverged pair has halved its
   /// residual and all are close to what rounding allows, or none has improved by a tenth, a restart
   /// is due, once until one more converges. Where after it none improves, the operators are applied
-  /// to the next pair: the run has stagnated if the images have drifted by a tenth of its residual,
+  /// to the next pair: the run has stagnated if the images have drifted by half of its residual,
   /// which so is noise, and two more restarts did not help, or if nothing improves for 200 iterations, so close for 100. X holds the
   /// active vectors, the pairs first, first + 1, ...; scratch are two blocks of at least one column.
   /// \return a window of 20 iterations has ended in which no pair halved its residual
