@@ -145,9 +145,11 @@ protected:
   /// To be asked once an iteration. Where in 20 iterations no unconverged pair has halved its
   /// residual and all are close to what rounding allows, or none has improved by a tenth, a restart
   /// is due, once until one more converges. Where after it none improves, the operators are applied
-  /// to the next pair: the run has stagnated if the images have drifted by half of its residual,
-  /// which so is noise, and two more restarts did not help, or if nothing improves for 200 iterations, so close for 100. X holds the
-  /// active vectors, the pairs first, first + 1, ...; scratch are two blocks of at least one column.
+  /// to the next pair. The run has stagnated if the images have drifted by half of its residual,
+  /// which so is noise, and two more restarts did not help; or if nothing improves for 400
+  /// iterations close to rounding, for 100 where a hundredth of so small a residual is noise. X
+  /// holds the active vectors, the pairs first, first + 1, ...; scratch are two blocks of at least
+  /// one column.
   /// \return a window of 20 iterations has ended in which no pair halved its residual
   bool WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& vecX,
                      const Block& vecAX, const Block& vecBX, int first, const Block& values,
@@ -187,6 +189,15 @@ protected:
   /// \return the number of leading converged pairs of the copy
   int CopyAscending(const Block& vectors, const Block& values, int nConverged, Block& toVectors,
                     Block& toValues) const;
+
+  /// In an unfinished run a locked pair that others have overtaken may stand in the place of one
+  /// still on its way. What is well below the value of each locked pair, taken before a last rotation
+  /// mixes them, in the order of locking; nothing without the self-check. Collective.
+  std::vector<double> LockedBounds(const Block& vectors, const Block& values) const;
+  /// \return the converged pairs before the first overtaken one: below whose bound there are more
+  /// values than pairs that were locked before it. Collective where there are bounds.
+  int CountBeforeOvertaken(const std::vector<double>& bounds, const Block& values,
+                           int nConverged) const;
 
   /// For a run that ends with all pairs converged. The last one was found last, as the highest of
   /// those then active, and nothing below it is missing; but a wrong vector of the guess may have
@@ -228,7 +239,7 @@ private:
     int gain = 0;                     ///< in this window a pair has improved (1) or halved (2)
     int idleWindows = 0;              ///< windows in a row without improvement
     int nRestarts = 0;                ///< on account of noise
-    std::vector<double> best, halved; ///< residual of each pair at its last gain
+    std::vector<double> best, halved; ///< residuals, the largest first, at their last gains
   };
   mutable Watch watch;
 };

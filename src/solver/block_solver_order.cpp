@@ -45,22 +45,36 @@ int BlockSolver<Scalar>::CopyAscending(const Block& vectors, const Block& values
     VES_ASSERT_GOOD(to.CopyData(Columns(vectors, from, 1)));
     toValues(j) = values(from);
   }
-  // In an unfinished run a pair that was overtaken may stand in the place of one still on its way.
-  std::vector<double> resolutions(order.size(), std::numeric_limits<double>::infinity());
-  if (selfCheck && nConverged < values.nRows) resolutions = Resolutions(vectors, values);
-  const auto isOvertaken = [&](int from) {
-    for (int later = from + 1; later < values.nRows; ++later)
-      if (static_cast<double>(std::real(values(from)) - std::real(values(later))) >
-          resolutions[static_cast<std::size_t>(from)])
-        return true;
-    return false;
-  };
-  const auto firstOther = std::find_if(order.begin(), order.end(), [&](int from) {
-    return from >= nConverged || isOvertaken(from);
-  });
+  const auto firstOther =
+      std::find_if(order.begin(), order.end(), [&](int from) { return from >= nConverged; });
   int count = static_cast<int>(firstOther - order.begin());
   Replicate(count);
   return count;
+}
+
+template <typename Scalar>
+std::vector<double> BlockSolver<Scalar>::LockedBounds(const Block& vectors,
+                                                      const Block& values) const {
+  if (!selfCheck || values.nRows == 0) return {};
+  std::vector<double> bounds = Resolutions(vectors, values);
+  for (int j = 0; j < values.nRows; ++j) {
+    double& bound = bounds[static_cast<std::size_t>(j)];
+    bound = static_cast<double>(std::real(values(j))) - bound;
+  }
+  return bounds;
+}
+
+template <typename Scalar>
+int BlockSolver<Scalar>::CountBeforeOvertaken(const std::vector<double>& bounds,
+                                              const Block& values, int nConverged) const {
+  for (std::size_t j = 0; j < bounds.size(); ++j) {
+    int below = 0;
+    for (int i = 0; i < values.nRows; ++i)
+      below += static_cast<double>(std::real(values(i))) < bounds[j] ? 1 : 0;
+    if (below > static_cast<int>(j)) nConverged = std::min(nConverged, below);
+  }
+  if (!bounds.empty()) Replicate(nConverged);
+  return nConverged;
 }
 
 template <typename Scalar>

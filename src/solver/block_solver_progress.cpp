@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <utility>
 
@@ -104,8 +105,8 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
                                         const Block& vecX, const Block& vecAX, const Block& vecBX,
                                         int first, const Block& values, const Block& scratch,
                                         const Block& scratchImage) const {
-  constexpr int window = 20, longest = 10, mostRestarts = 3;
-  constexpr double notable = 0.5, generous = 1e6, strict = 100.0;
+  constexpr int window = 20, patience = 20, patienceIfTight = 5, mostRestarts = 3;
+  constexpr double notable = 0.01, noisy = 0.5, generous = 1e6, strict = 100.0;
   if (nConv > watch.nConv) {
     watch = Watch();
     watch.nConv = nConv;
@@ -131,24 +132,30 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
                             Columns(vecBX, j, 1), values(j), scratch, scratchImage) /
                  pairResiduals[static_cast<std::size_t>(nConv)];
   Replicate(share);
-  const bool isNoise = !(share < notable),
-             isOverdue = watch.idleWindows >= (isTight ? longest / 2 : 2 * longest);
+  const bool isNoise = !(share < noisy), hasDrifted = !(share < notable);
+  const bool isOverdue = watch.idleWindows >= (isTight && hasDrifted ? patienceIfTight : patience);
   isStagnated = isOverdue || (isNoise && isTight && watch.nRestarts == mostRestarts);
   if (isNoise && watch.nRestarts < mostRestarts) isRestartDue = ++watch.nRestarts > 0;
   return true;
 }
 
-/// Compares the residuals of the unconverged pairs before the last one with the best of each. Local:
-/// what is found of a window is decided by one process, as the last bits of norms may differ.
+/// Compares the residuals of the unconverged pairs before the last one, the largest first, with the
+/// best that stood there: pairs change places, and the good residual of one would be held against
+/// another. Local: what is found of a window is decided by one process, as the last bits of norms may
+/// differ.
 template <typename Scalar>
 void BlockSolver<Scalar>::NoteImprovements(int last) const {
   constexpr double tenth = 0.9, half = 0.5;
   constexpr double unknown = std::numeric_limits<double>::infinity();
+  std::vector<double> norms(pairResiduals.begin() + nConv, pairResiduals.begin() + last);
+  for (double& norm : norms)
+    if (std::isnan(norm)) norm = unknown; // says nothing of rounding
+  std::sort(norms.begin(), norms.end(), std::greater<>());
   const auto note = [&](std::vector<double>& best, double factor, int gain) {
     best.resize(pairResiduals.size(), unknown);
-    for (auto j = static_cast<std::size_t>(nConv); j < static_cast<std::size_t>(last); ++j) {
-      if (pairResiduals[j] > factor * best[j]) continue; // a NaN says nothing of rounding
-      best[j] = pairResiduals[j];
+    for (std::size_t j = 0; j < norms.size(); ++j) {
+      if (norms[j] > factor * best[j]) continue;
+      best[j] = norms[j];
       watch.gain = std::max(watch.gain, gain);
     }
   };

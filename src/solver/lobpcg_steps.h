@@ -133,6 +133,7 @@ private:
   void FormResidual() const;
   void ForgetIdleValues() const;
   void RunConvergeDetector() const;
+  void ConfirmPairs(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void RotateAll() const;
   void RecountConverged() const;
   int MoveStraysLast(int most) const;

@@ -81,6 +81,16 @@ int LobpcgSteps<Scalar>::MoveStraysLast(int most) const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::ConfirmResult(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
+  const int nFixed = nConv < nDeflated + nX ? nDeflated : 0;
+  const std::vector<double> bounds =
+      this->LockedBounds(Columns(workZ, 0, nFixed), Block(workW, 0, 0, nFixed, 1));
+  ConfirmPairs(matA, matB);
+  nConv = this->CountBeforeOvertaken(bounds, Block(workW, 0, 0, nDeflated + nX, 1), nConv);
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA,
+                                       const VesMatrixBase& matB) const {
   // Far above what sound runs leave, and below what callers may rely on.
   constexpr double looseOrthogonality = Base::epsilon < 1e-10 ? 1e-11 : 2e-5;
   const int nKnown = nDeflated + nX;

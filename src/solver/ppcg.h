@@ -85,7 +85,7 @@ private:
   std::vector<Block*> ShapeSubspaces(int width) const;
   void InitWorkspace(const Block& vecQ, const Block& vecW) const;
   void PostProcess(Block& vecQ, Block& vecW) const;
-  void RecountConverged(const Block& vectors) const;
+  void RecountConverged(const Block& coefficients, const Block& values) const;
   void FreeWorkspace() const;
 
   // What watches over a run, in ppcg_checks.cpp.
@@ -141,6 +141,7 @@ private:
   void GatherDirections(const Block& from, Block& to) const;
 
   mutable int runBatch = 0;        ///< width of the sub-blocks in this run
+  mutable int nSpan = 0;           ///< columns of workZ over which the last step is made
   mutable bool isIdle = false;     ///< nothing could change the values since the check before
   mutable bool areFresh = false;   ///< the images of X are those of the operators, or rotated once
   mutable bool isMergeDue = false; ///< sub-blocks depend on each other

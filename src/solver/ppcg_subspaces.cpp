@@ -120,13 +120,12 @@ void PPCG<Scalar>::UpdateEigenVectors() const {
 
 /// Orthonormalizes the coefficients of new directions (Gram-Schmidt, each vector twice), so that
 /// small steps do not pass for dependent ones, nor dependent ones for directions: those of columns
-/// without a residual of their own lie in the span of the others. What is no more than a rounding
-/// error becomes zero behind the rest, since its images are wrong by as much.
+/// without a residual of their own lie in the span of the others, and what is left of them is the
+/// errors of the coefficients. It becomes zero behind the rest, as does what no step is smaller than.
 template <typename Scalar>
 void PPCG<Scalar>::GatherDirections(const Block& from, Block& to) const {
   using Real = RealType<Scalar>;
-  constexpr Real rounding = std::numeric_limits<Real>::epsilon();
-  constexpr Real smallest = 4000 * rounding;
+  constexpr Real smallest = 64 * std::numeric_limits<Real>::epsilon(), dependent = Real(0.01);
   const int n = from.nRows, one = MathConstants<int>::ONE;
   VES_ASSERT_GOOD(to.Set2Zero());
   for (int j = 0, kept = 0; j < from.nCols && kept < n; ++j) {
@@ -135,6 +134,7 @@ void PPCG<Scalar>::GatherDirections(const Block& from, Block& to) const {
     const auto normOf = [&] {
       return std::sqrt(std::real(MathKernel<Scalar>::Dot(&n, v, &one, v, &one)));
     };
+    const Real step = normOf();
     for (int i = 0; i < 2 * kept; ++i) {
       const Scalar* const q = &to(0, i % kept);
       const Scalar overlap = MathKernel<Scalar>::Dot(&n, q, &one, v, &one);
@@ -142,7 +142,7 @@ void PPCG<Scalar>::GatherDirections(const Block& from, Block& to) const {
         v[r] -= overlap * q[r];
     }
     const Real norm = normOf();
-    const bool isDirection = norm > smallest;
+    const bool isDirection = norm > smallest && norm > dependent * step;
     const Scalar factor = isDirection ? Scalar(1 / norm) : MathConstants<Scalar>::ZERO;
     MathKernel<Scalar>::Scal(&n, &factor, v, &one);
     kept += isDirection ? 1 : 0;

@@ -10,12 +10,12 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
                                   const VesMatrixBase& matB) const {
   this->ReadProblem(vecQ, matB);
   nBatch = std::max(std::min(nBands, nBatch), 1);
-  runBatch = nBatch; // partitions shrink this one: the stored width must survive the run
   iter = 0;
   nX = nR = nBands;
   nP = nDeflated = nConvActive = nLocked = flagShift = 0;
   nConv = 0;
   nBlocks = (nBands + nBatch - 1) / nBatch;
+  nSpan = nBands;
   isRotated = isIdle = areFresh = false;
   nIdle = 0;
   soundError = StrictError();
@@ -82,7 +82,6 @@ void PPCG<Scalar>::InitWorkspace(const Block& vecQ, const Block&) const {
 template <typename Scalar>
 void PPCG<Scalar>::PartitionBlocks() const {
   const int n = nX;
-  runBatch = std::min(runBatch, n);
   nBlocks = n < 1 ? 0 : (n - 1) / runBatch + 1;
   for (std::vector<int>* const list : {&nXs, &nPs, &nRs, &nVs, &dispX, &dispP, &dispR})
     list->assign(static_cast<std::size_t>(nBlocks), 0);
@@ -97,28 +96,34 @@ void PPCG<Scalar>::PartitionBlocks() const {
   }
 }
 
-/// Rayleigh-Ritz over the whole block, locked vectors included. Where the guess had no full rank,
-/// nBands was narrowed, and zero vectors with infinite values stand for what is missing.
+/// Rayleigh-Ritz over the whole block, locked vectors included, and over what ConfirmBlock has put
+/// behind it. Where the guess had no full rank, nBands was narrowed, and zero vectors with infinite
+/// values stand for what is missing.
 template <typename Scalar>
 void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
-  const Block vecX = Columns(workZ, 0, nBands), vecAX = Columns(workAZ, 0, nBands);
+  const Block vecX = Columns(workZ, 0, nBands), estimates(workW, 0, 0, nBands, 1);
   Block vecOut = Columns(vecQ, 0, nBands), vecValues(vecW, 0, 0, nBands, 1);
-  workM.SetDims(nBands, nBands, nBands);
-  workD.SetDims(nBands, 1, nBands);
-  VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
+  Block& matrix = nSpan > nBands ? workG : workM; // a tile has room for the span
+  matrix.SetDims(nSpan, nSpan, nSpan);
+  workD.SetDims(nSpan, 1, nSpan);
+  VES_ASSERT_GOOD(matrix.InnerProduct(Columns(workZ, 0, nSpan), Columns(workAZ, 0, nSpan)));
   int failed = 0; // beside info, which says how the iteration ended
-  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, failed));
+  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(matrix, workD, failed));
   VES_ASSERT_GOOD(vecQ.Set2Zero());
   VES_ASSERT_GOOD(vecW.Set2Val(MathConstants<Scalar>::INFTY));
   if (failed == 0) {
-    VES_ASSERT_GOOD(vecOut.Gemm(vecX, workM, 'N', 'N', 1, 0));
-    VES_ASSERT_GOOD(vecValues.CopyData(workD));
-    RecountConverged(workM);
+    const Block coefficients(matrix, 0, 0, nSpan, nBands), values(workD, 0, 0, nBands, 1);
+    VES_ASSERT_GOOD(vecOut.Gemm(Columns(workZ, 0, nSpan), coefficients, 'N', 'N', 1, 0));
+    VES_ASSERT_GOOD(vecValues.CopyData(values));
+    const int nFixed = nConv < nBands ? nDeflated : 0;
+    const std::vector<double> bounds =
+        this->LockedBounds(Columns(vecX, 0, nFixed), Block(estimates, 0, 0, nFixed, 1));
+    RecountConverged(coefficients, values);
+    nConv = this->CountBeforeOvertaken(bounds, values, nConv);
   } else { // the last pairs there are, which nothing bears out
     nConv = 0;
     info = failed;
     this->FindCulprit(vecX);
-    const Block estimates(workW, 0, 0, nBands, 1);
     VES_ASSERT_GOOD(vecOut.CopyData(vecX));
     VES_ASSERT_GOOD(vecValues.CopyData(estimates));
   }
@@ -126,24 +131,24 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
 
 /// The pairs of the last step are in order, those of the checks before it need not have been.
 template <typename Scalar>
-void PPCG<Scalar>::RecountConverged(const Block& coefficients) const {
+void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& values) const {
   // A test of values has compared two iterations; when the last one failed there is none to compare.
   const auto type = this->convergeDetectorType;
   const Block estimates(workW, 0, 0, nBands, 1);
   if (type == VES_EIGENVALUES || (type == VES_RESIDUALS_OR_EIGENVALUES && info != 0)) {
-    nConv = this->StandingClaims(estimates, nConv, workD);
+    nConv = this->StandingClaims(estimates, nConv, values);
     return;
   }
   const auto rotate = [&](const Block& basis, Block& rotated) {
     rotated.SetDims(nPW, nBands, ldQ);
-    VES_ASSERT_GOOD(rotated.Gemm(Columns(basis, 0, nBands), coefficients));
+    VES_ASSERT_GOOD(rotated.Gemm(Columns(basis, 0, nSpan), coefficients));
   };
   rotate(workAZ, workR);
   rotate(ImageBZ(), workX);
-  VES_ASSERT_GOOD(workR.ScaleAdd(workR, workX, workD, -1));
+  VES_ASSERT_GOOD(workR.ScaleAdd(workR, workX, values, -1));
   if (isIdle && this->TestsValues()) this->ForgetValues(workR, workX, estimates);
   idxsConv.SetDims(nBands, 1, nBands);
-  nConv = this->CountConverged(workR, workD, estimates, idxsConv, nConv);
+  nConv = this->CountConverged(workR, values, estimates, idxsConv, nConv);
 }
 
 template <typename Scalar>

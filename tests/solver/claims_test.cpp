@@ -87,6 +87,29 @@ TYPED_TEST(ClaimsTest, ExactVectorInTheGuess) {
         }
 }
 
+/// It leads while nothing lower is known; once others have overtaken it, it is claimed no more, nor
+/// what stands above it.
+TYPED_TEST(ClaimsTest, ExactVectorInAnUnfinishedRun) {
+  const Diagonal<TypeParam> d(Spectrum(60, [](int i) { return i < 3 ? 1.0 + i : 3.8 + 0.2 * i; }));
+  SparseOperator<TypeParam> A = d.A;
+  for (const auto type : allSolvers)
+    for (int maxIter = 1; maxIter < 50; ++maxIter) {
+      SCOPED_TRACE(testing::Message() << "solver " << type << " iterations " << maxIter);
+      Settings s = this->Wanted(type, VES_RESIDUALS, 6);
+      s.maxIter = maxIter;
+      const SolverHandle solver = MakeSolver<TypeParam>(s, false);
+      VesSolverSetBatchLimit(solver.get(), type == VES_LOBPCG_BATCH ? 2 : 0);
+      Pairs<TypeParam> p(d.rows, s.nBands);
+      p.FillGuess([&](int i, int j) {
+        return j == 0 ? Number<TypeParam>(i == 8 ? 1 : 0) : HashedNumber<TypeParam>(i, j);
+      });
+      p.Run(solver.get(), &A);
+      const bool isOvertaken = std::real(p.D[0]) < 5.0;
+      for (std::size_t j = 0; isOvertaken && j < static_cast<std::size_t>(p.nConv); ++j)
+        EXPECT_NEAR(std::real(p.D[j]), d.values[j], 0.01) << p.nConv;
+    }
+}
+
 /// Without any direction the values stand still, and yet nothing has converged.
 TYPED_TEST(ClaimsTest, PreconditionerOfZeros) {
   const Diagonal<TypeParam> d(Spectrum(60, [](int i) { return 1.0 + i; }));
@@ -226,6 +249,20 @@ TYPED_TEST(ClaimsTest, WideMultiplets) {
           ASSERT_NEAR(std::real(p.D[j]), sorted[j], 0.01) << j;
       }
   }
+}
+
+/// Exact vectors leave no direction to the one that is missing, but where the basis of the sub-blocks
+/// would hold the whole space the last step is made over all of it.
+TYPED_TEST(ClaimsTest, ExactPairsThatMissOneOfFew) {
+  const Diagonal<TypeParam> d(Spectrum(20, [](int i) { return 1.0 + i; }));
+  SparseOperator<TypeParam> A = d.A;
+  const SolverHandle solver = MakeSolver<TypeParam>(this->Wanted(VES_PPCG, VES_RESIDUALS, 8), false);
+  Pairs<TypeParam> p(d.rows, 8);
+  p.FillGuess([](int i, int j) { return Number<TypeParam>(i == (j == 3 ? 12 : j) ? 1 : 0); });
+  p.Run(solver.get(), &A);
+  ASSERT_EQ(p.nConv, p.k);
+  for (std::size_t j = 0; j < 8; ++j)
+    EXPECT_NEAR(std::real(p.D[j]), d.values[j], 0.01);
 }
 
 /// Diffusion through two materials: rounding errors of the operator as a whole are far above what the
