@@ -287,6 +287,13 @@ VES_EXPORT VesReturnCode VesSetOrthoProjectorType(VesSolver solver,
 /// \return -7 solver is null; -6 not a VES_LOBPCG_BATCH solver; -1 limit not positive; 0
 VES_EXPORT VesReturnCode VesSolverSetBatchLimit(VesSolver solver, int limit) VES_NOEXCEPT;
 
+/// Vectors that VES_LOBPCG_BATCH iterates at once to begin with, from the next run on; 0 (default): as
+/// many as the limit allows. With the self-check a batch doubles, up to the limit, where it makes no
+/// headway for 20 iterations, as where it holds only a part of a group of close values. Memory is
+/// that of the limit.
+/// \return -7 solver is null; -6 not a VES_LOBPCG_BATCH solver; -1 width negative; 0
+VES_EXPORT VesReturnCode VesSolverSetBatchStart(VesSolver solver, int width) VES_NOEXCEPT;
+
 /// Soft locking of PPCG: 0 none (default), 1 leaves out the residuals of pairs that pass the lock
 /// test, 2 those of pairs that pass the convergence test. Applies A to fewer columns.
 /// \return -7 solver is null; -6 not a PPCG solver; -1 type is none of the three; 0

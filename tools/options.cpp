@@ -142,7 +142,9 @@ void DescribeSolver(CLI::App& app, SolverOptions& solver) {
             "algorithm; auto takes lobpcg up to 64 pairs or a quarter of the order, lobpcg-batch "
             "above")
       ->group(group);
-  app.add_option("--batch-limit", solver.batchLimit, "pairs that lobpcg-batch iterates at once; 64")
+  app.add_option("--batch-limit", solver.batchLimit,
+                 "most pairs that lobpcg-batch iterates at once; 64, "
+                 "and up to 256 where they come no further")
       ->check(count)
       ->group(group);
   DescribeLocking(app, solver);

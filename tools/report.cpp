@@ -38,7 +38,7 @@ const char* ReasonOf(const RunResult& result) {
 void PrintSettings(std::ostream& out, const RunResult& result) {
   const RunSettings& settings = result.settings;
   out << NameOf(solverNames, settings.solver);
-  if (settings.solver == VES_LOBPCG_BATCH) out << " of " << settings.batchLimit << " at once";
+  if (settings.solver == VES_LOBPCG_BATCH) out << " of " << settings.batch << " at once";
   out << ", preconditioner " << result.preconditioner << "\n"
       << NameOf(detectorNames, result.detector) << " below " << Short(settings.threshold);
   if (settings.tolerance > 0.0) {

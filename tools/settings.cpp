@@ -130,7 +130,7 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options)
       settings.pairs > pairsOfOneBatch && (problem.Order() - 1) / orderOfBatches >= settings.pairs;
   settings.solver = options.type.value_or(isWide ? VES_LOBPCG_BATCH : VES_LOBPCG);
   RequireSolverOf(options, settings.solver);
-  settings.batchLimit = options.batchLimit.value_or(pairsOfOneBatch);
+  settings.batch = options.batchLimit.value_or(pairsOfOneBatch);
   settings.orthoPasses = options.orthoPasses.value_or(isSingle<Scalar> ? 3 : 2);
   settings.dense = options.dense.value_or(
       Size(problem.comm) <= processesOfLapack ? VES_LAPACK_DIAG : VES_SCALAPACK_DIAG);
@@ -164,7 +164,10 @@ SolverHandle MakeSolver(VesScalarType scalar, bool isGeneralized, const RunSetti
   set(VesSolverSetLockFactor(solver, options.lockFactor));
   set(VesSolverSetSelfCheck(solver, options.hasSelfCheck));
   if (options.lockDetector) set(VesSolverSetLockDetectorType(solver, *options.lockDetector));
-  if (settings.solver == VES_LOBPCG_BATCH) set(VesSolverSetBatchLimit(solver, settings.batchLimit));
+  if (options.batchLimit)
+    set(VesSolverSetBatchLimit(solver, settings.batch));
+  else if (settings.solver == VES_LOBPCG_BATCH)
+    set(VesSolverSetBatchStart(solver, settings.batch));
   if (settings.solver != VES_PPCG) return handle;
   if (options.softLocking) set(VesSolverSetPPCGSoftLocking(solver, *options.softLocking));
   if (options.ppcgBatch) set(VesSolverSetPPCGBatch(solver, *options.ppcgBatch));

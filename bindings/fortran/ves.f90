@@ -406,6 +406,12 @@ module ves
       integer, intent(in) :: limit
       integer, intent(out), optional :: ierror
     end subroutine VesSolverSetBatchLimit
+    !> Vectors that VES_LOBPCG_BATCH iterates at once to begin with (default 0: its limit).
+    module subroutine VesSolverSetBatchStart(solver, width, ierror)
+      type(VesSolver), intent(in) :: solver
+      integer, intent(in) :: width
+      integer, intent(out), optional :: ierror
+    end subroutine VesSolverSetBatchStart
     !> Soft locking of PPCG: 0 none, 1 by the lock test, 2 by the convergence test.
     module subroutine VesSolverSetPPCGSoftLocking(solver, kind, ierror)
       type(VesSolver), intent(in) :: solver

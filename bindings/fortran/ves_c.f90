@@ -67,6 +67,7 @@ module ves_c
   procedure(SetFunction), bind(c, name='VesSetOrthogonalizerType') :: c_set_orthogonalizer
   procedure(SetFunction), bind(c, name='VesSetOrthoProjectorType') :: c_set_ortho_projector
   procedure(SetFunction), bind(c, name='VesSolverSetBatchLimit') :: c_set_batch_limit
+  procedure(SetFunction), bind(c, name='VesSolverSetBatchStart') :: c_set_batch_start
   procedure(SetFunction), bind(c, name='VesSolverSetPPCGSoftLocking') :: c_set_ppcg_soft_locking
   procedure(SetFunction), bind(c, name='VesSolverSetPPCGBatch') :: c_set_ppcg_batch
   procedure(SetFunction), bind(c, name='VesSolverSetPPCGRRPeriod') :: c_set_ppcg_rr_period

@@ -84,6 +84,10 @@ contains
     call Finish('VesSolverSetBatchLimit', c_set_batch_limit(solver%handle, limit), ierror)
   end procedure VesSolverSetBatchLimit
 
+  module procedure VesSolverSetBatchStart
+    call Finish('VesSolverSetBatchStart', c_set_batch_start(solver%handle, width), ierror)
+  end procedure VesSolverSetBatchStart
+
   module procedure VesSolverSetPPCGSoftLocking
     call Finish('VesSolverSetPPCGSoftLocking', c_set_ppcg_soft_locking(solver%handle, kind), ierror)
   end procedure VesSolverSetPPCGSoftLocking

@@ -193,6 +193,11 @@ VesReturnCode VesSolverSetBatchLimit(VesSolver solver, int limit) noexcept {
                               [&](auto& batched) { batched.batchLimit = limit; });
 }
 
+VesReturnCode VesSolverSetBatchStart(VesSolver solver, int width) noexcept {
+  return SetOwn<LOBPCG_BATCH>(solver, VES_LOBPCG_BATCH, width >= 0,
+                              [&](auto& batched) { batched.batchStart = width; });
+}
+
 VesReturnCode VesSolverSetLockFactor(VesSolver solver, double factor) noexcept {
   if (solver == nullptr) return VES_ERR_NULL_POINTER;
   if (!(factor >= 0.0 && factor <= 1.0)) return VES_ERR_INVALID_VALUE;

@@ -150,7 +150,7 @@ protected:
   /// iterations close to rounding, for 100 where a hundredth of so small a residual is noise. X
   /// holds the active vectors, the pairs first, first + 1, ...; scratch are two blocks of at least
   /// one column.
-  /// \return a window of 20 iterations has ended in which no pair halved its residual
+  /// \return 20 iterations have passed that lowered the residuals by less than a quarter in the mean
   bool WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& vecX,
                      const Block& vecAX, const Block& vecBX, int first, const Block& values,
                      const Block& scratch, const Block& scratchImage) const;
@@ -224,6 +224,7 @@ private:
   VesSolverReason FindReason(int wanted) const;
   std::vector<double> Resolutions(const Block& vectors, const Block& values) const;
   void NoteImprovements(int last) const;
+  bool IsSlow(int last) const;
   double ImageNoise(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& x,
                     const Block& vecAX, const Block& vecBX, Scalar value, const Block& scratch,
                     const Block& scratchImage) const;
@@ -234,11 +235,12 @@ private:
 
   /// What is remembered while most pairs stay unconverged; forgotten when one more converges.
   struct Watch {
-    int nConv = 0;                    ///< most pairs that have stood before
-    int tests = 0;                    ///< iterations
-    int gain = 0;                     ///< in this window a pair has improved (1) or halved (2)
-    int idleWindows = 0;              ///< windows in a row without improvement
-    int nRestarts = 0;                ///< on account of noise
+    int nConv = 0;       ///< most pairs that have stood before
+    int tests = 0;       ///< iterations
+    int gain = 0;        ///< in this window a pair has improved (1) or halved (2)
+    int idleWindows = 0; ///< windows in a row without improvement
+    double meanLog = std::numeric_limits<double>::infinity(); ///< of residuals one window before
+    int nRestarts = 0;                                        ///< on account of noise
     std::vector<double> best, halved; ///< residuals, the largest first, at their last gains
   };
   mutable Watch watch;

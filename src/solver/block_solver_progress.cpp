@@ -114,19 +114,21 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
   if (!selfCheck || nConv < first || nConv >= first + vecX.nCols) return false;
   NoteImprovements(first + vecX.nCols);
   if (++watch.tests % window != 0) return false;
-  int gain = std::exchange(watch.gain, 0);
-  Replicate(gain);
+  std::vector<int> found{std::exchange(watch.gain, 0), IsSlow(first + vecX.nCols) ? 1 : 0};
+  Replicate(found);
+  const int gain = found.front();
+  const bool isSlow = found.back() != 0;
   watch.idleWindows = gain < 1 ? watch.idleWindows + 1 : 0;
   const auto areBelow = [&](double factor) {
     return AreBelow(vecBX, first, values, factor * largestRitz, factor);
   };
-  if (gain > 1) return false;
+  if (gain > 1) return isSlow;
   const bool isClose = areBelow(generous), isTight = isClose && areBelow(strict);
   if ((isTight || gain < 1) && watch.nRestarts == 0) {
     isRestartDue = ++watch.nRestarts > 0;
-    return true;
+    return isSlow;
   }
-  if (gain > 0 || !isClose) return true;
+  if (gain > 0 || !isClose) return isSlow;
   const int j = nConv - first;
   double share = ImageNoise(matA, matB, Columns(vecX, j, 1), Columns(vecAX, j, 1),
                             Columns(vecBX, j, 1), values(j), scratch, scratchImage) /
@@ -136,7 +138,7 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
   const bool isOverdue = watch.idleWindows >= (isTight && hasDrifted ? patienceIfTight : patience);
   isStagnated = isOverdue || (isNoise && isTight && watch.nRestarts == mostRestarts);
   if (isNoise && watch.nRestarts < mostRestarts) isRestartDue = ++watch.nRestarts > 0;
-  return true;
+  return isSlow;
 }
 
 /// Compares the residuals of the unconverged pairs before the last one, the largest first, with the
@@ -161,6 +163,18 @@ void BlockSolver<Scalar>::NoteImprovements(int last) const {
   };
   note(watch.best, tenth, 1);
   note(watch.halved, half, 2);
+}
+
+/// The geometric mean of the residuals of the unconverged pairs before the last one has fallen by
+/// less than a quarter since this was asked before. Local.
+template <typename Scalar>
+bool BlockSolver<Scalar>::IsSlow(int last) const {
+  constexpr double quarter = 0.75;
+  double sum = 0.0;
+  for (auto j = static_cast<std::size_t>(nConv); j < static_cast<std::size_t>(last); ++j)
+    sum += std::log(pairResiduals[j]);
+  const double before = std::exchange(watch.meanLog, sum / (last - nConv));
+  return watch.meanLog > before + std::log(quarter);
 }
 
 /// ||(A x - lambda B x) - (vecAX - lambda vecBX)|| of one column: what rounding errors have added to

@@ -14,7 +14,7 @@ VesReturnCode LOBPCG_BATCH<Scalar>::SolveDense(const VesMatrixBase& matA, const 
                                                const VesMatrixBase& matP, Block& vecQ,
                                                Block& vecW) const {
   InitParameters(vecQ, vecW, matB);
-  if (const auto code = this->AllocateWorkspace(nXseekMax); code != VES_GOOD) return code;
+  if (const auto code = this->AllocateWorkspace(FullBatch(nBands)); code != VES_GOOD) return code;
   VES_ASSERT_GOOD(workW.Set2Val(MathConstants<Scalar>::INFTY));
   Iterate(matA, matB, matP, vecQ);
   this->ConfirmResult(matA, matB);
@@ -133,14 +133,16 @@ void LOBPCG_BATCH<Scalar>::CheckLocking() const {
   if (nR == 0) nLocked = nXseek;
 }
 
-/// Tops the batch up once less than half of it is left. Places of columns that were lost to
-/// dependence stay taken: random columns fill them. Before the last pass all that remains of the
-/// guess comes in.
+/// Tops the batch up once less than half of it is left, or what is left comes no further, as a part
+/// of a group of close values does; where it is full, it doubles then as far as there is room. Places
+/// of columns that were lost to dependence stay taken: random columns fill them. Before the last pass
+/// all that remains of the guess comes in.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::RefillBatch() const {
   if (isStagnated && nAdded < nBands) RetireBatch();
   const int taken = nAdded - nDeflated;
-  const bool isRefilled = taken < nXseekMax / 2 || taken == 0;
+  if (this->isSlow && taken == nXseekMax) nXseekMax = std::min(2 * nXseekMax, FullBatch(nBands));
+  const bool isRefilled = taken < nXseekMax / 2 || taken == 0 || this->isSlow;
   nXnxt = isRefilled ? std::min(nBands - nAdded, nXseekMax - taken) : 0;
   if (iter != maxIter - 1 && !isStagnated && !isStopped) return;
   isLastPass = true;
@@ -185,6 +187,7 @@ void LOBPCG_BATCH<Scalar>::InitParameters(const Block& vecQ, const Block&,
   this->ReadProblem(vecQ, matB);
   this->ResetCounters();
   nXseekMax = FullBatch(nBands);
+  if (batchStart > 0) nXseekMax = std::min(nXseekMax, batchStart);
   nXnxt = this->nV = nXseekMax; // the first pass loads a full batch
   nRand = nAdded = 0;
   isLastPass = false;

@@ -54,9 +54,10 @@ public:
   VesSolverBase::RunSizes LargestSizes(int nCols) const override {
     return this->WorkspaceSizes(nCols, FullBatch(nCols));
   }
-  std::array<int, 3> OwnSettings() const override { return {batchLimit}; }
+  std::array<int, 3> OwnSettings() const override { return {batchLimit, batchStart}; }
 
   int batchLimit = 256; ///< most vectors iterated at once, from the next run on
+  int batchStart = 0;   ///< vectors iterated at once to begin with; 0: as many as may be
 
   mutable int nXseekMax = 0; ///< size of a full batch
   mutable int nRand = 0;     ///< random columns of the pass

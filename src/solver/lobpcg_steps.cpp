@@ -325,8 +325,8 @@ void LobpcgSteps<Scalar>::WatchProgress(const VesMatrixBase& matA,
   const auto active = [&](const Block& block) { return Columns(block, nDeflated, nX); };
   workX.SetDims(nPW, 1, ldQ);
   workAX.SetDims(nPW, 1, ldQ);
-  Base::WatchProgress(matA, matB, active(workZ), active(workAZ), active(ImageBZ()), nDeflated,
-                      Estimates(nX), workX, workAX);
+  isSlow = Base::WatchProgress(matA, matB, active(workZ), active(workAZ), active(ImageBZ()),
+                               nDeflated, Estimates(nX), workX, workAX);
   // Twice in a row without any direction: nothing can change X any more.
   const bool isExhausted = nP + nR + nXnxt == 0;
   isStagnated = isStagnated || (isExhausted && wasExhausted);

@@ -54,6 +54,7 @@ public:
   mutable double restartResidual = 0; ///< largest residual norm after the last restart
   mutable bool isRestarted = false;   ///< this iteration discarded its rotation
   mutable bool wasExhausted = false;  ///< the iteration before had no direction to go
+  mutable bool isSlow = false;        ///< 20 iterations have lowered residuals by little
   mutable bool isUncertain = false;   ///< converged pairs are to be counted anew at the end
 
   mutable Block workZ, workAZ, workBZ; ///< locked vectors and basis, and their images

@@ -11,7 +11,7 @@ void LobpcgSteps<Scalar>::ResetCounters() const {
   nDeflated = nLocked = nLeadingConv = nRestarts = nFutile = 0;
   nConv = 0;
   nClaimable = freshFrom = nBands;
-  isRestarted = isUncertain = wasExhausted = false;
+  isRestarted = isUncertain = wasExhausted = isSlow = false;
 }
 
 template <typename Scalar>
@@ -89,8 +89,7 @@ void LobpcgSteps<Scalar>::ConfirmResult(const VesMatrixBase& matA,
 }
 
 template <typename Scalar>
-void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA,
-                                       const VesMatrixBase& matB) const {
+void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   // Far above what sound runs leave, and below what callers may rely on.
   constexpr double looseOrthogonality = Base::epsilon < 1e-10 ? 1e-11 : 2e-5;
   const int nKnown = nDeflated + nX;

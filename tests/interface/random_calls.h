@@ -337,6 +337,7 @@ private:
         VES_SETTER(VesSolverSetLockDetectorType, VesConvergeDetectorType, none, unsupported, good),
         VES_SETTER(VesSolverSetRankRevealerType, VesOrthogonalizerType, none, unsupported, good),
         VES_SETTER(VesSolverSetBatchLimit, int, none, incompatible, bad, good),
+        VES_SETTER(VesSolverSetBatchStart, int, none, incompatible, bad, good),
         VES_SETTER(VesSolverSetPPCGSoftLocking, int, none, incompatible, bad, good),
         VES_SETTER(VesSolverSetPPCGBatch, int, none, incompatible, bad, good),
         VES_SETTER(VesSolverSetPPCGRRPeriod, int, none, incompatible, bad, good),

@@ -165,6 +165,31 @@ TEST(BatchRefill, TakesTheGuessInItsOrder) {
   }
 }
 
+/// Of 24 close values 12 vectors find none, since those outside are as close as those inside.
+TEST(BatchRefill, GrowsInAGroupOfCloseValues) {
+  const Rows rows(240, MPI_COMM_WORLD);
+  const auto valueOf = [](int i) { return 1.0 + i / 24 + 1e-6 * (i % 24); };
+  SparseOperator<double> A(rows, [&](int i) {
+    return SparseOperator<double>::Row{{i, valueOf(i)}};
+  });
+  Settings s;
+  s.solver = VES_LOBPCG_BATCH;
+  s.nBands = 40;
+  s.threshold = 1e-8;
+  s.maxIter = 400;
+  s.maxOrthoIter = 2;
+  const SolverHandle solver = MakeSolver<double>(s, false);
+  VesSolverSetLockFactor(solver.get(), 1.0);
+  VesSolverSetBatchLimit(solver.get(), 48);
+  VesSolverSetBatchStart(solver.get(), 12);
+  Pairs<double> p(rows, s.nBands);
+  p.FillRandom();
+  p.Run(solver.get(), &A);
+  EXPECT_EQ(p.nConv, p.k);
+  for (int j = 0; j < p.nConv; ++j)
+    EXPECT_NEAR(p.D[static_cast<std::size_t>(j)], valueOf(j), 1e-9);
+}
+
 /// A batch waits until less than half of it is left, and then is filled up to its limit.
 TEST(BatchRefill, WhenHalfOfTheBatchIsLeft) {
   static constexpr int nBands = 40, limit = 8;
@@ -270,6 +295,8 @@ TEST(BatchSetter, CodesInTheirOrder) {
   EXPECT_EQ(VesSolverSetBatchLimit(nullptr, 0), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesSolverSetBatchLimit(lobpcg.get(), 0), VES_ERR_INCOMPATIBLE);
   EXPECT_EQ(VesSolverSetBatchLimit(batched.get(), 0), VES_ERR_INVALID_VALUE);
+  EXPECT_EQ(VesSolverSetBatchStart(lobpcg.get(), -1), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesSolverSetBatchStart(batched.get(), -1), VES_ERR_INVALID_VALUE);
   EXPECT_EQ(dynamic_cast<const Ves::LOBPCG_BATCH<float>&>(*batched).batchLimit, 256);
 }
 

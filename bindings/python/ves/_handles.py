@@ -91,9 +91,10 @@ class Solver(_Handle):
         if settings.uses_lapack:
             call("VesSetDenseEigenSolverType", self.handle, _library.LAPACK_DIAG)
         if settings.batch is not None:
-            is_ppcg = settings.solver == "ppcg"
-            call("VesSolverSetPPCGBatch" if is_ppcg else "VesSolverSetBatchLimit", self.handle,
-                 settings.batch)
+            setter = ("VesSolverSetPPCGBatch" if settings.solver == "ppcg"
+                      else "VesSolverSetBatchStart" if settings.batch_grows
+                      else "VesSolverSetBatchLimit")
+            call(setter, self.handle, settings.batch)
 
     def set_monitor(self, routine):
         """Installs a routine of a pointer to a ProgressStruct that returns an int."""

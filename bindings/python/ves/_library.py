@@ -73,6 +73,7 @@ _PROTOTYPES = {
     "VesSolverSetThreshold": (c_void_p, c_double),
     "VesSolverSetLockFactor": (c_void_p, c_double),
     "VesSolverSetBatchLimit": (c_void_p, c_int),
+    "VesSolverSetBatchStart": (c_void_p, c_int),
     "VesSolverSetPPCGBatch": (c_void_p, c_int),
     "VesSolverSetMonitor": (c_void_p, MONITOR, c_void_p),
     "VesSetDenseEigenSolverType": (c_void_p, c_int),
