@@ -281,16 +281,6 @@ TEST(Solvers, SettersAndDefaults) {
   EXPECT_TRUE(solver->needResidualNorms); // set once, never cleared
 }
 
-TEST(Solvers, SettersOfPpcg) {
-  VesSolver solver = nullptr;
-  ASSERT_EQ(VesSolverCreate(&solver, VES_DOUBLE, VES_PPCG), VES_GOOD);
-  const SolverHandle owner(solver);
-  EXPECT_EQ(VesSolverSetPPCGRRPeriod(solver, 0), VES_GOOD) << "no full step at all";
-  EXPECT_EQ(VesSolverSetPPCGRRPeriod(solver, -1), VES_ERR_INVALID_VALUE);
-  EXPECT_EQ(VesSolverSetPPCGBatch(solver, 0), VES_ERR_INVALID_VALUE);
-  EXPECT_EQ(VesSolverSetBatchLimit(solver, 8), VES_ERR_INCOMPATIBLE);
-}
-
 TEST(Solvers, NullHandles) {
   int count = 0;
   EXPECT_EQ(VesSolverSetProblemType(nullptr, VES_PROBLEM_STANDARD), VES_ERR_NULL_POINTER);

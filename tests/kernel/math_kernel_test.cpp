@@ -11,13 +11,6 @@ template <typename Scalar>
 struct MathKernelTest : testing::Test {};
 TYPED_TEST_SUITE(MathKernelTest, AllScalars);
 
-TEST(ScalarCodes, AreThePublicOnes) {
-  EXPECT_EQ(ScalarCode<double>(), 0);
-  EXPECT_EQ(ScalarCode<float>(), 1);
-  EXPECT_EQ(ScalarCode<std::complex<double>>(), 2);
-  EXPECT_EQ(ScalarCode<std::complex<float>>(), 3);
-}
-
 /// Also the self-test of how the provider returns complex values.
 TYPED_TEST(MathKernelTest, DotConjugatesItsFirstOperand) {
   const int count = 4, one = 1, two = 2;

@@ -85,7 +85,7 @@ TYPED_TEST(BatchTest, CompletesALaterBatch) {
 /// of the pair, and a preconditioner that makes them few passes.
 TYPED_TEST(BatchTest, DefaultLimit) {
   using Operator = SparseOperator<TypeParam>;
-  const int n = 900;
+  const int n = 520;
   const Rows rows(n, MPI_COMM_WORLD, Deal::growing);
   const auto value = [](int i) { return 1.0 + 0.01 * i; };
   const auto diagonal = [&](const std::function<double(int)>& entry) {
@@ -102,7 +102,7 @@ TYPED_TEST(BatchTest, DefaultLimit) {
     Operator* const massOrNone = generalized ? &B : nullptr;
     Settings s;
     s.solver = VES_LOBPCG_BATCH;
-    s.nBands = generalized ? 300 : 600;
+    s.nBands = generalized ? 270 : 290;
     s.threshold = eps<TypeParam> < 1e-10 ? 1e-3 : 5e-3;
     s.maxIter = 1000;
     Pairs<TypeParam> p(rows, s.nBands);
