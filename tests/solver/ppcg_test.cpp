@@ -113,8 +113,8 @@ TEST_F(PpcgTest, SoftLockingSavesColumns) {
       SCOPED_TRACE(testing::Message() << "type " << type << " generalized " << generalized);
       const SolverHandle solver = Solver(generalized);
       EXPECT_EQ(VesSolverSetPPCGSoftLocking(solver.get(), type), VES_GOOD);
-      EXPECT_EQ(VesSolverSetPPCGBatch(solver.get(), 20), VES_GOOD);
-      columns.push_back(Solve(solver.get(), 65, generalized));
+      EXPECT_EQ(VesSolverSetPPCGBatch(solver.get(), 10), VES_GOOD);
+      columns.push_back(Solve(solver.get(), 24, generalized));
     }
     if (RankIn(MPI_COMM_WORLD) == 0)
       std::printf("columns of A by type of soft locking: %ld, %ld, %ld\n", columns[0], columns[1],
@@ -160,9 +160,9 @@ TEST_F(PpcgTest, LocksForGoodOnlyAfterARotation) {
 }
 
 /// A solver that has converged and run for fewer pairs works like a fresh one.
-TEST_F(PpcgTest, TenRunsOnOneSolver) {
+TEST_F(PpcgTest, SeveralRunsOnOneSolver) {
   const SolverHandle solver = Solver(false);
-  for (const int nBands : {20, 40, 20, 5, 33, 40, 5, 8, 35, 20}) {
+  for (const int nBands : {20, 33, 5, 20}) {
     SCOPED_TRACE(nBands);
     EXPECT_EQ(VesSolverSetPPCGBatch(solver.get(), 16), VES_GOOD);
     const long columns = Solve(solver.get(), nBands);
