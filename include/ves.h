@@ -287,10 +287,10 @@ VES_EXPORT VesReturnCode VesSetOrthoProjectorType(VesSolver solver,
 /// \return -7 solver is null; -6 not a VES_LOBPCG_BATCH solver; -1 limit not positive; 0
 VES_EXPORT VesReturnCode VesSolverSetBatchLimit(VesSolver solver, int limit) VES_NOEXCEPT;
 
-/// Vectors that VES_LOBPCG_BATCH iterates at once to begin with, from the next run on; 0 (default): as
-/// many as the limit allows. With the self-check a batch doubles, up to the limit, where it makes no
-/// headway for 20 iterations, as where it holds only a part of a group of close values. Memory is
-/// that of the limit.
+/// Vectors that VES_LOBPCG_BATCH iterates at once to begin with, from the next run on; 0 (default), and
+/// any beyond the limit: as many as that allows. With the self-check and a test of residuals a batch
+/// doubles, up to the limit, where for 20 to 40 iterations no pair converges and residuals hardly
+/// fall, as where it holds only a part of a group of close values. Memory is that of the limit.
 /// \return -7 solver is null; -6 not a VES_LOBPCG_BATCH solver; -1 width negative; 0
 VES_EXPORT VesReturnCode VesSolverSetBatchStart(VesSolver solver, int width) VES_NOEXCEPT;
 
@@ -433,7 +433,9 @@ VES_EXPORT VesReturnCode VesSolverSetRankRevealerType(VesSolver solver,
 /// vectors where rounding broke the basis down, and confirms what a run is about to report. A run
 /// that converges without any of this is the same with and without it, bit for bit; but where the
 /// threshold is within 1e4 of rounding errors, A and B are applied to the result once more before it
-/// is believed, and batches that end at the limit of iterations claim only what was locked.
+/// is believed, batches that hardly proceed are topped up, those that end at the limit of iterations
+/// claim only what was locked, and PPCG makes its last step over the whole space where that is no
+/// wider than three sub-blocks, with A and B applied to as many more columns.
 /// \return -7 solver is null; 0
 VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_NOEXCEPT;
 

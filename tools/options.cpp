@@ -144,7 +144,7 @@ void DescribeSolver(CLI::App& app, SolverOptions& solver) {
       ->group(group);
   app.add_option("--batch-limit", solver.batchLimit,
                  "most pairs that lobpcg-batch iterates at once; 64, "
-                 "and up to 256 where they come no further")
+                 "and up to 128 where they come no further")
       ->check(count)
       ->group(group);
   DescribeLocking(app, solver);

@@ -38,7 +38,11 @@ const char* ReasonOf(const RunResult& result) {
 void PrintSettings(std::ostream& out, const RunResult& result) {
   const RunSettings& settings = result.settings;
   out << NameOf(solverNames, settings.solver);
-  if (settings.solver == VES_LOBPCG_BATCH) out << " of " << settings.batch << " at once";
+  if (settings.solver == VES_LOBPCG_BATCH) {
+    out << " of " << settings.batch;
+    if (settings.batchLimit > settings.batch) out << " to " << settings.batchLimit;
+    out << " at once";
+  }
   out << ", preconditioner " << result.preconditioner << "\n"
       << NameOf(detectorNames, result.detector) << " below " << Short(settings.threshold);
   if (settings.tolerance > 0.0) {

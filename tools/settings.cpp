@@ -16,7 +16,7 @@ namespace {
 
 constexpr int lanczosSteps = 20;
 constexpr int pairsByDefault = 6;
-constexpr int pairsOfOneBatch = 64;
+constexpr int pairsOfOneBatch = 64, widestBatch = 128;
 // LOBPCG solves a problem of three times its pairs almost at once.
 constexpr int orderOfBatches = 4;
 constexpr int processesOfLapack = 4;
@@ -131,6 +131,8 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options)
   settings.solver = options.type.value_or(isWide ? VES_LOBPCG_BATCH : VES_LOBPCG);
   RequireSolverOf(options, settings.solver);
   settings.batch = options.batchLimit.value_or(pairsOfOneBatch);
+  const bool mayGrow = !options.batchLimit && options.hasSelfCheck;
+  settings.batchLimit = mayGrow ? widestBatch : settings.batch;
   settings.orthoPasses = options.orthoPasses.value_or(isSingle<Scalar> ? 3 : 2);
   settings.dense = options.dense.value_or(
       Size(problem.comm) <= processesOfLapack ? VES_LAPACK_DIAG : VES_SCALAPACK_DIAG);
@@ -164,10 +166,10 @@ SolverHandle MakeSolver(VesScalarType scalar, bool isGeneralized, const RunSetti
   set(VesSolverSetLockFactor(solver, options.lockFactor));
   set(VesSolverSetSelfCheck(solver, options.hasSelfCheck));
   if (options.lockDetector) set(VesSolverSetLockDetectorType(solver, *options.lockDetector));
-  if (options.batchLimit)
-    set(VesSolverSetBatchLimit(solver, settings.batch));
-  else if (settings.solver == VES_LOBPCG_BATCH)
+  if (settings.solver == VES_LOBPCG_BATCH) {
+    set(VesSolverSetBatchLimit(solver, settings.batchLimit));
     set(VesSolverSetBatchStart(solver, settings.batch));
+  }
   if (settings.solver != VES_PPCG) return handle;
   if (options.softLocking) set(VesSolverSetPPCGSoftLocking(solver, *options.softLocking));
   if (options.ppcgBatch) set(VesSolverSetPPCGBatch(solver, *options.ppcgBatch));

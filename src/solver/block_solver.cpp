@@ -96,6 +96,7 @@ void BlockSolver<Scalar>::ReadProblem(const Block& vecQ, const VesMatrixBase& ma
   largestRitz = 0.0;
   pairResiduals.assign(static_cast<std::size_t>(nBands), std::nan(""));
   watch = Watch();
+  nKept = 0;
 }
 
 template <typename Scalar>

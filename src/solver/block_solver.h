@@ -4,6 +4,7 @@
 #include "../data/vector_dense.h"
 #include "../interface/solver_base.h"
 
+#include <cmath>
 #include <limits>
 #include <vector>
 
@@ -191,13 +192,17 @@ protected:
                     Block& toValues) const;
 
   /// In an unfinished run a locked pair that others have overtaken may stand in the place of one
-  /// still on its way. What is well below the value of each locked pair, taken before a last rotation
-  /// mixes them, in the order of locking; nothing without the self-check. Collective.
+  /// still on its way.
+  struct Overtaken {
+    int locked = std::numeric_limits<int>::max(); ///< pairs locked before the first such pair
+    int below = std::numeric_limits<int>::max();  ///< values well below the lowest such pair
+  };
+  /// What is well below the value of each locked pair, taken before a last rotation mixes them, in
+  /// the order of locking; nothing without the self-check. Collective.
   std::vector<double> LockedBounds(const Block& vectors, const Block& values) const;
-  /// \return the converged pairs before the first overtaken one: below whose bound there are more
-  /// values than pairs that were locked before it. Collective where there are bounds.
-  int CountBeforeOvertaken(const std::vector<double>& bounds, const Block& values,
-                           int nConverged) const;
+  /// Finds the pairs below whose bound there are more values than pairs that were locked before them.
+  /// Collective where there are bounds.
+  Overtaken FindOvertaken(const std::vector<double>& bounds, const Block& values) const;
 
   /// For a run that ends with all pairs converged. The last one was found last, as the highest of
   /// those then active, and nothing below it is missing; but a wrong vector of the guess may have
@@ -232,15 +237,17 @@ private:
                 double normB) const;
 
   mutable const MeteredOperator* meteredA = nullptr; ///< of the run under way
+  mutable int nKept = 0; ///< leading pairs that were left when strays were taken out, in any order
 
   /// What is remembered while most pairs stay unconverged; forgotten when one more converges.
   struct Watch {
-    int nConv = 0;       ///< most pairs that have stood before
-    int tests = 0;       ///< iterations
-    int gain = 0;        ///< in this window a pair has improved (1) or halved (2)
-    int idleWindows = 0; ///< windows in a row without improvement
-    double meanLog = std::numeric_limits<double>::infinity(); ///< of residuals one window before
-    int nRestarts = 0;                                        ///< on account of noise
+    int nConv = 0;                    ///< most pairs that have stood before
+    int last = 0;                     ///< pairs known before
+    int tests = 0;                    ///< iterations
+    int gain = 0;                     ///< in this window a pair has improved (1) or halved (2)
+    int idleWindows = 0;              ///< windows in a row without improvement
+    int nRestarts = 0;                ///< on account of noise
+    double meanLog = HUGE_VAL;        ///< mean logarithm of the residuals one window before
     std::vector<double> best, halved; ///< residuals, the largest first, at their last gains
   };
   mutable Watch watch;

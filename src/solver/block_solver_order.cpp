@@ -61,20 +61,26 @@ std::vector<double> BlockSolver<Scalar>::LockedBounds(const Block& vectors,
     double& bound = bounds[static_cast<std::size_t>(j)];
     bound = static_cast<double>(std::real(values(j))) - bound;
   }
+  std::sort(bounds.begin(), bounds.begin() + std::min(nKept, values.nRows));
   return bounds;
 }
 
 template <typename Scalar>
-int BlockSolver<Scalar>::CountBeforeOvertaken(const std::vector<double>& bounds,
-                                              const Block& values, int nConverged) const {
-  for (std::size_t j = 0; j < bounds.size(); ++j) {
+auto BlockSolver<Scalar>::FindOvertaken(const std::vector<double>& bounds,
+                                        const Block& values) const -> Overtaken {
+  Overtaken found;
+  for (int j = static_cast<int>(bounds.size()) - 1; j >= 0; --j) {
     int below = 0;
     for (int i = 0; i < values.nRows; ++i)
-      below += static_cast<double>(std::real(values(i))) < bounds[j] ? 1 : 0;
-    if (below > static_cast<int>(j)) nConverged = std::min(nConverged, below);
+      if (static_cast<double>(std::real(values(i))) < bounds[static_cast<std::size_t>(j)]) ++below;
+    if (below <= j) continue;
+    found.locked = j;
+    found.below = std::min(found.below, below);
   }
-  if (!bounds.empty()) Replicate(nConverged);
-  return nConverged;
+  if (bounds.empty()) return found;
+  Replicate(found.locked);
+  Replicate(found.below);
+  return found;
 }
 
 template <typename Scalar>
@@ -102,7 +108,9 @@ int BlockSolver<Scalar>::MoveStraysLast(const Block& values,
     std::swap(pairResiduals[static_cast<std::size_t>(from)],
               pairResiduals[static_cast<std::size_t>(to)]);
   }
-  if (count > 0) watch = Watch(); // of other pairs
+  if (count == 0) return 0;
+  watch = Watch(); // of other pairs
+  nKept = n - count;
   return count;
 }
 

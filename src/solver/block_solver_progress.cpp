@@ -107,14 +107,17 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
                                         const Block& scratchImage) const {
   constexpr int window = 20, patience = 20, patienceIfTight = 5, mostRestarts = 3;
   constexpr double notable = 0.01, noisy = 0.5, generous = 1e6, strict = 100.0;
-  if (nConv > watch.nConv) {
+  const int last = first + vecX.nCols;
+  if (nConv > watch.nConv || last > watch.last) { // other pairs than before are open
+    const int mostConv = std::max(nConv, watch.nConv);
     watch = Watch();
-    watch.nConv = nConv;
+    watch.nConv = mostConv;
+    watch.last = last;
   }
-  if (!selfCheck || nConv < first || nConv >= first + vecX.nCols) return false;
-  NoteImprovements(first + vecX.nCols);
+  if (!selfCheck || nConv < first || nConv >= last) return false;
+  NoteImprovements(last);
   if (++watch.tests % window != 0) return false;
-  std::vector<int> found{std::exchange(watch.gain, 0), IsSlow(first + vecX.nCols) ? 1 : 0};
+  std::vector<int> found{std::exchange(watch.gain, 0), IsSlow(last) ? 1 : 0};
   Replicate(found);
   const int gain = found.front();
   const bool isSlow = found.back() != 0;
@@ -137,7 +140,8 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
   const bool isNoise = !(share < noisy), hasDrifted = !(share < notable);
   const bool isOverdue = watch.idleWindows >= (isTight && hasDrifted ? patienceIfTight : patience);
   isStagnated = isOverdue || (isNoise && isTight && watch.nRestarts == mostRestarts);
-  if (isNoise && watch.nRestarts < mostRestarts) isRestartDue = ++watch.nRestarts > 0;
+  if (isNoise && !isStagnated && watch.nRestarts < mostRestarts)
+    isRestartDue = ++watch.nRestarts > 0;
   return isSlow;
 }
 
@@ -169,10 +173,10 @@ void BlockSolver<Scalar>::NoteImprovements(int last) const {
 /// less than a quarter since this was asked before. Local.
 template <typename Scalar>
 bool BlockSolver<Scalar>::IsSlow(int last) const {
-  constexpr double quarter = 0.75;
+  constexpr double quarter = 0.75, smallest = std::numeric_limits<double>::min();
   double sum = 0.0;
   for (auto j = static_cast<std::size_t>(nConv); j < static_cast<std::size_t>(last); ++j)
-    sum += std::log(pairResiduals[j]);
+    sum += std::log(std::max(pairResiduals[j], smallest));
   const double before = std::exchange(watch.meanLog, sum / (last - nConv));
   return watch.meanLog > before + std::log(quarter);
 }

@@ -1,6 +1,7 @@
 #include "lobpcg.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace Ves {
 
@@ -63,6 +64,8 @@ bool LOBPCG<Scalar>::ReplaceStrays() const {
   if (count == 0) return false;
   nX = nXseek = count;
   VES_ASSERT_GOOD(Columns(workZ, nDeflated, nX).Set2Random(this->processRank + iter));
+  std::fill_n(this->pairResiduals.begin() + nDeflated, nX,
+              std::numeric_limits<double>::quiet_NaN());
   this->isRestartDue = true;
   return true;
 }

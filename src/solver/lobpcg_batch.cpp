@@ -141,7 +141,7 @@ template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::RefillBatch() const {
   if (isStagnated && nAdded < nBands) RetireBatch();
   const int taken = nAdded - nDeflated;
-  if (this->isSlow && taken == nXseekMax) nXseekMax = std::min(2 * nXseekMax, FullBatch(nBands));
+  if (this->isSlow && taken == nXseekMax) nXseekMax = std::min(2 * nXseekMax, this->nActiveMax);
   const bool isRefilled = taken < nXseekMax / 2 || taken == 0 || this->isSlow;
   nXnxt = isRefilled ? std::min(nBands - nAdded, nXseekMax - taken) : 0;
   if (iter != maxIter - 1 && !isStagnated && !isStopped) return;

@@ -204,7 +204,7 @@ void LobpcgSteps<Scalar>::JudgeRestart() const {
   const bool isFutile =
       nRestarts > 0 && iter - restartIter < shortly && residual > 0.5 * restartResidual;
   nFutile = isFutile ? nFutile + 1 : 0;
-  isStagnated = nFutile >= patience;
+  isStagnated = isStagnated || nFutile >= patience;
   restartResidual = residual;
   restartIter = iter;
   ++nRestarts;

@@ -134,7 +134,8 @@ private:
   void FormResidual() const;
   void ForgetIdleValues() const;
   void RunConvergeDetector() const;
-  void ConfirmPairs(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  void ConfirmPairs(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                    const std::vector<double>& bounds) const;
   void RotateAll() const;
   void RecountConverged() const;
   int MoveStraysLast(int most) const;

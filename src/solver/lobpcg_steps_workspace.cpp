@@ -81,19 +81,20 @@ int LobpcgSteps<Scalar>::MoveStraysLast(int most) const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::ConfirmResult(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
-  const int nFixed = nConv < nDeflated + nX ? nDeflated : 0;
+  nConv = std::min(nConv, nClaimable);
+  const int nFixed = nConv < nDeflated + nX ? std::min(nDeflated, nClaimable) : 0;
   const std::vector<double> bounds =
       this->LockedBounds(Columns(workZ, 0, nFixed), Block(workW, 0, 0, nFixed, 1));
-  ConfirmPairs(matA, matB);
-  nConv = this->CountBeforeOvertaken(bounds, Block(workW, 0, 0, nDeflated + nX, 1), nConv);
+  ConfirmPairs(matA, matB, bounds);
+  nConv = std::min(nConv, this->FindOvertaken(bounds, Block(workW, 0, 0, nDeflated + nX, 1)).below);
 }
 
 template <typename Scalar>
-void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
+void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                       const std::vector<double>& bounds) const {
   // Far above what sound runs leave, and below what callers may rely on.
   constexpr double looseOrthogonality = Base::epsilon < 1e-10 ? 1e-11 : 2e-5;
   const int nKnown = nDeflated + nX;
-  nConv = std::min(nConv, nClaimable);
   this->FindCulprit(Columns(workZ, 0, nKnown));
   if (!this->selfCheck || info != 0 || nKnown == 0) return;
   const int nStrays = MoveStraysLast(nKnown);
@@ -115,6 +116,7 @@ void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA, const VesMatri
     if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
   }
   if (isLoose || isHeldBack) RotateAll();
+  nConv = std::min(nConv, this->FindOvertaken(bounds, values).locked);
   if (info == 0)
     RecountConverged();
   else

@@ -241,21 +241,23 @@ void PPCG<Scalar>::PreconditionedResiduals(const VesMatrixBase& matP) const {
   ScaleResiduals(vecR, matP.IsPresent());
 }
 
-/// The orthogonalizers take columns that are small in absolute terms for dependent ones: powers of
-/// two, which change no digit, bring the columns of R near to 1, but for those that are no more than
-/// rounding errors beside the largest, which keep their distance from it.
+/// The orthogonalizers take columns that are small in absolute terms for dependent ones: a common
+/// power of two brings R near to 1, or with the self-check one for each column, but for those that
+/// are no more than rounding errors beside the largest, which keep their distance from it.
 template <typename Scalar>
 void PPCG<Scalar>::ScaleResiduals(Block& vecR, bool isPreconditioned) const {
   constexpr int most = std::numeric_limits<RealType<Scalar>>::max_exponent - 2;
   constexpr double rounding = 100.0;
   const std::vector<double>& tested = this->ConvergeDetector->residualNorms;
   std::vector<double> norms = isPreconditioned || tested.empty() ? ColumnNorms(vecR) : tested;
+  norms.erase(norms.begin(), norms.end() - vecR.nCols); // of columns that were locked since
   this->Replicate(norms);
   const double largest = *std::max_element(norms.begin(), norms.end());
   if (!(largest > 0.0) || std::isinf(largest)) return;
   for (int j = 0; j < vecR.nCols; ++j) {
     const double norm = norms[static_cast<std::size_t>(j)];
-    const double size = norm > rounding * this->epsilon * largest ? norm : largest;
+    const bool isOwn = this->selfCheck && norm > rounding * this->epsilon * largest;
+    const double size = isOwn ? norm : largest;
     const int exponent = std::clamp(-std::ilogb(size), -most, most);
     Block column = Columns(vecR, j, 1);
     VES_ASSERT_GOOD(column.ScaleByVal(Scalar(std::ldexp(RealType<Scalar>(1), exponent))));

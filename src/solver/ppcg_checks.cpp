@@ -65,24 +65,24 @@ void PPCG<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase&
 }
 
 /// Before the last Rayleigh-Ritz step: an orthonormal block, and images that bear the claims out.
-/// Where a tile has room for the whole space, the step is made over all of it, so that no value
-/// below the claimed ones can be missing.
+/// Where pairs are claimed and a tile has room for the whole space, the step is made over all of it,
+/// so that no value below the claimed ones can be missing.
 template <typename Scalar>
 void PPCG<Scalar>::ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   nSpan = nBands;
   if (!this->selfCheck || info != 0) return;
   RestartUnlessSound(matA, matB, StrictError());
   RefreshImages(matA, matB);
-  nSpan = nBands;
+  nSpan = nBands; // which a restart may have narrowed
   if (nConv == 0 || this->nRowsTotal <= nBands || this->nRowsTotal > 3LL * runBatch) return;
   const int nRest = static_cast<int>(this->nRowsTotal) - nBands;
   Block vecC = Columns(workZ, nBands, nRest);
   VES_ASSERT_GOOD(vecC.Set2Random(this->processRank));
   const int rank = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nBands, nRest);
-  if (!(this->OrthoError(workZ, ImageBZ(), nBands, rank) <= StrictError())) return;
-  nSpan = nBands + rank;
-  Block vecAC = Columns(workAZ, nBands, rank);
-  VES_ASSERT_GOOD(matA.Apply(Columns(workZ, nBands, rank), vecAC));
+  if (rank < nRest || !(this->OrthoError(workZ, ImageBZ(), nBands, nRest) <= StrictError())) return;
+  nSpan = nBands + nRest;
+  Block vecAC = Columns(workAZ, nBands, nRest);
+  VES_ASSERT_GOOD(matA.Apply(vecC, vecAC));
 }
 
 /// Makes the images of all X afresh where the claims of convergence lie close to rounding errors.

@@ -15,7 +15,6 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
   nP = nDeflated = nConvActive = nLocked = flagShift = 0;
   nConv = 0;
   nBlocks = (nBands + nBatch - 1) / nBatch;
-  nSpan = nBands;
   isRotated = isIdle = areFresh = false;
   nIdle = 0;
   soundError = StrictError();
@@ -115,11 +114,12 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
     const Block coefficients(matrix, 0, 0, nSpan, nBands), values(workD, 0, 0, nBands, 1);
     VES_ASSERT_GOOD(vecOut.Gemm(Columns(workZ, 0, nSpan), coefficients, 'N', 'N', 1, 0));
     VES_ASSERT_GOOD(vecValues.CopyData(values));
-    const int nFixed = nConv < nBands ? nDeflated : 0;
-    const std::vector<double> bounds =
-        this->LockedBounds(Columns(vecX, 0, nFixed), Block(estimates, 0, 0, nFixed, 1));
+    const int nFixed = nConv < nBands && nSpan == nBands ? nDeflated : 0;
+    const auto overtaken = this->FindOvertaken(
+        this->LockedBounds(Columns(vecX, 0, nFixed), Block(estimates, 0, 0, nFixed, 1)), values);
+    nConv = std::min(nConv, overtaken.locked);
     RecountConverged(coefficients, values);
-    nConv = this->CountBeforeOvertaken(bounds, values, nConv);
+    nConv = std::min(nConv, overtaken.below);
   } else { // the last pairs there are, which nothing bears out
     nConv = 0;
     info = failed;
@@ -136,7 +136,7 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& valu
   const auto type = this->convergeDetectorType;
   const Block estimates(workW, 0, 0, nBands, 1);
   if (type == VES_EIGENVALUES || (type == VES_RESIDUALS_OR_EIGENVALUES && info != 0)) {
-    nConv = this->StandingClaims(estimates, nConv, values);
+    nConv = nSpan > nBands ? nBands : this->StandingClaims(estimates, nConv, values);
     return;
   }
   const auto rotate = [&](const Block& basis, Block& rotated) {

@@ -360,6 +360,10 @@ TYPED_TEST(FaultTest, OperatorsReturnNonsense) {
           EXPECT_TRUE(std::isfinite(kind.value) || p.nConv == p.k || reason == VES_REASON_NONFINITE)
               << VesReasonString(reason);
           EXPECT_FALSE(std::isnan(kind.value) && kind.lasts && p.nConv == p.k);
+          // Of a batch that was not reached the guess comes back.
+          if (*culprit == 'A' && call == 5 && type != VES_LOBPCG_BATCH) {
+            EXPECT_LE(OrthogonalityError(p, &B), 2000 * eps<Scalar>);
+          }
         }
 }
 

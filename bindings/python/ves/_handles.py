@@ -90,11 +90,11 @@ class Solver(_Handle):
             call("VesSolverSetProblemType", self.handle, _library.GENERALIZED)
         if settings.uses_lapack:
             call("VesSetDenseEigenSolverType", self.handle, _library.LAPACK_DIAG)
-        if settings.batch is not None:
-            setter = ("VesSolverSetPPCGBatch" if settings.solver == "ppcg"
-                      else "VesSolverSetBatchStart" if settings.batch_grows
-                      else "VesSolverSetBatchLimit")
-            call(setter, self.handle, settings.batch)
+        if settings.solver == "lobpcg_batch":
+            call("VesSolverSetBatchLimit", self.handle, settings.batch_limit)
+            call("VesSolverSetBatchStart", self.handle, settings.batch)
+        elif settings.batch is not None:
+            call("VesSolverSetPPCGBatch", self.handle, settings.batch)
 
     def set_monitor(self, routine):
         """Installs a routine of a pointer to a ProgressStruct that returns an int."""

@@ -12,8 +12,8 @@ from ._library import DETECTORS, SOLVERS
 LARGEST_INT = 2**31 - 1  # the library counts in 32 bits
 LARGEST_ORDER = 32765  # of a dense problem
 WIDEST_AT_ONCE = 64  # "auto" iterates more pairs than these in batches of as many
-WIDEST_BATCH = 256  # the library's limit, to which such a batch grows where it comes no further
 FROM_ORDER = 4  # ... where the order is more than so many times the pairs
+WIDEST_BATCH = 128  # to which such a batch grows where it comes no further
 SUB_BLOCK = 64  # columns of a sub-block of PPCG, where none is given
 MOST_FOR_LAPACK = 4  # processes; beyond, the dense problems are spread over them
 
@@ -26,7 +26,7 @@ class Settings:
     dtype: np.dtype
     solver: str
     batch: Optional[int]
-    batch_grows: bool
+    batch_limit: Optional[int]
     tol: float
     absolute_tol: Optional[float]
     maxiter: int
@@ -43,7 +43,7 @@ class Settings:
         """Columns of the widest block of a run."""
         if self.solver != "lobpcg_batch":
             return 3 * self.k
-        return self.k + 2 * min(self.k, WIDEST_BATCH if self.batch_grows else self.batch)
+        return self.k + 2 * min(self.k, self.batch_limit)
 
     def threshold(self, norm_A, norm_B):
         """What the convergence test compares with.
@@ -97,7 +97,7 @@ def _one_of(name, value, choices):
 
 
 def _choose_solver(solver, batch, k, order):
-    """Solver, batch and whether it may grow; "auto" goes over to batches for many pairs of a much larger problem, or
+    """Solver, batch and its limit; "auto" goes over to batches for many pairs of a much larger problem, or
     where a batch is given: LOBPCG solves one of three times its pairs almost at once."""
     _one_of("solver", solver, ("auto", *SOLVERS))
     if batch is not None:
@@ -108,8 +108,8 @@ def _choose_solver(solver, batch, k, order):
         is_wide = k > WIDEST_AT_ONCE and order > FROM_ORDER * k
         solver = "lobpcg_batch" if batch is not None or is_wide else "lobpcg"
     if solver == "lobpcg_batch" and batch is None:
-        return solver, WIDEST_AT_ONCE, True
-    return solver, batch, False
+        return solver, WIDEST_AT_ONCE, WIDEST_BATCH
+    return solver, batch, batch
 
 
 def _at_once(solver, batch, k):
@@ -128,7 +128,7 @@ def complete(k, order, dtype, team, *, solver="auto", batch=None, tol=None, abso
         A setting that no run can have.
     """
     k = whole("k", k, 1, LARGEST_ORDER)
-    solver, batch, batch_grows = _choose_solver(solver, batch, k, order)
+    solver, batch, batch_limit = _choose_solver(solver, batch, k, order)
     if 3 * _at_once(solver, batch, k) > LARGEST_ORDER:
         raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems of"
                          f" an order above {LARGEST_ORDER}: take 'lobpcg_batch' and a smaller batch")
@@ -139,7 +139,7 @@ def complete(k, order, dtype, team, *, solver="auto", batch=None, tol=None, abso
     is_single = np.dtype(dtype) in (np.float32, np.complex64)
     default_tol, default_passes = (1e-4, 3) if is_single else (1e-8, 2)
     return Settings(
-        k=k, dtype=np.dtype(dtype), solver=solver, batch=batch, batch_grows=batch_grows,
+        k=k, dtype=np.dtype(dtype), solver=solver, batch=batch, batch_limit=batch_limit,
         tol=_positive("tol", tol) or default_tol,
         absolute_tol=_positive("absolute_tol", absolute_tol),
         maxiter=whole("maxiter", maxiter, 1), lock_factor=float(lock_factor),

@@ -49,7 +49,7 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     maxiter : int
         Limit of iterations.
     batch : int, optional
-        Most pairs that "lobpcg_batch" iterates at once (default 64, and up to 256 where they
+        Most pairs that "lobpcg_batch" iterates at once (default 64, and up to 128 where they
         come no further), or columns of a sub-block of "ppcg" (default the library's).
     lock_factor : float
         Factor of the threshold, from 0 to 1, at which a pair is no longer iterated.
