@@ -256,7 +256,8 @@ TYPED_TEST(ClaimsTest, WideMultiplets) {
 TYPED_TEST(ClaimsTest, ExactPairsThatMissOneOfFew) {
   const Diagonal<TypeParam> d(Spectrum(20, [](int i) { return 1.0 + i; }));
   SparseOperator<TypeParam> A = d.A;
-  const SolverHandle solver = MakeSolver<TypeParam>(this->Wanted(VES_PPCG, VES_RESIDUALS, 8), false);
+  const SolverHandle solver =
+      MakeSolver<TypeParam>(this->Wanted(VES_PPCG, VES_RESIDUALS, 8), false);
   Pairs<TypeParam> p(d.rows, 8);
   p.FillGuess([](int i, int j) { return Number<TypeParam>(i == (j == 3 ? 12 : j) ? 1 : 0); });
   p.Run(solver.get(), &A);

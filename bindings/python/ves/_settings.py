@@ -97,8 +97,8 @@ def _one_of(name, value, choices):
 
 
 def _choose_solver(solver, batch, k, order):
-    """Solver, batch and its limit; "auto" goes over to batches for many pairs of a much larger problem, or
-    where a batch is given: LOBPCG solves one of three times its pairs almost at once."""
+    """Solver, batch and its limit; "auto" goes over to batches for many pairs of a much larger
+    problem, or where a batch is given: LOBPCG solves one of three times its pairs almost at once."""
     _one_of("solver", solver, ("auto", *SOLVERS))
     if batch is not None:
         batch = whole("batch", batch, 1)
