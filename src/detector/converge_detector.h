@@ -31,6 +31,17 @@ public:
   virtual VesReturnCode Run(const VesVectorBase& vecR, const VesVectorBase& workD,
                             const VesVectorBase& vecD, double threshold, VesVectorBase& idxs,
                             int& dummy, int& nLeading) = 0;
+
+  /// \name What the test is
+  /// @{
+  /// It reads residuals, which a solver then has to form in every iteration.
+  virtual bool ReadsResiduals() const { return true; }
+  /// A pair may pass on its value alone, whatever its residual.
+  virtual bool PassesOnValues() const { return false; }
+  /// What the residual of a pair of this value that passes is below; where values alone are tested,
+  /// what its value may have moved by.
+  virtual double ClaimBound(double /*value*/, double threshold) const { return threshold; }
+  /// @}
 };
 
 } // namespace Ves

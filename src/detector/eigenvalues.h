@@ -18,6 +18,8 @@ public:
   VesReturnCode RunDense(const VectorDense<Scalar>& vecR, const VectorDense<Scalar>& workD,
                          const VectorDense<Scalar>& vecD, double threshold,
                          VectorDense<Scalar>& idxs, int& dummy, int& nLeading);
+  bool ReadsResiduals() const override { return false; }
+  bool PassesOnValues() const override { return true; }
 };
 
 VES_EXTERN_TEMPLATE(Eigenvalues);

@@ -4,6 +4,8 @@
 #include "../data/vector_dense.h"
 #include "converge_detector.h"
 
+#include <cmath>
+
 namespace Ves {
 
 /// A pair passes when ||r|| < |lambda| threshold.
@@ -17,6 +19,9 @@ public:
   VesReturnCode RunDense(const VectorDense<Scalar>& vecR, const VectorDense<Scalar>& workD,
                          const VectorDense<Scalar>& vecD, double threshold,
                          VectorDense<Scalar>& idxs, int& dummy, int& nLeading);
+  double ClaimBound(double value, double threshold) const override {
+    return std::abs(value) * threshold;
+  }
 };
 
 VES_EXTERN_TEMPLATE(RelativeResiduals);

@@ -17,6 +17,7 @@ public:
   VesReturnCode RunDense(const VectorDense<Scalar>& vecR, const VectorDense<Scalar>& workD,
                          const VectorDense<Scalar>& vecD, double threshold,
                          VectorDense<Scalar>& idxs, int& dummy, int& nLeading);
+  bool PassesOnValues() const override { return true; }
 };
 
 VES_EXTERN_TEMPLATE(ResidualsOrEigenvalues);

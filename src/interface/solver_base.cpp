@@ -69,10 +69,6 @@ std::unique_ptr<VesOrthoProjector> MakeOrthoProjector(VesOrthoProjectorType type
   return nullptr;
 }
 
-bool ReadsResiduals(VesConvergeDetectorType type) {
-  return type != VES_EIGENVALUES;
-}
-
 } // namespace
 
 VesSolverBase::~VesSolverBase() {
@@ -100,7 +96,7 @@ template <typename Scalar>
 VesReturnCode VesSolverBase::CreateConvergeDetector(VesConvergeDetectorType type) const {
   const VesReturnCode code =
       Install(ConvergeDetector, MakeDetector<Scalar>(type), convergeDetectorType, type);
-  if (code == VES_GOOD && ReadsResiduals(type)) needResidualNorms = true;
+  needResidualNorms = needResidualNorms || (code == VES_GOOD && ConvergeDetector->ReadsResiduals());
   return code;
 }
 
@@ -108,7 +104,7 @@ template <typename Scalar>
 VesReturnCode VesSolverBase::CreateLockDetector(VesConvergeDetectorType type) const {
   const VesReturnCode code =
       Install(LockDetector, MakeDetector<Scalar>(type), lockDetectorType, type);
-  if (code == VES_GOOD && ReadsResiduals(type)) needResidualNorms = true;
+  needResidualNorms = needResidualNorms || (code == VES_GOOD && LockDetector->ReadsResiduals());
   return code;
 }
 

@@ -127,13 +127,6 @@ protected:
   /// values, and images that were made afresh differ by rounding errors from those tested.
   int CountConverged(const Block& residuals, const Block& values, const Block& before, Block& flags,
                      int claimed) const;
-  /// The test of convergence lets pairs pass whose values no longer change.
-  bool TestsValues() const {
-    return convergeDetectorType == VES_EIGENVALUES ||
-           convergeDetectorType == VES_RESIDUALS_OR_EIGENVALUES;
-  }
-  /// The test of convergence reads residuals.
-  bool TestsResiduals() const { return convergeDetectorType != VES_EIGENVALUES; }
   /// Where nothing could change the values, their standing still says nothing: the estimates of
   /// pairs become unknown whose residuals are beyond rounding errors.
   void ForgetValues(const Block& residuals, const Block& vecBX, const Block& estimates) const;
@@ -158,11 +151,8 @@ protected:
   /// Residuals are tested so close to rounding errors that images which were only updated cannot
   /// bear claims out.
   bool IsTight(const Block& vecBX, const Block& values) const;
-  /// What the residual of a pair that passes the test is below; without meaning where values alone
-  /// are tested.
   double ClaimBound(Scalar value) const {
-    const bool isRelative = convergeDetectorType == VES_RELATIVE_RESIDUALS;
-    return isRelative ? threshold * static_cast<double>(std::abs(value)) : threshold;
+    return this->ConvergeDetector->ClaimBound(static_cast<double>(std::abs(value)), threshold);
   }
   /// Sizes of rounding errors in a residual, in units of largestRitz and the norm of B x.
   static constexpr double epsilon =

@@ -26,7 +26,7 @@ std::vector<double> BlockSolver<Scalar>::Resolutions(const Block& vectors,
   std::vector<double> resolutions = ColumnNorms(vectors);
   for (int j = 0; j < values.nRows; ++j) {
     double& resolution = resolutions[static_cast<std::size_t>(j)];
-    if (TestsValues()) resolution = std::max(resolution, 1.0);
+    if (this->ConvergeDetector->PassesOnValues()) resolution = std::max(resolution, 1.0);
     resolution = 2 * ClaimBound(values(j)) * resolution + generous * epsilon * largestRitz;
   }
   return resolutions;

@@ -225,7 +225,7 @@ bool BlockSolver<Scalar>::AreBelow(const Block& vecX, int first, const Block& va
 template <typename Scalar>
 bool BlockSolver<Scalar>::IsTight(const Block& vecBX, const Block& values) const {
   constexpr double factor = 1e4;
-  if (!TestsResiduals()) return false;
+  if (!this->ConvergeDetector->ReadsResiduals()) return false;
   const std::vector<double> norms = ColumnNorms(vecBX);
   bool isTight = false;
   for (int j = 0; j < vecBX.nCols; ++j) {

@@ -227,7 +227,7 @@ void LobpcgSteps<Scalar>::FormResidual() const {
 /// they were.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::ForgetIdleValues() const {
-  if (nV != nX || !this->TestsValues()) return;
+  if (nV != nX || !this->ConvergeDetector->PassesOnValues()) return;
   if (!needResidualNorms) FormResidual();
   this->ForgetValues(workR, ImageBX(), Estimates(nXseek));
 }

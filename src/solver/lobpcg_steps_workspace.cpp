@@ -133,7 +133,8 @@ void LobpcgSteps<Scalar>::RotateAll() const {
   DiagonalizeRayleighRitzMatrix();
   if (info != 0) return;
   Block values(workW, 0, 0, nV, 1);
-  if (this->TestsValues()) nConv = this->StandingClaims(values, std::min(nConv, nV), workD);
+  if (this->ConvergeDetector->PassesOnValues())
+    nConv = this->StandingClaims(values, std::min(nConv, nV), workD);
   VES_ASSERT_GOOD(values.CopyData(workD));
   const auto rotate = [&](const Block& block) {
     this->Rotate(Columns(block, 0, nV), workM, Columns(block, 0, nV), workP);
@@ -148,8 +149,8 @@ void LobpcgSteps<Scalar>::RotateAll() const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::RecountConverged() const {
   const int claimed = isUncertain ? 0 : nConv;
-  if (!this->TestsValues()) nConv = 0;
-  if (!this->TestsResiduals()) return;
+  if (!this->ConvergeDetector->PassesOnValues()) nConv = 0;
+  if (!this->ConvergeDetector->ReadsResiduals()) return;
   int counted = 0;
   for (int first = 0, width = 0; first < nX; first += width) {
     width = std::min(nX - first, nActiveMax);

@@ -119,7 +119,7 @@ double PPCG<Scalar>::Asymmetry() const {
 /// basis that the orthogonalizer has chosen.
 template <typename Scalar>
 void PPCG<Scalar>::EstimateValues() const {
-  if (this->convergeDetectorType != VES_EIGENVALUES) {
+  if (this->ConvergeDetector->ReadsResiduals()) {
     VES_ASSERT_GOOD(workD.GetDiag(workM));
     return;
   }
@@ -198,7 +198,8 @@ template <typename Scalar>
 void PPCG<Scalar>::RunConvergeDetector() const {
   int dummy = 0;
   const Block vecD = Estimates();
-  if (isIdle && this->TestsValues()) this->ForgetValues(workR, Active(ImageBZ()), vecD);
+  if (isIdle && this->ConvergeDetector->PassesOnValues())
+    this->ForgetValues(workR, Active(ImageBZ()), vecD);
   idxsConv.SetDims(nX, 1, nX);
   VES_ASSERT_GOOD(
       this->ConvergeDetector->Run(workR, workD, vecD, threshold, idxsConv, dummy, nConvActive));

@@ -133,9 +133,9 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
 template <typename Scalar>
 void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& values) const {
   // A test of values has compared two iterations; when the last one failed there is none to compare.
-  const auto type = this->convergeDetectorType;
   const Block estimates(workW, 0, 0, nBands, 1);
-  if (type == VES_EIGENVALUES || (type == VES_RESIDUALS_OR_EIGENVALUES && info != 0)) {
+  const VesConvergeDetector& test = *this->ConvergeDetector;
+  if (!test.ReadsResiduals() || (test.PassesOnValues() && info != 0)) {
     nConv = nSpan > nBands ? nBands : this->StandingClaims(estimates, nConv, values);
     return;
   }
@@ -146,7 +146,8 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& valu
   rotate(workAZ, workR);
   rotate(ImageBZ(), workX);
   VES_ASSERT_GOOD(workR.ScaleAdd(workR, workX, values, -1));
-  if (isIdle && this->TestsValues()) this->ForgetValues(workR, workX, estimates);
+  if (isIdle && this->ConvergeDetector->PassesOnValues())
+    this->ForgetValues(workR, workX, estimates);
   idxsConv.SetDims(nBands, 1, nBands);
   nConv = this->CountConverged(workR, values, estimates, idxsConv, nConv);
 }
