@@ -1,6 +1,8 @@
 #include "cholesky_qr.h"
 
 #include "../cholesky/scalapack_chol.h"
+#include "../data/imaged.h"
+#include "group_products.h"
 #include "pass_loop.h"
 
 namespace Ves {
@@ -24,7 +26,7 @@ VesReturnCode CholeskyQR<Scalar>::Run4Dense(VectorDense<Scalar>& vecX, VectorDen
                                             double threshold) {
   return RepeatPasses(
       maxOrthoIter, threshold, vecX.auxComm,
-      [&] { return this->CholQR(vecX, vecBX, vecAX, colRank, global); },
+      [&](bool) { return this->CholQR(vecX, vecBX, vecAX, colRank, global); },
       [&] {
         double error = 0.0;
         VES_ASSERT_GOOD(vecX.CheckOrthogonality(vecBX, error, true, global));
@@ -41,7 +43,7 @@ CholeskyQR<Scalar>::RunBatch4Dense(VectorDense<Scalar>& vecX, VectorDense<Scalar
   std::vector<double> errors(nXs.size(), 0.0);
   return RepeatPasses(
       maxOrthoIter, threshold, vecX.auxComm,
-      [&] { return this->BatchCholQR(vecX, vecBX, vecAX, dispX, nXs, global); },
+      [&](bool) { return this->BatchCholQR(vecX, vecBX, vecAX, dispX, nXs, global); },
       [&] {
         VES_ASSERT_GOOD(
             vecX.CheckBatchOrthogonality(vecBX, dispX, nXs, dispX, nXs, errors, true, global));
@@ -52,26 +54,10 @@ CholeskyQR<Scalar>::RunBatch4Dense(VectorDense<Scalar>& vecX, VectorDense<Scalar
 template <typename Scalar>
 VesReturnCode CholeskyQR<Scalar>::CholQR(VectorDense<Scalar>& vecX, VectorDense<Scalar>& vecBX,
                                          VectorDense<Scalar>& vecAX, int& colRank, bool global) {
-  const ImageUpdates images(vecX, vecBX, vecAX);
-  const int n = vecX.nCols;
-  int info = -1;
-  VectorDense<Scalar> vecM, subM, subX, subBX, subAX;
-  VES_ASSERT_GOOD(vecM.DuplicateShape(vecX));
-  vecM.SetDims(n, n, n);
-  VES_ASSERT_GOOD(vecM.AllocateMem());
-  VES_ASSERT_GOOD(vecM.InnerProduct(vecX, vecBX, global));
-  VES_ASSERT_GOOD(this->CholeskyFactorizer->RunChol(vecM, info, 'U'));
-  colRank = ColumnRank(info, n);
-
-  VES_ASSERT_GOOD(subX.SubVector(vecX, 0, 0, vecX.nRows, colRank));
-  VES_ASSERT_GOOD(subBX.SubVector(vecBX, 0, 0, vecBX.nRows, colRank));
-  VES_ASSERT_GOOD(subAX.SubVector(vecAX, 0, 0, vecAX.nRows, colRank));
-  VES_ASSERT_GOOD(subM.SubVector(vecM, 0, 0, colRank, colRank));
-  VES_ASSERT_GOOD(subX.TriangularSolve(subM, 'R', 'U', 'N', 'N'));
-  if (images.needB) VES_ASSERT_GOOD(subBX.TriangularSolve(subM, 'R', 'U', 'N', 'N'));
-  if (images.needA) VES_ASSERT_GOOD(subAX.TriangularSolve(subM, 'R', 'U', 'N', 'N'));
-  VES_ASSERT_GOOD(vecM.FreeMem());
-  return VES_GOOD;
+  std::vector<int> ranks{vecX.nCols};
+  const VesReturnCode code = BatchCholQR(vecX, vecBX, vecAX, {0}, ranks, global);
+  colRank = ranks.front();
+  return code;
 }
 
 template <typename Scalar>
@@ -79,35 +65,18 @@ VesReturnCode CholeskyQR<Scalar>::BatchCholQR(VectorDense<Scalar>& vecX, VectorD
                                               VectorDense<Scalar>& vecAX,
                                               const std::vector<int>& dispX, std::vector<int>& nXs,
                                               bool global) {
-  const ImageUpdates images(vecX, vecBX, vecAX);
-  const GroupLayout layout(nXs, nXs);
-  VectorDense<Scalar> vecM, subM, subX, subBX, subAX;
-  VES_ASSERT_GOOD(vecM.DuplicateShape(vecX));
-  vecM.SetDims(layout.maxRows, layout.sumCols, layout.maxRows);
-  VES_ASSERT_GOOD(vecM.AllocateMem());
-  VES_ASSERT_GOOD(vecM.Set2Zero());
+  const Imaged<Scalar> all(vecX, vecBX, vecAX);
+  const GroupProducts<Scalar> grams(vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
   for (std::size_t j = 0; j < nXs.size(); ++j) {
-    VES_ASSERT_GOOD(subM.SubVector(vecM, 0, layout.offsets[j], nXs[j], nXs[j]));
-    VES_ASSERT_GOOD(subX.SubVector(vecX, 0, dispX[j], vecX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subBX.SubVector(vecBX, 0, dispX[j], vecBX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subM.InnerProduct(subX, subBX, false));
-  }
-  if (global) VES_ASSERT_GOOD(vecM.AllReduce(MPI_SUM, vecM.comm));
-
-  for (std::size_t j = 0; j < nXs.size(); ++j) {
+    VectorDense<Scalar> gram = grams[j];
     int info = -1;
-    VES_ASSERT_GOOD(subM.SubVector(vecM, 0, layout.offsets[j], nXs[j], nXs[j]));
-    VES_ASSERT_GOOD(this->CholeskyFactorizer->RunChol(subM, info, 'U'));
+    VES_ASSERT_GOOD(this->CholeskyFactorizer->RunChol(gram, info, 'U'));
     nXs[j] = ColumnRank(info, nXs[j]);
-    VES_ASSERT_GOOD(subM.SubVector(vecM, 0, layout.offsets[j], nXs[j], nXs[j]));
-    VES_ASSERT_GOOD(subX.SubVector(vecX, 0, dispX[j], vecX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subBX.SubVector(vecBX, 0, dispX[j], vecX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subAX.SubVector(vecAX, 0, dispX[j], vecX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subX.TriangularSolve(subM, 'R', 'U', 'N', 'N'));
-    if (images.needB) VES_ASSERT_GOOD(subBX.TriangularSolve(subM, 'R', 'U', 'N', 'N'));
-    if (images.needA) VES_ASSERT_GOOD(subAX.TriangularSolve(subM, 'R', 'U', 'N', 'N'));
+    const VectorDense<Scalar> factor(gram, 0, 0, nXs[j], nXs[j]);
+    all.Columns(dispX[j], nXs[j]).ForEach([&](VectorDense<Scalar>& x) {
+      VES_ASSERT_GOOD(x.TriangularSolve(factor, 'R', 'U', 'N', 'N'));
+    });
   }
-  VES_ASSERT_GOOD(vecM.FreeMem());
   return VES_GOOD;
 }
 

@@ -16,8 +16,8 @@ inline constexpr double defaultOrthoTol = 0x1p-44;
 /// Passes when no limit is given.
 inline constexpr int defaultOrthoPasses = 2;
 
-/// Repeats pass() until measure(), the orthogonality error after it, is at most the threshold or
-/// the limit of passes is reached. At least one pass is made when the threshold is below 1, no
+/// Repeats pass(isFirst) until measure(), the orthogonality error after it, is at most the threshold
+/// or the limit of passes is reached. At least one pass is made when the threshold is below 1, no
 /// measurement follows the last allowed pass, and with a threshold of 1 or more there is no pass.
 /// A negative limit or threshold takes its default. The error of process 0 of auxComm, over which
 /// replicas of the blocks are kept in step, decides for all.
@@ -30,7 +30,7 @@ VesReturnCode RepeatPasses(int maxOrthoIter, double threshold, MPI_Comm auxComm,
   VesReturnCode code = VES_GOOD;
   double error = 1.0;
   for (int passes = 1; tolerance < error; ++passes) {
-    code = pass();
+    code = pass(passes == 1);
     if (passes >= maxPasses) break;
     error = measure();
     MPI_Bcast(&error, 1, MPI_DOUBLE, 0, auxComm);
@@ -45,31 +45,6 @@ inline double LargestError(const std::vector<double>& errors, const std::vector<
     if (widths[j] > 0) largest = std::max(largest, errors[j]);
   return largest;
 }
-
-/// Which images of a block are storage of their own and must be updated with it.
-struct ImageUpdates {
-  bool needB; ///< the B-image is not the block itself
-  bool needA; ///< the A-image is neither the block nor its B-image
-
-  template <typename Block>
-  ImageUpdates(const Block& vec, const Block& vecB, const Block& vecA)
-      : needB(vec != vecB), needA(vec != vecA && vecB != vecA) {}
-};
-
-/// Small matrices of column groups, packed side by side so that one reduction serves all: as many
-/// rows as the widest of one list, group j at column offsets[j].
-struct GroupLayout {
-  int maxRows = 0, sumCols = 0;
-  std::vector<int> offsets;
-
-  GroupLayout(const std::vector<int>& rows, const std::vector<int>& cols) : offsets(cols.size()) {
-    for (std::size_t j = 0; j < cols.size(); ++j) {
-      maxRows = std::max(maxRows, rows[j]);
-      offsets[j] = sumCols;
-      sumCols += cols[j];
-    }
-  }
-};
 
 } // namespace Ves
 

@@ -1,7 +1,10 @@
 #include "svd_qr.h"
 
 #include "../eigensolver/scalapack_diag.h"
+#include "group_products.h"
 #include "pass_loop.h"
+
+#include <algorithm>
 
 namespace Ves {
 
@@ -21,16 +24,6 @@ int InvertSingularValues(VectorDense<Scalar>& vecD) {
   return colRank;
 }
 
-/// sub := vec V diag(d), where sub is the leading columns of vec; vecT is scratch of its shape.
-template <typename Scalar>
-void RotateAndScale(VectorDense<Scalar>& vecT, const VectorDense<Scalar>& vec,
-                    const VectorDense<Scalar>& subM, const VectorDense<Scalar>& subD,
-                    VectorDense<Scalar>& subX) {
-  VES_ASSERT_GOOD(vecT.Gemm(vec, subM));
-  VES_ASSERT_GOOD(subX.CopyData(vecT));
-  VES_ASSERT_GOOD(subX.ScaleByVec(subD));
-}
-
 } // namespace
 
 template <typename Scalar>
@@ -43,7 +36,7 @@ VesReturnCode SvdQR<Scalar>::Run4Dense(VectorDense<Scalar>& vecX, VectorDense<Sc
                                        double threshold) {
   return RepeatPasses(
       maxOrthoIter, threshold, vecX.auxComm,
-      [&] { return this->SvQR(vecX, vecBX, vecAX, colRank, global); },
+      [&](bool) { return this->SvQR(vecX, vecBX, vecAX, colRank, global); },
       [&] {
         double error = 0.0;
         VES_ASSERT_GOOD(vecX.CheckOrthogonality(vecBX, error, true, global));
@@ -60,7 +53,7 @@ VesReturnCode SvdQR<Scalar>::RunBatch4Dense(VectorDense<Scalar>& vecX, VectorDen
   std::vector<double> errors(nXs.size(), 0.0);
   return RepeatPasses(
       maxOrthoIter, threshold, vecX.auxComm,
-      [&] { return this->BatchSvQR(vecX, vecBX, vecAX, dispX, nXs, global); },
+      [&](bool) { return this->BatchSvQR(vecX, vecBX, vecAX, dispX, nXs, global); },
       [&] {
         VES_ASSERT_GOOD(
             vecX.CheckBatchOrthogonality(vecBX, dispX, nXs, dispX, nXs, errors, true, global));
@@ -71,95 +64,63 @@ VesReturnCode SvdQR<Scalar>::RunBatch4Dense(VectorDense<Scalar>& vecX, VectorDen
 template <typename Scalar>
 VesReturnCode SvdQR<Scalar>::SvQR(VectorDense<Scalar>& vecX, VectorDense<Scalar>& vecBX,
                                   VectorDense<Scalar>& vecAX, int& colRank, bool global) {
-  const ImageUpdates images(vecX, vecBX, vecAX);
-  const int n = vecX.nCols;
-  int info = -1;
-  VectorDense<Scalar> vecM, vecD, vecT, subM, subD, subX, subBX, subAX;
-  VES_ASSERT_GOOD(vecM.DuplicateShape(vecX));
-  VES_ASSERT_GOOD(vecD.DuplicateShape(vecX));
-  vecM.SetDims(n, n, n);
-  vecD.SetDims(n, 1, n);
-  VES_ASSERT_GOOD(vecM.AllocateMem());
-  VES_ASSERT_GOOD(vecD.AllocateMem());
-  VES_ASSERT_GOOD(vecM.InnerProduct(vecX, vecBX, global));
-  VES_ASSERT_GOOD(vecM.ScaleByVal(MathConstants<Scalar>::NEG_ONE));
-  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(vecM, vecD, info));
-  colRank = 0;
-  if (info != 0) return VES_ERR_INCOMPATIBLE;
-  VES_ASSERT_GOOD(vecD.ScaleByVal(MathConstants<Scalar>::NEG_ONE));
-  colRank = InvertSingularValues(vecD);
-
-  VES_ASSERT_GOOD(vecT.DuplicateShape(vecX));
-  vecT.SetDims(vecX.nRows, colRank, vecX.nRows);
-  VES_ASSERT_GOOD(vecT.AllocateMem());
-  VES_ASSERT_GOOD(subM.SubVector(vecM, 0, 0, vecM.nRows, colRank));
-  VES_ASSERT_GOOD(subD.SubVector(vecD, 0, 0, colRank, 1));
-  VES_ASSERT_GOOD(subX.SubVector(vecX, 0, 0, vecX.nRows, colRank));
-  VES_ASSERT_GOOD(subBX.SubVector(vecBX, 0, 0, vecBX.nRows, colRank));
-  VES_ASSERT_GOOD(subAX.SubVector(vecAX, 0, 0, vecAX.nRows, colRank));
-  RotateAndScale(vecT, vecX, subM, subD, subX);
-  if (images.needB) RotateAndScale(vecT, vecBX, subM, subD, subBX);
-  if (images.needA) RotateAndScale(vecT, vecAX, subM, subD, subAX);
-  VES_ASSERT_GOOD(vecT.FreeMem());
-  VES_ASSERT_GOOD(vecD.FreeMem());
-  VES_ASSERT_GOOD(vecM.FreeMem());
-  return VES_GOOD;
+  std::vector<int> ranks{vecX.nCols};
+  const bool isDone = RunGroups(vecX, vecBX, vecAX, {0}, ranks, global);
+  colRank = ranks.front();
+  return isDone ? VES_GOOD : VES_ERR_INCOMPATIBLE;
 }
 
 template <typename Scalar>
 VesReturnCode SvdQR<Scalar>::BatchSvQR(VectorDense<Scalar>& vecX, VectorDense<Scalar>& vecBX,
                                        VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
                                        std::vector<int>& nXs, bool global) {
-  const ImageUpdates images(vecX, vecBX, vecAX);
-  const GroupLayout layout(nXs, nXs);
-  VectorDense<Scalar> vecM, vecD, vecT, subM, subD, subT, subX, subX1;
-  VES_ASSERT_GOOD(vecM.DuplicateShape(vecX));
-  VES_ASSERT_GOOD(vecD.DuplicateShape(vecX));
-  VES_ASSERT_GOOD(vecT.DuplicateShape(vecX));
-  vecM.SetDims(layout.maxRows, layout.sumCols, layout.maxRows);
-  vecD.SetDims(layout.maxRows, 1, layout.maxRows);
-  vecT.SetDims(vecX.nRows, layout.maxRows, vecX.nRows);
-  VES_ASSERT_GOOD(vecM.AllocateMem());
-  VES_ASSERT_GOOD(vecD.AllocateMem());
-  VES_ASSERT_GOOD(vecT.AllocateMem());
-  VES_ASSERT_GOOD(vecM.Set2Zero());
-  for (std::size_t j = 0; j < nXs.size(); ++j) {
-    VES_ASSERT_GOOD(subM.SubVector(vecM, 0, layout.offsets[j], nXs[j], nXs[j]));
-    VES_ASSERT_GOOD(subX.SubVector(vecX, 0, dispX[j], vecX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subX1.SubVector(vecBX, 0, dispX[j], vecBX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subM.InnerProduct(subX, subX1, false));
-  }
-  if (global) VES_ASSERT_GOOD(vecM.AllReduce(MPI_SUM, vecM.comm));
-
-  for (std::size_t j = 0; j < nXs.size(); ++j) {
-    int info = -1;
-    VES_ASSERT_GOOD(subM.SubVector(vecM, 0, layout.offsets[j], nXs[j], nXs[j]));
-    VES_ASSERT_GOOD(subD.SubVector(vecD, 0, 0, nXs[j], 1));
-    VES_ASSERT_GOOD(subM.ScaleByVal(MathConstants<Scalar>::NEG_ONE));
-    VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(subM, subD, info));
-    if (info != 0) {
-      nXs[j] = 0;
-      continue;
-    }
-    VES_ASSERT_GOOD(subD.ScaleByVal(MathConstants<Scalar>::NEG_ONE));
-    const int colRank = InvertSingularValues(subD);
-    VES_ASSERT_GOOD(subM.SubVector(vecM, 0, layout.offsets[j], nXs[j], colRank));
-    VES_ASSERT_GOOD(subD.SubVector(vecD, 0, 0, colRank, 1));
-    VES_ASSERT_GOOD(subT.SubVector(vecT, 0, 0, vecX.nRows, colRank));
-    const auto rotate = [&](VectorDense<Scalar>& vec) {
-      VES_ASSERT_GOOD(subX.SubVector(vec, 0, dispX[j], vec.nRows, nXs[j]));
-      VES_ASSERT_GOOD(subX1.SubVector(vec, 0, dispX[j], vec.nRows, colRank));
-      RotateAndScale(subT, subX, subM, subD, subX1);
-    };
-    rotate(vecX);
-    if (images.needB) rotate(vecBX);
-    if (images.needA) rotate(vecAX);
-    nXs[j] = colRank;
-  }
-  VES_ASSERT_GOOD(vecT.FreeMem());
-  VES_ASSERT_GOOD(vecD.FreeMem());
-  VES_ASSERT_GOOD(vecM.FreeMem());
+  RunGroups(vecX, vecBX, vecAX, dispX, nXs, global);
   return VES_GOOD;
+}
+
+/// \return every Gram matrix could be decomposed
+template <typename Scalar>
+bool SvdQR<Scalar>::RunGroups(const VectorDense<Scalar>& vecX, const VectorDense<Scalar>& vecBX,
+                              const VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
+                              std::vector<int>& nXs, bool global) {
+  const Imaged<Scalar> all(vecX, vecBX, vecAX);
+  const GroupProducts<Scalar> grams(vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
+  const int widest = nXs.empty() ? 0 : *std::max_element(nXs.begin(), nXs.end());
+  VectorDense<Scalar> scratch(vecX.comm, vecX.auxComm, vecX.nRows, widest, vecX.nRows);
+  VES_ASSERT_GOOD(scratch.AllocateMem());
+  bool areDone = true;
+  for (std::size_t j = 0; j < nXs.size(); ++j) {
+    const Imaged<Scalar> group = all.Columns(dispX[j], nXs[j]);
+    nXs[j] = TransformGroup(group, grams[j], scratch);
+    areDone = areDone && nXs[j] >= 0;
+    nXs[j] = std::max(nXs[j], 0);
+  }
+  return areDone;
+}
+
+/// The leading columns of X := X V diag(lambda)^-1/2 with the Gram matrix V diag(lambda) V^H, images
+/// alike. \return their number, or -1 where the matrix cannot be decomposed
+template <typename Scalar>
+int SvdQR<Scalar>::TransformGroup(const Imaged<Scalar>& group, VectorDense<Scalar> gram,
+                                  const VectorDense<Scalar>& scratch) {
+  const int n = group.Count();
+  VectorDense<Scalar> singular(gram.comm, gram.auxComm, n, 1, n);
+  VES_ASSERT_GOOD(singular.AllocateMem());
+  int info = -1;
+  VES_ASSERT_GOOD(gram.ScaleByVal(MathConstants<Scalar>::NEG_ONE)); // the largest first
+  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(gram, singular, info));
+  if (info != 0) return -1;
+  VES_ASSERT_GOOD(singular.ScaleByVal(MathConstants<Scalar>::NEG_ONE));
+  const int colRank = InvertSingularValues(singular);
+  const VectorDense<Scalar> rotation(gram, 0, 0, n, colRank), scales(singular, 0, 0, colRank, 1);
+  VectorDense<Scalar> rotated(scratch, 0, 0, scratch.nRows, colRank);
+  group.ForEachWith(group.Columns(0, colRank),
+                    [&](const VectorDense<Scalar>& from, VectorDense<Scalar>& to) {
+                      VES_ASSERT_GOOD(rotated.Gemm(from, rotation));
+                      VES_ASSERT_GOOD(to.CopyData(rotated));
+                      VES_ASSERT_GOOD(to.ScaleByVec(scales));
+                    });
+  return colRank;
 }
 
 VES_INSTANTIATE(SvdQR);

@@ -1,6 +1,7 @@
 #ifndef VES_ORTHOGONALIZER_SVD_QR_H
 #define VES_ORTHOGONALIZER_SVD_QR_H
 
+#include "../data/imaged.h"
 #include "../eigensolver/dense_eigensolver.h"
 #include "dense_orthogonalizer.h"
 
@@ -40,6 +41,13 @@ public:
   virtual VesReturnCode BatchSvQR(VectorDense<Scalar>& vecX, VectorDense<Scalar>& vecBX,
                                   VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
                                   std::vector<int>& nXs, bool global);
+
+private:
+  bool RunGroups(const VectorDense<Scalar>& vecX, const VectorDense<Scalar>& vecBX,
+                 const VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
+                 std::vector<int>& nXs, bool global);
+  int TransformGroup(const Imaged<Scalar>& group, VectorDense<Scalar> gram,
+                     const VectorDense<Scalar>& scratch);
 };
 
 VES_EXTERN_TEMPLATE(SvdQR);

@@ -1,5 +1,7 @@
 #include "gram_schmidt.h"
 
+#include "../data/imaged.h"
+#include "../orthogonalizer/group_products.h"
 #include "../orthogonalizer/pass_loop.h"
 
 namespace Ves {
@@ -62,7 +64,7 @@ VesReturnCode GramSchmidt<Scalar>::Run4Dense(const Block& vecX, const Block& vec
                                              int maxOrthoIter, double threshold) {
   return RepeatPasses(
       maxOrthoIter, threshold, vecX.auxComm,
-      [&] { return this->GramSchm(vecX, vecBX, vecAX, vecY, vecBY, vecAY, global); },
+      [&](bool) { return this->GramSchm(vecX, vecBX, vecAX, vecY, vecBY, vecAY, global); },
       [&] {
         double error = 0.0;
         VES_ASSERT_GOOD(vecBX.CheckOrthogonality(vecY, error, false, global));
@@ -80,7 +82,7 @@ VesReturnCode GramSchmidt<Scalar>::RunBatch4Dense(const Block& vecX, const Block
   std::vector<double> errors(nXs.size(), 0.0);
   return RepeatPasses(
       maxOrthoIter, threshold, vecX.auxComm,
-      [&] {
+      [&](bool) {
         return this->BatchGramSchm(vecX, vecBX, vecAX, vecY, vecBY, vecAY, dispX, nXs, dispY, nYs,
                                    global);
       },
@@ -95,17 +97,8 @@ template <typename Scalar>
 VesReturnCode GramSchmidt<Scalar>::GramSchm(const Block& vecX, const Block& vecBX,
                                             const Block& vecAX, Block& vecY, Block& vecBY,
                                             Block& vecAY, bool global) {
-  const ImageUpdates images(vecY, vecBY, vecAY);
-  Block vecM;
-  VES_ASSERT_GOOD(vecM.DuplicateShape(vecX));
-  vecM.SetDims(vecBX.nCols, vecY.nCols, vecBX.nCols);
-  VES_ASSERT_GOOD(vecM.AllocateMem());
-  VES_ASSERT_GOOD(vecM.InnerProduct(vecBX, vecY, global));
-  VES_ASSERT_GOOD(vecY.Gemm(vecX, vecM, 'N', 'N', -1, 1));
-  if (images.needB) VES_ASSERT_GOOD(vecBY.Gemm(vecBX, vecM, 'N', 'N', -1, 1));
-  if (images.needA) VES_ASSERT_GOOD(vecAY.Gemm(vecAX, vecM, 'N', 'N', -1, 1));
-  VES_ASSERT_GOOD(vecM.FreeMem());
-  return VES_GOOD;
+  return BatchGramSchm(vecX, vecBX, vecAX, vecY, vecBY, vecAY, {0}, {vecX.nCols}, {0}, {vecY.nCols},
+                       global);
 }
 
 template <typename Scalar>
@@ -114,34 +107,15 @@ VesReturnCode GramSchmidt<Scalar>::BatchGramSchm(const Block& vecX, const Block&
                                                  Block& vecAY, const Indices& dispX,
                                                  const Indices& nXs, const Indices& dispY,
                                                  const Indices& nYs, bool global) {
-  const ImageUpdates images(vecY, vecBY, vecAY);
-  const GroupLayout layout(nXs, nYs);
-  Block vecM, subM, subX, subBX, subAX, subY, subBY, subAY;
-  VES_ASSERT_GOOD(vecM.DuplicateShape(vecX));
-  vecM.SetDims(layout.maxRows, layout.sumCols, layout.maxRows);
-  VES_ASSERT_GOOD(vecM.AllocateMem());
-  VES_ASSERT_GOOD(vecM.Set2Zero());
+  const GroupProducts<Scalar> overlaps(vecBX, {dispX, nXs}, vecY, {dispY, nYs}, global);
+  const Imaged<Scalar> basis(vecX, vecBX, vecAX), block(vecY, vecBY, vecAY);
   for (std::size_t j = 0; j < nXs.size(); ++j) {
-    VES_ASSERT_GOOD(subM.SubVector(vecM, 0, layout.offsets[j], nXs[j], nYs[j]));
-    VES_ASSERT_GOOD(subBX.SubVector(vecBX, 0, dispX[j], vecBX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subY.SubVector(vecY, 0, dispY[j], vecY.nRows, nYs[j]));
-    VES_ASSERT_GOOD(subM.InnerProduct(subBX, subY, false));
+    const Block overlap = overlaps[j];
+    const Imaged<Scalar> from = basis.Columns(dispX[j], nXs[j]);
+    block.Columns(dispY[j], nYs[j]).ForEachWith(from, [&](Block& y, const Block& x) {
+      VES_ASSERT_GOOD(y.Gemm(x, overlap, 'N', 'N', -1, 1));
+    });
   }
-  if (global) VES_ASSERT_GOOD(vecM.AllReduce(MPI_SUM, vecM.comm));
-
-  for (std::size_t j = 0; j < nXs.size(); ++j) {
-    VES_ASSERT_GOOD(subM.SubVector(vecM, 0, layout.offsets[j], nXs[j], nYs[j]));
-    VES_ASSERT_GOOD(subX.SubVector(vecX, 0, dispX[j], vecX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subBX.SubVector(vecBX, 0, dispX[j], vecBX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subAX.SubVector(vecAX, 0, dispX[j], vecAX.nRows, nXs[j]));
-    VES_ASSERT_GOOD(subY.SubVector(vecY, 0, dispY[j], vecY.nRows, nYs[j]));
-    VES_ASSERT_GOOD(subBY.SubVector(vecBY, 0, dispY[j], vecBY.nRows, nYs[j]));
-    VES_ASSERT_GOOD(subAY.SubVector(vecAY, 0, dispY[j], vecAY.nRows, nYs[j]));
-    VES_ASSERT_GOOD(subY.Gemm(subX, subM, 'N', 'N', -1, 1));
-    if (images.needB) VES_ASSERT_GOOD(subBY.Gemm(subBX, subM, 'N', 'N', -1, 1));
-    if (images.needA) VES_ASSERT_GOOD(subAY.Gemm(subAX, subM, 'N', 'N', -1, 1));
-  }
-  VES_ASSERT_GOOD(vecM.FreeMem());
   return VES_GOOD;
 }
 

@@ -283,7 +283,7 @@ void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Block& vecY, const Bloc
   RestoreZeroColumns(vecC, vecBC);
   RepeatPasses(
       maxOrthoIter, orthoTol, this->secondComm,
-      [&] {
+      [&](bool) {
         VES_ASSERT_GOOD(this->OrthoProjector->Run(vecY, vecBY, vecC, vecBC, matB, global,
                                                   maxOrthoInnerIter, orthoInnerTol));
         Orthonormalize(vecC, vecBC, matB, count, global);

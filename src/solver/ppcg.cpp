@@ -280,15 +280,13 @@ void PPCG<Scalar>::OrthogonalizeConjugateDirections(const VesMatrixBase& matB) c
         vecBZ = Columns(ImageBZ(), 0, 3 * nBands);
   std::vector<double> orthoErrors(nPs.size(), 0.0);
   std::vector<int> nPsTmp;
-  bool isFirst = true;
   RepeatPasses(
       maxOrthoIter, orthoTol, this->secondComm,
-      [&] {
+      [&](bool isFirst) {
         if (!isFirst)
           VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecAZ, vecZ, vecBZ, vecAZ,
                                                          dispX, nXs, dispP, nPs, matB, true,
                                                          maxOrthoInnerIter, orthoInnerTol));
-        isFirst = false;
         nPsTmp = nPs;
         VES_ASSERT_GOOD(this->Orthogonalizer->RunBatch(vecZ, vecBZ, vecAZ, dispP, nPsTmp, matB,
                                                        true, maxOrthoInnerIter, orthoInnerTol));
@@ -348,15 +346,13 @@ void PPCG<Scalar>::OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const
   Block vecZ = Columns(workZ, 0, 3 * nBands), vecBZ = Columns(ImageBZ(), 0, 3 * nBands);
   std::vector<double> orthoErrors(nRs.size(), 0.0);
   std::vector<int> nRsTmp;
-  bool isFirst = true;
   RepeatPasses(
       maxOrthoIter, orthoTol, this->secondComm,
-      [&] {
+      [&](bool isFirst) {
         if (!isFirst)
           VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecZ, vecBZ, dispX, nXs,
                                                          dispR, nRs, matB, true, maxOrthoInnerIter,
                                                          orthoInnerTol));
-        isFirst = false;
         VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecZ, vecBZ, dispP, nPs, dispR,
                                                        nRs, matB, true, maxOrthoInnerIter,
                                                        orthoInnerTol));

@@ -1,0 +1,59 @@
+#ifndef VES_ORTHOGONALIZER_GROUP_PRODUCTS_H
+#define VES_ORTHOGONALIZER_GROUP_PRODUCTS_H
+
+#include "../data/vector_dense.h"
+
+#include <algorithm>
+#include <numeric>
+#include <vector>
+
+namespace Ves {
+
+/// Some columns of a block, for each of several groups.
+struct Groups {
+  const std::vector<int>& firsts; ///< first columns
+  const std::vector<int>& widths;
+};
+
+/// The products X_j^H Y_j of groups of columns, packed side by side so that one reduction serves all:
+/// as many rows as the widest X_j. A single block is one group.
+template <typename Scalar>
+class GroupProducts {
+public:
+  using Block = VectorDense<Scalar>;
+
+  /// Collective over X's comm when global.
+  GroupProducts(const Block& vecX, const Groups& ofX, const Block& vecY, const Groups& ofY,
+                bool global)
+      : m_rows(ofX.widths), m_cols(ofY.widths) {
+    const int rows = m_rows.empty() ? 0 : *std::max_element(m_rows.begin(), m_rows.end());
+    const int cols = std::accumulate(m_cols.begin(), m_cols.end(), 0);
+    m_all.SetShape(vecX.comm, vecX.auxComm, rows, cols, rows);
+    VES_ASSERT_GOOD(m_all.AllocateMem());
+    VES_ASSERT_GOOD(m_all.Set2Zero());
+    int first = 0;
+    for (std::size_t j = 0; j < m_rows.size(); ++j) {
+      m_firsts.push_back(first);
+      first += m_cols[j];
+      Block product = (*this)[j];
+      VES_ASSERT_GOOD(product.InnerProduct(Block(vecX, 0, ofX.firsts[j], vecX.nRows, m_rows[j]),
+                                           Block(vecY, 0, ofY.firsts[j], vecY.nRows, m_cols[j]),
+                                           false));
+    }
+    if (global) VES_ASSERT_GOOD(m_all.AllReduce(MPI_SUM, m_all.comm));
+  }
+
+  /// View of X_j^H Y_j.
+  Block operator[](std::size_t j) const {
+    return Block(m_all, 0, m_firsts[j], m_rows[j], m_cols[j]);
+  }
+
+private:
+  const std::vector<int> m_rows, m_cols; // copies: ranks may come in place of the widths
+  std::vector<int> m_firsts;
+  Block m_all;
+};
+
+} // namespace Ves
+
+#endif
