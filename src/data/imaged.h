@@ -63,9 +63,10 @@ public:
 
   /// Images made afresh: A X, then B X. Collective as far as the operators are.
   void Refresh(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
-    VES_ASSERT_GOOD(matA.Apply(X, AX));
+    RefreshA(matA);
     RefreshB(matB);
   }
+  void RefreshA(const VesMatrixBase& matA) const { VES_ASSERT_GOOD(matA.Apply(X, AX)); }
   void RefreshB(const VesMatrixBase& matB) const {
     if (m_hasB) VES_ASSERT_GOOD(matB.Apply(X, BX));
   }

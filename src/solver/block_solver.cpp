@@ -107,14 +107,15 @@ void BlockSolver<Scalar>::InstallRunComponents(VesConvergeDetectorType lock,
 }
 
 /// One call of the orthogonalizer. A Gram matrix that cannot be decomposed, as a NaN from an
-/// operator leaves it, means that no column is known to be independent.
+/// operator leaves it, means that no column is known to be independent. \return the rank
 template <typename Scalar>
-void BlockSolver<Scalar>::Orthonormalize(Block& vecX, Block& vecBX, const VesMatrixBase& matB,
-                                         int& colRank, bool global) const {
+int BlockSolver<Scalar>::Orthonormalize(const Pairs& pairs, const VesMatrixBase& matB,
+                                        bool global) const {
+  int colRank = pairs.Count();
   const VesReturnCode code = VES_ASSERT_GOOD_OR(
-      VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(vecX, vecBX, matB, colRank, global,
+      VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(pairs.X, pairs.BX, matB, colRank, global,
                                                       maxOrthoInnerIter, orthoInnerTol));
-  if (code != VES_GOOD) colRank = 0;
+  return code == VES_GOOD ? colRank : 0;
 }
 
 /// The orthogonalizer's rank is confirmed before it is believed: a dependent column may pass its
@@ -122,49 +123,44 @@ void BlockSolver<Scalar>::Orthonormalize(Block& vecX, Block& vecBX, const VesMat
 /// random ones, lost orthogonality is mended by another pass, and what still fails in the end is
 /// cut off. A sound guess takes one pass and one check.
 template <typename Scalar>
-int BlockSolver<Scalar>::OrthonormalizeGuess(const Block& blockX, const Block& blockBX,
-                                             const VesMatrixBase& matB, int first,
-                                             int count) const {
+int BlockSolver<Scalar>::OrthonormalizeGuess(const Pairs& basis, const VesMatrixBase& matB,
+                                             int first, int count) const {
   constexpr int maxRepairs = 4;
   constexpr double brokenColumn = 0.1;
   const int full = static_cast<int>(std::clamp<long long>(nRowsTotal - first, 0, count));
-  const Block before = Columns(blockX, 0, first), beforeB = Columns(blockBX, 0, first);
-  Block vecX = Columns(blockX, first, count), vecBX = Columns(blockBX, first, count);
-  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
+  const Pairs before = basis.Columns(0, first), guess = basis.Columns(first, count);
+  guess.RefreshB(matB);
   for (int refills = 0, repairs = 0;;) {
-    int colRank = 0;
-    VES_ASSERT_GOOD(this->OrthoProjector->Run(before, beforeB, vecX, vecBX, matB, true,
+    VES_ASSERT_GOOD(this->OrthoProjector->Run(before.X, before.BX, guess.X, guess.BX, matB, true,
                                               maxOrthoInnerIter, orthoInnerTol));
-    Orthonormalize(vecX, vecBX, matB, colRank, true);
-    colRank = std::min(colRank, full);
-    if (OrthoError(blockX, blockBX, first, colRank) <= SoundOrthoError()) {
+    const int colRank = std::min(Orthonormalize(guess, matB, true), full);
+    if (OrthoError(basis, first, colRank) <= SoundOrthoError()) {
       if (colRank == full) return colRank;
       if (refills >= maxOrthoIter) { // random columns were tried: only B can have spoiled them
-        isBroken = isBroken || (isGeneralized && !AllFinite(vecX, vecBX));
+        isBroken = isBroken || (isGeneralized && !AllFinite(guess));
         return colRank;
       }
       ++refills;
-      FillRandom(blockX, blockBX, matB, first + colRank, count - colRank, refills + repairs);
+      FillRandom(guess.Columns(colRank, count - colRank), matB, refills + repairs);
     } else {
-      const Block lead = Columns(blockX, first, colRank), leadB = Columns(blockBX, first, colRank);
-      if (repairs == maxRepairs) return LeadingOrthonormal(lead, leadB, unitNormLimit);
+      const Pairs lead = guess.Columns(0, colRank);
+      if (repairs == maxRepairs) return LeadingOrthonormal(lead, unitNormLimit);
       ++repairs;
       // Images that were only updated drift from B X, and no pass on them can mend that.
-      if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
-      const int nSound = LeadingOrthonormal(lead, leadB, brokenColumn);
+      guess.RefreshB(matB);
+      const int nSound = LeadingOrthonormal(lead, brokenColumn);
       if (nSound < colRank)
-        FillRandom(blockX, blockBX, matB, first + nSound, count - nSound, refills + repairs);
+        FillRandom(guess.Columns(nSound, count - nSound), matB, refills + repairs);
     }
   }
 }
 
 template <typename Scalar>
-double BlockSolver<Scalar>::OrthoError(const Block& blockX, const Block& blockBX, int first,
-                                       int count) const {
-  const Block vecX = Columns(blockX, first, count);
+double BlockSolver<Scalar>::OrthoError(const Pairs& basis, int first, int count) const {
+  const Pairs pairs = basis.Columns(first, count);
   double among = 0.0, against = 0.0;
-  VES_ASSERT_GOOD(vecX.CheckOrthogonality(Columns(blockBX, first, count), among, true, true));
-  VES_ASSERT_GOOD(Columns(blockBX, 0, first).CheckOrthogonality(vecX, against, false, true));
+  VES_ASSERT_GOOD(pairs.X.CheckOrthogonality(pairs.BX, among, true, true));
+  VES_ASSERT_GOOD(basis.Columns(0, first).BX.CheckOrthogonality(pairs.X, against, false, true));
   double worst = std::isnan(against) ? against : std::max(among, against);
   Replicate(worst);
   return worst;
@@ -173,24 +169,22 @@ double BlockSolver<Scalar>::OrthoError(const Block& blockX, const Block& blockBX
 /// Random columns and their B-images; the seed is attempt^2 (1 + rank)^2 in 32-bit
 /// arithmetic, of which only the low bits enter and the sign must stay out.
 template <typename Scalar>
-void BlockSolver<Scalar>::FillRandom(const Block& blockX, const Block& blockBX,
-                                     const VesMatrixBase& matB, int first, int count,
+void BlockSolver<Scalar>::FillRandom(const Pairs& pairs, const VesMatrixBase& matB,
                                      int attempt) const {
   const unsigned factor = static_cast<unsigned>(attempt) * (1 + static_cast<unsigned>(processRank));
   const int seed = static_cast<int>((factor * factor) & 0x7fffffffU);
-  Block vecNew = Columns(blockX, first, count), vecBNew = Columns(blockBX, first, count);
-  VES_ASSERT_GOOD(vecNew.Set2Random(seed));
-  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecNew, vecBNew));
+  VES_ASSERT_GOOD(pairs.X.Set2Random(seed));
+  pairs.RefreshB(matB);
 }
 
 /// Number of leading columns that are orthonormal among themselves.
 template <typename Scalar>
-int BlockSolver<Scalar>::LeadingOrthonormal(const Block& vecX, const Block& vecBX,
-                                            double tolerance) const {
+int BlockSolver<Scalar>::LeadingOrthonormal(const Pairs& pairs, double tolerance) const {
+  const int n = pairs.Count();
   Block gram;
-  ShapeSmall(gram, vecX.nCols, vecX.nCols);
+  ShapeSmall(gram, n, n);
   VES_ASSERT_GOOD(gram.AllocateMem());
-  VES_ASSERT_GOOD(gram.InnerProduct(vecX, vecBX));
+  VES_ASSERT_GOOD(gram.InnerProduct(pairs.X, pairs.BX));
   int leading = 0;
   const auto isSound = [&](int j) {
     for (int i = 0; i <= j; ++i) {
@@ -199,7 +193,7 @@ int BlockSolver<Scalar>::LeadingOrthonormal(const Block& vecX, const Block& vecB
     }
     return true;
   };
-  while (leading < gram.nCols && isSound(leading))
+  while (leading < n && isSound(leading))
     ++leading;
   Replicate(leading);
   return leading;
@@ -233,27 +227,15 @@ void BlockSolver<Scalar>::Replicate(std::vector<double>& values) const {
   BroadcastToAll(values.data(), values.size(), MPI_DOUBLE);
 }
 
+/// No process holds a NaN or an infinity in the vectors and their images under B. Collective.
 template <typename Scalar>
-void BlockSolver<Scalar>::Rotate(const Block& source, const Block& coefficients,
-                                 const Block& target, Block& scratch) const {
-  for (int first = 0; first < nPW; first += bandRows) {
-    const int rows = std::min(bandRows, nPW - first);
-    Block band(target, first, 0, rows, target.nCols);
-    scratch.SetDims(rows, coefficients.nCols, rows);
-    VES_ASSERT_GOOD(scratch.Gemm(Block(source, first, 0, rows, source.nCols), coefficients));
-    VES_ASSERT_GOOD(band.CopyData(scratch));
-  }
-}
-
-/// No process holds a NaN or an infinity in the blocks. Collective.
-template <typename Scalar>
-bool BlockSolver<Scalar>::AllFinite(const Block& vecX, const Block& vecBX) const {
+bool BlockSolver<Scalar>::AllFinite(const Pairs& pairs) const {
   const auto isClean = [&](const Block& block) {
     for (int j = 0; j < block.nCols; ++j)
       if (!std::all_of(block.Column(j), block.Column(j) + nPW, IsFinite<Scalar>)) return false;
     return true;
   };
-  int isFinite = isClean(vecX) && (!isGeneralized || isClean(vecBX)) ? 1 : 0;
+  int isFinite = isClean(pairs.X) && (!pairs.HasB() || isClean(pairs.BX)) ? 1 : 0;
   ReduceInPlace(&isFinite, 1, MPI_INT, MPI_MIN, rowComm);
   Replicate(isFinite);
   return isFinite == 1;
@@ -275,37 +257,35 @@ void BlockSolver<Scalar>::NarrowBands(const Block& estimates, int count) const {
 }
 
 template <typename Scalar>
-void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Block& vecY, const Block& vecBY,
-                                                   Block& vecC, Block& vecBC,
-                                                   const VesMatrixBase& matB, int& count,
-                                                   bool global) const {
-  VES_ASSERT_GOOD(vecC.Normalize(vecBC, global));
-  RestoreZeroColumns(vecC, vecBC);
+void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Pairs& y, Pairs& c,
+                                                   const VesMatrixBase& matB, bool global) const {
+  VES_ASSERT_GOOD(c.X.Normalize(c.BX, global));
+  RestoreZeroColumns(c.X, c.BX);
   RepeatPasses(
-      maxOrthoIter, orthoTol, this->secondComm,
+      maxOrthoIter, orthoTol, secondComm,
       [&](bool) {
-        VES_ASSERT_GOOD(this->OrthoProjector->Run(vecY, vecBY, vecC, vecBC, matB, global,
+        VES_ASSERT_GOOD(this->OrthoProjector->Run(y.X, y.BX, c.X, c.BX, matB, global,
                                                   maxOrthoInnerIter, orthoInnerTol));
-        Orthonormalize(vecC, vecBC, matB, count, global);
-        vecC.nCols = vecBC.nCols = count;
+        c.Narrow(Orthonormalize(c, matB, global));
         return VES_GOOD;
       },
       [&] {
         double orthoError = 0.0;
-        VES_ASSERT_GOOD(vecBY.CheckOrthogonality(vecC, orthoError, false, true));
+        VES_ASSERT_GOOD(y.BX.CheckOrthogonality(c.X, orthoError, false, true));
         return orthoError;
       });
 }
 
 template <typename Scalar>
-double BlockSolver<Scalar>::UnitNormError(const Block& vecX, const Block& vecBX) const {
-  std::vector<Scalar> s(static_cast<std::size_t>(vecX.nCols) + 1); // never null storage
-  for (int j = 0; j < vecX.nCols; ++j)
+double BlockSolver<Scalar>::UnitNormError(const Pairs& pairs) const {
+  const int n = pairs.Count();
+  std::vector<Scalar> s(static_cast<std::size_t>(n) + 1); // never null storage
+  for (int j = 0; j < n; ++j)
     s[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
-        &nPW, &vecX(0, j), &MathConstants<int>::ONE, &vecBX(0, j), &MathConstants<int>::ONE);
-  MpiWrapper<Scalar>::AllReduce(s.data(), static_cast<unsigned long>(vecX.nCols), MPI_SUM, rowComm);
+        &nPW, &pairs.X(0, j), &MathConstants<int>::ONE, &pairs.BX(0, j), &MathConstants<int>::ONE);
+  MpiWrapper<Scalar>::AllReduce(s.data(), static_cast<unsigned long>(n), MPI_SUM, rowComm);
   double worst = 0.0;
-  for (int j = 0; j < vecX.nCols; ++j) {
+  for (int j = 0; j < n; ++j) {
     const double error =
         static_cast<double>(std::abs(s[static_cast<std::size_t>(j)] - MathConstants<Scalar>::ONE));
     if (!(error <= worst))

@@ -1,7 +1,7 @@
 #ifndef VES_SOLVER_BLOCK_SOLVER_H
 #define VES_SOLVER_BLOCK_SOLVER_H
 
-#include "../data/vector_dense.h"
+#include "../data/imaged.h"
 #include "../interface/solver_base.h"
 
 #include <cmath>
@@ -19,6 +19,7 @@ template <typename Scalar>
 class VES_EXPORT BlockSolver : public VesSolverBase {
 public:
   using Block = VectorDense<Scalar>;
+  using Pairs = Imaged<Scalar>; ///< vectors with their images
 
   mutable int nPW = 0;              ///< local rows of every tall block
   mutable int nBands = 0;           ///< wanted pairs; fewer when the guess has no such rank
@@ -66,9 +67,9 @@ protected:
   void ShapeTall(Block& block, int cols) const {
     block.SetShape(rowComm, secondComm, nPW, cols, ldQ);
   }
-  /// Scratch of Rotate for blocks of up to the given columns.
+  /// Scratch of rotations of up to the given columns.
   void ShapeBand(Block& block, int cols) const {
-    const int rows = RowsOfBand(nPW);
+    const int rows = Pairs::RowsOfBand(nPW);
     block.SetShape(rowComm, secondComm, rows, cols, rows);
   }
   void ShapeSmall(Block& block, int rows, int cols) const {
@@ -80,29 +81,22 @@ protected:
     return Block(block, 0, first, nPW, count);
   }
 
-  /// target := source C. The target may be columns of the source: bands of rows go through scratch,
-  /// shaped by ShapeBand or a tall block, at least as wide as C, and stay in the cache on their way.
-  void Rotate(const Block& source, const Block& coefficients, const Block& target,
-              Block& scratch) const;
-  static constexpr int bandRows = 1024;
-  static int RowsOfBand(int nRows) { return nRows < bandRows ? nRows : bandRows; }
+  /// B-orthonormalizes count columns of a basis from first on among themselves and against those
+  /// before, completes them with random columns where they lack rank, and returns the rank reached;
+  /// the columns behind it are without meaning. Images under B are made and kept, those under A are
+  /// not looked at.
+  int OrthonormalizeGuess(const Pairs& basis, const VesMatrixBase& matB, int first,
+                          int count) const;
 
-  /// B-orthonormalizes count columns of blockX from first on among themselves and against those
-  /// before, with images in blockBX (the same block when B is the identity), completes them with
-  /// random columns where they lack rank, and returns the rank reached; the columns behind it are
-  /// without meaning.
-  int OrthonormalizeGuess(const Block& blockX, const Block& blockBX, const VesMatrixBase& matB,
-                          int first, int count) const;
-
-  /// Largest orthogonality error of count columns from first on, among themselves and against those
-  /// before.
-  double OrthoError(const Block& blockX, const Block& blockBX, int first, int count) const;
+  /// Largest orthogonality error of count columns of a basis from first on, among themselves and
+  /// against those before.
+  double OrthoError(const Pairs& basis, int first, int count) const;
   /// What one pass leaves of sound columns stays well below this error.
   double SoundOrthoError() const { return 0.25 * orthoTol; }
 
   /// max_j |x_j^H B x_j - 1|: what a rotation by orthonormal coefficients lost because its basis
   /// was not B-orthonormal. Collective: one reduction of a number per column.
-  double UnitNormError(const Block& vecX, const Block& vecBX) const;
+  double UnitNormError(const Pairs& pairs) const;
   /// A healthy basis stays orders of magnitude below, every breakdown seen exceeds it.
   static constexpr double unitNormLimit =
       std::numeric_limits<RealType<Scalar>>::digits > 30 ? 1e-7 : 3e-4;
@@ -145,9 +139,9 @@ protected:
   /// holds the active vectors, the pairs first, first + 1, ...; scratch are two blocks of at least
   /// one column.
   /// \return 20 iterations have passed that lowered the residuals by less than a quarter in the mean
-  bool WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& vecX,
-                     const Block& vecAX, const Block& vecBX, int first, const Block& values,
-                     const Block& scratch, const Block& scratchImage) const;
+  bool WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB, const Pairs& active,
+                     int first, const Block& values, const Block& scratch,
+                     const Block& scratchImage) const;
   /// Residuals are tested so close to rounding errors that images which were only updated cannot
   /// bear claims out.
   bool IsTight(const Block& vecBX, const Block& values) const;
@@ -165,11 +159,11 @@ protected:
   /// Gives up the pairs behind the first count: nBands falls, and their estimates become unknown.
   void NarrowBands(const Block& estimates, int count) const;
 
-  /// Makes the count columns of C B-orthonormal and B-orthogonal to Y; dependent columns are
-  /// dropped, C, BC and count narrowed to the rest. BY and BC are Y and C where B is the identity.
-  /// global is false for replicated coefficient blocks.
-  void ProjectAndOrthonormalize(const Block& vecY, const Block& vecBY, Block& vecC, Block& vecBC,
-                                const VesMatrixBase& matB, int& count, bool global) const;
+  /// Makes the columns of C B-orthonormal and B-orthogonal to Y; dependent columns are dropped, C
+  /// is narrowed to the rest. Images under A are not looked at. global is false for replicated
+  /// coefficient blocks.
+  void ProjectAndOrthonormalize(const Pairs& y, Pairs& c, const VesMatrixBase& matB,
+                                bool global) const;
 
   /// The values ascend, but for rounding errors.
   bool IsAscending(const Block& values) const;
@@ -198,31 +192,28 @@ protected:
   /// those then active, and nothing below it is missing; but a wrong vector of the guess may have
   /// been locked before the lower ones were found and stand in the place of one. Brings the highest
   /// pairs above the last one, at most so many, behind it, with their values and the columns of
-  /// these blocks, the first of which holds the vectors. Collective where values are out of order.
+  /// the basis that holds them. Collective where values are out of order.
   /// \return their number
-  int MoveStraysLast(const Block& values, const std::vector<const Block*>& blocks, int most) const;
+  int MoveStraysLast(const Block& values, const Pairs& basis, int most) const;
 
   void Replicate(int& value) const;
   void Replicate(double& value) const;
   void Replicate(std::vector<double>& values) const;
   void Replicate(std::vector<int>& values) const;
-  bool AllFinite(const Block& vecX, const Block& vecBX) const;
+  bool AllFinite(const Pairs& pairs) const; ///< images under A are not looked at
 
 private:
   void BroadcastToAll(void* values, std::size_t count, MPI_Datatype type) const;
   VesReturnCode SolveNothing() const; ///< a run for no pairs, which has nothing to wait for
-  void Orthonormalize(Block& vecX, Block& vecBX, const VesMatrixBase& matB, int& colRank,
-                      bool global) const;
-  void FillRandom(const Block& blockX, const Block& blockBX, const VesMatrixBase& matB, int first,
-                  int count, int attempt) const;
-  int LeadingOrthonormal(const Block& vecX, const Block& vecBX, double tolerance) const;
+  int Orthonormalize(const Pairs& pairs, const VesMatrixBase& matB, bool global) const;
+  void FillRandom(const Pairs& pairs, const VesMatrixBase& matB, int attempt) const;
+  int LeadingOrthonormal(const Pairs& pairs, double tolerance) const;
   VesSolverReason FindReason(int wanted) const;
   std::vector<double> Resolutions(const Block& vectors, const Block& values) const;
   void NoteImprovements(int last) const;
   bool IsSlow(int last) const;
-  double ImageNoise(const VesMatrixBase& matA, const VesMatrixBase& matB, const Block& x,
-                    const Block& vecAX, const Block& vecBX, Scalar value, const Block& scratch,
-                    const Block& scratchImage) const;
+  double ImageNoise(const VesMatrixBase& matA, const VesMatrixBase& matB, const Pairs& pair,
+                    Scalar value, const Block& scratch, const Block& scratchImage) const;
   bool AreBelow(const Block& vecX, int first, const Block& values, double normA,
                 double normB) const;
 

@@ -84,11 +84,10 @@ auto BlockSolver<Scalar>::FindOvertaken(const std::vector<double>& bounds,
 }
 
 template <typename Scalar>
-int BlockSolver<Scalar>::MoveStraysLast(const Block& values,
-                                        const std::vector<const Block*>& blocks, int most) const {
+int BlockSolver<Scalar>::MoveStraysLast(const Block& values, const Pairs& basis, int most) const {
   const int n = values.nRows;
   if (!selfCheck || n == 0 || IsAscending(values)) return 0;
-  const std::vector<double> resolutions = Resolutions(Columns(*blocks.front(), 0, n), values);
+  const std::vector<double> resolutions = Resolutions(Columns(basis.X, 0, n), values);
   const auto valueOf = [&](int j) { return static_cast<double>(std::real(values(j))); };
   std::vector<int> strays;
   for (int j = 0; j < n; ++j)
@@ -102,8 +101,9 @@ int BlockSolver<Scalar>::MoveStraysLast(const Block& values,
   std::sort(strays.begin(), strays.end());
   for (int to = n - 1; !strays.empty(); --to, strays.pop_back()) { // from the right: none twice
     const int from = strays.back();
-    for (const Block* const block : blocks)
-      std::swap_ranges(block->Column(from), block->Column(from) + nPW, block->Column(to));
+    basis.ForEach([&](const Block& block) {
+      std::swap_ranges(block.Column(from), block.Column(from) + nPW, block.Column(to));
+    });
     std::swap(values(from), values(to));
     std::swap(pairResiduals[static_cast<std::size_t>(from)],
               pairResiduals[static_cast<std::size_t>(to)]);

@@ -22,7 +22,7 @@ VesSolverReason BlockSolver<Scalar>::FindReason(int wanted) const {
 
 template <typename Scalar>
 void BlockSolver<Scalar>::FindCulprit(const Block& vecX) const {
-  if (info != 0) isBroken = isBroken || AllFinite(vecX, vecX);
+  if (info != 0) isBroken = isBroken || AllFinite({vecX, vecX});
 }
 
 template <typename Scalar>
@@ -102,12 +102,11 @@ void BlockSolver<Scalar>::Report(int iteration, const Block& estimates, int nCon
 
 template <typename Scalar>
 bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB,
-                                        const Block& vecX, const Block& vecAX, const Block& vecBX,
-                                        int first, const Block& values, const Block& scratch,
-                                        const Block& scratchImage) const {
+                                        const Pairs& active, int first, const Block& values,
+                                        const Block& scratch, const Block& scratchImage) const {
   constexpr int window = 20, patience = 20, patienceIfTight = 5, mostRestarts = 3;
   constexpr double notable = 0.01, noisy = 0.5, generous = 1e6, strict = 100.0;
-  const int last = first + vecX.nCols;
+  const int last = first + active.Count();
   if (nConv > watch.nConv || last > watch.last) { // other pairs than before are open
     const int mostConv = std::max(nConv, watch.nConv);
     watch = Watch();
@@ -123,7 +122,7 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
   const bool isSlow = found.back() != 0;
   watch.idleWindows = gain < 1 ? watch.idleWindows + 1 : 0;
   const auto areBelow = [&](double factor) {
-    return AreBelow(vecBX, first, values, factor * largestRitz, factor);
+    return AreBelow(active.BX, first, values, factor * largestRitz, factor);
   };
   if (gain > 1) return isSlow;
   const bool isClose = areBelow(generous), isTight = isClose && areBelow(strict);
@@ -133,8 +132,7 @@ bool BlockSolver<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatr
   }
   if (gain > 0 || !isClose) return isSlow;
   const int j = nConv - first;
-  double share = ImageNoise(matA, matB, Columns(vecX, j, 1), Columns(vecAX, j, 1),
-                            Columns(vecBX, j, 1), values(j), scratch, scratchImage) /
+  double share = ImageNoise(matA, matB, active.Columns(j, 1), values(j), scratch, scratchImage) /
                  pairResiduals[static_cast<std::size_t>(nConv)];
   Replicate(share);
   const bool isNoise = !(share < noisy), hasDrifted = !(share < notable);
@@ -181,12 +179,11 @@ bool BlockSolver<Scalar>::IsSlow(int last) const {
   return watch.meanLog > before + std::log(quarter);
 }
 
-/// ||(A x - lambda B x) - (vecAX - lambda vecBX)|| of one column: what rounding errors have added to
-/// the images, which are only updated.
+/// ||(A x - lambda B x) - (ax - lambda bx)|| of one pair with the images ax and bx: what rounding
+/// errors have added to these, which are only updated.
 template <typename Scalar>
 double BlockSolver<Scalar>::ImageNoise(const VesMatrixBase& matA, const VesMatrixBase& matB,
-                                       const Block& x, const Block& vecAX, const Block& vecBX,
-                                       Scalar value, const Block& scratch,
+                                       const Pairs& pair, Scalar value, const Block& scratch,
                                        const Block& scratchImage) const {
   Block fresh = Columns(scratch, 0, 1), freshB = Columns(scratchImage, 0, 1), lambda, one;
   for (Block* const number : {&lambda, &one}) {
@@ -195,11 +192,11 @@ double BlockSolver<Scalar>::ImageNoise(const VesMatrixBase& matA, const VesMatri
   }
   lambda(0) = value;
   one(0) = MathConstants<Scalar>::ONE;
-  VES_ASSERT_GOOD(matA.Apply(x, fresh));
-  VES_ASSERT_GOOD(fresh.ScaleAdd(fresh, vecAX, one, -1));
-  if (isGeneralized) {
-    VES_ASSERT_GOOD(matB.Apply(x, freshB));
-    VES_ASSERT_GOOD(freshB.ScaleAdd(freshB, vecBX, one, -1));
+  VES_ASSERT_GOOD(matA.Apply(pair.X, fresh));
+  VES_ASSERT_GOOD(fresh.ScaleAdd(fresh, pair.AX, one, -1));
+  if (pair.HasB()) {
+    VES_ASSERT_GOOD(matB.Apply(pair.X, freshB));
+    VES_ASSERT_GOOD(freshB.ScaleAdd(freshB, pair.BX, one, -1));
     VES_ASSERT_GOOD(fresh.ScaleAdd(fresh, freshB, lambda, -1));
   }
   return ColumnNorms(fresh).front();

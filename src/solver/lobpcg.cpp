@@ -40,7 +40,6 @@ void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& mat
     this->DiagonalizeRayleighRitzMatrix();
     if (info != 0) return;
     this->RotateEigVecs();
-    this->RotateImages(nXseek);
     this->RestartUnlessSound(matA, matB);
     if (isRestarted) this->NarrowBands(workW, nDeflated + nX);
     if (info != 0) return;
@@ -49,7 +48,6 @@ void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& mat
     this->CheckConvergence(matA, matB);
     this->ComputeConjugateDirection();
     this->UpdateEigVecs();
-    this->UpdateImages();
     this->CheckLocking();
     this->UpdateEigVals();
     nXseek = nX;
@@ -92,21 +90,15 @@ void LOBPCG<Scalar>::InitWorkspace(const Block& vecQ, const Block&) const {
 template <typename Scalar>
 void LOBPCG<Scalar>::RotateInitialGuess(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
-  nBands = nX = nXseek = nV = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, 0, nBands);
-  const Block vecX = Columns(workZ, 0, nBands);
-  Block vecAX = Columns(workAZ, 0, nBands);
-  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
-  workM.SetDims(nBands, nBands, nBands);
-  VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
-  this->DiagonalizeRayleighRitzMatrix();
+  nBands = nX = nXseek = nV = this->OrthonormalizeGuess(this->Z(), matB, 0, nBands);
+  this->V().RefreshA(matA);
+  this->RayleighRitzOfBasis();
   if (info != 0) {
     VES_ASSERT_GOOD(workD.Set2Val(MathConstants<Scalar>::INFTY));
     return;
   }
   this->RotateEigVecs();
-  this->RotateImages(nBands);
   this->UpdateEigVecs();
-  this->UpdateImages();
   this->freshFrom = 0;
 }
 

@@ -43,6 +43,7 @@ public:
   using Base::workX;
   using Base::workZ;
   using typename Base::Block;
+  using typename Base::Pairs;
 
   LOBPCG() = default;
 
@@ -57,9 +58,6 @@ public:
   }
 
 private:
-  using Base::Estimates;
-  using Base::ImageBZ;
-
   void InitParameters(const Block& vecQ, const Block& vecW, const VesMatrixBase& matB) const;
   void InitWorkspace(const Block& vecQ, const Block& vecW) const;
   void FillOutput(Block& vecQ, Block& vecW) const;

@@ -42,7 +42,6 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
       continue;
     }
     this->RotateEigVecs();
-    this->RotateImages(nXseek);
     this->RestartUnlessSound(matA, matB);
     if (info != 0) return;
     this->ComputeResidual();
@@ -50,7 +49,6 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
     this->CheckConvergence(matA, matB);
     this->ComputeConjugateDirection();
     this->UpdateEigVecs();
-    this->UpdateImages();
     CheckLocking();
     this->UpdateEigVals();
     this->Report();
@@ -92,7 +90,7 @@ void LOBPCG_BATCH<Scalar>::AddNewVectors(const Block& vecQ) const {
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::OrthogonalizeNewVectors(const VesMatrixBase& matB) const {
   nXnxt = this->RoomBehind(FirstNew(), nXnxt);
-  FormImagesB(matB, FirstNew(), nXnxt);
+  Z(FirstNew(), nXnxt).RefreshB(matB);
   this->OrthogonalizeBehind(FirstNew(), nXnxt, matB);
 }
 
@@ -111,19 +109,13 @@ void LOBPCG_BATCH<Scalar>::AddRandomVectors() const {
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::OrthogonalizeRandomVectors(const VesMatrixBase& matB) const {
   const int first = FirstNew() + nXnxt;
-  FormImagesB(matB, first, nRand);
+  Z(first, nRand).RefreshB(matB);
   this->OrthogonalizeBehind(first, nRand, matB);
   nXnxt += nRand;
   const int places = this->RoomBehind(FirstNew(), nXseek - nX);
-  if (places > 0 && (nXnxt < places || !(this->OrthoError(workZ, ImageBZ(), FirstNew(), nXnxt) <=
-                                         this->SoundOrthoError())))
-    nXnxt = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, FirstNew(), places);
-}
-
-template <typename Scalar>
-void LOBPCG_BATCH<Scalar>::FormImagesB(const VesMatrixBase& matB, int first, int count) const {
-  Block vecB = Columns(ImageBZ(), first, count);
-  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(Columns(workZ, first, count), vecB));
+  if (places > 0 &&
+      (nXnxt < places || !(this->OrthoError(Z(), FirstNew(), nXnxt) <= this->SoundOrthoError())))
+    nXnxt = this->OrthonormalizeGuess(Z(), matB, FirstNew(), places);
 }
 
 /// A batch in which nothing is left to iterate is locked whole.
@@ -170,13 +162,7 @@ void LOBPCG_BATCH<Scalar>::FinishRun() const {
   nP = nR = nLeadingConv = nLocked = nXnxt = 0;
   this->freshFrom = nBands;
   const Block vecCX(this->workM, 0, 0, this->nV, nXseek);
-  const auto rotate = [&](const Block& basis) {
-    this->Rotate(Columns(basis, nDeflated, this->nV), vecCX, Columns(basis, nDeflated, nXseek),
-                 this->workP);
-  };
-  rotate(workZ);
-  rotate(this->workAZ);
-  if (isGeneralized) rotate(this->workBZ);
+  this->V().Rotate(vecCX, Z(nDeflated, nXseek), this->workP);
   this->UpdateEigVals();
   this->isUncertain = true;
 }

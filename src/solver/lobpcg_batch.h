@@ -66,8 +66,7 @@ public:
 private:
   using Base::Estimates;
   using Base::FirstNew;
-  using Base::ImageBX;
-  using Base::ImageBZ;
+  using Base::Z;
 
   void InitParameters(const Block& vecQ, const Block& vecW, const VesMatrixBase& matB) const;
   void FillOutput(Block& vecQ, Block& vecW) const;
@@ -87,7 +86,6 @@ private:
 
   int FullBatch(int nCols) const { return nCols < batchLimit ? nCols : batchLimit; }
   void RetireBatch() const;
-  void FormImagesB(const VesMatrixBase& matB, int first, int count) const;
 
   mutable bool isLastPass = false; ///< the pass only completes the result
 };

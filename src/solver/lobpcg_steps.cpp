@@ -11,9 +11,9 @@ void LobpcgSteps<Scalar>::AddResiduals(const VesMatrixBase& matP) const {
   Block vecR = Columns(workZ, FirstR(), nR);
   if (!needResidualNorms) { // nobody has formed them yet
     const int first = nDeflated + nLeadingConv - nLocked;
+    const Pairs open = Z(first, nR);
     workR.SetDims(nPW, nR, ldQ);
-    VES_ASSERT_GOOD(workR.ScaleAdd(Columns(workAZ, first, nR), Columns(ImageBZ(), first, nR),
-                                   Block(workW, first, 0, nR, 1), -1));
+    VES_ASSERT_GOOD(workR.ScaleAdd(open.AX, open.BX, Block(workW, first, 0, nR, 1), -1));
   }
   const Block vecTmp = Columns(workR, workR.nCols - nR, nR);
   if (matP.IsPresent())
@@ -31,11 +31,10 @@ template <typename Scalar>
 void LobpcgSteps<Scalar>::OrthogonalizeResidual(const VesMatrixBase& matB,
                                                 const VesMatrixBase& matP) const {
   nR = RoomBehind(FirstR(), nR);
-  const Block vecR = Columns(workZ, FirstR(), nR);
-  Block vecBR = Columns(ImageBZ(), FirstR(), nR);
-  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
+  const Pairs residuals = Z(FirstR(), nR);
+  residuals.RefreshB(matB);
   // A NaN or an infinity out of T or B must not pass for a direction without length.
-  if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(vecR, vecBR))
+  if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(residuals))
     info = 1;
   else
     OrthogonalizeBehind(FirstR(), nR, matB);
@@ -45,21 +44,21 @@ template <typename Scalar>
 void LobpcgSteps<Scalar>::OrthogonalizeBehind(int first, int& count,
                                               const VesMatrixBase& matB) const {
   if (count == 0) return;
-  const Block vecY = Columns(workZ, 0, first), vecBY = Columns(ImageBZ(), 0, first);
-  Block vecC = Columns(workZ, first, count), vecBC = Columns(ImageBZ(), first, count);
-  this->ProjectAndOrthonormalize(vecY, vecBY, vecC, vecBC, matB, count, true);
-  if (!isGeneralized || !this->isCareful) return;
-  // Cancellation in C has amplified the errors of images that were only updated.
-  VES_ASSERT_GOOD(matB.Apply(vecC, vecBC));
-  this->ProjectAndOrthonormalize(vecY, vecBY, vecC, vecBC, matB, count, true);
+  const Pairs before = Z(0, first);
+  Pairs columns = Z(first, count);
+  this->ProjectAndOrthonormalize(before, columns, matB, true);
+  if (isGeneralized && this->isCareful) {
+    // Cancellation has amplified the errors of images that were only updated.
+    columns.RefreshB(matB);
+    this->ProjectAndOrthonormalize(before, columns, matB, true);
+  }
+  count = columns.Count();
 }
 
 /// A on the residuals and the new columns together.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::ApplyMatrixA(const VesMatrixBase& matA) const {
-  const Block vecY = Columns(workZ, FirstR(), nR + nXnxt);
-  Block vecAY = Columns(workAZ, FirstR(), nR + nXnxt);
-  VES_ASSERT_GOOD(matA.Apply(vecY, vecAY));
+  Z(FirstR(), nR + nXnxt).RefreshA(matA);
 }
 
 /// Upper block triangle of V^H A V, where V = [X P Y] and Y = [R N]:
@@ -75,13 +74,12 @@ void LobpcgSteps<Scalar>::ComputeRayleighRitzMatrix() const {
   VES_ASSERT_GOOD(workM.Set2Zero());
   Block workMX(workM, 0, 0, nX, nX), workMP(workM, nX, nX, nP, nP),
       workMY(workM, 0, nX + nP, nV, nY);
-  const Block vecP = Columns(workZ, FirstP(), nP), vecAP = Columns(workAZ, FirstP(), nP);
-  const Block vecV = Columns(workZ, nDeflated, nV), vecAY = Columns(workAZ, FirstR(), nY);
+  const Pairs p = Z(FirstP(), nP), y = Z(FirstR(), nY);
   VES_ASSERT_GOOD(workMX.SetDiag(Estimates(nX)));
   // The reduction of the P block runs on into the first rows of the next column, which only the
   // product for the last block column fills: this order.
-  VES_ASSERT_GOOD(workMP.InnerProduct(vecP, vecAP, true));
-  VES_ASSERT_GOOD(workMY.InnerProduct(vecV, vecAY, true));
+  VES_ASSERT_GOOD(workMP.InnerProduct(p.X, p.AX, true));
+  VES_ASSERT_GOOD(workMY.InnerProduct(V().X, y.AX, true));
 }
 
 template <typename Scalar>
@@ -136,21 +134,10 @@ void LobpcgSteps<Scalar>::SettleCutCluster() const {
 /// X' = V C_X, beside the old basis that the new directions still need.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::RotateEigVecs() const {
-  const Block vecCX(workM, 0, 0, nV, nXseek);
-  workX.SetDims(nPW, nXseek, ldQ);
-  VES_ASSERT_GOOD(workX.Gemm(Columns(workZ, nDeflated, nV), vecCX));
+  for (Block* const block : {&workX, &workAX, &workBX})
+    block->SetDims(nPW, nXseek, ldQ);
+  V().Multiply(Block(workM, 0, 0, nV, nXseek), NewX());
   freshFrom = nBands;
-}
-
-/// The images of the first count columns of X'.
-template <typename Scalar>
-void LobpcgSteps<Scalar>::RotateImages(int count) const {
-  const Block vecCX(workM, 0, 0, nV, count);
-  workAX.SetDims(nPW, count, ldQ);
-  VES_ASSERT_GOOD(workAX.Gemm(Columns(workAZ, nDeflated, nV), vecCX));
-  if (!isGeneralized) return;
-  workBX.SetDims(nPW, count, ldQ);
-  VES_ASSERT_GOOD(workBX.Gemm(Columns(workBZ, nDeflated, nV), vecCX));
 }
 
 /// The self-check. Where the basis was not B-orthonormal, the new vectors have lost their unit
@@ -160,23 +147,24 @@ template <typename Scalar>
 void LobpcgSteps<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
                                              const VesMatrixBase& matB) const {
   const bool isAsked = std::exchange(this->isRestartDue, false);
-  isRestarted =
-      this->selfCheck && (isAsked || this->UnitNormError(workX, ImageBX()) > this->unitNormLimit);
+  isRestarted = this->selfCheck && (isAsked || this->UnitNormError(NewX()) > this->unitNormLimit);
   if (!isRestarted) return;
   this->BeCareful();
   MoveNewBehindX();
-  nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated, nX + nXnxt);
+  nX = this->OrthonormalizeGuess(Z(), matB, nDeflated, nX + nXnxt);
   nP = nR = nXnxt = 0;
   nV = nX;
-  const Block vecX = Columns(workZ, nDeflated, nX);
-  Block vecAX = Columns(workAZ, nDeflated, nX);
-  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
+  V().RefreshA(matA);
+  RayleighRitzOfBasis();
+  if (info == 0) RotateEigVecs();
+}
+
+/// Values and coefficients over a basis whose images are all at hand.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::RayleighRitzOfBasis() const {
   workM.SetDims(nV, nV, nV);
-  VES_ASSERT_GOOD(workM.InnerProduct(vecX, vecAX));
+  VES_ASSERT_GOOD(workM.InnerProduct(V().X, V().AX));
   DiagonalizeRayleighRitzMatrix();
-  if (info != 0) return;
-  RotateEigVecs();
-  RotateImages(nXseek);
 }
 
 template <typename Scalar>
@@ -220,7 +208,7 @@ void LobpcgSteps<Scalar>::ComputeResidual() const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::FormResidual() const {
   workR.SetDims(nPW, nXseek, ldQ);
-  VES_ASSERT_GOOD(workR.ScaleAdd(workAX, ImageBX(), workD, -1));
+  VES_ASSERT_GOOD(workR.ScaleAdd(NewX().AX, NewX().BX, workD, -1));
 }
 
 /// A step over the old X alone, after a restart or with no direction to go, leaves the values where
@@ -229,7 +217,7 @@ template <typename Scalar>
 void LobpcgSteps<Scalar>::ForgetIdleValues() const {
   if (nV != nX || !this->ConvergeDetector->PassesOnValues()) return;
   if (!needResidualNorms) FormResidual();
-  this->ForgetValues(workR, ImageBX(), Estimates(nXseek));
+  this->ForgetValues(workR, NewX().BX, Estimates(nXseek));
 }
 
 /// Before the last pairs are believed where rounding errors are near, their images are made afresh.
@@ -239,9 +227,8 @@ void LobpcgSteps<Scalar>::CheckConvergence(const VesMatrixBase& matA,
   ForgetIdleValues();
   RunConvergeDetector();
   if (nLeadingConv == nXseek && this->selfCheck && freshFrom > nDeflated &&
-      this->IsTight(ImageBX(), workD)) {
-    VES_ASSERT_GOOD(matA.Apply(workX, workAX));
-    if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(workX, workBX));
+      this->IsTight(NewX().BX, workD)) {
+    NewX().Refresh(matA, matB);
     freshFrom = nDeflated;
     ComputeResidual();
     RunConvergeDetector();
@@ -271,31 +258,15 @@ void LobpcgSteps<Scalar>::ComputeConjugateDirection() const {
   VES_ASSERT_GOOD(vecCP.CopyData(vecUnconverged));
   VES_ASSERT_GOOD(rowsOfX.Set2Zero());
   VES_ASSERT_GOOD(rowsOfNew.Set2Zero());
-  const VesMatrixEmpty matNull;
-  this->ProjectAndOrthonormalize(vecCX, vecCX, vecCP, vecCP, matNull, nP, false);
-
-  const auto rotate = [&](const Block& basis) {
-    this->Rotate(Columns(basis, nDeflated, nV), vecCP, Columns(basis, nDeflated + nXseek, nP),
-                 workP);
-  };
-  rotate(workZ);
-  rotate(workAZ);
-  if (isGeneralized) rotate(workBZ);
+  Pairs directions(vecCP, vecCP);
+  this->ProjectAndOrthonormalize({vecCX, vecCX}, directions, VesMatrixEmpty(), false);
+  nP = directions.Count();
+  V().Rotate(directions.X, Z(nDeflated + nXseek, nP), workP);
 }
 
 template <typename Scalar>
 void LobpcgSteps<Scalar>::UpdateEigVecs() const {
-  Block vecX = Columns(workZ, nDeflated, nXseek);
-  VES_ASSERT_GOOD(vecX.CopyData(workX));
-}
-
-template <typename Scalar>
-void LobpcgSteps<Scalar>::UpdateImages() const {
-  Block vecAX = Columns(workAZ, nDeflated, nXseek);
-  VES_ASSERT_GOOD(vecAX.CopyData(workAX));
-  if (!isGeneralized) return;
-  Block vecBX = Columns(workBZ, nDeflated, nXseek);
-  VES_ASSERT_GOOD(vecBX.CopyData(workBX));
+  NewX().CopyTo(Z(nDeflated, nXseek));
 }
 
 template <typename Scalar>
@@ -322,11 +293,10 @@ void LobpcgSteps<Scalar>::UpdateEigVals() const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::WatchProgress(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
-  const auto active = [&](const Block& block) { return Columns(block, nDeflated, nX); };
   workX.SetDims(nPW, 1, ldQ);
   workAX.SetDims(nPW, 1, ldQ);
-  isSlow = Base::WatchProgress(matA, matB, active(workZ), active(workAZ), active(ImageBZ()),
-                               nDeflated, Estimates(nX), workX, workAX);
+  isSlow =
+      Base::WatchProgress(matA, matB, Z(nDeflated, nX), nDeflated, Estimates(nX), workX, workAX);
   // Twice in a row without any direction: nothing can change X any more.
   const bool isExhausted = nP + nR + nXnxt == 0;
   isStagnated = isStagnated || (isExhausted && wasExhausted);

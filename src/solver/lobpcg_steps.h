@@ -35,6 +35,7 @@ public:
   using Base::nPW;
   using Base::threshold;
   using typename Base::Block;
+  using typename Base::Pairs;
 
   mutable int nX = 0;                 ///< active Ritz vectors
   mutable int nP = 0;                 ///< conjugate directions
@@ -95,21 +96,20 @@ protected:
   /// R against all columns before it, then in itself. Output of T or B that is not finite sets
   /// info.
   void OrthogonalizeResidual(const VesMatrixBase& matB, const VesMatrixBase& matP) const;
-  /// B-orthonormalizes the count columns of workZ from first on, whose B-images are in place,
+  /// B-orthonormalizes the count columns of workZ from first on, whose images under B are in place,
   /// against all before and in themselves; count becomes the rank.
   void OrthogonalizeBehind(int first, int& count, const VesMatrixBase& matB) const;
   void ApplyMatrixA(const VesMatrixBase& matA) const;
   void ComputeRayleighRitzMatrix() const;
   void DiagonalizeRayleighRitzMatrix() const;
+  void RayleighRitzOfBasis() const;
   void RotateEigVecs() const;
-  void RotateImages(int count) const;
   void RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void ComputeResidual() const;
   void JudgeRestart() const;
   void CheckConvergence(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void ComputeConjugateDirection() const;
   void UpdateEigVecs() const;
-  void UpdateImages() const;
   void CheckLocking() const;
   void UpdateEigVals() const;
   void WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
@@ -120,9 +120,13 @@ protected:
   int FirstR() const { return FirstP() + nP; }
   int FirstNew() const { return FirstR() + nR; }
 
-  /// The block that holds B Z: Z itself where B is the identity. Likewise for the new vectors.
-  const Block& ImageBZ() const { return isGeneralized ? workBZ : workZ; }
-  const Block& ImageBX() const { return isGeneralized ? workBX : workX; }
+  /// Columns of workZ with their images: all, and count from first on.
+  Pairs Z() const { return {workZ, isGeneralized ? workBZ : workZ, workAZ}; }
+  Pairs Z(int first, int count) const { return Z().Columns(first, count); }
+  /// The basis [X P R N] of the iteration.
+  Pairs V() const { return Z(nDeflated, nV); }
+  /// The new Ritz vectors, beside the old basis.
+  Pairs NewX() const { return {workX, isGeneralized ? workBX : workX, workAX}; }
   /// Eigenvalue estimates of the first count active pairs.
   Block Estimates(int count) const { return Block(workW, nDeflated, 0, count, 1); }
   /// More columns than those before them leave room for would be made of rounding errors.

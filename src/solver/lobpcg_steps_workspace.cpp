@@ -49,7 +49,7 @@ std::size_t LobpcgSteps<Scalar>::WorkspaceBytes(int nRows, int nCols, int mostAc
   const std::size_t columns = 2 * nZ + 3 * active + 5; // five blocks, each with its slack
   const std::size_t columnsB = generalized ? nZ + active + 2 : 0;
   const std::size_t widest = std::max(active, k - active); // the last pass may load the rest
-  const std::size_t band = k * static_cast<std::size_t>(this->RowsOfBand(nRows));
+  const std::size_t band = k * static_cast<std::size_t>(Imaged<Scalar>::RowsOfBand(nRows));
   return this->Bytes(nRows, columns + columnsB, nVmax * nVmax + band, nVmax, widest);
 }
 
@@ -73,9 +73,7 @@ template <typename Scalar>
 int LobpcgSteps<Scalar>::MoveStraysLast(int most) const {
   const int nKnown = nDeflated + nX;
   if (info != 0 || nConv < nKnown) return 0;
-  std::vector<const Block*> blocks{&workZ, &workAZ};
-  if (isGeneralized) blocks.push_back(&workBZ);
-  return Base::MoveStraysLast(Block(workW, 0, 0, nKnown, 1), blocks, most);
+  return Base::MoveStraysLast(Block(workW, 0, 0, nKnown, 1), Z(), most);
 }
 
 template <typename Scalar>
@@ -100,21 +98,15 @@ void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA, const VesMatri
   const int nStrays = MoveStraysLast(nKnown);
   nConv = std::min(nConv, nKnown - nStrays);
   const Block values(workW, 0, 0, nKnown, 1);
-  const bool isLoose = !(this->OrthoError(workZ, ImageBZ(), 0, nKnown) <= looseOrthogonality);
-  const bool isTight = this->IsTight(Columns(ImageBZ(), 0, nKnown), values);
+  const bool isLoose = !(this->OrthoError(Z(), 0, nKnown) <= looseOrthogonality);
+  const bool isTight = this->IsTight(Z(0, nKnown).BX, values);
   const bool isHeldBack = isUncertain || (nDeflated > 0 && nConv < nKnown);
   if (!isLoose && !isTight && !isHeldBack) return;
 
   const int nStale = isLoose || nStrays > 0 ? nKnown : std::min(freshFrom, nKnown);
   nDeflated = 0;
-  nX = nXseek = nV =
-      isLoose ? this->OrthonormalizeGuess(workZ, ImageBZ(), matB, 0, nKnown) : nKnown;
-  if (isLoose || isTight) {
-    const Block vecX = Columns(workZ, 0, std::min(nStale, nX));
-    Block vecAX = Columns(workAZ, 0, vecX.nCols), vecBX = Columns(ImageBZ(), 0, vecX.nCols);
-    VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
-    if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
-  }
+  nX = nXseek = nV = isLoose ? this->OrthonormalizeGuess(Z(), matB, 0, nKnown) : nKnown;
+  if (isLoose || isTight) Z(0, std::min(nStale, nX)).Refresh(matA, matB);
   if (isLoose || isHeldBack) RotateAll();
   nConv = std::min(nConv, this->FindOvertaken(bounds, values).locked);
   if (info == 0)
@@ -128,20 +120,13 @@ void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA, const VesMatri
 /// Rayleigh-Ritz over all pairs.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::RotateAll() const {
-  workM.SetDims(nV, nV, nV);
-  VES_ASSERT_GOOD(workM.InnerProduct(Columns(workZ, 0, nV), Columns(workAZ, 0, nV)));
-  DiagonalizeRayleighRitzMatrix();
+  RayleighRitzOfBasis();
   if (info != 0) return;
   Block values(workW, 0, 0, nV, 1);
   if (this->ConvergeDetector->PassesOnValues())
     nConv = this->StandingClaims(values, std::min(nConv, nV), workD);
   VES_ASSERT_GOOD(values.CopyData(workD));
-  const auto rotate = [&](const Block& block) {
-    this->Rotate(Columns(block, 0, nV), workM, Columns(block, 0, nV), workP);
-  };
-  rotate(workZ);
-  rotate(workAZ);
-  if (isGeneralized) rotate(workBZ);
+  V().Rotate(workM, workP);
 }
 
 /// By the residuals of images that were made afresh, as many pairs at a time as workX has room for. A
@@ -159,8 +144,7 @@ void LobpcgSteps<Scalar>::RecountConverged() const {
       column->SetDims(width, 1, width);
     VES_ASSERT_GOOD(workD.Set2Val(MathConstants<Scalar>::INFTY)); // so that only residuals count
     workX.SetDims(nPW, width, ldQ);
-    VES_ASSERT_GOOD(workX.ScaleAdd(Columns(workAZ, first, width), Columns(ImageBZ(), first, width),
-                                   values, -1));
+    VES_ASSERT_GOOD(workX.ScaleAdd(Z(first, width).AX, Z(first, width).BX, values, -1));
     const int found =
         this->CountConverged(workX, values, workD, idxsConv, std::clamp(claimed - first, 0, width));
     if (counted == first) counted += found;

@@ -69,9 +69,8 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
 template <typename Scalar>
 void PPCG<Scalar>::OrthogonalizeInitialGuess(const VesMatrixBase& matA,
                                              const VesMatrixBase& matB) const {
-  nBands = nX = nR = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, 0, nBands);
-  Block vecX = Columns(workZ, 0, nBands), vecAX = Columns(workAZ, 0, nBands);
-  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
+  nBands = nX = nR = this->OrthonormalizeGuess(Z(), matB, 0, nBands);
+  Active().RefreshA(matA);
 }
 
 /// M = X^H A X; in every rrPeriod-th iteration X is rotated to its eigenvectors.
@@ -134,7 +133,7 @@ template <typename Scalar>
 void PPCG<Scalar>::ProjectActive() const {
   workM.SetDims(nX, nX, nX);
   workD.SetDims(nX, 1, nX);
-  VES_ASSERT_GOOD(workM.InnerProduct(Active(workZ), Active(workAZ)));
+  VES_ASSERT_GOOD(workM.InnerProduct(Active().X, Active().AX));
   isRotated = false;
 }
 
@@ -143,25 +142,20 @@ void PPCG<Scalar>::RotateActive() const {
   VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, info));
   if (info != 0) return;
   isRotated = true;
-  const auto rotate = [&](const Block& basis) {
-    this->Rotate(Active(basis), workM, Active(basis), workX);
-  };
-  rotate(workZ);
-  rotate(workAZ);
-  if (isGeneralized) rotate(workBZ);
+  Active().Rotate(workM, workX);
 }
 
 /// R = AX - BX diag(D) after a rotation, R = AX - BX M otherwise.
 template <typename Scalar>
 void PPCG<Scalar>::ComputeResiduals() const {
-  const Block vecAX = Active(workAZ), vecBX = Active(ImageBZ());
+  const Pairs active = Active();
   workR.SetDims(nPW, nX, ldQ);
   if (isRotated) {
-    workR.ScaleAdd(vecAX, vecBX, workD, -1);
+    VES_ASSERT_GOOD(workR.ScaleAdd(active.AX, active.BX, workD, -1));
   } else {
-    VES_ASSERT_GOOD(workR.CopyData(vecAX));
-    VES_ASSERT_GOOD(
-        workR.Gemm(vecBX, workM, 'N', 'N', MathConstants<int>::NEG_ONE, MathConstants<int>::ONE));
+    VES_ASSERT_GOOD(workR.CopyData(active.AX));
+    VES_ASSERT_GOOD(workR.Gemm(active.BX, workM, 'N', 'N', MathConstants<int>::NEG_ONE,
+                               MathConstants<int>::ONE));
   }
   nR = nX;
 }
@@ -199,7 +193,7 @@ void PPCG<Scalar>::RunConvergeDetector() const {
   int dummy = 0;
   const Block vecD = Estimates();
   if (isIdle && this->ConvergeDetector->PassesOnValues())
-    this->ForgetValues(workR, Active(ImageBZ()), vecD);
+    this->ForgetValues(workR, Active().BX, vecD);
   idxsConv.SetDims(nX, 1, nX);
   VES_ASSERT_GOOD(
       this->ConvergeDetector->Run(workR, workD, vecD, threshold, idxsConv, dummy, nConvActive));
@@ -269,32 +263,26 @@ void PPCG<Scalar>::ScaleResiduals(Block& vecR, bool isPreconditioned) const {
 template <typename Scalar>
 void PPCG<Scalar>::OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const {
   if (nP == 0) return;
-  const Block vecX = Columns(workZ, 0, nBands), vecAX = Columns(workAZ, 0, nBands),
-              vecBX = Columns(ImageBZ(), 0, nBands);
-  Block vecP = Columns(workZ, nBands, nP), vecAP = Columns(workAZ, nBands, nP),
-        vecBP = Columns(ImageBZ(), nBands, nP);
-  VES_ASSERT_GOOD(this->OrthoProjector->Run(vecX, vecBX, vecAX, vecP, vecBP, vecAP, matB, true,
+  const Pairs x = Z(0, nBands), p = Z(nBands, nP), z = Z();
+  VES_ASSERT_GOOD(this->OrthoProjector->Run(x.X, x.BX, x.AX, p.X, p.BX, p.AX, matB, true,
                                             maxOrthoInnerIter, orthoInnerTol));
-
-  Block vecZ = Columns(workZ, 0, 3 * nBands), vecAZ = Columns(workAZ, 0, 3 * nBands),
-        vecBZ = Columns(ImageBZ(), 0, 3 * nBands);
   std::vector<double> orthoErrors(nPs.size(), 0.0);
   std::vector<int> nPsTmp;
   RepeatPasses(
       maxOrthoIter, orthoTol, this->secondComm,
       [&](bool isFirst) {
         if (!isFirst)
-          VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecAZ, vecZ, vecBZ, vecAZ,
-                                                         dispX, nXs, dispP, nPs, matB, true,
+          VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(z.X, z.BX, z.AX, z.X, z.BX, z.AX, dispX,
+                                                         nXs, dispP, nPs, matB, true,
                                                          maxOrthoInnerIter, orthoInnerTol));
         nPsTmp = nPs;
-        VES_ASSERT_GOOD(this->Orthogonalizer->RunBatch(vecZ, vecBZ, vecAZ, dispP, nPsTmp, matB,
-                                                       true, maxOrthoInnerIter, orthoInnerTol));
+        VES_ASSERT_GOOD(this->Orthogonalizer->RunBatch(z.X, z.BX, z.AX, dispP, nPsTmp, matB, true,
+                                                       maxOrthoInnerIter, orthoInnerTol));
         return VES_GOOD;
       },
       [&] {
-        VES_ASSERT_GOOD(vecBZ.CheckBatchOrthogonality(vecZ, dispX, nXs, dispP, nPsTmp, orthoErrors,
-                                                      false, true));
+        VES_ASSERT_GOOD(
+            z.BX.CheckBatchOrthogonality(z.X, dispX, nXs, dispP, nPsTmp, orthoErrors, false, true));
         return LargestError(orthoErrors, nXs);
       });
   nPs = nPsTmp;
@@ -321,19 +309,18 @@ template <typename Scalar>
 void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
                                           const VesMatrixBase& matP) const {
   if (nR == 0) return;
-  const Block vecX = Columns(workZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
-  Block vecR = Columns(workZ, 2 * nBands, nR), vecBR = Columns(ImageBZ(), 2 * nBands, nR);
+  const Pairs x = Z(0, nBands), r = Z(2 * nBands, nR);
   nOffered = std::accumulate(nRs.begin(), nRs.end(), 0);
-  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
+  r.RefreshB(matB);
   // A NaN or an infinity out of T or B must not pass for a direction without length.
-  if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(vecR, vecBR)) {
+  if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(r)) {
     info = 1;
     return;
   }
-  VES_ASSERT_GOOD(this->OrthoProjector->Run(vecX, vecBX, vecR, vecBR, matB, true, maxOrthoInnerIter,
+  VES_ASSERT_GOOD(this->OrthoProjector->Run(x.X, x.BX, r.X, r.BX, matB, true, maxOrthoInnerIter,
                                             orthoInnerTol));
   // Cancellation has amplified the errors of images that were only updated.
-  if (isGeneralized && this->isCareful) VES_ASSERT_GOOD(matB.Apply(vecR, vecBR));
+  if (this->isCareful) r.RefreshB(matB);
   // More directions than X and P_j leave room for would be made of rounding errors.
   for (std::size_t j = 0; j < nRs.size(); ++j)
     nRs[j] = static_cast<int>(std::clamp<long long>(this->nRowsTotal - nBands - nPs[j], 0, nRs[j]));
@@ -343,30 +330,30 @@ void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
 /// Each R_j against P_j and in itself; further passes bring it against X_j again.
 template <typename Scalar>
 void PPCG<Scalar>::OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const {
-  Block vecZ = Columns(workZ, 0, 3 * nBands), vecBZ = Columns(ImageBZ(), 0, 3 * nBands);
+  const Pairs z = Z();
   std::vector<double> orthoErrors(nRs.size(), 0.0);
   std::vector<int> nRsTmp;
   RepeatPasses(
       maxOrthoIter, orthoTol, this->secondComm,
       [&](bool isFirst) {
         if (!isFirst)
-          VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecZ, vecBZ, dispX, nXs,
-                                                         dispR, nRs, matB, true, maxOrthoInnerIter,
+          VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(z.X, z.BX, z.X, z.BX, dispX, nXs, dispR,
+                                                         nRs, matB, true, maxOrthoInnerIter,
                                                          orthoInnerTol));
-        VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(vecZ, vecBZ, vecZ, vecBZ, dispP, nPs, dispR,
-                                                       nRs, matB, true, maxOrthoInnerIter,
+        VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(z.X, z.BX, z.X, z.BX, dispP, nPs, dispR, nRs,
+                                                       matB, true, maxOrthoInnerIter,
                                                        orthoInnerTol));
         nRsTmp = nRs;
-        VES_ASSERT_GOOD(this->Orthogonalizer->RunBatch(vecZ, vecBZ, dispR, nRsTmp, matB, true,
+        VES_ASSERT_GOOD(this->Orthogonalizer->RunBatch(z.X, z.BX, dispR, nRsTmp, matB, true,
                                                        maxOrthoInnerIter, orthoInnerTol));
         return VES_GOOD;
       },
       [&] {
-        VES_ASSERT_GOOD(vecBZ.CheckBatchOrthogonality(vecZ, dispX, nXs, dispR, nRsTmp, orthoErrors,
-                                                      false, true));
+        VES_ASSERT_GOOD(
+            z.BX.CheckBatchOrthogonality(z.X, dispX, nXs, dispR, nRsTmp, orthoErrors, false, true));
         const double errorX = LargestError(orthoErrors, nXs);
-        VES_ASSERT_GOOD(vecBZ.CheckBatchOrthogonality(vecZ, dispP, nPs, dispR, nRsTmp, orthoErrors,
-                                                      false, true));
+        VES_ASSERT_GOOD(
+            z.BX.CheckBatchOrthogonality(z.X, dispP, nPs, dispR, nRsTmp, orthoErrors, false, true));
         return std::max(errorX, LargestError(orthoErrors, nPs));
       });
   nRs = nRsTmp;

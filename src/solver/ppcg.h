@@ -38,6 +38,7 @@ public:
   using Base::orthoTol;
   using Base::threshold;
   using typename Base::Block;
+  using typename Base::Pairs;
 
   PPCG();
 
@@ -125,10 +126,10 @@ private:
   void MergeBlocks() const;
   bool IsRotationDue() const { return iter > 0 && rrPeriod > 0 && iter % rrPeriod == 0; }
 
-  /// The block that holds B Z: Z itself where B is the identity.
-  const Block& ImageBZ() const { return isGeneralized ? workBZ : workZ; }
-  /// Active columns of X in a block of the layout of workZ.
-  Block Active(const Block& block) const { return Columns(block, nBands - nX, nX); }
+  /// workZ with its images: all of it, count columns from first on, the active ones of X.
+  Pairs Z() const { return {workZ, isGeneralized ? workBZ : workZ, workAZ}; }
+  Pairs Z(int first, int count) const { return Z().Columns(first, count); }
+  Pairs Active() const { return Z(nBands - nX, nX); }
   /// Eigenvalue estimates of the active pairs.
   Block Estimates() const { return Block(workW, nBands - nX, 0, nX, 1); }
   Block Tile(std::size_t j) const {

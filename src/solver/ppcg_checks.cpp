@@ -12,8 +12,8 @@ bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrix
                                       double limit) const {
   if (!this->selfCheck) return false;
   double orthoError = 0.0;
-  const Block vecX = Columns(workZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
-  VES_ASSERT_GOOD(vecX.CheckOrthogonality(vecBX, orthoError, true, true));
+  const Pairs x = Z(0, nBands);
+  VES_ASSERT_GOOD(x.X.CheckOrthogonality(x.BX, orthoError, true, true));
   this->Replicate(orthoError);
   if (orthoError <= limit) return false;
   if (isGeneralized) soundError = std::min(2.0 * orthoError, this->unitNormLimit);
@@ -24,14 +24,11 @@ bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrix
 /// All other pairs are locked, and vectors made of random columns take the place of strays.
 template <typename Scalar>
 bool PPCG<Scalar>::ReplaceStrays(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
-  std::vector<const Block*> blocks{&workZ, &workAZ};
-  if (isGeneralized) blocks.push_back(&workBZ);
-  const int count = this->MoveStraysLast(Block(workW, 0, 0, nBands, 1), blocks, nBands);
+  const int count = this->MoveStraysLast(Block(workW, 0, 0, nBands, 1), Z(), nBands);
   if (count == 0) return false;
   nX = count;
   nDeflated = nBands - nX;
-  Block vecX = Active(workZ);
-  VES_ASSERT_GOOD(vecX.Set2Random(this->processRank + iter));
+  VES_ASSERT_GOOD(Active().X.Set2Random(this->processRank + iter));
   Restart(matA, matB);
   ProjectActive();
   EstimateValues();
@@ -45,11 +42,10 @@ void PPCG<Scalar>::Restart(const VesMatrixBase& matA, const VesMatrixBase& matB)
   this->BeCareful();
   this->isRestartDue = areFresh = false;
   isIdle = true;
-  nX = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nDeflated, nBands - nDeflated);
+  nX = this->OrthonormalizeGuess(Z(), matB, nDeflated, nBands - nDeflated);
   nP = 0;
   this->NarrowBands(workW, nDeflated + nX);
-  Block vecX = Active(workZ), vecAX = Active(workAZ);
-  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
+  Active().RefreshA(matA);
 }
 
 template <typename Scalar>
@@ -58,8 +54,7 @@ void PPCG<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase&
   workX.SetDims(nPW, nX, ldQ);
   workR.SetDims(nPW, nX, ldQ);
   const bool isSlow =
-      Base::WatchProgress(matA, matB, Active(workZ), Active(workAZ), Active(ImageBZ()), nBands - nX,
-                          Estimates(), workX, workR);
+      Base::WatchProgress(matA, matB, Active(), nBands - nX, Estimates(), workX, workR);
   // Of the residuals most depended on the others of their sub-block.
   isMergeDue = isMergeDue || (isSlow && 2 * nR < nOffered);
 }
@@ -76,23 +71,21 @@ void PPCG<Scalar>::ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& 
   nSpan = nBands; // which a restart may have narrowed
   if (nConv == 0 || this->nRowsTotal <= nBands || this->nRowsTotal > 3LL * runBatch) return;
   const int nRest = static_cast<int>(this->nRowsTotal) - nBands;
-  Block vecC = Columns(workZ, nBands, nRest);
-  VES_ASSERT_GOOD(vecC.Set2Random(this->processRank));
-  const int rank = this->OrthonormalizeGuess(workZ, ImageBZ(), matB, nBands, nRest);
-  if (rank < nRest || !(this->OrthoError(workZ, ImageBZ(), nBands, nRest) <= StrictError())) return;
+  const Pairs rest = Z(nBands, nRest);
+  VES_ASSERT_GOOD(rest.X.Set2Random(this->processRank));
+  const int rank = this->OrthonormalizeGuess(Z(), matB, nBands, nRest);
+  if (rank < nRest || !(this->OrthoError(Z(), nBands, nRest) <= StrictError())) return;
   nSpan = nBands + nRest;
-  Block vecAC = Columns(workAZ, nBands, nRest);
-  VES_ASSERT_GOOD(matA.Apply(vecC, vecAC));
+  rest.RefreshA(matA);
 }
 
 /// Makes the images of all X afresh where the claims of convergence lie close to rounding errors.
 template <typename Scalar>
 bool PPCG<Scalar>::RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
-  const Block vecX = Columns(workZ, 0, nBands), values(workW, 0, 0, nBands, 1);
-  Block vecAX = Columns(workAZ, 0, nBands), vecBX = Columns(ImageBZ(), 0, nBands);
-  if (!this->selfCheck || areFresh || !this->IsTight(vecBX, values)) return false;
-  VES_ASSERT_GOOD(matA.Apply(vecX, vecAX));
-  if (isGeneralized) VES_ASSERT_GOOD(matB.Apply(vecX, vecBX));
+  const Pairs x = Z(0, nBands);
+  if (!this->selfCheck || areFresh || !this->IsTight(x.BX, Block(workW, 0, 0, nBands, 1)))
+    return false;
+  x.Refresh(matA, matB);
   areFresh = true;
   return true;
 }

@@ -18,17 +18,14 @@ int SumOf(const std::vector<int>& widths) {
 template <typename Scalar>
 void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
   if (nR == 0) return;
-  const auto move = [&](const Block& basis, Block& scratch, int from, int to, int count) {
-    Block vecTmp = Columns(scratch, 0, count), vecY = Columns(basis, to, count);
-    VES_ASSERT_GOOD(vecTmp.CopyData(Columns(basis, from, count)));
-    VES_ASSERT_GOOD(vecY.CopyData(vecTmp));
-  };
+  const Pairs z(workZ, Z().BX), scratch(workT, isGeneralized ? workBT : workT);
   int disp = 2 * nBands;
   for (std::size_t j = 0; j < nRs.size(); ++j) {
     nVs[j] = nXs[j] + nPs[j] + nRs[j];
     if (dispR[j] != disp) {
-      move(workZ, workT, dispR[j], disp, nRs[j]);
-      if (isGeneralized) move(workBZ, workBT, dispR[j], disp, nRs[j]);
+      const Pairs way = scratch.Columns(0, nRs[j]); // the places may overlap
+      z.Columns(dispR[j], nRs[j]).CopyTo(way);
+      way.CopyTo(z.Columns(disp, nRs[j]));
       dispR[j] = disp;
     }
     disp += nRs[j];
@@ -39,9 +36,7 @@ void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
   isIdle = nR == 0 && SumOf(nPs) == 0;
   nIdle = isIdle ? nIdle + 1 : 0;
   this->isStagnated = nIdle > std::max(rrPeriod, 1);
-  const Block vecR = Columns(workZ, 2 * nBands, nR);
-  Block vecAR = Columns(workAZ, 2 * nBands, nR);
-  VES_ASSERT_GOOD(matA.Apply(vecR, vecAR));
+  Z(2 * nBands, nR).RefreshA(matA);
 }
 
 template <typename Scalar>
@@ -100,19 +95,16 @@ void PPCG<Scalar>::UpdateEigenVectors() const {
     this->ShapeSmall(vecCP, nRest, nXs[j]);
     VES_ASSERT_GOOD(vecCP.AllocateMem());
     GatherDirections(Block(tile, nXs[j], 0, nRest, nXs[j]), vecCP);
-    const auto update = [&](const Block& basis) {
-      for (int first = 0; first < nPW; first += Base::bandRows) {
-        const int rows = std::min(Base::bandRows, nPW - first);
+    Z().ForEach([&](const Block& basis) {
+      for (int first = 0; first < nPW; first += Pairs::bandRows) {
+        const int rows = std::min(Pairs::bandRows, nPW - first);
         GatherSubspace(basis, j, first, rows);
         Block vecX(basis, first, dispX[j], rows, nXs[j]),
             vecP(basis, first, dispP[j], rows, nXs[j]);
         VES_ASSERT_GOOD(vecX.Gemm(Block(workT, 0, 0, rows, nVs[j]), vecCX));
         VES_ASSERT_GOOD(vecP.Gemm(Block(workT, 0, nXs[j], rows, nRest), vecCP));
       }
-    };
-    update(workZ);
-    update(workAZ);
-    if (isGeneralized) update(workBZ);
+    });
   }
   nP = SumOf(nXs);
   areFresh = false;
@@ -157,13 +149,12 @@ template <typename Scalar>
 void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
                                              const VesMatrixBase& matB) const {
   if (nX == 0) return;
-  Block vecX = Active(workZ), vecAX = Active(workAZ), vecBX = Active(ImageBZ());
-  if (this->isRestartDue ||
-      (this->selfCheck && this->UnitNormError(vecX, vecBX) > this->unitNormLimit))
+  const Pairs x = Active();
+  if (this->isRestartDue || (this->selfCheck && this->UnitNormError(x) > this->unitNormLimit))
     return Restart(matA, matB);
   int colRank = 0;
   const VesReturnCode code = VES_ASSERT_GOOD_OR(
-      VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(vecX, vecBX, vecAX, matB, colRank, true,
+      VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(x.X, x.BX, x.AX, matB, colRank, true,
                                                       maxOrthoInnerIter, orthoInnerTol));
   if (code == VES_GOOD && colRank == nX) return;
   MergeBlocks(); // their updates depended on each other

@@ -105,14 +105,15 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
   Block& matrix = nSpan > nBands ? workG : workM; // a tile has room for the span
   matrix.SetDims(nSpan, nSpan, nSpan);
   workD.SetDims(nSpan, 1, nSpan);
-  VES_ASSERT_GOOD(matrix.InnerProduct(Columns(workZ, 0, nSpan), Columns(workAZ, 0, nSpan)));
+  const Pairs span = Z(0, nSpan);
+  VES_ASSERT_GOOD(matrix.InnerProduct(span.X, span.AX));
   int failed = 0; // beside info, which says how the iteration ended
   VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(matrix, workD, failed));
   VES_ASSERT_GOOD(vecQ.Set2Zero());
   VES_ASSERT_GOOD(vecW.Set2Val(MathConstants<Scalar>::INFTY));
   if (failed == 0) {
     const Block coefficients(matrix, 0, 0, nSpan, nBands), values(workD, 0, 0, nBands, 1);
-    VES_ASSERT_GOOD(vecOut.Gemm(Columns(workZ, 0, nSpan), coefficients, 'N', 'N', 1, 0));
+    VES_ASSERT_GOOD(vecOut.Gemm(span.X, coefficients, 'N', 'N', 1, 0));
     VES_ASSERT_GOOD(vecValues.CopyData(values));
     const int nFixed = nConv < nBands && nSpan == nBands ? nDeflated : 0;
     const auto overtaken = this->FindOvertaken(
@@ -139,12 +140,11 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& valu
     nConv = nSpan > nBands ? nBands : this->StandingClaims(estimates, nConv, values);
     return;
   }
-  const auto rotate = [&](const Block& basis, Block& rotated) {
-    rotated.SetDims(nPW, nBands, ldQ);
-    VES_ASSERT_GOOD(rotated.Gemm(Columns(basis, 0, nSpan), coefficients));
-  };
-  rotate(workAZ, workR);
-  rotate(ImageBZ(), workX);
+  const Pairs span = Z(0, nSpan);
+  for (Block* const rotated : {&workR, &workX})
+    rotated->SetDims(nPW, nBands, ldQ);
+  VES_ASSERT_GOOD(workR.Gemm(span.AX, coefficients));
+  VES_ASSERT_GOOD(workX.Gemm(span.BX, coefficients));
   VES_ASSERT_GOOD(workR.ScaleAdd(workR, workX, values, -1));
   if (isIdle && this->ConvergeDetector->PassesOnValues())
     this->ForgetValues(workR, workX, estimates);
