@@ -10,7 +10,7 @@
 namespace Ves {
 
 template <typename Scalar>
-ScaLapackDiag<Scalar>::ScaLapackDiag() : ScaLapackDiag('V', 'U', 1, 300) {}
+ScaLapackDiag<Scalar>::ScaLapackDiag() : ScaLapackDiag('V', 'U', 1, gridFrom) {}
 
 template <typename Scalar>
 ScaLapackDiag<Scalar>::ScaLapackDiag(char job, char triangle, int parameter, int fromOrder)

@@ -13,7 +13,7 @@ namespace Ves {
 template <typename Scalar>
 class VES_EXPORT ScaLapackDiag : public LapackDiag<Scalar> {
 public:
-  int threshold = 300;
+  int threshold = gridFrom;
   std::unique_ptr<BlacsWrapper<Scalar>> blacs;
 
   ScaLapackDiag();

@@ -10,6 +10,9 @@
 
 namespace Ves {
 
+/// Order from which on a dense problem is dealt out over the process grid, if not told otherwise.
+inline constexpr int gridFrom = 300;
+
 /// A resource shared by the processes of a communicator.
 class VES_EXPORT VesParallel {
 public:

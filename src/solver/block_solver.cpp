@@ -4,6 +4,7 @@
 #include "../data/metered_operator.h"
 #include "../orthogonalizer/pass_loop.h"
 #include "../parallel/agreement.h"
+#include "../parallel/blacs_wrapper.h"
 #include "../parallel/mpi_wrapper.h"
 #include "../parallel/run_meter.h"
 
@@ -63,19 +64,33 @@ VesReturnCode BlockSolver<Scalar>::SolveNothing() const {
 }
 
 template <typename Scalar>
-VesReturnCode BlockSolver<Scalar>::AllocateOnAll(const std::vector<Block*>& blocks) const {
+VesReturnCode BlockSolver<Scalar>::AllocateOnAll(const WorkspacePlan<Scalar>& plan) const {
+  plan.Shape(rowComm, secondComm);
   VesReturnCode verdict = VES_GOOD;
   try {
-    for (Block* const block : blocks)
-      VES_ASSERT_GOOD(block->AllocateMem());
+    plan.Allocate();
   } catch (const std::bad_alloc&) {
     verdict = VES_ERR_INVALID_VALUE;
   }
   for (const MPI_Comm comm : {rowComm, secondComm})
     verdict = AgreeOn(verdict, {}, comm);
-  for (Block* const block : blocks)
-    if (verdict != VES_GOOD) VES_ASSERT_GOOD(block->FreeMem());
+  if (verdict != VES_GOOD) plan.Free();
   return verdict;
+}
+
+/// An eigendecomposition keeps two squares of its order beside the matrix, and two more on the
+/// process grid. SVD QR takes a tall scratch block and the Gram matrix.
+template <typename Scalar>
+std::size_t BlockSolver<Scalar>::Memory(int nRows, int nCols, bool generalized) const {
+  const WorkspacePlan<Scalar> plan = Plan(nRows, nRows, nCols, generalized);
+  const auto order = static_cast<std::size_t>(plan.denseOrder),
+             widest = static_cast<std::size_t>(plan.widestBlock);
+  const bool usesGrid = denseEigenSolverType == VES_SCALAPACK_DIAG && plan.denseOrder >= gridFrom;
+  const std::size_t decomposition = (usesGrid ? 4 : 2) * order * order;
+  const std::size_t scratch =
+      static_cast<std::size_t>(std::max(nRows, 1)) * (widest + 1) + widest * widest;
+  return plan.Bytes() +
+         sizeof(Scalar) * std::max(decomposition, orthogonalizerType == VES_SVD_QR ? scratch : 0);
 }
 
 template <typename Scalar>

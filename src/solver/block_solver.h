@@ -3,6 +3,7 @@
 
 #include "../data/imaged.h"
 #include "../interface/solver_base.h"
+#include "workspace_plan.h"
 
 #include <cmath>
 #include <limits>
@@ -48,6 +49,15 @@ public:
   virtual VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                    const VesMatrixBase& matP, Block& vecQ, Block& vecW) const = 0;
 
+  /// The blocks of a run for so many local rows and pairs.
+  virtual WorkspacePlan<Scalar> Plan(int nRows, int ld, int nCols, bool generalized) const = 0;
+  /// Those blocks, and what is in use only for a while: the workspace of the largest
+  /// eigendecomposition or that of the orthogonalizer, as they are chosen now.
+  std::size_t Memory(int nRows, int nCols, bool generalized) const override;
+  VesSolverBase::RunSizes LargestSizes(int nCols) const override {
+    return Plan(1, 1, nCols, false).LargestSizes();
+  }
+
 protected:
   BlockSolver();
 
@@ -61,17 +71,9 @@ protected:
   /// Storage for the blocks of a run, before anything is computed: on all processes or on none.
   /// Collective over both communicators, with reductions that do not count as those of the run.
   /// \return -1 some process cannot have it, and none keeps any; 0
-  VesReturnCode AllocateOnAll(const std::vector<Block*>& blocks) const;
+  VesReturnCode AllocateOnAll(const WorkspacePlan<Scalar>& plan) const;
 
-  /// Shape of a tall block of the given columns, and of a small matrix that every process holds.
-  void ShapeTall(Block& block, int cols) const {
-    block.SetShape(rowComm, secondComm, nPW, cols, ldQ);
-  }
-  /// Scratch of rotations of up to the given columns.
-  void ShapeBand(Block& block, int cols) const {
-    const int rows = Pairs::RowsOfBand(nPW);
-    block.SetShape(rowComm, secondComm, rows, cols, rows);
-  }
+  /// Shape of a matrix that every process holds whole.
   void ShapeSmall(Block& block, int rows, int cols) const {
     block.SetShape(rowComm, secondComm, rows, cols, rows);
   }
@@ -100,12 +102,6 @@ protected:
   /// A healthy basis stays orders of magnitude below, every breakdown seen exceeds it.
   static constexpr double unitNormLimit =
       std::numeric_limits<RealType<Scalar>>::digits > 30 ? 1e-7 : 3e-4;
-
-  /// Bytes of tall blocks with the given columns in total, and of small matrices: one of the given
-  /// entries beside what is in use only for a while, the workspace of an eigendecomposition of the
-  /// given order or that of the orthogonalizer for a block of the given width.
-  std::size_t Bytes(int nRows, std::size_t columns, std::size_t smallEntries, std::size_t evdOrder,
-                    std::size_t widest) const;
 
   /// \name Progress
   /// @{

@@ -234,21 +234,6 @@ bool BlockSolver<Scalar>::IsTight(const Block& vecBX, const Block& values) const
   return verdict != 0;
 }
 
-/// Every block has a column of slack; an eigendecomposition keeps two squares of its order beside
-/// the matrix, and two more on the process grid. SVD QR takes a tall scratch block and the Gram
-/// matrix.
-template <typename Scalar>
-std::size_t BlockSolver<Scalar>::Bytes(int nRows, std::size_t columns, std::size_t smallEntries,
-                                       std::size_t evdOrder, std::size_t widest) const {
-  constexpr std::size_t gridFrom = 300;
-  const auto ld = static_cast<std::size_t>(std::max(nRows, 1));
-  const bool usesGrid = denseEigenSolverType == VES_SCALAPACK_DIAG && evdOrder >= gridFrom;
-  const std::size_t decomposition = (usesGrid ? 4 : 2) * evdOrder * evdOrder;
-  const std::size_t scratch =
-      orthogonalizerType == VES_SVD_QR ? ld * (widest + 1) + widest * widest : 0;
-  return sizeof(Scalar) * (ld * columns + smallEntries + std::max(decomposition, scratch));
-}
-
 VES_INSTANTIATE(BlockSolver);
 
 } // namespace Ves

@@ -10,7 +10,7 @@ VesReturnCode LOBPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMat
                                          const VesMatrixBase& matP, Block& vecQ,
                                          Block& vecW) const {
   InitParameters(vecQ, vecW, matB);
-  if (const auto code = this->AllocateWorkspace(nBands); code != VES_GOOD) return code;
+  if (const auto code = this->AllocateWorkspace(); code != VES_GOOD) return code;
   InitWorkspace(vecQ, vecW);
   RotateInitialGuess(matA, matB);
   ComputeInitialResidual(matA, matB);

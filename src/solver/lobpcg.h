@@ -50,13 +50,6 @@ public:
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const override;
 
-  std::size_t Memory(int nRows, int nCols, bool generalized) const override {
-    return this->WorkspaceBytes(nRows, nCols, nCols, generalized);
-  }
-  VesSolverBase::RunSizes LargestSizes(int nCols) const override {
-    return this->WorkspaceSizes(nCols, nCols);
-  }
-
 private:
   void InitParameters(const Block& vecQ, const Block& vecW, const VesMatrixBase& matB) const;
   void InitWorkspace(const Block& vecQ, const Block& vecW) const;

@@ -14,7 +14,7 @@ VesReturnCode LOBPCG_BATCH<Scalar>::SolveDense(const VesMatrixBase& matA, const 
                                                const VesMatrixBase& matP, Block& vecQ,
                                                Block& vecW) const {
   InitParameters(vecQ, vecW, matB);
-  if (const auto code = this->AllocateWorkspace(FullBatch(nBands)); code != VES_GOOD) return code;
+  if (const auto code = this->AllocateWorkspace(); code != VES_GOOD) return code;
   VES_ASSERT_GOOD(workW.Set2Val(MathConstants<Scalar>::INFTY));
   Iterate(matA, matB, matP, vecQ);
   this->ConfirmResult(matA, matB);
@@ -172,7 +172,7 @@ void LOBPCG_BATCH<Scalar>::InitParameters(const Block& vecQ, const Block&,
                                           const VesMatrixBase& matB) const {
   this->ReadProblem(vecQ, matB);
   this->ResetCounters();
-  nXseekMax = FullBatch(nBands);
+  nXseekMax = MostActive(nBands);
   if (batchStart > 0) nXseekMax = std::min(nXseekMax, batchStart);
   nXnxt = this->nV = nXseekMax; // the first pass loads a full batch
   nRand = nAdded = 0;

@@ -3,6 +3,8 @@
 
 #include "lobpcg_steps.h"
 
+#include <algorithm>
+
 namespace Ves {
 
 /// Locally optimal block preconditioned conjugate gradient on a moving batch. At most batchLimit
@@ -48,12 +50,6 @@ public:
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const override;
 
-  std::size_t Memory(int nRows, int nCols, bool generalized) const override {
-    return this->WorkspaceBytes(nRows, nCols, FullBatch(nCols), generalized);
-  }
-  VesSolverBase::RunSizes LargestSizes(int nCols) const override {
-    return this->WorkspaceSizes(nCols, FullBatch(nCols));
-  }
   std::array<int, 3> OwnSettings() const override { return {batchLimit, batchStart}; }
 
   int batchLimit = 256; ///< most vectors iterated at once, from the next run on
@@ -84,7 +80,7 @@ private:
   void RefillBatch() const;
   void FinishRun() const;
 
-  int FullBatch(int nCols) const { return nCols < batchLimit ? nCols : batchLimit; }
+  int MostActive(int nCols) const override { return std::min(nCols, batchLimit); }
   void RetireBatch() const;
 
   mutable bool isLastPass = false; ///< the pass only completes the result

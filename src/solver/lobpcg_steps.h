@@ -67,17 +67,17 @@ public:
   mutable Block workW;                 ///< eigenvalue estimates of all nBands vectors
   mutable Block idxsConv, idxsLock;    ///< flags of the detectors
 
+  WorkspacePlan<Scalar> Plan(int nRows, int ld, int nCols, bool generalized) const override;
+
 protected:
   // Set-up and hand-back, in lobpcg_steps_workspace.cpp.
 
   /// Counters of a run that has neither vectors nor directions yet.
   void ResetCounters() const;
-  /// All blocks of a run that keeps at most the given number of Ritz vectors active. Returns as
-  /// AllocateOnAll.
-  VesReturnCode AllocateWorkspace(int mostActive) const;
+  /// Most Ritz vectors that a run for so many pairs keeps active.
+  virtual int MostActive(int nCols) const { return nCols; }
+  VesReturnCode AllocateWorkspace() const; ///< returns as AllocateOnAll
   void FreeWorkspace() const;
-  std::size_t WorkspaceBytes(int nRows, int nCols, int mostActive, bool generalized) const;
-  VesSolverBase::RunSizes WorkspaceSizes(int nCols, int mostActive) const;
   /// Makes sure of the nKnown leading pairs before they are handed back. Where they have lost
   /// their orthonormality, or claim residuals close to rounding errors, their images are made
   /// afresh, they are orthonormalized and rotated, and the converged ones counted again. What was

@@ -15,48 +15,40 @@ void LobpcgSteps<Scalar>::ResetCounters() const {
 }
 
 template <typename Scalar>
-VesReturnCode LobpcgSteps<Scalar>::AllocateWorkspace(int mostActive) const {
-  nActiveMax = mostActive;
-  const int nZ = nBands + 2 * mostActive, nVmax = std::max(3 * mostActive, nBands);
-  for (Block* const tall : {&workZ, &workAZ, &workBZ})
-    this->ShapeTall(*tall, nZ);
-  for (Block* const tall : {&workX, &workAX, &workBX, &workR})
-    this->ShapeTall(*tall, mostActive);
-  this->ShapeBand(workP, nBands);
-  this->ShapeSmall(workM, nVmax, nVmax);
-  this->ShapeSmall(workD, nVmax, 1);
-  this->ShapeSmall(workW, nBands, 1);
+WorkspacePlan<Scalar> LobpcgSteps<Scalar>::Plan(int nRows, int ld, int nCols,
+                                                bool generalized) const {
+  const long long k = nCols, active = MostActive(nCols), nZ = k + 2 * active;
+  const long long nVmax = std::max(3 * active, k);
+  WorkspacePlan<Scalar> plan(nRows, ld);
+  for (Block* const block : {&workZ, &workAZ})
+    plan.AddTall(*block, nZ);
+  for (Block* const block : {&workX, &workAX, &workR})
+    plan.AddTall(*block, active);
+  if (generalized) {
+    plan.AddTall(workBZ, nZ);
+    plan.AddTall(workBX, active);
+  }
+  plan.AddBand(workP, k);
+  plan.AddSmall(workM, nVmax, nVmax);
+  plan.AddSmall(workD, nVmax, 1);
+  plan.AddSmall(workW, k, 1);
   for (Block* const flags : {&idxsConv, &idxsLock})
-    this->ShapeSmall(*flags, mostActive, 1);
-  std::vector<Block*> blocks{&workZ, &workAZ, &workX, &workAX,   &workR,   &workP,
-                             &workM, &workD,  &workW, &idxsConv, &idxsLock};
-  if (isGeneralized) blocks.insert(blocks.end(), {&workBZ, &workBX});
-  return this->AllocateOnAll(blocks);
+    plan.AddSmall(*flags, active, 1);
+  plan.denseOrder = static_cast<double>(nVmax);
+  plan.widestBlock =
+      static_cast<double>(std::max(active, k - active)); // the last pass may load the rest
+  return plan;
+}
+
+template <typename Scalar>
+VesReturnCode LobpcgSteps<Scalar>::AllocateWorkspace() const {
+  nActiveMax = MostActive(nBands);
+  return this->AllocateOnAll(Plan(nPW, ldQ, nBands, isGeneralized));
 }
 
 template <typename Scalar>
 void LobpcgSteps<Scalar>::FreeWorkspace() const {
-  for (Block* block : {&workZ, &workAZ, &workW, &workX, &workAX, &workP, &workR, &workM, &workD,
-                       &idxsConv, &idxsLock, &workBZ, &workBX})
-    VES_ASSERT_GOOD(block->FreeMem());
-}
-
-template <typename Scalar>
-std::size_t LobpcgSteps<Scalar>::WorkspaceBytes(int nRows, int nCols, int mostActive,
-                                                bool generalized) const {
-  const auto k = static_cast<std::size_t>(nCols), active = static_cast<std::size_t>(mostActive);
-  const std::size_t nZ = k + 2 * active, nVmax = std::max(3 * active, k);
-  const std::size_t columns = 2 * nZ + 3 * active + 5; // five blocks, each with its slack
-  const std::size_t columnsB = generalized ? nZ + active + 2 : 0;
-  const std::size_t widest = std::max(active, k - active); // the last pass may load the rest
-  const std::size_t band = k * static_cast<std::size_t>(Imaged<Scalar>::RowsOfBand(nRows));
-  return this->Bytes(nRows, columns + columnsB, nVmax * nVmax + band, nVmax, widest);
-}
-
-template <typename Scalar>
-VesSolverBase::RunSizes LobpcgSteps<Scalar>::WorkspaceSizes(int nCols, int mostActive) const {
-  const double k = nCols, active = mostActive, nVmax = std::max(3 * active, k);
-  return {k + 2 * active, nVmax * nVmax, nVmax};
+  Plan(nPW, ldQ, nBands, isGeneralized).Free();
 }
 
 template <typename Scalar>

@@ -45,8 +45,7 @@ public:
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const override;
 
-  std::size_t Memory(int nRows, int nCols, bool generalized) const override;
-  VesSolverBase::RunSizes LargestSizes(int nCols) const override;
+  WorkspacePlan<Scalar> Plan(int nRows, int ld, int nCols, bool generalized) const override;
   std::array<int, 3> OwnSettings() const override { return {softLockingType, nBatch, rrPeriod}; }
 
   int softLockingType = 0; ///< 0 none, 1 by the lock flags, 2 or more by the convergence flags
@@ -83,7 +82,8 @@ private:
   // Set-up and hand-back, in ppcg_workspace.cpp.
   void InitParameters(const Block& vecQ, const Block& vecW, const VesMatrixBase& matB) const;
   VesReturnCode AllocateWorkspace() const; ///< returns as AllocateOnAll
-  std::vector<Block*> ShapeSubspaces(int width) const;
+  void PlanSubspaces(WorkspacePlan<Scalar>& plan, int nCols, int width, bool generalized) const;
+  VesReturnCode AllocateSubspaces(int width) const;
   void InitWorkspace(const Block& vecQ, const Block& vecW) const;
   void PostProcess(Block& vecQ, Block& vecW) const;
   void RecountConverged(const Block& coefficients, const Block& values) const;

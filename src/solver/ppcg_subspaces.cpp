@@ -167,8 +167,7 @@ template <typename Scalar>
 void PPCG<Scalar>::MergeBlocks() const {
   if (!this->selfCheck || nBlocks < 2 || 3 * nBands > this->largestDenseOrder) return;
   const int width = runBatch;
-  if (this->AllocateOnAll(ShapeSubspaces(nBands)) != VES_GOOD)
-    VES_ASSERT_GOOD(this->AllocateOnAll(ShapeSubspaces(width)));
+  if (AllocateSubspaces(nBands) != VES_GOOD) VES_ASSERT_GOOD(AllocateSubspaces(width));
 }
 
 VES_INSTANTIATE(PPCG);

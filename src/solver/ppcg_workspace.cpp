@@ -25,50 +25,48 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
 }
 
 template <typename Scalar>
-VesReturnCode PPCG<Scalar>::AllocateWorkspace() const {
-  for (Block* const tall : {&workZ, &workAZ, &workBZ})
-    this->ShapeTall(*tall, 3 * nBands);
-  for (Block* const tall : {&workX, &workR})
-    this->ShapeTall(*tall, nBands);
-  this->ShapeSmall(workM, nBands, nBands);
+WorkspacePlan<Scalar> PPCG<Scalar>::Plan(int nRows, int ld, int nCols, bool generalized) const {
+  const long long k = nCols;
+  const int width = std::max(std::min(nCols, nBatch), 1);
+  WorkspacePlan<Scalar> plan(nRows, ld);
+  for (Block* const block : {&workZ, &workAZ})
+    plan.AddTall(*block, 3 * k);
+  if (generalized) plan.AddTall(workBZ, 3 * k);
+  for (Block* const block : {&workX, &workR})
+    plan.AddTall(*block, k);
+  plan.AddSmall(workM, k, k);
   for (Block* const column : {&workW, &idxsConv, &idxsLock})
-    this->ShapeSmall(*column, nBands, 1);
-  std::vector<Block*> blocks = ShapeSubspaces(nBatch);
-  blocks.insert(blocks.end(),
-                {&workZ, &workAZ, &workX, &workR, &workM, &workW, &idxsConv, &idxsLock});
-  if (isGeneralized) blocks.push_back(&workBZ);
-  return this->AllocateOnAll(blocks);
+    plan.AddSmall(*column, k, 1);
+  PlanSubspaces(plan, nCols, width, generalized);
+  plan.denseOrder = std::max(static_cast<double>(nCols), 3.0 * width);
+  plan.widestBlock = nCols;
+  return plan;
 }
 
-/// The blocks that hold sub-blocks of the given width, which becomes that of the run.
+/// The blocks that hold sub-blocks of the given width.
 template <typename Scalar>
-auto PPCG<Scalar>::ShapeSubspaces(int width) const -> std::vector<Block*> {
-  const int nT = 3 * width, most = (nBands + width - 1) / width;
+void PPCG<Scalar>::PlanSubspaces(WorkspacePlan<Scalar>& plan, int nCols, int width,
+                                 bool generalized) const {
+  const long long k = nCols, nT = 3LL * width, nTiles = (k + width - 1) / width;
+  plan.AddTall(workT, nT);
+  if (generalized) plan.AddTall(workBT, nT);
+  plan.AddSmall(workG, nT, nT * nTiles);
+  plan.AddSmall(workD, std::max(k, nT), 1);
+}
+
+template <typename Scalar>
+VesReturnCode PPCG<Scalar>::AllocateWorkspace() const {
+  runBatch = nBatch;
+  return this->AllocateOnAll(Plan(nPW, ldQ, nBands, isGeneralized));
+}
+
+/// Replaces the sub-blocks by such of another width. \return as AllocateOnAll
+template <typename Scalar>
+VesReturnCode PPCG<Scalar>::AllocateSubspaces(int width) const {
+  WorkspacePlan<Scalar> plan(nPW, ldQ);
+  PlanSubspaces(plan, nBands, width, isGeneralized);
   runBatch = width;
-  for (Block* const tall : {&workT, &workBT})
-    this->ShapeTall(*tall, nT);
-  this->ShapeSmall(workG, nT, nT * most);
-  this->ShapeSmall(workD, std::max(nBands, nT), 1);
-  std::vector<Block*> blocks{&workT, &workG, &workD};
-  if (isGeneralized) blocks.push_back(&workBT);
-  return blocks;
-}
-
-template <typename Scalar>
-VesSolverBase::RunSizes PPCG<Scalar>::LargestSizes(int nCols) const {
-  const double k = nCols, width = std::max(std::min(nCols, nBatch), 1);
-  const double nT = 3 * width, nTiles = std::ceil(k / width);
-  return {3 * k, std::max(k * k, nT * nT * nTiles), std::max(k, nT)};
-}
-
-template <typename Scalar>
-std::size_t PPCG<Scalar>::Memory(int nRows, int nCols, bool generalized) const {
-  const auto k = static_cast<std::size_t>(nCols);
-  const auto width = static_cast<std::size_t>(std::max(std::min(nCols, nBatch), 1));
-  const std::size_t nT = 3 * width, nTiles = (k + width - 1) / width;
-  const std::size_t columns = 8 * k + nT + 5; // five blocks, each with its slack
-  const std::size_t columnsB = generalized ? 3 * k + nT + 2 : 0;
-  return this->Bytes(nRows, columns + columnsB, k * k + nT * nT * nTiles, std::max(k, nT), k);
+  return this->AllocateOnAll(plan);
 }
 
 template <typename Scalar>
@@ -154,9 +152,7 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& valu
 
 template <typename Scalar>
 void PPCG<Scalar>::FreeWorkspace() const {
-  for (Block* const block : {&workZ, &workAZ, &workW, &workX, &workR, &workM, &workT, &workG,
-                             &workD, &idxsConv, &idxsLock, &workBT, &workBZ})
-    VES_ASSERT_GOOD(block->FreeMem());
+  Plan(nPW, ldQ, nBands, isGeneralized).Free();
 }
 
 VES_INSTANTIATE(PPCG);
