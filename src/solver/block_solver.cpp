@@ -2,21 +2,20 @@
 
 #include "../data/finite_entries.h"
 #include "../data/metered_operator.h"
-#include "../orthogonalizer/pass_loop.h"
 #include "../parallel/agreement.h"
 #include "../parallel/blacs_wrapper.h"
-#include "../parallel/mpi_wrapper.h"
 #include "../parallel/run_meter.h"
 
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <numeric>
 #include <vector>
 
 namespace Ves {
 
 template <typename Scalar>
-BlockSolver<Scalar>::BlockSolver() {
+BlockSolver<Scalar>::BlockSolver() : check(*this) {
   MathKernel<Scalar>::SetScalarType(scalarType);
   InstallComponents();
 }
@@ -29,14 +28,11 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
   if (vecQ.nCols == 0) return SolveNothing();
   const RunMeter meter;
   const double start = MPI_Wtime();
-  const int givenOrthoIter = maxOrthoIter, givenInnerIter = maxOrthoInnerIter;
   const int givenIter = iter, givenConv = nConv;
   const MeteredOperator a(matA), b(matB), t(matP);
   meteredA = &a;
   const VesReturnCode code = SolveDense(a, b, t, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
   meteredA = nullptr;
-  maxOrthoIter = givenOrthoIter;
-  maxOrthoInnerIter = givenInnerIter;
   if (code != VES_GOOD) { // what is known of the run before stays
     iter = givenIter;
     nConv = givenConv;
@@ -51,7 +47,7 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
   stats.secondsOperators = a.seconds + b.seconds + t.seconds;
   stats.secondsDense = meter.secondsDense;
   stats.secondsTotal = MPI_Wtime() - start;
-  reason = FindReason(vecQ.nCols);
+  reason = check.Reason(vecQ.nCols);
   return VES_GOOD;
 }
 
@@ -107,11 +103,9 @@ void BlockSolver<Scalar>::ReadProblem(const Block& vecQ, const VesMatrixBase& ma
   orthoTol = 256.0 * static_cast<double>(std::numeric_limits<RealType<Scalar>>::epsilon());
   orthoInnerTol = orthoTol;
   info = 0;
-  isStagnated = isStopped = isBroken = isRestartDue = isCareful = false;
   largestRitz = 0.0;
   pairResiduals.assign(static_cast<std::size_t>(nBands), std::nan(""));
-  watch = Watch();
-  nKept = 0;
+  check.Begin();
 }
 
 template <typename Scalar>
@@ -119,99 +113,6 @@ void BlockSolver<Scalar>::InstallRunComponents(VesConvergeDetectorType lock,
                                                VesOrthogonalizerType rank) const {
   VES_ASSERT_GOOD(this->SetLockDetector(chosenLockDetector.value_or(lock)));
   VES_ASSERT_GOOD(this->SetRankRevealer(chosenRankRevealer.value_or(rank)));
-}
-
-/// One call of the orthogonalizer. A Gram matrix that cannot be decomposed, as a NaN from an
-/// operator leaves it, means that no column is known to be independent. \return the rank
-template <typename Scalar>
-int BlockSolver<Scalar>::Orthonormalize(const Pairs& pairs, const VesMatrixBase& matB,
-                                        bool global) const {
-  int colRank = pairs.Count();
-  const VesReturnCode code = VES_ASSERT_GOOD_OR(
-      VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(pairs.X, pairs.BX, matB, colRank, global,
-                                                      maxOrthoInnerIter, orthoInnerTol));
-  return code == VES_GOOD ? colRank : 0;
-}
-
-/// The orthogonalizer's rank is confirmed before it is believed: a dependent column may pass its
-/// test by a rounding error and is then anything but orthonormal. Broken columns are replaced by
-/// random ones, lost orthogonality is mended by another pass, and what still fails in the end is
-/// cut off. A sound guess takes one pass and one check.
-template <typename Scalar>
-int BlockSolver<Scalar>::OrthonormalizeGuess(const Pairs& basis, const VesMatrixBase& matB,
-                                             int first, int count) const {
-  constexpr int maxRepairs = 4;
-  constexpr double brokenColumn = 0.1;
-  const int full = static_cast<int>(std::clamp<long long>(nRowsTotal - first, 0, count));
-  const Pairs before = basis.Columns(0, first), guess = basis.Columns(first, count);
-  guess.RefreshB(matB);
-  for (int refills = 0, repairs = 0;;) {
-    VES_ASSERT_GOOD(this->OrthoProjector->Run(before.X, before.BX, guess.X, guess.BX, matB, true,
-                                              maxOrthoInnerIter, orthoInnerTol));
-    const int colRank = std::min(Orthonormalize(guess, matB, true), full);
-    if (OrthoError(basis, first, colRank) <= SoundOrthoError()) {
-      if (colRank == full) return colRank;
-      if (refills >= maxOrthoIter) { // random columns were tried: only B can have spoiled them
-        isBroken = isBroken || (isGeneralized && !AllFinite(guess));
-        return colRank;
-      }
-      ++refills;
-      FillRandom(guess.Columns(colRank, count - colRank), matB, refills + repairs);
-    } else {
-      const Pairs lead = guess.Columns(0, colRank);
-      if (repairs == maxRepairs) return LeadingOrthonormal(lead, unitNormLimit);
-      ++repairs;
-      // Images that were only updated drift from B X, and no pass on them can mend that.
-      guess.RefreshB(matB);
-      const int nSound = LeadingOrthonormal(lead, brokenColumn);
-      if (nSound < colRank)
-        FillRandom(guess.Columns(nSound, count - nSound), matB, refills + repairs);
-    }
-  }
-}
-
-template <typename Scalar>
-double BlockSolver<Scalar>::OrthoError(const Pairs& basis, int first, int count) const {
-  const Pairs pairs = basis.Columns(first, count);
-  double among = 0.0, against = 0.0;
-  VES_ASSERT_GOOD(pairs.X.CheckOrthogonality(pairs.BX, among, true, true));
-  VES_ASSERT_GOOD(basis.Columns(0, first).BX.CheckOrthogonality(pairs.X, against, false, true));
-  double worst = std::isnan(against) ? against : std::max(among, against);
-  Replicate(worst);
-  return worst;
-}
-
-/// Random columns and their B-images; the seed is attempt^2 (1 + rank)^2 in 32-bit
-/// arithmetic, of which only the low bits enter and the sign must stay out.
-template <typename Scalar>
-void BlockSolver<Scalar>::FillRandom(const Pairs& pairs, const VesMatrixBase& matB,
-                                     int attempt) const {
-  const unsigned factor = static_cast<unsigned>(attempt) * (1 + static_cast<unsigned>(processRank));
-  const int seed = static_cast<int>((factor * factor) & 0x7fffffffU);
-  VES_ASSERT_GOOD(pairs.X.Set2Random(seed));
-  pairs.RefreshB(matB);
-}
-
-/// Number of leading columns that are orthonormal among themselves.
-template <typename Scalar>
-int BlockSolver<Scalar>::LeadingOrthonormal(const Pairs& pairs, double tolerance) const {
-  const int n = pairs.Count();
-  Block gram;
-  ShapeSmall(gram, n, n);
-  VES_ASSERT_GOOD(gram.AllocateMem());
-  VES_ASSERT_GOOD(gram.InnerProduct(pairs.X, pairs.BX));
-  int leading = 0;
-  const auto isSound = [&](int j) {
-    for (int i = 0; i <= j; ++i) {
-      const Scalar expected = i == j ? MathConstants<Scalar>::ONE : MathConstants<Scalar>::ZERO;
-      if (!(static_cast<double>(std::abs(gram(i, j) - expected)) <= tolerance)) return false;
-    }
-    return true;
-  };
-  while (leading < n && isSound(leading))
-    ++leading;
-  Replicate(leading);
-  return leading;
 }
 
 /// Values of process 0 for all: over the rows, then over the second communicator, where replicas of
@@ -257,14 +158,6 @@ bool BlockSolver<Scalar>::AllFinite(const Pairs& pairs) const {
 }
 
 template <typename Scalar>
-void BlockSolver<Scalar>::BeCareful() const {
-  constexpr int carefulPasses = 3;
-  isCareful = true;
-  maxOrthoIter = std::max(maxOrthoIter, carefulPasses);
-  maxOrthoInnerIter = std::max(maxOrthoInnerIter, carefulPasses);
-}
-
-template <typename Scalar>
 void BlockSolver<Scalar>::NarrowBands(const Block& estimates, int count) const {
   Block unknown(estimates, count, 0, nBands - count, 1);
   VES_ASSERT_GOOD(unknown.Set2Val(MathConstants<Scalar>::INFTY));
@@ -272,42 +165,65 @@ void BlockSolver<Scalar>::NarrowBands(const Block& estimates, int count) const {
 }
 
 template <typename Scalar>
-void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Pairs& y, Pairs& c,
-                                                   const VesMatrixBase& matB, bool global) const {
-  VES_ASSERT_GOOD(c.X.Normalize(c.BX, global));
-  RestoreZeroColumns(c.X, c.BX);
-  RepeatPasses(
-      maxOrthoIter, orthoTol, secondComm,
-      [&](bool) {
-        VES_ASSERT_GOOD(this->OrthoProjector->Run(y.X, y.BX, c.X, c.BX, matB, global,
-                                                  maxOrthoInnerIter, orthoInnerTol));
-        c.Narrow(Orthonormalize(c, matB, global));
-        return VES_GOOD;
-      },
-      [&] {
-        double orthoError = 0.0;
-        VES_ASSERT_GOOD(y.BX.CheckOrthogonality(c.X, orthoError, false, true));
-        return orthoError;
-      });
+void BlockSolver<Scalar>::KeepResiduals(int first) const {
+  const std::vector<double>& norms = this->ConvergeDetector->residualNorms;
+  std::copy(norms.begin(), norms.end(), pairResiduals.begin() + first);
 }
 
 template <typename Scalar>
-double BlockSolver<Scalar>::UnitNormError(const Pairs& pairs) const {
-  const int n = pairs.Count();
-  std::vector<Scalar> s(static_cast<std::size_t>(n) + 1); // never null storage
-  for (int j = 0; j < n; ++j)
-    s[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
-        &nPW, &pairs.X(0, j), &MathConstants<int>::ONE, &pairs.BX(0, j), &MathConstants<int>::ONE);
-  MpiWrapper<Scalar>::AllReduce(s.data(), static_cast<unsigned long>(n), MPI_SUM, rowComm);
-  double worst = 0.0;
-  for (int j = 0; j < n; ++j) {
-    const double error =
-        static_cast<double>(std::abs(s[static_cast<std::size_t>(j)] - MathConstants<Scalar>::ONE));
-    if (!(error <= worst))
-      worst = std::isnan(error) ? std::numeric_limits<double>::infinity() : error;
+void BlockSolver<Scalar>::NoteRitzValues(const Block& values) const {
+  for (int j = 0; j < values.nRows; ++j)
+    largestRitz = std::max(largestRitz, static_cast<double>(std::abs(values(j))));
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::Report(int iteration, const Block& estimates, int nConverged,
+                                 int nLockedPairs, int nActivePairs) const {
+  if (monitor == nullptr) return;
+  std::vector<double> values(pairResiduals.size(), std::numeric_limits<double>::infinity());
+  for (int j = 0; j < estimates.nRows; ++j)
+    values[static_cast<std::size_t>(j)] = static_cast<double>(std::real(estimates(j)));
+  const VesProgress progress{iteration,
+                             static_cast<int>(values.size()),
+                             nConverged,
+                             nLockedPairs,
+                             nActivePairs,
+                             values.data(),
+                             pairResiduals.data(),
+                             meteredA != nullptr ? meteredA->columns : 0};
+  int answer = monitor(monitorData, &progress) != 0 ? 1 : 0;
+  Replicate(answer);
+  if (answer != 0) check.Stop();
+}
+
+template <typename Scalar>
+bool BlockSolver<Scalar>::IsAscending(const Block& values) const {
+  const RealType<Scalar> rounding = 16 * std::numeric_limits<RealType<Scalar>>::epsilon();
+  for (int j = 1; j < values.nRows; ++j) {
+    const RealType<Scalar> before = std::real(values(j - 1)), here = std::real(values(j));
+    if (before > here + rounding * std::max(std::abs(before), std::abs(here))) return false;
   }
-  Replicate(worst);
-  return worst;
+  return true;
+}
+
+template <typename Scalar>
+int BlockSolver<Scalar>::CopyAscending(const Block& vectors, const Block& values, int nConverged,
+                                       Block& toVectors, Block& toValues) const {
+  std::vector<int> order(static_cast<std::size_t>(values.nRows));
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(),
+                   [&](int a, int b) { return std::real(values(a)) < std::real(values(b)); });
+  for (int j = 0; j < values.nRows; ++j) {
+    const int from = order[static_cast<std::size_t>(j)];
+    Block to = Columns(toVectors, j, 1);
+    VES_ASSERT_GOOD(to.CopyData(Columns(vectors, from, 1)));
+    toValues(j) = values(from);
+  }
+  const auto firstOther =
+      std::find_if(order.begin(), order.end(), [&](int from) { return from >= nConverged; });
+  int count = static_cast<int>(firstOther - order.begin());
+  Replicate(count);
+  return count;
 }
 
 VES_INSTANTIATE(BlockSolver);

@@ -29,7 +29,7 @@ void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& mat
   iter = -1; // the start counts as no iteration
   this->Report();
   for (iter = 0; iter < maxIter; ++iter) {
-    if (info != 0 || isStagnated || isStopped) return;
+    if (info != 0 || check.IsOver()) return;
     if (nR < 1 && !ReplaceStrays()) return;
     this->AddResiduals(matP);
     this->OrthogonalizeResidual(matB, matP);
@@ -40,11 +40,11 @@ void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& mat
     this->DiagonalizeRayleighRitzMatrix();
     if (info != 0) return;
     this->RotateEigVecs();
-    this->RestartUnlessSound(matA, matB);
+    const bool isRestarted = this->RestartUnlessSound(matA, matB);
     if (isRestarted) this->NarrowBands(workW, nDeflated + nX);
     if (info != 0) return;
     this->ComputeResidual();
-    this->JudgeRestart();
+    if (isRestarted) this->JudgeRestart();
     this->CheckConvergence(matA, matB);
     this->ComputeConjugateDirection();
     this->UpdateEigVecs();
@@ -64,7 +64,7 @@ bool LOBPCG<Scalar>::ReplaceStrays() const {
   VES_ASSERT_GOOD(Columns(workZ, nDeflated, nX).Set2Random(this->processRank + iter));
   std::fill_n(this->pairResiduals.begin() + nDeflated, nX,
               std::numeric_limits<double>::quiet_NaN());
-  this->isRestartDue = true;
+  check.RequestRestart();
   return true;
 }
 

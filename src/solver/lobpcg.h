@@ -12,12 +12,10 @@ template <typename Scalar>
 class VES_EXPORT LOBPCG : public LobpcgSteps<Scalar> {
 public:
   using Base = LobpcgSteps<Scalar>;
+  using Base::check;
   using Base::Columns;
   using Base::info;
   using Base::isGeneralized;
-  using Base::isRestarted;
-  using Base::isStagnated;
-  using Base::isStopped;
   using Base::iter;
   using Base::ldQ;
   using Base::maxIter;

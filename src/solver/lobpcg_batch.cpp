@@ -29,7 +29,7 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
                                    const VesMatrixBase& matP, const Block& vecQ) const {
   for (iter = -1; iter <= maxIter; ++iter) {
     const bool isDone = nConv >= nBands || (nP == 0 && nR == 0 && nXnxt == 0);
-    if (isDone && (isStopped || iter == maxIter || !DropStrays())) return;
+    if (isDone && (check.IsStopped() || iter == maxIter || !DropStrays())) return;
     isLastPass = isLastPass || iter == maxIter;
     ExtendBasis(matA, matB, matP, vecQ);
     if (info != 0) return; // the pairs of the last pass are the last there are
@@ -42,10 +42,10 @@ void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBas
       continue;
     }
     this->RotateEigVecs();
-    this->RestartUnlessSound(matA, matB);
+    const bool isRestarted = this->RestartUnlessSound(matA, matB);
     if (info != 0) return;
     this->ComputeResidual();
-    this->JudgeRestart();
+    if (isRestarted) this->JudgeRestart();
     this->CheckConvergence(matA, matB);
     this->ComputeConjugateDirection();
     this->UpdateEigVecs();
@@ -113,8 +113,8 @@ void LOBPCG_BATCH<Scalar>::OrthogonalizeRandomVectors(const VesMatrixBase& matB)
   this->OrthogonalizeBehind(first, nRand, matB);
   nXnxt += nRand;
   const int places = this->RoomBehind(FirstNew(), nXseek - nX);
-  if (places > 0 &&
-      (nXnxt < places || !(this->OrthoError(Z(), FirstNew(), nXnxt) <= this->SoundOrthoError())))
+  if (places > 0 && (nXnxt < places || !(this->OrthoError(Z(), FirstNew(), nXnxt) <=
+                                         Base::Limit::soundColumns * this->orthoTol)))
     nXnxt = this->OrthonormalizeGuess(Z(), matB, FirstNew(), places);
 }
 
@@ -131,12 +131,12 @@ void LOBPCG_BATCH<Scalar>::CheckLocking() const {
 /// all that remains of the guess comes in.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::RefillBatch() const {
-  if (isStagnated && nAdded < nBands) RetireBatch();
+  if (check.IsStagnated() && nAdded < nBands) RetireBatch();
   const int taken = nAdded - nDeflated;
-  if (this->isSlow && taken == nXseekMax) nXseekMax = std::min(2 * nXseekMax, this->nActiveMax);
-  const bool isRefilled = taken < nXseekMax / 2 || taken == 0 || this->isSlow;
+  if (check.IsSlow() && taken == nXseekMax) nXseekMax = std::min(2 * nXseekMax, this->nActiveMax);
+  const bool isRefilled = taken < nXseekMax / 2 || taken == 0 || check.IsSlow();
   nXnxt = isRefilled ? std::min(nBands - nAdded, nXseekMax - taken) : 0;
-  if (iter != maxIter - 1 && !isStagnated && !isStopped) return;
+  if (iter != maxIter - 1 && !check.IsOver()) return;
   isLastPass = true;
   nP = nR = 0;
   nXnxt = nBands - nAdded;
@@ -148,8 +148,8 @@ void LOBPCG_BATCH<Scalar>::RetireBatch() const {
   this->nClaimable = std::min(this->nClaimable, nConv);
   nDeflated += nX;
   nX = nP = nR = 0;
-  isStagnated = false;
-  this->nRestarts = this->nFutile = 0;
+  check.GoOn();
+  check.ForgetRestarts();
   this->isUncertain = true;
 }
 
@@ -158,7 +158,7 @@ void LOBPCG_BATCH<Scalar>::RetireBatch() const {
 /// the old one.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::FinishRun() const {
-  if (this->selfCheck) this->nClaimable = std::min(this->nClaimable, nDeflated);
+  if (check.IsOn()) this->nClaimable = std::min(this->nClaimable, nDeflated);
   nP = nR = nLeadingConv = nLocked = nXnxt = 0;
   this->freshFrom = nBands;
   const Block vecCX(this->workM, 0, 0, this->nV, nXseek);

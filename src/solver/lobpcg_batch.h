@@ -19,11 +19,10 @@ template <typename Scalar>
 class VES_EXPORT LOBPCG_BATCH : public LobpcgSteps<Scalar> {
 public:
   using Base = LobpcgSteps<Scalar>;
+  using Base::check;
   using Base::Columns;
   using Base::info;
   using Base::isGeneralized;
-  using Base::isStagnated;
-  using Base::isStopped;
   using Base::iter;
   using Base::maxIter;
   using Base::nBands;

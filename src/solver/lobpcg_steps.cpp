@@ -1,7 +1,8 @@
 #include "lobpcg_steps.h"
 
+#include "../detector/flag_pairs.h"
+
 #include <algorithm>
-#include <utility>
 
 namespace Ves {
 
@@ -47,7 +48,7 @@ void LobpcgSteps<Scalar>::OrthogonalizeBehind(int first, int& count,
   const Pairs before = Z(0, first);
   Pairs columns = Z(first, count);
   this->ProjectAndOrthonormalize(before, columns, matB, true);
-  if (isGeneralized && this->isCareful) {
+  if (isGeneralized && check.IsCareful()) {
     // Cancellation has amplified the errors of images that were only updated.
     columns.RefreshB(matB);
     this->ProjectAndOrthonormalize(before, columns, matB, true);
@@ -98,12 +99,12 @@ void LobpcgSteps<Scalar>::DiagonalizeRayleighRitzMatrix() const {
 /// in the value only by its square.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::SettleCutCluster() const {
-  constexpr double rounding = 16.0 * Base::epsilon, unnoticed = 0.1;
-  if (!this->selfCheck || nX == 0 || nXseek == nV) return;
+  constexpr double rounding = Limit::equalValues * Limit::epsilon, unnoticed = 0.1;
+  if (!check.IsOn() || nX == 0 || nXseek == nV) return;
   const Block values(workD, 0, 0, nV, 1);
   // Mixed values must not show in residuals that are tested.
   const double tolerance =
-      std::min(rounding * this->largestRitz, unnoticed * mu * this->ClaimBound(values(nXseek - 1)));
+      std::min(rounding * this->largestRitz, unnoticed * mu * check.ClaimBound(values(nXseek - 1)));
   const auto isEqual = [&](int j) {
     return static_cast<double>(std::abs(values(j) - values(nXseek - 1))) <= tolerance;
   };
@@ -140,16 +141,15 @@ void LobpcgSteps<Scalar>::RotateEigVecs() const {
   freshFrom = nBands;
 }
 
-/// The self-check. Where the basis was not B-orthonormal, the new vectors have lost their unit
-/// norm: then this iteration becomes one over the old X and the new columns alone, with fresh
-/// images, and the rest of the run makes more passes.
+/// Where the basis was not B-orthonormal, the new vectors have lost their unit norm: then this
+/// iteration becomes one over the old X and the new columns alone, with fresh images.
 template <typename Scalar>
-void LobpcgSteps<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
+bool LobpcgSteps<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
                                              const VesMatrixBase& matB) const {
-  const bool isAsked = std::exchange(this->isRestartDue, false);
-  isRestarted = this->selfCheck && (isAsked || this->UnitNormError(NewX()) > this->unitNormLimit);
-  if (!isRestarted) return;
-  this->BeCareful();
+  const bool isAsked = check.TakeRequest();
+  if (!check.IsOn()) return false;
+  if (!isAsked && this->UnitNormError(NewX()) <= Limit::unitNorm) return false;
+  check.NoteRestart();
   MoveNewBehindX();
   nX = this->OrthonormalizeGuess(Z(), matB, nDeflated, nX + nXnxt);
   nP = nR = nXnxt = 0;
@@ -157,6 +157,7 @@ void LobpcgSteps<Scalar>::RestartUnlessSound(const VesMatrixBase& matA,
   V().RefreshA(matA);
   RayleighRitzOfBasis();
   if (info == 0) RotateEigVecs();
+  return true;
 }
 
 /// Values and coefficients over a basis whose images are all at hand.
@@ -175,27 +176,15 @@ void LobpcgSteps<Scalar>::MoveNewBehindX() const {
   }
 }
 
-/// A restart that does not halve the residuals of one shortly before was futile; several in a row have
-/// met what rounding allows.
+/// By the largest residual that is left after it.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::JudgeRestart() const {
-  if (!isRestarted) return;
   if (!needResidualNorms) FormResidual();
-  Block normR(this->rowComm, this->secondComm, nXseek, 1, nXseek);
-  VES_ASSERT_GOOD(normR.AllocateMem());
-  VES_ASSERT_GOOD(normR.Norm(workR));
   double residual = 0.0;
-  for (int j = 0; j < nXseek; ++j)
-    residual = std::max(residual, static_cast<double>(std::abs(normR(j))));
+  for (const double norm : ColumnNorms(workR))
+    residual = std::max(residual, norm);
   this->Replicate(residual);
-  constexpr int shortly = 20, patience = 5;
-  const bool isFutile =
-      nRestarts > 0 && iter - restartIter < shortly && residual > 0.5 * restartResidual;
-  nFutile = isFutile ? nFutile + 1 : 0;
-  isStagnated = isStagnated || nFutile >= patience;
-  restartResidual = residual;
-  restartIter = iter;
-  ++nRestarts;
+  check.JudgeRestart(residual);
 }
 
 template <typename Scalar>
@@ -217,7 +206,7 @@ template <typename Scalar>
 void LobpcgSteps<Scalar>::ForgetIdleValues() const {
   if (nV != nX || !this->ConvergeDetector->PassesOnValues()) return;
   if (!needResidualNorms) FormResidual();
-  this->ForgetValues(workR, NewX().BX, Estimates(nXseek));
+  check.ForgetValues(workR, NewX().BX, Estimates(nXseek));
 }
 
 /// Before the last pairs are believed where rounding errors are near, their images are made afresh.
@@ -226,8 +215,8 @@ void LobpcgSteps<Scalar>::CheckConvergence(const VesMatrixBase& matA,
                                            const VesMatrixBase& matB) const {
   ForgetIdleValues();
   RunConvergeDetector();
-  if (nLeadingConv == nXseek && this->selfCheck && freshFrom > nDeflated &&
-      this->IsTight(NewX().BX, workD)) {
+  if (nLeadingConv == nXseek && check.IsOn() && freshFrom > nDeflated &&
+      check.IsTight(NewX().BX, workD)) {
     NewX().Refresh(matA, matB);
     freshFrom = nDeflated;
     ComputeResidual();
@@ -295,12 +284,8 @@ void LobpcgSteps<Scalar>::WatchProgress(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
   workX.SetDims(nPW, 1, ldQ);
   workAX.SetDims(nPW, 1, ldQ);
-  isSlow =
-      Base::WatchProgress(matA, matB, Z(nDeflated, nX), nDeflated, Estimates(nX), workX, workAX);
-  // Twice in a row without any direction: nothing can change X any more.
-  const bool isExhausted = nP + nR + nXnxt == 0;
-  isStagnated = isStagnated || (isExhausted && wasExhausted);
-  wasExhausted = isExhausted;
+  check.WatchProgress(matA, matB, Z(nDeflated, nX), nDeflated, Estimates(nX), {workX, workAX});
+  check.NoteDirections(nP + nR + nXnxt, 1);
 }
 
 template <typename Scalar>

@@ -20,11 +20,10 @@ template <typename Scalar>
 class VES_EXPORT LobpcgSteps : public BlockSolver<Scalar> {
 public:
   using Base = BlockSolver<Scalar>;
+  using Base::check;
   using Base::Columns;
   using Base::info;
   using Base::isGeneralized;
-  using Base::isStagnated;
-  using Base::isStopped;
   using Base::iter;
   using Base::ldQ;
   using Base::maxIter;
@@ -35,28 +34,22 @@ public:
   using Base::nPW;
   using Base::threshold;
   using typename Base::Block;
+  using typename Base::Limit;
   using typename Base::Pairs;
 
-  mutable int nX = 0;                 ///< active Ritz vectors
-  mutable int nP = 0;                 ///< conjugate directions
-  mutable int nR = 0;                 ///< residuals; before an iteration the unconverged pairs
-  mutable int nXnxt = 0;              ///< columns that are new in the iteration
-  mutable int nXseek = 0;             ///< Ritz vectors that the iteration keeps
-  mutable int nV = 0;                 ///< order of the Rayleigh-Ritz problem
-  mutable int nDeflated = 0;          ///< vectors locked for good
-  mutable int nLocked = 0;            ///< leading pairs locked at the last check
-  mutable int nLeadingConv = 0;       ///< leading converged pairs among those kept
-  mutable int nClaimable = 0;         ///< pairs that can be said to have converged
-  mutable int nActiveMax = 0;         ///< Ritz vectors that there is room for
-  mutable int freshFrom = 0;          ///< first column whose images come from the operators
-  mutable int nRestarts = 0;          ///< rotations that the self-check discarded
-  mutable int nFutile = 0;            ///< restarts in a row that gained little
-  mutable int restartIter = 0;        ///< iteration of the last restart
-  mutable double restartResidual = 0; ///< largest residual norm after the last restart
-  mutable bool isRestarted = false;   ///< this iteration discarded its rotation
-  mutable bool wasExhausted = false;  ///< the iteration before had no direction to go
-  mutable bool isSlow = false;        ///< 20 iterations have lowered residuals by little
-  mutable bool isUncertain = false;   ///< converged pairs are to be counted anew at the end
+  mutable int nX = 0;               ///< active Ritz vectors
+  mutable int nP = 0;               ///< conjugate directions
+  mutable int nR = 0;               ///< residuals; before an iteration the unconverged pairs
+  mutable int nXnxt = 0;            ///< columns that are new in the iteration
+  mutable int nXseek = 0;           ///< Ritz vectors that the iteration keeps
+  mutable int nV = 0;               ///< order of the Rayleigh-Ritz problem
+  mutable int nDeflated = 0;        ///< vectors locked for good
+  mutable int nLocked = 0;          ///< leading pairs locked at the last check
+  mutable int nLeadingConv = 0;     ///< leading converged pairs among those kept
+  mutable int nClaimable = 0;       ///< pairs that can be said to have converged
+  mutable int nActiveMax = 0;       ///< Ritz vectors that there is room for
+  mutable int freshFrom = 0;        ///< first column whose images come from the operators
+  mutable bool isUncertain = false; ///< converged pairs are to be counted anew at the end
 
   mutable Block workZ, workAZ, workBZ; ///< locked vectors and basis, and their images
   mutable Block workX, workAX, workBX; ///< new Ritz vectors and their images
@@ -104,7 +97,8 @@ protected:
   void DiagonalizeRayleighRitzMatrix() const;
   void RayleighRitzOfBasis() const;
   void RotateEigVecs() const;
-  void RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
+  /// \return the rotation was discarded
+  bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void ComputeResidual() const;
   void JudgeRestart() const;
   void CheckConvergence(const VesMatrixBase& matA, const VesMatrixBase& matB) const;

@@ -8,10 +8,10 @@ namespace Ves {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::ResetCounters() const {
   nX = nP = nR = nXnxt = nXseek = nV = 0;
-  nDeflated = nLocked = nLeadingConv = nRestarts = nFutile = 0;
+  nDeflated = nLocked = nLeadingConv = 0;
   nConv = 0;
   nClaimable = freshFrom = nBands;
-  isRestarted = isUncertain = wasExhausted = isSlow = false;
+  isUncertain = false;
 }
 
 template <typename Scalar>
@@ -65,7 +65,7 @@ template <typename Scalar>
 int LobpcgSteps<Scalar>::MoveStraysLast(int most) const {
   const int nKnown = nDeflated + nX;
   if (info != 0 || nConv < nKnown) return 0;
-  return Base::MoveStraysLast(Block(workW, 0, 0, nKnown, 1), Z(), most);
+  return check.MoveStraysLast(Block(workW, 0, 0, nKnown, 1), Z(), most);
 }
 
 template <typename Scalar>
@@ -74,24 +74,22 @@ void LobpcgSteps<Scalar>::ConfirmResult(const VesMatrixBase& matA,
   nConv = std::min(nConv, nClaimable);
   const int nFixed = nConv < nDeflated + nX ? std::min(nDeflated, nClaimable) : 0;
   const std::vector<double> bounds =
-      this->LockedBounds(Columns(workZ, 0, nFixed), Block(workW, 0, 0, nFixed, 1));
+      check.LockedBounds(Columns(workZ, 0, nFixed), Block(workW, 0, 0, nFixed, 1));
   ConfirmPairs(matA, matB, bounds);
-  nConv = std::min(nConv, this->FindOvertaken(bounds, Block(workW, 0, 0, nDeflated + nX, 1)).below);
+  nConv = std::min(nConv, check.FindOvertaken(bounds, Block(workW, 0, 0, nDeflated + nX, 1)).below);
 }
 
 template <typename Scalar>
 void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                        const std::vector<double>& bounds) const {
-  // Far above what sound runs leave, and below what callers may rely on.
-  constexpr double looseOrthogonality = Base::epsilon < 1e-10 ? 1e-11 : 2e-5;
   const int nKnown = nDeflated + nX;
-  this->FindCulprit(Columns(workZ, 0, nKnown));
-  if (!this->selfCheck || info != 0 || nKnown == 0) return;
+  check.FindCulprit(Columns(workZ, 0, nKnown));
+  if (!check.IsOn() || info != 0 || nKnown == 0) return;
   const int nStrays = MoveStraysLast(nKnown);
   nConv = std::min(nConv, nKnown - nStrays);
   const Block values(workW, 0, 0, nKnown, 1);
-  const bool isLoose = !(this->OrthoError(Z(), 0, nKnown) <= looseOrthogonality);
-  const bool isTight = this->IsTight(Z(0, nKnown).BX, values);
+  const bool isLoose = !(this->OrthoError(Z(), 0, nKnown) <= Limit::result);
+  const bool isTight = check.IsTight(Z(0, nKnown).BX, values);
   const bool isHeldBack = isUncertain || (nDeflated > 0 && nConv < nKnown);
   if (!isLoose && !isTight && !isHeldBack) return;
 
@@ -100,12 +98,12 @@ void LobpcgSteps<Scalar>::ConfirmPairs(const VesMatrixBase& matA, const VesMatri
   nX = nXseek = nV = isLoose ? this->OrthonormalizeGuess(Z(), matB, 0, nKnown) : nKnown;
   if (isLoose || isTight) Z(0, std::min(nStale, nX)).Refresh(matA, matB);
   if (isLoose || isHeldBack) RotateAll();
-  nConv = std::min(nConv, this->FindOvertaken(bounds, values).locked);
+  nConv = std::min(nConv, check.FindOvertaken(bounds, values).locked);
   if (info == 0)
     RecountConverged();
   else
     nConv = 0; // nothing bears the claims out
-  this->FindCulprit(Columns(workZ, 0, nX));
+  check.FindCulprit(Columns(workZ, 0, nX));
   nConv = std::min(nConv, nKnown - nStrays);
 }
 
@@ -116,7 +114,7 @@ void LobpcgSteps<Scalar>::RotateAll() const {
   if (info != 0) return;
   Block values(workW, 0, 0, nV, 1);
   if (this->ConvergeDetector->PassesOnValues())
-    nConv = this->StandingClaims(values, std::min(nConv, nV), workD);
+    nConv = check.StandingClaims(values, std::min(nConv, nV), workD);
   VES_ASSERT_GOOD(values.CopyData(workD));
   V().Rotate(workM, workP);
 }
@@ -138,7 +136,7 @@ void LobpcgSteps<Scalar>::RecountConverged() const {
     workX.SetDims(nPW, width, ldQ);
     VES_ASSERT_GOOD(workX.ScaleAdd(Z(first, width).AX, Z(first, width).BX, values, -1));
     const int found =
-        this->CountConverged(workX, values, workD, idxsConv, std::clamp(claimed - first, 0, width));
+        check.CountConverged(workX, values, workD, idxsConv, std::clamp(claimed - first, 0, width));
     if (counted == first) counted += found;
     this->KeepResiduals(first);
   }

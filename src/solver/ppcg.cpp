@@ -28,7 +28,7 @@ VesReturnCode PPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatri
   InitWorkspace(vecQ, vecW);
   OrthogonalizeInitialGuess(matA, matB);
   Iterate(matA, matB, matP);
-  this->FindCulprit(Columns(workZ, 0, nBands));
+  check.FindCulprit(Columns(workZ, 0, nBands));
   ConfirmBlock(matA, matB);
   PostProcess(vecQ, vecW);
   FreeWorkspace();
@@ -41,7 +41,7 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
   iter = -1; // the start counts as no iteration
   Report();
   for (iter = 0; iter < maxIter; ++iter) {
-    if (nX < 1 || this->isStagnated || this->isStopped) return;
+    if (nX < 1 || check.IsOver()) return;
     if (IsRotationDue()) RestartUnlessSound(matA, matB, soundError);
     RayleighRitzRotation(matA, matB);
     if (info != 0) return; // X and its images are still those of the last iteration
@@ -99,7 +99,7 @@ void PPCG<Scalar>::RayleighRitzRotation(const VesMatrixBase& matA,
 /// difference of two entries over the largest value; infinity for others than numbers
 template <typename Scalar>
 double PPCG<Scalar>::Asymmetry() const {
-  if (!this->selfCheck) return 0.0;
+  if (!check.IsOn()) return 0.0;
   double largest = this->largestRitz, difference = 0.0;
   for (int j = 0; j < nX; ++j)
     for (int i = 0; i <= j; ++i) {
@@ -193,7 +193,7 @@ void PPCG<Scalar>::RunConvergeDetector() const {
   int dummy = 0;
   const Block vecD = Estimates();
   if (isIdle && this->ConvergeDetector->PassesOnValues())
-    this->ForgetValues(workR, Active().BX, vecD);
+    check.ForgetValues(workR, Active().BX, vecD);
   idxsConv.SetDims(nX, 1, nX);
   VES_ASSERT_GOOD(
       this->ConvergeDetector->Run(workR, workD, vecD, threshold, idxsConv, dummy, nConvActive));
@@ -242,7 +242,6 @@ void PPCG<Scalar>::PreconditionedResiduals(const VesMatrixBase& matP) const {
 template <typename Scalar>
 void PPCG<Scalar>::ScaleResiduals(Block& vecR, bool isPreconditioned) const {
   constexpr int most = std::numeric_limits<RealType<Scalar>>::max_exponent - 2;
-  constexpr double rounding = 100.0;
   const std::vector<double>& tested = this->ConvergeDetector->residualNorms;
   std::vector<double> norms = isPreconditioned || tested.empty() ? ColumnNorms(vecR) : tested;
   norms.erase(norms.begin(), norms.end() - vecR.nCols); // of columns that were locked since
@@ -251,7 +250,7 @@ void PPCG<Scalar>::ScaleResiduals(Block& vecR, bool isPreconditioned) const {
   if (!(largest > 0.0) || std::isinf(largest)) return;
   for (int j = 0; j < vecR.nCols; ++j) {
     const double norm = norms[static_cast<std::size_t>(j)];
-    const bool isOwn = this->selfCheck && norm > rounding * this->epsilon * largest;
+    const bool isOwn = check.IsOn() && norm > Limit::generous * Limit::epsilon * largest;
     const double size = isOwn ? norm : largest;
     const int exponent = std::clamp(-std::ilogb(size), -most, most);
     Block column = Columns(vecR, j, 1);
@@ -265,19 +264,19 @@ void PPCG<Scalar>::OrthogonalizeConjugateDirections(const VesMatrixBase& matB) c
   if (nP == 0) return;
   const Pairs x = Z(0, nBands), p = Z(nBands, nP), z = Z();
   VES_ASSERT_GOOD(this->OrthoProjector->Run(x.X, x.BX, x.AX, p.X, p.BX, p.AX, matB, true,
-                                            maxOrthoInnerIter, orthoInnerTol));
+                                            this->InnerPasses(), orthoInnerTol));
   std::vector<double> orthoErrors(nPs.size(), 0.0);
   std::vector<int> nPsTmp;
   RepeatPasses(
-      maxOrthoIter, orthoTol, this->secondComm,
+      this->Passes(), orthoTol, this->secondComm,
       [&](bool isFirst) {
         if (!isFirst)
           VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(z.X, z.BX, z.AX, z.X, z.BX, z.AX, dispX,
                                                          nXs, dispP, nPs, matB, true,
-                                                         maxOrthoInnerIter, orthoInnerTol));
+                                                         this->InnerPasses(), orthoInnerTol));
         nPsTmp = nPs;
         VES_ASSERT_GOOD(this->Orthogonalizer->RunBatch(z.X, z.BX, z.AX, dispP, nPsTmp, matB, true,
-                                                       maxOrthoInnerIter, orthoInnerTol));
+                                                       this->InnerPasses(), orthoInnerTol));
         return VES_GOOD;
       },
       [&] {
@@ -317,10 +316,10 @@ void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
     info = 1;
     return;
   }
-  VES_ASSERT_GOOD(this->OrthoProjector->Run(x.X, x.BX, r.X, r.BX, matB, true, maxOrthoInnerIter,
+  VES_ASSERT_GOOD(this->OrthoProjector->Run(x.X, x.BX, r.X, r.BX, matB, true, this->InnerPasses(),
                                             orthoInnerTol));
   // Cancellation has amplified the errors of images that were only updated.
-  if (this->isCareful) r.RefreshB(matB);
+  if (check.IsCareful()) r.RefreshB(matB);
   // More directions than X and P_j leave room for would be made of rounding errors.
   for (std::size_t j = 0; j < nRs.size(); ++j)
     nRs[j] = static_cast<int>(std::clamp<long long>(this->nRowsTotal - nBands - nPs[j], 0, nRs[j]));
@@ -334,18 +333,18 @@ void PPCG<Scalar>::OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const
   std::vector<double> orthoErrors(nRs.size(), 0.0);
   std::vector<int> nRsTmp;
   RepeatPasses(
-      maxOrthoIter, orthoTol, this->secondComm,
+      this->Passes(), orthoTol, this->secondComm,
       [&](bool isFirst) {
         if (!isFirst)
           VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(z.X, z.BX, z.X, z.BX, dispX, nXs, dispR,
-                                                         nRs, matB, true, maxOrthoInnerIter,
+                                                         nRs, matB, true, this->InnerPasses(),
                                                          orthoInnerTol));
         VES_ASSERT_GOOD(this->OrthoProjector->RunBatch(z.X, z.BX, z.X, z.BX, dispP, nPs, dispR, nRs,
-                                                       matB, true, maxOrthoInnerIter,
+                                                       matB, true, this->InnerPasses(),
                                                        orthoInnerTol));
         nRsTmp = nRs;
         VES_ASSERT_GOOD(this->Orthogonalizer->RunBatch(z.X, z.BX, dispR, nRsTmp, matB, true,
-                                                       maxOrthoInnerIter, orthoInnerTol));
+                                                       this->InnerPasses(), orthoInnerTol));
         return VES_GOOD;
       },
       [&] {

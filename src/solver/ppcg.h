@@ -22,14 +22,13 @@ template <typename Scalar>
 class VES_EXPORT PPCG : public BlockSolver<Scalar> {
 public:
   using Base = BlockSolver<Scalar>;
+  using Base::check;
   using Base::Columns;
   using Base::info;
   using Base::isGeneralized;
   using Base::iter;
   using Base::ldQ;
   using Base::maxIter;
-  using Base::maxOrthoInnerIter;
-  using Base::maxOrthoIter;
   using Base::mu;
   using Base::nBands;
   using Base::nConv;
@@ -38,6 +37,7 @@ public:
   using Base::orthoTol;
   using Base::threshold;
   using typename Base::Block;
+  using typename Base::Limit;
   using typename Base::Pairs;
 
   PPCG();
@@ -95,7 +95,7 @@ private:
   void ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB, double limit) const;
-  double StrictError() const { return 4.0 * orthoTol; }
+  double StrictError() const { return Limit::soundBlock * orthoTol; }
   bool ReplaceStrays(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
 
@@ -149,7 +149,6 @@ private:
   mutable int nOffered = 0;        ///< residuals of the iteration before dependent ones are dropped
   mutable double asymmetry = 0;    ///< of X^H A X that is the operator's own
   mutable double soundError = 0;   ///< orthogonality error of X that the next restart must exceed
-  mutable int nIdle = 0;           ///< iterations in a row with neither residuals nor directions
   mutable int flagShift = 0;       ///< columns locked in this iteration, whose flags come first
 };
 

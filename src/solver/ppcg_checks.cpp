@@ -10,13 +10,13 @@ namespace Ves {
 template <typename Scalar>
 bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                       double limit) const {
-  if (!this->selfCheck) return false;
+  if (!check.IsOn()) return false;
   double orthoError = 0.0;
   const Pairs x = Z(0, nBands);
   VES_ASSERT_GOOD(x.X.CheckOrthogonality(x.BX, orthoError, true, true));
   this->Replicate(orthoError);
   if (orthoError <= limit) return false;
-  if (isGeneralized) soundError = std::min(2.0 * orthoError, this->unitNormLimit);
+  if (isGeneralized) soundError = std::min(2.0 * orthoError, Limit::unitNorm);
   Restart(matA, matB);
   return true;
 }
@@ -24,7 +24,7 @@ bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrix
 /// All other pairs are locked, and vectors made of random columns take the place of strays.
 template <typename Scalar>
 bool PPCG<Scalar>::ReplaceStrays(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
-  const int count = this->MoveStraysLast(Block(workW, 0, 0, nBands, 1), Z(), nBands);
+  const int count = check.MoveStraysLast(Block(workW, 0, 0, nBands, 1), Z(), nBands);
   if (count == 0) return false;
   nX = count;
   nDeflated = nBands - nX;
@@ -39,8 +39,8 @@ bool PPCG<Scalar>::ReplaceStrays(const VesMatrixBase& matA, const VesMatrixBase&
 /// images afresh and drops the old directions; the rest of the run makes more passes.
 template <typename Scalar>
 void PPCG<Scalar>::Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
-  this->BeCareful();
-  this->isRestartDue = areFresh = false;
+  check.NoteRestart();
+  areFresh = false;
   isIdle = true;
   nX = this->OrthonormalizeGuess(Z(), matB, nDeflated, nBands - nDeflated);
   nP = 0;
@@ -53,10 +53,9 @@ void PPCG<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase&
   if (nX == 0) return;
   workX.SetDims(nPW, nX, ldQ);
   workR.SetDims(nPW, nX, ldQ);
-  const bool isSlow =
-      Base::WatchProgress(matA, matB, Active(), nBands - nX, Estimates(), workX, workR);
+  check.WatchProgress(matA, matB, Active(), nBands - nX, Estimates(), {workX, workR});
   // Of the residuals most depended on the others of their sub-block.
-  isMergeDue = isMergeDue || (isSlow && 2 * nR < nOffered);
+  isMergeDue = isMergeDue || (check.IsSlow() && 2 * nR < nOffered);
 }
 
 /// Before the last Rayleigh-Ritz step: an orthonormal block, and images that bear the claims out.
@@ -65,7 +64,7 @@ void PPCG<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase&
 template <typename Scalar>
 void PPCG<Scalar>::ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   nSpan = nBands;
-  if (!this->selfCheck || info != 0) return;
+  if (!check.IsOn() || info != 0) return;
   RestartUnlessSound(matA, matB, StrictError());
   RefreshImages(matA, matB);
   nSpan = nBands; // which a restart may have narrowed
@@ -83,7 +82,7 @@ void PPCG<Scalar>::ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& 
 template <typename Scalar>
 bool PPCG<Scalar>::RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   const Pairs x = Z(0, nBands);
-  if (!this->selfCheck || areFresh || !this->IsTight(x.BX, Block(workW, 0, 0, nBands, 1)))
+  if (!check.IsOn() || areFresh || !check.IsTight(x.BX, Block(workW, 0, 0, nBands, 1)))
     return false;
   x.Refresh(matA, matB);
   areFresh = true;

@@ -34,8 +34,7 @@ void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
   // No direction for longer than it takes to lock exact vectors, whose residuals of zero make their
   // sub-blocks lose all rank: nothing can change X any more.
   isIdle = nR == 0 && SumOf(nPs) == 0;
-  nIdle = isIdle ? nIdle + 1 : 0;
-  this->isStagnated = nIdle > std::max(rrPeriod, 1);
+  check.NoteDirections(nR + SumOf(nPs), std::max(rrPeriod, 1));
   Z(2 * nBands, nR).RefreshA(matA);
 }
 
@@ -150,12 +149,12 @@ void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
                                              const VesMatrixBase& matB) const {
   if (nX == 0) return;
   const Pairs x = Active();
-  if (this->isRestartDue || (this->selfCheck && this->UnitNormError(x) > this->unitNormLimit))
+  if (check.IsRestartDue() || (check.IsOn() && this->UnitNormError(x) > Limit::unitNorm))
     return Restart(matA, matB);
   int colRank = 0;
   const VesReturnCode code = VES_ASSERT_GOOD_OR(
       VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(x.X, x.BX, x.AX, matB, colRank, true,
-                                                      maxOrthoInnerIter, orthoInnerTol));
+                                                      this->InnerPasses(), orthoInnerTol));
   if (code == VES_GOOD && colRank == nX) return;
   MergeBlocks(); // their updates depended on each other
   Restart(matA, matB);
@@ -165,7 +164,7 @@ void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
 /// columns takes their place for the rest of the run, unless that is too large. Collective.
 template <typename Scalar>
 void PPCG<Scalar>::MergeBlocks() const {
-  if (!this->selfCheck || nBlocks < 2 || 3 * nBands > this->largestDenseOrder) return;
+  if (!check.IsOn() || nBlocks < 2 || 3 * nBands > this->largestDenseOrder) return;
   const int width = runBatch;
   if (AllocateSubspaces(nBands) != VES_GOOD) VES_ASSERT_GOOD(AllocateSubspaces(width));
 }

@@ -16,9 +16,8 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
   nConv = 0;
   nBlocks = (nBands + nBatch - 1) / nBatch;
   isRotated = isIdle = areFresh = false;
-  nIdle = 0;
   soundError = StrictError();
-  asymmetry = this->unitNormLimit;
+  asymmetry = Limit::unitNorm;
   isMergeDue = false;
   nOffered = nBands;
   this->InstallRunComponents(VES_RESIDUALS, VES_SVD_QR);
@@ -114,15 +113,15 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
     VES_ASSERT_GOOD(vecOut.Gemm(span.X, coefficients, 'N', 'N', 1, 0));
     VES_ASSERT_GOOD(vecValues.CopyData(values));
     const int nFixed = nConv < nBands && nSpan == nBands ? nDeflated : 0;
-    const auto overtaken = this->FindOvertaken(
-        this->LockedBounds(Columns(vecX, 0, nFixed), Block(estimates, 0, 0, nFixed, 1)), values);
+    const auto overtaken = check.FindOvertaken(
+        check.LockedBounds(Columns(vecX, 0, nFixed), Block(estimates, 0, 0, nFixed, 1)), values);
     nConv = std::min(nConv, overtaken.locked);
     RecountConverged(coefficients, values);
     nConv = std::min(nConv, overtaken.below);
   } else { // the last pairs there are, which nothing bears out
     nConv = 0;
     info = failed;
-    this->FindCulprit(vecX);
+    check.FindCulprit(vecX);
     VES_ASSERT_GOOD(vecOut.CopyData(vecX));
     VES_ASSERT_GOOD(vecValues.CopyData(estimates));
   }
@@ -135,7 +134,7 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& valu
   const Block estimates(workW, 0, 0, nBands, 1);
   const VesConvergeDetector& test = *this->ConvergeDetector;
   if (!test.ReadsResiduals() || (test.PassesOnValues() && info != 0)) {
-    nConv = nSpan > nBands ? nBands : this->StandingClaims(estimates, nConv, values);
+    nConv = nSpan > nBands ? nBands : check.StandingClaims(estimates, nConv, values);
     return;
   }
   const Pairs span = Z(0, nSpan);
@@ -145,9 +144,9 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& valu
   VES_ASSERT_GOOD(workX.Gemm(span.BX, coefficients));
   VES_ASSERT_GOOD(workR.ScaleAdd(workR, workX, values, -1));
   if (isIdle && this->ConvergeDetector->PassesOnValues())
-    this->ForgetValues(workR, workX, estimates);
+    check.ForgetValues(workR, workX, estimates);
   idxsConv.SetDims(nBands, 1, nBands);
-  nConv = this->CountConverged(workR, values, estimates, idxsConv, nConv);
+  nConv = check.CountConverged(workR, values, estimates, idxsConv, nConv);
 }
 
 template <typename Scalar>

@@ -230,7 +230,7 @@ TEST(BatchRefill, KeepsTheGuessThroughRestarts) {
   });
   const SolverHandle solver = d.Solver(16, 100);
   const VesMonitor askRestart = [](void* data, const VesProgress*) {
-    static_cast<Ves::LOBPCG_BATCH<double>*>(data)->isRestartDue = true;
+    static_cast<Ves::LOBPCG_BATCH<double>*>(data)->check.RequestRestart();
     return 0;
   };
   VesSolverSetMonitor(solver.get(), askRestart,
