@@ -1,5 +1,6 @@
 #include "check.h"
 
+#include "detectors.h"
 #include "guess.h"
 #include "handles.h"
 #include "names.h"

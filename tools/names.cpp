@@ -10,12 +10,6 @@ const Names<VesScalarType> scalarNames = {{"double", VES_DOUBLE},
 const Names<VesSolverType> solverNames = {
     {"lobpcg", VES_LOBPCG}, {"lobpcg-batch", VES_LOBPCG_BATCH}, {"ppcg", VES_PPCG}};
 
-const Names<VesConvergeDetectorType> detectorNames = {
-    {"residuals", VES_RESIDUALS},
-    {"relative-residuals", VES_RELATIVE_RESIDUALS},
-    {"eigenvalues", VES_EIGENVALUES},
-    {"residuals-or-eigenvalues", VES_RESIDUALS_OR_EIGENVALUES}};
-
 const Names<VesDenseEigenSolverType> denseNames = {{"lapack", VES_LAPACK_DIAG},
                                                    {"scalapack", VES_SCALAPACK_DIAG}};
 

@@ -16,7 +16,7 @@ using Names = std::map<std::string, Choice>;
 
 extern const Names<VesScalarType> scalarNames;
 extern const Names<VesSolverType> solverNames;
-extern const Names<VesConvergeDetectorType> detectorNames;
+extern const Names<VesConvergeDetectorType> detectorNames; ///< made from the table of detectors.cpp
 extern const Names<VesDenseEigenSolverType> denseNames;
 extern const Names<VesOrthogonalizerType> orthogonalizerNames;
 extern const Names<VesOrthoProjectorType> projectorNames;

@@ -1,5 +1,7 @@
 #include "plot.h"
 
+#include "detectors.h"
+
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
@@ -130,7 +132,8 @@ void WritePlot(std::ostream& out, const RunResult& result) {
   DrawAxes(out, axes);
   DrawPairs(out, result, axes);
   const double threshold = axes.Y(result.settings.threshold);
-  if (result.detector == VES_RESIDUALS) Line(out, "threshold", left, threshold, right, threshold);
+  if (DetectorOf(result.detector).bound == ResidualBound::absolute)
+    Line(out, "threshold", left, threshold, right, threshold);
   out << "<rect class=\"frame\" x=\"" << left << "\" y=\"" << top << "\" width=\"" << right - left
       << "\" height=\"" << bottom - top << "\"/>\n</svg>\n";
 }

@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include "detectors.h"
 #include "names.h"
 
 #include <algorithm>
@@ -47,7 +48,7 @@ void PrintSettings(std::ostream& out, const RunResult& result) {
       << NameOf(detectorNames, result.detector) << " below " << Short(settings.threshold);
   if (settings.tolerance > 0.0) {
     out << " (tolerance " << Short(settings.tolerance);
-    if (result.detector != VES_RELATIVE_RESIDUALS)
+    if (DetectorOf(result.detector).bound != ResidualBound::relative)
       out << ", ||A|| about " << Short(settings.normA, 3);
     if (result.nonZerosB > 0) out << ", ||B|| about " << Short(settings.normB, 3);
     out << ")";

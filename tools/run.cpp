@@ -1,5 +1,6 @@
 #include "run.h"
 
+#include "detectors.h"
 #include "guess.h"
 #include "handles.h"
 #include "matrix_market.h"
@@ -11,8 +12,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 
 namespace VesTools {
 namespace {
@@ -93,12 +92,6 @@ std::string WriteVectors(const std::string& path, const Problem<Scalar>& problem
 }
 
 } // namespace
-
-double AcceptedResidual(VesConvergeDetectorType detector, double threshold, double value) {
-  if (detector == VES_RESIDUALS) return 2.0 * threshold;
-  if (detector == VES_RELATIVE_RESIDUALS) return 2.0 * threshold * std::abs(value);
-  return std::numeric_limits<double>::infinity();
-}
 
 bool RunResult::IsAccepted() const {
   if (converged < settings.pairs) return false;

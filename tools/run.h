@@ -47,10 +47,6 @@ struct RunResult {
   bool IsAccepted() const;
 };
 
-/// The bound of the residuals that IsAccepted and the check of a result file ask for: the library
-/// confirms converged pairs to twice the threshold. Infinite for detectors of other quantities.
-double AcceptedResidual(VesConvergeDetectorType detector, double threshold, double value);
-
 /// Computes the lowest pairs. With output.vectors they are written to that file; a
 /// failure of that is noted in the result, which must not be lost with them. Collective.
 template <typename Scalar>

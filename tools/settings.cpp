@@ -1,5 +1,6 @@
 #include "settings.h"
 
+#include "detectors.h"
 #include "guess.h"
 #include "names.h"
 #include "parallel.h"
@@ -92,16 +93,9 @@ double RequirePositiveNorm(const Problem<Scalar>& problem) {
   return b.norm;
 }
 
-// What the detector compares is of this size. Vectors have unit norm in B, that is a 2-norm of about
-// 1 / sqrt(||B||), with which residuals grow; values are of the size of ||A|| / ||B||. B x is of the
-// size of sqrt(||B||), and so is a residual over its value.
+// The zero matrix is within any tolerance.
 double ScaleOf(VesConvergeDetectorType detector, double normA, double normB) {
-  // The zero matrix is within any tolerance.
-  if (normA == 0.0 || normB == 0.0) return 1.0;
-  const double residual = normA / std::sqrt(normB), value = normA / normB;
-  if (detector == VES_RELATIVE_RESIDUALS) return std::sqrt(normB);
-  if (detector == VES_RESIDUALS_OR_EIGENVALUES) return std::min(residual, value);
-  return detector == VES_EIGENVALUES ? value : residual;
+  return normA == 0.0 || normB == 0.0 ? 1.0 : DetectorOf(detector).scale(normA, normB);
 }
 
 // An option of another solver would be followed by nobody.

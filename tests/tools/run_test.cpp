@@ -122,6 +122,8 @@ TEST(Acceptance, NeedsEveryPairByItsResidual) {
   result.detector = VES_RELATIVE_RESIDUALS;
   result.residuals[1] = 3e-6;
   EXPECT_TRUE(result.IsAccepted());
+  result.detector = static_cast<VesConvergeDetectorType>(99);
+  EXPECT_THROW(result.IsAccepted(), Error);
 }
 
 TEST(ResultFile, HoldsWhatTheCheckNeeds) {

@@ -84,7 +84,7 @@ class Solver(_Handle):
         call("VesSolverSetMaxIter", self.handle, settings.maxiter)
         call("VesSolverSetMaxOrthoIter", self.handle, settings.passes)
         call("VesSolverSetLockFactor", self.handle, settings.lock_factor)
-        detector = _library.DETECTORS[settings.detector]
+        detector = _library.DETECTORS[settings.detector].kind
         call("VesSetConvergeDetectorType", self.handle, detector)
         if settings.generalized:
             call("VesSolverSetProblemType", self.handle, _library.GENERALIZED)

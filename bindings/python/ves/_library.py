@@ -4,6 +4,7 @@ import ctypes
 import os
 from ctypes import POINTER, c_bool, c_char_p, c_double, c_int, c_longlong, c_size_t, c_void_p
 from pathlib import Path
+from typing import Callable, NamedTuple
 
 LIBRARY_NAME = "libves.so.0"
 
@@ -16,11 +17,24 @@ PROVIDER_NAMES = (
 )
 
 SOLVERS = {"lobpcg": 0, "lobpcg_batch": 1, "ppcg": 2}
+
+
+class Detector(NamedTuple):
+    """A test of convergence."""
+
+    kind: int
+    scale: Callable  # size of what it compares, by the norms of A and B
+
+
+# Vectors have unit norm in B, that is a 2-norm of about norm_B ** -0.5, with which residuals grow;
+# values are of the size of norm_A / norm_B. B x is of the size of norm_B ** 0.5, and so is a
+# residual over its value.
 DETECTORS = {
-    "residuals": 0,
-    "relative_residuals": 1,
-    "eigenvalues": 2,
-    "residuals_or_eigenvalues": 3,
+    "residuals": Detector(0, lambda norm_A, norm_B: norm_A / norm_B ** 0.5),
+    "relative_residuals": Detector(1, lambda norm_A, norm_B: norm_B ** 0.5),
+    "eigenvalues": Detector(2, lambda norm_A, norm_B: norm_A / norm_B),
+    "residuals_or_eigenvalues":
+        Detector(3, lambda norm_A, norm_B: min(norm_A / norm_B ** 0.5, norm_A / norm_B)),
 }
 REASONS = ("none", "converged", "iterations", "monitor", "stagnated", "nonfinite")
 SHELL_MATRIX = DENSE_VECTOR = GENERALIZED = 1

@@ -46,20 +46,10 @@ class Settings:
         return self.k + 2 * min(self.k, self.batch_limit)
 
     def threshold(self, norm_A, norm_B):
-        """What the convergence test compares with.
-
-        Vectors have unit norm in B, that is a 2-norm of about norm_B ** -0.5, with which residuals
-        grow; values are of the size of norm_A / norm_B. B x is of the size of norm_B ** 0.5, and so
-        is a residual over its value.
-        """
+        """What the convergence test compares with."""
         if self.absolute_tol is not None:
             return self.absolute_tol
-        if self.detector == "relative_residuals":
-            return self.tol * norm_B ** 0.5
-        residual, value = norm_A / norm_B ** 0.5, norm_A / norm_B
-        if self.detector == "residuals_or_eigenvalues":
-            return self.tol * min(residual, value)
-        return self.tol * (value if self.detector == "eigenvalues" else residual)
+        return self.tol * DETECTORS[self.detector].scale(norm_A, norm_B)
 
 
 def whole(name, value, least, most=LARGEST_INT):
