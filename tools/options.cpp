@@ -48,16 +48,24 @@ CLI::Validator Fraction() {
   return CLI::Range(0.0, 1.0).description("");
 }
 
-/// An option that takes one of the names of a table.
+std::string Joined(const std::vector<std::string>& names, const char* separator) {
+  std::string list;
+  for (const std::string& name : names)
+    list += (list.empty() ? "" : separator) + name;
+  return list;
+}
+
+/// An option that takes one of the names of a table. They all are the name of its check, for the
+/// completion of the shell.
 template <typename Choice, typename Target>
 CLI::Option* AddChoice(CLI::App& app, const std::string& flags, const Names<Choice>& names,
                        Target& target, const std::string& help) {
-  std::string list;
+  std::vector<std::string> words;
   for (const auto& entry : names)
-    list += (list.empty() ? "" : ", ") + entry.first;
+    words.push_back(entry.first);
   const auto take = [&names, &target](const std::string& name) { target = names.at(name); };
-  return app.add_option_function<std::string>(flags, take, help + ": " + list)
-      ->check(CLI::IsMember(&names).description(""))
+  return app.add_option_function<std::string>(flags, take, help + ": " + Joined(words, ", "))
+      ->check(CLI::IsMember(&names).description(""), Joined(words, " "))
       ->type_name("NAME");
 }
 
@@ -68,11 +76,19 @@ void DescribeProblem(CLI::App& app, ProblemOptions& problem, const std::string& 
 }
 
 void DescribeModel(CLI::App& app, ProblemOptions& problem) {
-  app.add_option(
-         "--model", problem.model,
-         "laplace1d:N, laplace2d:NxM, laplace3d:NxMxL, graph:FILE (Laplacian of a matrix or "
-         "list of edges), silicon:supercell=N,ecut=RYDBERG")
-      ->check(filled)
+  const std::pair<std::string, std::string> models[] = {
+      {"laplace1d:", "N"},
+      {"laplace2d:", "NxM"},
+      {"laplace3d:", "NxMxL"},
+      {"graph:", "FILE (Laplacian of a matrix or list of edges)"},
+      {"silicon:", "supercell=N,ecut=RYDBERG"}};
+  std::vector<std::string> names, help;
+  for (const auto& [name, argument] : models) {
+    names.push_back(name);
+    help.push_back(name + argument);
+  }
+  app.add_option("--model", problem.model, Joined(help, ", "))
+      ->check(filled, Joined(names, " "))
       ->group("Problem");
 }
 
@@ -272,6 +288,13 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::os
   options = commands.solve->parsed() ? solve : commands.check->parsed() ? check : bench;
   if (commands.info->parsed()) options.command = Command::info;
   return std::nullopt;
+}
+
+void ShowOptions(const std::function<void(CLI::App&)>& show) {
+  CLI::App app(description, "ves");
+  Options solve, check, bench;
+  Describe(app, solve, check, bench);
+  show(app);
 }
 
 } // namespace VesTools

@@ -3,10 +3,15 @@
 
 #include <ves.h>
 
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace VesTools {
 
@@ -66,6 +71,9 @@ struct Options {
 /// \return the exit code when there is nothing left to do
 std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::ostream& out,
                                 std::ostream& err);
+
+/// Shows the description of all commands and options, from which the pages about them are made.
+void ShowOptions(const std::function<void(CLI::App&)>& show);
 
 } // namespace VesTools
 
