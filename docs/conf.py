@@ -12,11 +12,14 @@ html_math_renderer = "mathml"
 
 breathe_projects = {"ves": os.environ["VES_DOXYGEN_XML"]}
 breathe_default_project = "ves"
-breathe_domain_by_extension = {"h": "c"}
+breathe_domain_by_extension = {"h": "c", "hpp": "cpp"}
 ves_header = "../include/ves.h"
+ves_cpp_headers = ["../include/ves_blocks.hpp", "../include/ves.hpp"]
 
-# Names of the C library and of MPI, and the structures behind the opaque handles.
-nitpick_ignore_regex = [("c:identifier", r"MPI_\w+|size_t|Ves\w+Base")]
+# Names of the C library and of MPI, the structures behind the opaque handles, and names of ves.h in
+# C++, which cannot refer to what is described as C.
+nitpick_ignore_regex = [("c:identifier", r"MPI_\w+|size_t|Ves\w+Base"),
+                        ("cpp:identifier", r"MPI_\w+|V(es|ES_)\w+|ves")]
 
 html_theme = "furo"
 html_title = "libves"

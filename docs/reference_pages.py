@@ -1,4 +1,4 @@
-"""Reference pages from the C header: return codes as lists, and no public name without a page."""
+"""Reference pages from the headers: return codes as lists, and no public name without a page."""
 import os
 import re
 
@@ -6,6 +6,7 @@ from docutils import nodes
 from sphinx.util import logging
 
 COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.DOTALL)
+CPP_NAME = re.compile(r"^(?:(?:class|struct|using) (\w+)|[\w:<>]+(?: [\w:<>]+)* (\w+)\()", re.MULTILINE)
 CODE = re.compile(r"(-\d(?:, -\d)*|0)\b *(.*)", re.DOTALL)
 
 
@@ -15,9 +16,18 @@ def public_names(header):
         return set(re.findall(r"\bVes(?!\w+Base\b)\w+", COMMENT.sub("", file.read())))
 
 
+def public_cpp_names(header):
+    """Types and functions of the namespace, whose members are indented."""
+    with open(header, encoding="utf-8") as file:
+        return {"ves::" + (kind or function) for kind, function in CPP_NAME.findall(file.read())}
+
+
 def require_all(app, env):
-    described = {entry[0] for entry in env.get_domain("c").get_objects()}
+    described = {entry[0] for domain in ("c", "cpp")
+                 for entry in env.get_domain(domain).get_objects()}
     names = public_names(os.path.join(app.srcdir, app.config.ves_header))
+    for header in app.config.ves_cpp_headers:
+        names |= public_cpp_names(os.path.join(app.srcdir, header))
     for name in sorted(names - described):
         logging.getLogger(__name__).warning("no page describes %s", name)
 
@@ -37,6 +47,7 @@ def list_codes(app, doctree):
 
 def setup(app):
     app.add_config_value("ves_header", None, "env")
+    app.add_config_value("ves_cpp_headers", [], "env")
     app.connect("doctree-read", list_codes)
     app.connect("env-check-consistency", require_all)
     return {"parallel_read_safe": True}

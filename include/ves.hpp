@@ -57,8 +57,8 @@ private:
 ///
 /// What it throws ends the run as an operator that is not finite, on all processes, and leaves the
 /// function that was called as the same exception on the process where it was thrown; thrown on a
-/// process without rows it only does the latter. Until the run ends the callable is called on, since
-/// others may wait for it, and it must not throw between messages that they wait for.
+/// process without rows it only does the latter. Until the run ends it is called on, since others
+/// may wait for it, and it must not throw between messages that they wait for.
 template <typename Scalar>
 class Operator {
 public:
@@ -117,8 +117,8 @@ void finish(VesReturnCode code, const char* call, const Sources&... sources) {
 
 /* ------------------------------------------------------------------ solvers */
 
-/// Settings of a run; those without a value keep the default of the library. Each is that of the
-/// function of ves.h named, where it is described.
+/// Settings of a run; those without a value keep the default of the library. Each is described at
+/// the function that is named beside it.
 struct Options {
   VesSolverType type = VES_LOBPCG;                         ///< algorithm
   std::optional<double> threshold;                         ///< VesSolverSetThreshold
@@ -293,7 +293,7 @@ Solution<Scalar> solve(const Operator<Scalar>& A, int nRows, int nPairs,
 
 /* ------------------------------------------------------------------ checks of pairs */
 
-/// Values as the column that functions of ves.h take, over comm.
+/// Values as the column that the library takes beside their vectors.
 template <typename Scalar>
 Block<Scalar> makeColumn(const std::vector<Real<Scalar>>& values, MPI_Comm comm) {
   Block<Scalar> D(static_cast<int>(values.size()), 1, comm);

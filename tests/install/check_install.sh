@@ -6,7 +6,7 @@ set -euo pipefail
 build=$1 source=$2 work=$3
 export OPENBLAS_NUM_THREADS=1
 rm -rf "$work"
-mkdir -p "$work"/{readme,cpp,pkgconfig}
+mkdir -p "$work"/{readme,first,cpp,pkgconfig}
 prefix=$work/prefix
 cmake --install "$build" --prefix "$prefix" >/dev/null
 pc=$(find "$prefix" -name ves.pc)
@@ -17,13 +17,18 @@ listing() { awk -v lang="$1" '$0 == "```" lang {on = 1; next} /^```/ {on = 0} on
 listing c "$source/README.md" >"$work/readme/main.c"
 listing cmake "$source/README.md" >"$work/readme/CMakeLists.txt"
 diff "$work/readme/main.c" "$source/examples/01_first_steps.c"
+listing cpp "$source/README.md" >"$work/first/main.cpp"
+sed 's/main\.c/main.cpp/' "$work/readme/CMakeLists.txt" >"$work/first/CMakeLists.txt"
+diff "$work/first/main.cpp" "$source/examples/01_first_steps.cpp"
 
 build_with_cmake() {
   cmake -S "$1" -B "$1/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >"$1/log" 2>&1 &&
     cmake --build "$1/build" >>"$1/log" 2>&1 || { cat "$1/log"; exit 1; }
 }
 build_with_cmake "$work/readme"
-"$work/readme/build/main"
+"$work/readme/build/main" >"$work/readme/values"
+build_with_cmake "$work/first"
+"$work/first/build/main" | diff - "$work/readme/values"
 
 if [ -f "$prefix/include/fortran/ves.mod" ]; then
   mkdir "$work/fortran"
@@ -86,7 +91,7 @@ g++ -std=c++17 -Wall -Wextra "$work/cpp/main.cpp" $(pkg-config --cflags ves) \
 "$work/pkgconfig/client"
 
 # One header of its own per class: each compiles alone, and ves.h in strict C11.
-for header in $(cd "$prefix/include" && find ves -name '*.h'); do
+for header in $(cd "$prefix/include" && find ves ves*.hpp -name '*.h*'); do
   echo "#include <$header>" | g++ -std=c++17 -fsyntax-only $(pkg-config --cflags ves) -x c++ -
 done
 echo '#include <ves.h>' | gcc -std=c11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $(pkg-config --cflags ves) -x c -

@@ -72,6 +72,9 @@ export PKG_CONFIG_PATH=$LD_LIBRARY_PATH/pkgconfig
 gcc "$source/examples/01_first_steps.c" $(pkg-config --cflags --libs ves) -lscalapack-openmpi -o main
 ldd main | grep "$root/lib.*libves.so.0" >/dev/null || fail "the C program loads another libves"
 ./main
+g++ "$source/examples/01_first_steps.cpp" $(pkg-config --cflags --libs ves) -lscalapack-openmpi \
+  -llapack -lblas -o main_cpp
+./main_cpp
 if [ -f installed/include/fortran/ves.mod ]; then
   mpifort "$source/examples/01_first_steps.f90" $(pkg-config --cflags --libs ves-fortran) \
     -lscalapack-openmpi -llapack -lblas -o main_fortran
