@@ -1,10 +1,11 @@
 // Bands of the crystal -d2/dx2 + 10 sin 2x at many k points, in plane waves exp(i (k + 2m) x). The
 // processes form groups of two, each with a communicator, with its share of the k points and with
 // the plane waves split inside. At k = 0 and 1 the bands are characteristic values of Mathieu's.
-#include "handles.h"
+#include <ves.hpp>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 using Complex = std::complex<double>;
 constexpr int cutoff = 12, waves = 2 * cutoff + 1, bands = 3, points = 21;
@@ -28,41 +29,37 @@ struct Group {
     first = waves * rank / size;
     n = waves * (rank + 1) / size - first;
   }
-};
-
-static void Apply(void* data, void* xv, void* yv, int n, int nCols, int ld) {
-  const Group& group = *static_cast<Group*>(data);
-  const int other = group.size == 2 ? 1 - group.rank : MPI_PROC_NULL;
-  for (int j = 0; j < nCols; ++j) {
-    const Complex* x = static_cast<Complex*>(xv) + static_cast<long>(j) * ld;
-    Complex *y = static_cast<Complex*>(yv) + static_cast<long>(j) * ld, next = 0;
-    MPI_Sendrecv(group.rank == 0 ? &x[n - 1] : &x[0], 1, MPI_C_DOUBLE_COMPLEX, other, 0, &next, 1,
-                 MPI_C_DOUBLE_COMPLEX, other, 0, group.comm, MPI_STATUS_IGNORE);
-    for (int i = 0; i < n; ++i) {
-      const Complex below = i > 0 ? x[i - 1] : group.rank == 1 ? next : 0;
-      const Complex above = i + 1 < n ? x[i + 1] : group.rank == 0 ? next : 0;
-      const double wave = group.k + 2 * (group.first + i - cutoff);
-      y[i] = wave * wave * x[i] + Complex(0, 5) * (above - below);
+  void operator()(ves::View<const Complex> x, ves::View<Complex> y) const {
+    const int other = size == 2 ? 1 - rank : MPI_PROC_NULL;
+    for (int j = 0; j < x.cols(); ++j) {
+      Complex next = 0;
+      MPI_Sendrecv(rank == 0 ? &x(n - 1, j) : &x(0, j), 1, MPI_C_DOUBLE_COMPLEX, other, 0, &next, 1,
+                   MPI_C_DOUBLE_COMPLEX, other, 0, comm, MPI_STATUS_IGNORE);
+      for (int i = 0; i < n; ++i) {
+        const Complex below = i > 0 ? x(i - 1, j) : rank == 1 ? next : 0;
+        const Complex above = i + 1 < n ? x(i + 1, j) : rank == 0 ? next : 0;
+        const double wave = k + 2 * (first + i - cutoff);
+        y(i, j) = wave * wave * x(i, j) + Complex(0, 5) * (above - below);
+      }
     }
   }
-}
+};
 
 int main(int argc, char** argv) {
   MPI_Init(&argc, &argv);
   Group group;
-  const Operator<Complex> H(&group, Apply);
-  Block<Complex> X(group.n, bands, group.comm), D(bands, 1, group.comm);
-  X.Randomize(static_cast<unsigned>(group.rank));
-  const Solver solver(VES_COMPLEX_DOUBLE, VES_LOBPCG);
+  const ves::Operator<Complex> H(std::cref(group));
+  const ves::Block<Complex> X(group.n, bands, group.comm);
+  fillRandom(X);
+  ves::Solver<Complex> solver;
   double energies[points][bands] = {};
-  int converged, missing = 0;
+  int missing = 0;
   for (int p = group.index; p < points; p += group.count) { // each from the bands of its last one
     group.k = static_cast<double>(p) / (points - 1);
-    Check(VesRunSolver(solver.handle, H.handle, nullptr, nullptr, X.handle, D.handle));
-    Check(VesGetSolverConv(solver.handle, &converged));
-    missing += bands - converged;
+    const auto found = solver.solve(H, X);
+    missing += bands - found.converged;
     for (int j = 0; j < bands; ++j) // one process speaks for the group
-      energies[p][j] = group.rank == 0 ? D.Value(j) : 0;
+      energies[p][j] = group.rank == 0 ? found.values[static_cast<std::size_t>(j)] : 0;
   }
   MPI_Allreduce(MPI_IN_PLACE, energies, points * bands, MPI_DOUBLE, MPI_SUM, MPI_COMM_WORLD);
 

@@ -58,12 +58,3 @@ void LShape::Multiply(const double* x, double* y, double node, double nearest,
              diagonal * (below[i - 1] + below[i + 1] + above[i - 1] + above[i + 1]);
   }
 }
-
-void MultiplyElementMatrix(void* matrix, void* x, void* y, int, int k, int ld) {
-  const ElementMatrix& element = *static_cast<ElementMatrix*>(matrix);
-  for (int j = 0; j < k; ++j) {
-    const auto offset = static_cast<std::ptrdiff_t>(j) * ld;
-    element.shape->Multiply(static_cast<double*>(x) + offset, static_cast<double*>(y) + offset,
-                            element.node, element.nearest, element.diagonal);
-  }
-}

@@ -1,7 +1,7 @@
 #ifndef MEMBRANE_L_SHAPE_H
 #define MEMBRANE_L_SHAPE_H
 
-#include <mpi.h>
+#include <ves.hpp>
 
 #include <vector>
 
@@ -34,7 +34,11 @@ private:
 struct ElementMatrix {
   const LShape* shape;
   double node, nearest, diagonal;
+
+  void operator()(ves::View<const double> x, ves::View<double> y) const {
+    for (int j = 0; j < x.cols(); ++j)
+      shape->Multiply(x.column(j), y.column(j), node, nearest, diagonal);
+  }
 };
-void MultiplyElementMatrix(void* matrix, void* x, void* y, int n, int k, int ld);
 
 #endif
