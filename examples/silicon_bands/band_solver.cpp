@@ -2,7 +2,8 @@
 
 #include "error.h"
 #include "hamiltonian.h"
-#include "ves_handles.h"
+
+#include <ves.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -18,27 +19,14 @@ namespace {
 // symmetries of its starting block: without some of everything it would follow the wrong band.
 constexpr double noiseInCarriedBands = 1e-2;
 
-SolverHandle MakeSolver(const SolverOptions& options) {
-  VesSolver solver = nullptr;
-  Check(VesSolverCreate(&solver, VES_COMPLEX_DOUBLE, options.type), "VesSolverCreate");
-  SolverHandle handle(solver);
-  Check(VesSolverSetThreshold(solver, options.threshold), "VesSolverSetThreshold");
-  Check(VesSolverSetMaxIter(solver, options.maxIterations), "VesSolverSetMaxIter");
-  if (options.batch > 0 && options.type == VES_LOBPCG_BATCH)
-    Check(VesSolverSetBatchLimit(solver, options.batch), "VesSolverSetBatchLimit");
-  if (options.batch > 0 && options.type == VES_PPCG)
-    Check(VesSolverSetPPCGBatch(solver, options.batch), "VesSolverSetPPCGBatch");
-  return handle;
-}
-
-void ApplyHamiltonian(void* data, void* x, void* y, int, int nCols, int ld) {
-  static_cast<Hamiltonian*>(data)->Apply(static_cast<Complex*>(x), static_cast<Complex*>(y), nCols,
-                                         ld);
-}
-
-void ApplyPreconditioner(void* data, void* x, void* y, int, int nCols, int ld) {
-  static_cast<Hamiltonian*>(data)->Precondition(static_cast<Complex*>(x), static_cast<Complex*>(y),
-                                                nCols, ld);
+ves::Options ForLibrary(const SolverOptions& options) {
+  ves::Options settings;
+  settings.type = options.type;
+  settings.threshold = options.threshold;
+  settings.maxIter = options.maxIterations;
+  if (options.batch > 0 && options.type == VES_LOBPCG_BATCH) settings.batchLimit = options.batch;
+  if (options.batch > 0 && options.type == VES_PPCG) settings.ppcgBatch = options.batch;
+  return settings;
 }
 
 Coefficients StartingBands(const PlaneWaves& basis, const Crystal& crystal, int bands,
@@ -54,13 +42,6 @@ Coefficients StartingBands(const PlaneWaves& basis, const Crystal& crystal, int 
   return start;
 }
 
-std::vector<double> RealParts(const std::vector<Complex>& values) {
-  std::vector<double> parts;
-  for (const Complex& value : values)
-    parts.push_back(value.real());
-  return parts;
-}
-
 // A starting block that lacks independent columns yields fewer levels; the others are infinite.
 void CheckFinite(const std::vector<double>& energies) {
   const auto found = std::count_if(energies.begin(), energies.end(),
@@ -70,22 +51,12 @@ void CheckFinite(const std::vector<double>& energies) {
               std::to_string(energies.size()) + " bands");
 }
 
-std::vector<double> Norms(Block& block, int nCols, MPI_Comm comm) {
-  Block norms(comm, nCols, 1);
-  Check(VesVectorNorm(block.Get(), norms.Get()), "VesVectorNorm");
-  return RealParts(norms.Values());
-}
-
 // || H x - E x || / || x || of every column, afresh from the bands that the solver returned; not a
 // number for a column of zeros.
-std::vector<double> Residuals(VesMatrix hamiltonian, Block& x, Block& energies, int nRows,
-                              MPI_Comm comm) {
-  const int nCols = static_cast<int>(energies.Values().size());
-  Block residual(comm, nRows, nCols);
-  Check(VesEigResidual(hamiltonian, nullptr, x.Get(), energies.Get(), residual.Get()),
-        "VesEigResidual");
-  std::vector<double> norms = Norms(residual, nCols, comm);
-  const std::vector<double> lengths = Norms(x, nCols, comm);
+std::vector<double> Residuals(const ves::Operator<Complex>& hamiltonian,
+                              const ves::Block<Complex>& x, const std::vector<double>& energies) {
+  std::vector<double> norms = columnNorms(eigResidual(hamiltonian, {}, x, energies));
+  const std::vector<double> lengths = columnNorms(x);
   std::transform(norms.begin(), norms.end(), lengths.begin(), norms.begin(), std::divides<>());
   return norms;
 }
@@ -134,27 +105,23 @@ Bands SolveBands(const Crystal& crystal, const Vec3& k, double cutoff, int bands
   const int computed = std::min(bands + options.spareBands, basis.Size());
   result.computed = computed;
   Hamiltonian hamiltonian(crystal, basis, comm);
-  const MatrixHandle a = MakeOperator(&hamiltonian, ApplyHamiltonian);
-  const MatrixHandle t = MakeOperator(&hamiltonian, ApplyPreconditioner);
-  Block x(comm, basis.LocalSize(), computed);
-  Block energies(comm, computed, 1);
-  const Coefficients start = StartingBands(basis, crystal, computed, previous, comm);
-  std::copy(start.begin(), start.end(), x.Values().begin());
-
-  const SolverHandle solver = MakeSolver(options);
-  Check(VesRunSolver(solver.get(), a.get(), nullptr, t.get(), x.Get(), energies.Get()),
-        "VesRunSolver");
+  const ves::Operator<Complex> a(
+      [&](auto x, auto y) { hamiltonian.Apply(x.data(), y.data(), x.cols(), x.ld()); });
+  const ves::Operator<Complex> t(
+      [&](auto x, auto y) { hamiltonian.Precondition(x.data(), y.data(), x.cols(), x.ld()); });
+  result.coefficients = StartingBands(basis, crystal, computed, previous, comm);
+  const ves::Block<Complex> x(ves::View(result.coefficients.data(), basis.LocalSize(), computed),
+                              comm);
+  const ves::Outcome<Complex> found = ves::Solver<Complex>(ForLibrary(options)).solve(a, {}, t, x);
   levels.columns = hamiltonian.AppliedColumns();
   MPI_Allreduce(MPI_IN_PLACE, &levels.columns, 1, MPI_LONG, MPI_MAX, comm);
-  Check(VesGetSolverIter(solver.get(), &levels.iterations), "VesGetSolverIter");
-  Check(VesGetSolverConv(solver.get(), &levels.converged), "VesGetSolverConv");
-  levels.converged = std::min(levels.converged, bands);
-  levels.energies = RealParts(energies.Values());
-  levels.residuals = Residuals(a.get(), x, energies, basis.LocalSize(), comm);
+  levels.iterations = found.iterations;
+  levels.converged = std::min(found.converged, bands);
+  levels.energies = found.values;
+  levels.residuals = Residuals(a, x, found.values);
   levels.energies.resize(static_cast<std::size_t>(bands));
   levels.residuals.resize(static_cast<std::size_t>(bands));
   CheckFinite(levels.energies);
-  result.coefficients = std::move(x.Values());
   return result;
 }
 

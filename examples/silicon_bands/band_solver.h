@@ -60,7 +60,7 @@ double EnergyTolerance(int bands, double threshold);
 void CheckBandCount(const Crystal& crystal, const Vec3& k, double cutoff, int bands);
 
 /// Computes the lowest bands at wave vector k, starting from previous ones of the same crystal if
-/// there are any. Collective over comm. Throws Error as CheckBandCount and when the
+/// there are any. Collective over comm. Throws Error as CheckBandCount, and ves::Error when the
 /// library refuses a call.
 Bands SolveBands(const Crystal& crystal, const Vec3& k, double cutoff, int bands,
                  const SolverOptions& options, const Bands* previous, MPI_Comm comm);

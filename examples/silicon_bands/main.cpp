@@ -8,7 +8,7 @@
 #include "supercell.h"
 #include "svg.h"
 
-#include <mpi.h>
+#include <ves.hpp>
 
 #include <exception>
 #include <iomanip>
@@ -78,6 +78,9 @@ int Run(int argc, char** argv) {
         options.supercell > 0 ? RunSupercell(options, out) : RunBandStructure(options, out);
     return good ? 0 : 1;
   } catch (const Error& error) {
+    err << "silicon_bands: " << error.what() << '\n';
+    return 1;
+  } catch (const ves::Error& error) {
     err << "silicon_bands: " << error.what() << '\n';
     return 1;
   } catch (const std::exception& error) {
