@@ -312,14 +312,21 @@ std::vector<Real<Scalar>> columnNorms(const Block<Scalar>& X) {
   return reals;
 }
 
-/// The residuals A X - B X diag(values), n x k, by VesEigResidual. B may be none. Collective.
+/// R = A X - B X diag(values), n x k, by VesEigResidual. B may be none. Collective.
+template <typename Scalar>
+void eigResidual(const Operator<Scalar>& A, const Operator<Scalar>& B, const Block<Scalar>& X,
+                 const std::vector<Real<Scalar>>& values, const Block<Scalar>& R) {
+  const Block<Scalar> D = makeColumn<Scalar>(values, X.comm());
+  finish(VesEigResidual(A.handle(), B.handle(), X.handle(), D.handle(), R.handle()),
+         "VesEigResidual", A, B);
+}
+
+/// The same into a block of its own; std::bad_alloc where this process alone cannot have it.
 template <typename Scalar>
 Block<Scalar> eigResidual(const Operator<Scalar>& A, const Operator<Scalar>& B,
                           const Block<Scalar>& X, const std::vector<Real<Scalar>>& values) {
   Block<Scalar> R(X.rows(), X.cols(), X.comm());
-  const Block<Scalar> D = makeColumn<Scalar>(values, X.comm());
-  finish(VesEigResidual(A.handle(), B.handle(), X.handle(), D.handle(), R.handle()),
-         "VesEigResidual", A, B);
+  eigResidual(A, B, X, values, R);
   return R;
 }
 

@@ -1,6 +1,5 @@
 #include "bench.h"
 
-#include "handles.h"
 #include "names.h"
 #include "preconditioners.h"
 #include "report.h"

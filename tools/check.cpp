@@ -2,10 +2,10 @@
 
 #include "detectors.h"
 #include "guess.h"
-#include "handles.h"
 #include "names.h"
 #include "parallel.h"
 #include "result_file.h"
+#include "timed_operator.h"
 
 #include <algorithm>
 #include <cmath>
@@ -55,26 +55,21 @@ void JudgeResiduals(const Claim& claim, const std::vector<double>& residuals,
 template <typename Scalar>
 Verdict Judge(const Claim& claim, const Problem<Scalar>& problem) {
   const auto pairs = static_cast<int>(claim.values.size());
-  Block<Scalar> x(problem.comm, problem.LocalRows(), pairs);
-  Block<Scalar> d(problem.comm, pairs, 1);
-  const int columns = ReadBlock(claim.vectors, problem, pairs, x.Values());
+  const ves::Block<Scalar> x(problem.LocalRows(), pairs, problem.comm);
+  const int columns = ReadBlock(claim.vectors, problem, pairs, x.data());
   if (columns != pairs)
     throw Error(exitInput, claim.vectors + ": " + std::to_string(columns) + " vectors for " +
                                std::to_string(pairs) + " eigenvalues");
-  for (std::size_t j = 0; j < claim.values.size(); ++j)
-    d.Values()[j] = Convert<Scalar>(claim.values[j]);
-  const Operator<Scalar> a(problem.a), b(problem.b);
+  const std::vector<ves::Real<Scalar>> values(claim.values.begin(), claim.values.end());
+  double seconds = 0.0;
+  const auto a = TimedOperator(problem.a, seconds), b = TimedOperator(problem.b, seconds);
   Verdict verdict;
   verdict.orthoBound = orthoBound<Scalar>;
-  double largest = 0.0;
-  Check(VesCheckEigenpairs(a.Get(), b.Get(), x.Get(), d.Get(), &largest, &verdict.orthoError),
-        "VesCheckEigenpairs");
-  Block<Scalar> r(problem.comm, problem.LocalRows(), pairs);
-  Check(VesEigResidual(a.Get(), b.Get(), x.Get(), d.Get(), r.Get()), "VesEigResidual");
-  const std::vector<double> sizes = ColumnNorms(problem.comm, x, pairs);
-  const std::vector<double> residuals = ColumnNorms(problem.comm, r, pairs);
+  verdict.orthoError = checkEigenpairs(a, b, x, values).orthoError;
+  const auto residuals = columnNorms(eigResidual(a, b, x, values)), sizes = columnNorms(x);
   const double epsilon = std::numeric_limits<decltype(std::real(Scalar()))>::epsilon();
-  JudgeResiduals(claim, residuals, sizes, epsilon, verdict);
+  JudgeResiduals(claim, {residuals.begin(), residuals.end()}, {sizes.begin(), sizes.end()}, epsilon,
+                 verdict);
   verdict.wrongOrder = CountWrongOrder(claim, 2.0 * verdict.worstResidual);
   return verdict;
 }

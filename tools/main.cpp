@@ -9,6 +9,7 @@
 #include "run.h"
 
 #include <mpi.h>
+#include <ves.hpp>
 
 #include <exception>
 #include <iostream>
@@ -59,6 +60,9 @@ int Run(int argc, char** argv) {
   } catch (const Error& error) {
     err << "ves: " << error.what() << std::endl;
     return error.Code();
+  } catch (const ves::Error& error) { // the checks of the library refuse on all processes
+    err << "ves: " << error.what() << std::endl;
+    return exitInternal;
   } catch (const std::exception& error) {
     // It may have struck this process alone: the others would wait for it for ever.
     const bool isMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;

@@ -5,7 +5,9 @@
 #include "options.h"
 
 #include <mpi.h>
+#include <ves.h>
 
+#include <complex>
 #include <functional>
 #include <memory>
 #include <string>
@@ -57,6 +59,21 @@ ProblemData LoadProblem(const ProblemOptions& options, MPI_Comm comm);
 /// The operators without a preconditioner. Collective.
 template <typename Scalar>
 Problem<Scalar> MakeProblem(const ProblemOptions& options, const ProblemData& data, MPI_Comm comm);
+
+/// Calls function with a null pointer to the C++ type of a scalar type.
+template <typename Function>
+auto WithScalar(VesScalarType type, Function&& function) {
+  switch (type) {
+  case VES_FLOAT:
+    return function(static_cast<float*>(nullptr));
+  case VES_COMPLEX_DOUBLE:
+    return function(static_cast<std::complex<double>*>(nullptr));
+  case VES_COMPLEX_FLOAT:
+    return function(static_cast<std::complex<float>*>(nullptr));
+  default:
+    return function(static_cast<double*>(nullptr));
+  }
+}
 
 } // namespace VesTools
 

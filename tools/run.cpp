@@ -2,12 +2,12 @@
 
 #include "detectors.h"
 #include "guess.h"
-#include "handles.h"
 #include "matrix_market.h"
 #include "memory_meter.h"
 #include "parallel.h"
 #include "preconditioners.h"
 #include "settings.h"
+#include "timed_operator.h"
 
 #include <unistd.h>
 
@@ -18,12 +18,12 @@ namespace {
 
 // Pairs are allocated together, so that too many of them are refused on all processes.
 template <typename Scalar>
-std::unique_ptr<Block<Scalar>> MakePairs(const Problem<Scalar>& problem, int pairs) {
+std::unique_ptr<ves::Block<Scalar>> MakePairs(const Problem<Scalar>& problem, int pairs) {
   const int rows = problem.LocalRows();
-  std::unique_ptr<Block<Scalar>> block;
+  std::unique_ptr<ves::Block<Scalar>> block;
   std::string complaint;
   try {
-    block = std::make_unique<Block<Scalar>>(problem.comm, rows, pairs);
+    block = std::make_unique<ves::Block<Scalar>>(rows, pairs, problem.comm);
   } catch (const std::bad_alloc&) {
     complaint = "there is not enough memory for " + std::to_string(pairs) + " vectors of " +
                 std::to_string(rows) + " rows";
@@ -40,39 +40,37 @@ void FillGuess(const Problem<Scalar>& problem, const SolverOptions& options, int
   if (!options.start.empty()) ReadBlock(options.start, problem, pairs, values);
 }
 
+// Collective.
 template <typename Scalar>
-void AddCosts(VesSolver solver, const Problem<Scalar>& problem, double taken, RunResult& result) {
-  Check(VesGetSolverReason(solver, &result.reason), "VesGetSolverReason");
-  Check(VesGetSolverIter(solver, &result.iterations), "VesGetSolverIter");
-  Check(VesGetSolverConv(solver, &result.converged), "VesGetSolverConv");
-  Check(VesGetSolverStats(solver, &result.stats), "VesGetSolverStats");
-  std::size_t forecast = 0;
-  Check(VesSolverMemory(solver, problem.LocalRows(), result.settings.pairs, problem.IsGeneralized(),
-                        &forecast),
-        "VesSolverMemory");
+void AddCosts(const ves::Solver<Scalar>& solver, const ves::Outcome<Scalar>& found,
+              const Problem<Scalar>& problem, double taken, RunResult& result) {
+  result.reason = found.reason;
+  result.iterations = found.iterations;
+  result.converged = found.converged;
+  result.stats = found.stats;
+  const std::size_t forecast =
+      solver.memory(problem.LocalRows(), result.settings.pairs, problem.IsGeneralized());
   result.bytesTaken = Largest(taken, problem.comm);
   result.bytesForecast = Largest(static_cast<double>(forecast), problem.comm);
 }
 
 // Collective.
 template <typename Scalar>
-void AddResiduals(const Problem<Scalar>& problem, const Operator<Scalar>& a,
-                  const Operator<Scalar>& b, const Block<Scalar>& x, const Block<Scalar>& d,
-                  RunResult& result) {
-  const int pairs = result.settings.pairs;
-  double largest = 0.0;
-  Check(VesCheckEigenpairs(a.Get(), b.Get(), x.Get(), d.Get(), &largest, &result.orthoError),
-        "VesCheckEigenpairs");
-  const auto r = MakePairs(problem, pairs);
-  Check(VesEigResidual(a.Get(), b.Get(), x.Get(), d.Get(), r->Get()), "VesEigResidual");
-  result.values = d.RealParts(pairs);
-  result.residuals = ColumnNorms(problem.comm, *r, pairs);
+void AddPairs(const Problem<Scalar>& problem, const ves::Operator<Scalar>& a,
+              const ves::Operator<Scalar>& b, const ves::Block<Scalar>& x,
+              const std::vector<ves::Real<Scalar>>& values, RunResult& result) {
+  result.orthoError = checkEigenpairs(a, b, x, values).orthoError;
+  const auto r = MakePairs(problem, result.settings.pairs);
+  eigResidual(a, b, x, values, *r);
+  const auto residuals = columnNorms(*r);
+  result.values.assign(values.begin(), values.end());
+  result.residuals.assign(residuals.begin(), residuals.end());
 }
 
 template <typename Scalar>
 void DescribeProblem(const Problem<Scalar>& problem, RunResult& result) {
   result.title = problem.title;
-  result.scalar = vesType<Scalar>;
+  result.scalar = ves::scalarType<Scalar>();
   result.order = problem.Order();
   result.processes = Size(problem.comm);
   if (problem.matrixA) result.nonZerosA = Sum(problem.matrixA->NonZeros(), problem.comm);
@@ -82,9 +80,9 @@ void DescribeProblem(const Problem<Scalar>& problem, RunResult& result) {
 // \return what went wrong, or nothing. Collective.
 template <typename Scalar>
 std::string WriteVectors(const std::string& path, const Problem<Scalar>& problem,
-                         const Block<Scalar>& x, int pairs) {
+                         const ves::Block<Scalar>& x, int pairs) {
   try {
-    WriteMatrixMarket(path, x.Values(), problem.LocalRows(), pairs, problem.comm);
+    WriteMatrixMarket(path, x.data(), problem.LocalRows(), pairs, problem.comm);
   } catch (const Error& error) {
     return error.what();
   }
@@ -109,25 +107,27 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
   result.detector = options.detector;
   result.settings = Decide(problem, options);
   const int pairs = result.settings.pairs;
-  const Operator<Scalar> a(problem.a), b(problem.b), t(problem.t);
+  double seconds[3] = {};
+  const auto a = TimedOperator(problem.a, seconds[0]), b = TimedOperator(problem.b, seconds[1]),
+             t = TimedOperator(problem.t, seconds[2]);
   const auto x = MakePairs(problem, pairs);
-  const Block<Scalar> d(problem.comm, pairs, 1);
-  FillGuess(problem, options, pairs, x->Values());
-  const SolverHandle solver =
-      MakeSolver(vesType<Scalar>, problem.IsGeneralized(), result.settings, options);
+  FillGuess(problem, options, pairs, x->data());
+  const bool isLive = !output.isQuiet && Rank(problem.comm) == 0 && isatty(STDERR_FILENO) != 0;
+  ves::Outcome<Scalar> found;
   {
-    const bool isLive = !output.isQuiet && Rank(problem.comm) == 0 && isatty(STDERR_FILENO) != 0;
     RunMonitor monitor(isLive, options.timeLimit);
-    Check(VesSolverSetMonitor(solver.get(), RunMonitor::Follow, &monitor), "VesSolverSetMonitor");
+    ves::Options library = LibraryOptions(result.settings, options);
+    library.monitor = [&](const VesProgress& progress) { return monitor.Note(progress); };
+    ves::Solver<Scalar> solver(library);
     const MemoryMeter memory;
-    Check(VesRunSolver(solver.get(), a.Get(), b.Get(), t.Get(), x->Get(), d.Get()), "VesRunSolver");
+    found = solver.solve(a, b, t, *x);
     result.history = monitor.GetHistory();
-    AddCosts(solver.get(), problem, memory.Taken(), result);
+    AddCosts(solver, found, problem, memory.Taken(), result);
   }
-  result.secondsA = a.Seconds();
-  result.secondsB = b.Seconds();
-  result.secondsT = t.Seconds();
-  AddResiduals(problem, a, b, *x, d, result);
+  result.secondsA = seconds[0];
+  result.secondsB = seconds[1];
+  result.secondsT = seconds[2];
+  AddPairs(problem, a, b, *x, found.values, result);
   if (!output.vectors.empty()) result.unwritten = WriteVectors(output.vectors, problem, *x, pairs);
   return result;
 }

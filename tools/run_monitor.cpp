@@ -31,18 +31,14 @@ RunMonitor::~RunMonitor() {
   if (m_isLive && m_lastShown >= 0.0) std::fputs("\r\033[K", stderr);
 }
 
-int RunMonitor::Follow(void* self, const VesProgress* progress) {
-  return static_cast<RunMonitor*>(self)->Note(*progress);
-}
-
-int RunMonitor::Note(const VesProgress& progress) {
+bool RunMonitor::Note(const VesProgress& progress) {
   const double now = MPI_Wtime() - m_start;
   if (m_isLive && now - m_lastShown >= secondsBetweenLines) Show(progress, now);
   m_history.push_back({progress.iteration,
                        progress.converged,
                        progress.columnsA,
                        {progress.residuals, progress.residuals + progress.wanted}});
-  return isInterrupted != 0 || (m_timeLimit > 0.0 && now > m_timeLimit) ? 1 : 0;
+  return isInterrupted != 0 || (m_timeLimit > 0.0 && now > m_timeLimit);
 }
 
 void RunMonitor::Show(const VesProgress& progress, double now) {

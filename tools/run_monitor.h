@@ -27,12 +27,12 @@ public:
   RunMonitor(const RunMonitor&) = delete;
   RunMonitor& operator=(const RunMonitor&) = delete;
 
-  static int Follow(void* self, const VesProgress* progress);
+  /// \return whether the run has to end
+  bool Note(const VesProgress& progress);
 
   const History& GetHistory() const { return m_history; }
 
 private:
-  int Note(const VesProgress& progress);
   void Show(const VesProgress& progress, double now);
 
   bool m_isLive;

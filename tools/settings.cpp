@@ -141,35 +141,29 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options)
   return settings;
 }
 
-SolverHandle MakeSolver(VesScalarType scalar, bool isGeneralized, const RunSettings& settings,
-                        const SolverOptions& options) {
-  VesSolver solver = nullptr;
-  Check(VesSolverCreate(&solver, scalar, settings.solver), "VesSolverCreate");
-  SolverHandle handle(solver);
-  const auto set = [](VesReturnCode code) { Check(code, "a setting of the solver"); };
-  set(VesSolverSetProblemType(solver,
-                              isGeneralized ? VES_PROBLEM_GENERALIZED : VES_PROBLEM_STANDARD));
-  set(VesSolverSetMaxIter(solver, options.maxIterations));
-  set(VesSolverSetMaxOrthoIter(solver, settings.orthoPasses));
-  set(VesSolverSetThreshold(solver, settings.threshold));
-  set(VesSetDenseEigenSolverType(solver, settings.dense));
-  set(VesSetConvergeDetectorType(solver, options.detector));
-  set(VesSetOrthogonalizerType(solver, options.orthogonalizer));
-  set(VesSetOrthoProjectorType(solver, options.projector));
-  set(VesSolverSetRankRevealerType(solver, options.rankRevealer));
-  set(VesSolverSetLockFactor(solver, options.lockFactor));
-  set(VesSolverSetSelfCheck(solver, options.hasSelfCheck));
-  if (options.lockDetector) set(VesSolverSetLockDetectorType(solver, *options.lockDetector));
+ves::Options LibraryOptions(const RunSettings& settings, const SolverOptions& options) {
+  ves::Options library;
+  library.type = settings.solver;
+  library.maxIter = options.maxIterations;
+  library.maxOrthoIter = settings.orthoPasses;
+  library.threshold = settings.threshold;
+  library.denseEigenSolver = settings.dense;
+  library.detector = options.detector;
+  library.lockDetector = options.lockDetector;
+  library.lockFactor = options.lockFactor;
+  library.orthogonalizer = options.orthogonalizer;
+  library.projector = options.projector;
+  library.rankRevealer = options.rankRevealer;
+  library.selfCheck = options.hasSelfCheck;
   if (settings.solver == VES_LOBPCG_BATCH) {
-    set(VesSolverSetBatchLimit(solver, settings.batchLimit));
-    set(VesSolverSetBatchStart(solver, settings.batch));
+    library.batchLimit = settings.batchLimit;
+    library.batchStart = settings.batch;
   }
-  if (settings.solver != VES_PPCG) return handle;
-  if (options.softLocking) set(VesSolverSetPPCGSoftLocking(solver, *options.softLocking));
-  if (options.ppcgBatch) set(VesSolverSetPPCGBatch(solver, *options.ppcgBatch));
-  if (options.rrPeriod) set(VesSolverSetPPCGRRPeriod(solver, *options.rrPeriod));
-  if (options.ppcgLockFactor) set(VesSolverSetPPCGLockFactor(solver, *options.ppcgLockFactor));
-  return handle;
+  library.ppcgBatch = options.ppcgBatch;
+  library.ppcgSoftLocking = options.softLocking;
+  library.ppcgRRPeriod = options.rrPeriod;
+  library.ppcgLockFactor = options.ppcgLockFactor;
+  return library;
 }
 
 template RunSettings Decide(const Problem<double>&, const SolverOptions&);

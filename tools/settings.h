@@ -1,8 +1,9 @@
 #ifndef VES_TOOLS_SETTINGS_H
 #define VES_TOOLS_SETTINGS_H
 
-#include "handles.h"
 #include "run.h"
+
+#include <ves.hpp>
 
 namespace VesTools {
 
@@ -10,9 +11,8 @@ namespace VesTools {
 template <typename Scalar>
 RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options);
 
-/// A solver of the library, set accordingly.
-SolverHandle MakeSolver(VesScalarType scalar, bool isGeneralized, const RunSettings& settings,
-                        const SolverOptions& options);
+/// The options of the library accordingly.
+ves::Options LibraryOptions(const RunSettings& settings, const SolverOptions& options);
 
 } // namespace VesTools
 
