@@ -2,6 +2,8 @@
 
 #include "sparse_operator.h"
 
+#include <ves.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -11,23 +13,6 @@
 
 namespace VesBench {
 namespace {
-
-void Check(VesReturnCode code) {
-  if (code != VES_GOOD) throw std::runtime_error(VesErrorString(code));
-}
-
-struct MatrixDeleter {
-  void operator()(VesMatrix matrix) const { VesMatrixDestroy(matrix); }
-};
-struct VectorDeleter {
-  void operator()(VesVector vector) const { VesVectorDestroy(vector); }
-};
-struct SolverDeleter {
-  void operator()(VesSolver solver) const { VesSolverDestroy(solver); }
-};
-using MatrixHandle = std::unique_ptr<VesMatrixBase, MatrixDeleter>;
-using VectorHandle = std::unique_ptr<VesVectorBase, VectorDeleter>;
-using SolverHandle = std::unique_ptr<VesSolverBase, SolverDeleter>;
 
 /// The rows of D^H A D with unit phases D that follow no pattern of the grid.
 std::function<Row(int)> Phased(const std::function<Row(int)>& rowOf) {
@@ -48,7 +33,7 @@ double Hashed(std::uint32_t i, std::uint32_t j, std::uint32_t stream) {
   return static_cast<double>(h ^ (h >> 16)) / 2147483648.0 - 1.0;
 }
 
-/// The rows of a problem's matrices in a scalar type, as operators of the library.
+/// The rows of a problem's matrices in a scalar type.
 struct Matrices {
   std::function<Row(int)> a, b, t; ///< b and t may be empty
 
@@ -67,44 +52,11 @@ struct Matrices {
 };
 
 template <typename Scalar>
-class ShellMatrix {
-public:
-  ShellMatrix(const Rows& rows, const std::function<Row(int)>& rowOf, VesScalarType type) {
-    if (!rowOf) return;
-    m_operator = std::make_unique<SparseOperator<Scalar>>(rows, rowOf);
-    VesMatrix matrix = nullptr;
-    Check(VesMatrixCreate(&matrix, type, VES_MATRIX_SHELL));
-    m_handle.reset(matrix);
-    Check(VesMatrixSetShellMatVec(matrix, m_operator.get(), &SparseOperator<Scalar>::Shell));
-  }
-  VesMatrix Get() const { return m_handle.get(); }
-
-private:
-  std::unique_ptr<SparseOperator<Scalar>> m_operator;
-  MatrixHandle m_handle;
-};
-
-template <typename Scalar>
-VectorHandle MakeVector(VesScalarType type, MPI_Comm comm, int nRows, int nCols,
-                        std::vector<Scalar>& values) {
-  VesVector vector = nullptr;
-  Check(VesVectorCreate(&vector, type, VES_VECTOR_DENSE));
-  VectorHandle handle(vector);
-  Check(VesVectorSetComm(vector, 0, comm));
-  Check(VesVectorSetDim(vector, nRows, nCols));
-  Check(VesVectorDenseSetValues(vector, values.data(), nRows));
-  return handle;
-}
-
-SolverHandle MakeSolver(const Task& task, bool isGeneralized, double threshold) {
-  VesSolver solver = nullptr;
-  Check(VesSolverCreate(&solver, task.scalar, task.solver));
-  SolverHandle handle(solver);
-  Check(VesSolverSetProblemType(solver,
-                                isGeneralized ? VES_PROBLEM_GENERALIZED : VES_PROBLEM_STANDARD));
-  Check(VesSolverSetThreshold(solver, threshold));
-  Check(VesSolverSetMaxIter(solver, task.maxIter));
-  return handle;
+ves::Operator<Scalar> MakeOperator(const Rows& rows, const std::function<Row(int)>& rowOf) {
+  if (!rowOf) return {};
+  return ves::Operator<Scalar>([op = SparseOperator<Scalar>(rows, rowOf)](auto x, auto y) {
+    op.Apply(x.data(), y.data(), x.cols(), x.ld());
+  });
 }
 
 /// Vectors of a run, n x k on the local rows, and its values, in double precision.
@@ -117,31 +69,28 @@ template <typename Scalar>
 Pairs Solve(const Problem& problem, const Task& task, const Matrices& matrices, const Rows& rows,
             Outcome& outcome) {
   const auto k = static_cast<std::size_t>(problem.pairs), n = static_cast<std::size_t>(rows.local);
-  std::vector<Scalar> x(n * k), d(k);
-  for (std::size_t j = 0; j < k; ++j)
-    for (std::size_t i = 0; i < n; ++i) {
-      const auto row = static_cast<std::uint32_t>(i) + static_cast<std::uint32_t>(rows.first);
+  const ves::Block<Scalar> X(rows.local, problem.pairs, rows.comm);
+  for (int j = 0; j < X.cols(); ++j)
+    for (int i = 0; i < X.rows(); ++i) {
+      const auto row = static_cast<std::uint32_t>(rows.first + i);
       const auto column = static_cast<std::uint32_t>(j);
-      x[i + j * n] = Convert<Scalar>(
+      X(i, j) = Convert<Scalar>(
           {Hashed(row, column, task.seed), Hashed(row, column, task.seed + 1000003U)});
     }
-  const ShellMatrix<Scalar> a(rows, matrices.a, task.scalar), b(rows, matrices.b, task.scalar),
-      t(rows, matrices.t, task.scalar);
-  const VectorHandle vecX = MakeVector(task.scalar, rows.comm, rows.local, problem.pairs, x);
-  const VectorHandle vecD = MakeVector(task.scalar, rows.comm, problem.pairs, 1, d);
-  const SolverHandle solver = MakeSolver(task, problem.IsGeneralized(), outcome.threshold);
-  outcome.code = VesRunSolver(solver.get(), a.Get(), b.Get(), t.Get(), vecX.get(), vecD.get());
-  VesSolverStats stats;
-  Check(VesGetSolverStats(solver.get(), &stats));
-  outcome.columnsA = stats.columnsA;
-  Check(VesGetSolverIter(solver.get(), &outcome.iterations));
-  Check(VesGetSolverConv(solver.get(), &outcome.converged));
-  Check(VesGetSolverReason(solver.get(), &outcome.reason));
+  ves::Options options;
+  options.type = task.solver;
+  options.threshold = outcome.threshold;
+  options.maxIter = task.maxIter;
   Pairs pairs;
-  for (const Scalar& value : x)
-    pairs.X.emplace_back(value);
-  for (const Scalar& value : d)
-    pairs.D.push_back(static_cast<double>(std::real(value)));
+  const auto a = MakeOperator<Scalar>(rows, matrices.a), b = MakeOperator<Scalar>(rows, matrices.b),
+             t = MakeOperator<Scalar>(rows, matrices.t);
+  const auto found = ves::Solver<Scalar>(options).solve(a, b, t, X);
+  outcome.columnsA = found.stats.columnsA;
+  outcome.iterations = found.iterations;
+  outcome.converged = found.converged;
+  outcome.reason = found.reason;
+  pairs.X.assign(X.data(), X.data() + n * k);
+  pairs.D.assign(found.values.begin(), found.values.end());
   return pairs;
 }
 

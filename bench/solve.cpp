@@ -7,12 +7,11 @@
 #include "large_problem.h"
 #include "step_profile.h"
 
-#include <ves.h>
+#include <ves.hpp>
 
 #include <algorithm>
 #include <cmath>
 #include <complex>
-#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <fstream>
@@ -67,77 +66,34 @@ Options Read(int argc, char** argv) {
   return options;
 }
 
-void Good(VesReturnCode code, const char* what) {
-  if (code != VES_GOOD) throw std::runtime_error(std::string(what) + ": " + VesErrorString(code));
-}
-
-/// What the library is given for an operator.
-struct Call {
-  LargeProblem* problem;
-  void (LargeProblem::*apply)(const void*, void*, int, int);
-  double seconds = 0.0;
-};
-
-void Shell(void* data, void* x, void* y, int, int nCols, int ld) {
-  Call& call = *static_cast<Call*>(data);
-  const double start = MPI_Wtime();
-  (call.problem->*call.apply)(x, y, nCols, ld);
-  call.seconds += MPI_Wtime() - start;
-}
-
-/// A number in (-1, 1) from the numbers of row, column and part, whatever the distribution.
-double Hashed(std::uint64_t row, std::uint64_t column, std::uint64_t part) {
-  std::uint64_t v = (row * 1000003 + column) * 2 + part + 0x9e3779b97f4a7c15;
-  for (int i = 0; i < 2; ++i) {
-    v = (v ^ (v >> 30)) * 0xbf58476d1ce4e5b9;
-    v = (v ^ (v >> 27)) * 0x94d049bb133111eb;
-  }
-  return static_cast<double>(v >> 11) / 4503599627370496.0 - 1.0;
-}
+using Apply = void (LargeProblem::*)(const void*, void*, int, int);
 
 template <typename Scalar>
-std::vector<Scalar> Guess(const LargeProblem& problem, int k) {
-  const int rows = problem.LocalRows();
-  std::vector<Scalar> X;
-  X.reserve(static_cast<std::size_t>(rows) * static_cast<std::size_t>(k));
-  for (int j = 0; j < k; ++j)
-    for (int i = 0; i < rows; ++i) {
-      const auto row = static_cast<std::uint64_t>(problem.FirstRow() + i);
-      const auto column = static_cast<std::uint64_t>(j);
-      double parts[2] = {Hashed(row, column, 0), Hashed(row, column, 1)};
-      Scalar value{};
-      std::copy_n(parts, sizeof(Scalar) / sizeof(double), reinterpret_cast<double*>(&value));
-      X.push_back(value * problem.Weight(i));
-    }
-  return X;
+ves::Operator<Scalar> TimedOperator(LargeProblem& problem, Apply apply, double& seconds) {
+  return ves::Operator<Scalar>([&problem, apply, &seconds](auto x, auto y) {
+    const double start = MPI_Wtime();
+    (problem.*apply)(x.data(), y.data(), x.cols(), x.ld());
+    seconds += MPI_Wtime() - start;
+  });
 }
 
-VesSolver MakeSolver(const Options& options, VesScalarType scalar, bool generalized) {
+ves::Options LibraryOptions(const Options& options) {
   const std::map<std::string, VesSolverType> types{
       {"lobpcg", VES_LOBPCG}, {"lobpcg-batch", VES_LOBPCG_BATCH}, {"ppcg", VES_PPCG}};
   const auto type = types.find(options.solver);
   if (type == types.end()) throw std::runtime_error("unknown solver " + options.solver);
-  VesSolver solver = nullptr;
-  Good(VesSolverCreate(&solver, scalar, type->second), "solver");
-  VesSolverSetProblemType(solver, generalized ? VES_PROBLEM_GENERALIZED : VES_PROBLEM_STANDARD);
-  Good(VesSolverSetMaxIter(solver, int(options.Number("maxiter", 3000))), "maxiter");
-  Good(VesSolverSetThreshold(solver, options.Number("threshold", 1e-6)), "threshold");
-  Good(VesSolverSetMaxOrthoIter(solver, int(options.Number("passes", 1))), "passes");
-  Good(
-      VesSetOrthogonalizerType(solver, options.Number("svd", 0) > 0 ? VES_SVD_QR : VES_CHOLESKY_QR),
-      "orthogonalizer");
-  Good(VesSetConvergeDetectorType(
-           solver, static_cast<VesConvergeDetectorType>(int(options.Number("detector", 0)))),
-       "detector");
-  if (options.numbers.count("lock") > 0)
-    Good(VesSolverSetLockFactor(solver, options.Number("lock", 0)), "lock");
-  if (options.numbers.count("block") > 0) {
-    const int block = int(options.Number("block", 0));
-    Good(type->second == VES_PPCG ? VesSolverSetPPCGBatch(solver, block)
-                                  : VesSolverSetBatchLimit(solver, block),
-         "block");
-  }
-  return solver;
+  ves::Options library;
+  library.type = type->second;
+  library.maxIter = int(options.Number("maxiter", 3000));
+  library.threshold = options.Number("threshold", 1e-6);
+  library.maxOrthoIter = int(options.Number("passes", 1));
+  library.orthogonalizer = options.Number("svd", 0) > 0 ? VES_SVD_QR : VES_CHOLESKY_QR;
+  library.detector = static_cast<VesConvergeDetectorType>(int(options.Number("detector", 0)));
+  if (options.numbers.count("lock") > 0) library.lockFactor = options.Number("lock", 0);
+  if (options.numbers.count("block") > 0)
+    (type->second == VES_PPCG ? library.ppcgBatch : library.batchLimit) =
+        int(options.Number("block", 0));
+  return library;
 }
 
 /// A figure of this process: VmRSS is what it holds, VmHWM the most it has held.
@@ -155,24 +111,6 @@ double ResetPeak() {
   malloc_trim(0);
   std::ofstream("/proc/self/clear_refs") << 5;
   return StatusMegabytes("VmRSS");
-}
-
-template <typename Scalar>
-VesMatrix MakeMatrix(VesScalarType scalar, Call& call) {
-  VesMatrix matrix = nullptr;
-  Good(VesMatrixCreate(&matrix, scalar, VES_MATRIX_SHELL), "matrix");
-  Good(VesMatrixSetShellMatVec(matrix, &call, Shell), "routine");
-  return matrix;
-}
-
-template <typename Scalar>
-VesVector MakeVector(VesScalarType scalar, MPI_Comm comm, int rows, int cols, Scalar* values) {
-  VesVector vector = nullptr;
-  Good(VesVectorCreate(&vector, scalar, VES_VECTOR_DENSE), "vector");
-  Good(VesVectorSetComm(vector, 0, comm), "communicator");
-  Good(VesVectorSetDim(vector, rows, cols), "dimensions");
-  Good(VesVectorDenseSetValues(vector, values, std::max(rows, 1)), "values");
-  return vector;
 }
 
 /// One line of JSON.
@@ -193,50 +131,42 @@ private:
   std::string line;
 };
 
-/// The handles of a run, with storage for its blocks.
+/// What a run needs, with the guess; seconds are those of A, B and T.
 template <typename Scalar>
-struct Handles {
-  Handles(const Options& options, LargeProblem& problem, VesScalarType scalar, MPI_Comm comm)
-      : a{&problem, &LargeProblem::ApplyA}, b{&problem, &LargeProblem::ApplyB},
-        t{&problem, &LargeProblem::ApplyT}, X(Guess<Scalar>(problem, options.k)),
-        D(static_cast<std::size_t>(options.k)) {
-    A = MakeMatrix<Scalar>(scalar, a);
-    if (problem.IsGeneralized()) B = MakeMatrix<Scalar>(scalar, b);
-    if (options.Number("precond", 1) > 0) T = MakeMatrix<Scalar>(scalar, t);
-    x = MakeVector(scalar, comm, problem.LocalRows(), options.k, X.data());
-    d = MakeVector(scalar, comm, options.k, 1, D.data());
-    solver = MakeSolver(options, scalar, B != nullptr);
+struct Setup {
+  Setup(const Options& options, LargeProblem& problem, MPI_Comm comm)
+      : A(TimedOperator<Scalar>(problem, &LargeProblem::ApplyA, seconds[0])),
+        X(problem.LocalRows(), options.k, comm), solver(LibraryOptions(options)) {
+    if (problem.IsGeneralized())
+      B = TimedOperator<Scalar>(problem, &LargeProblem::ApplyB, seconds[1]);
+    if (options.Number("precond", 1) > 0)
+      T = TimedOperator<Scalar>(problem, &LargeProblem::ApplyT, seconds[2]);
+    fillRandom(X);
+    for (int j = 0; j < X.cols(); ++j)
+      for (int i = 0; i < X.rows(); ++i)
+        X(i, j) *= problem.Weight(i);
   }
-  Handles(const Handles&) = delete;
-  Handles& operator=(const Handles&) = delete;
-  ~Handles() {
-    VesSolverDestroy(solver);
-    for (VesVector vector : {x, d})
-      VesVectorDestroy(vector);
-    for (VesMatrix matrix : {A, B, T})
-      VesMatrixDestroy(matrix);
-  }
+  Setup(const Setup&) = delete;
+  Setup& operator=(const Setup&) = delete;
 
-  Call a, b, t;
-  std::vector<Scalar> X, D;
-  VesMatrix A = nullptr, B = nullptr, T = nullptr;
-  VesVector x = nullptr, d = nullptr;
-  VesSolver solver = nullptr;
+  ves::Outcome<Scalar> Run() { return solver.solve(A, B, T, X); }
+
+  double seconds[3] = {};
+  ves::Operator<Scalar> A, B, T;
+  ves::Block<Scalar> X;
+  ves::Solver<Scalar> solver;
 };
 
 /// Where the time of the run went: call-backs, small dense problems, products on tall blocks in the
 /// run and by themselves, and the steps that take a thousandth of it or more.
-template <typename Scalar>
-void AddTimes(const Handles<Scalar>& run, int k, Record& record) {
-  VesSolverStats stats{};
-  VesGetSolverStats(run.solver, &stats);
+void AddTimes(const VesSolverStats& stats, const double* seconds, int k, Record& record) {
   const std::vector<VesBench::StepTime> times = VesBench::StepTimes();
   const VesBench::BlasCost blas = VesBench::TallProducts(3 * k);
   const double alone = stats.secondsOperators + stats.secondsDense + blas.alone;
   record.Add("seconds", stats.secondsTotal);
-  record.Add("secondsA", run.a.seconds);
-  record.Add("secondsB", run.b.seconds);
-  record.Add("secondsT", run.t.seconds);
+  record.Add("secondsA", seconds[0]);
+  record.Add("secondsB", seconds[1]);
+  record.Add("secondsT", seconds[2]);
   record.Add("secondsDense", stats.secondsDense);
   record.Add("secondsProducts", blas.seconds);
   record.Add("secondsProductsAlone", blas.alone);
@@ -253,39 +183,35 @@ void AddTimes(const Handles<Scalar>& run, int k, Record& record) {
 
 /// What came out, recomputed. Collective.
 template <typename Scalar>
-void AddResult(const Handles<Scalar>& run, const LargeProblem& problem, int nConv, Record& record) {
-  VesSolverReason reason = VES_REASON_NONE;
-  int iterations = 0;
-  double residual = 0.0, ortho = 0.0, error = 0.0;
-  VesGetSolverReason(run.solver, &reason);
-  VesGetSolverIter(run.solver, &iterations);
-  Good(VesCheckEigenpairs(run.A, run.B, run.x, run.d, &residual, &ortho), "check");
-  const std::vector<double> exact = problem.Exact(static_cast<int>(run.D.size()));
+void AddResult(const Setup<Scalar>& run, const ves::Outcome<Scalar>& found,
+               const LargeProblem& problem, Record& record) {
+  double error = 0.0;
+  const ves::PairErrors errors = checkEigenpairs(run.A, run.B, run.X, found.values);
+  const std::vector<double> exact = problem.Exact(run.X.cols());
   for (std::size_t j = 0; j < exact.size(); ++j)
-    error = std::max(error, std::abs(std::real(run.D[j]) - exact[j]));
-  record.Add("iterations", iterations);
-  record.Add("converged", nConv);
-  record.Add("reason", VesReasonString(reason));
-  record.Add("residual", residual);
-  record.Add("ortho", ortho);
+    error = std::max(error, std::abs(found.values[j] - exact[j]));
+  record.Add("iterations", found.iterations);
+  record.Add("converged", found.converged);
+  record.Add("reason", VesReasonString(found.reason));
+  record.Add("residual", errors.residual);
+  record.Add("ortho", errors.orthoError);
   record.Add("error", error);
 }
 
 /// A few iterations, so that BLAS and the operators have their scratch before memory and time of the
 /// run are measured. Collective.
 template <typename Scalar>
-void WarmUp(Options options, LargeProblem& problem, VesScalarType scalar, MPI_Comm comm) {
+void WarmUp(Options options, LargeProblem& problem, MPI_Comm comm) {
   options.numbers["maxiter"] = 2;
-  Handles<Scalar> run(options, problem, scalar, comm);
-  Good(VesRunSolver(run.solver, run.A, run.B, run.T, run.x, run.d), "run");
+  Setup<Scalar>(options, problem, comm).Run();
 }
 
 /// \return 0 when all pairs converged
 template <typename Scalar>
-int Run(const Options& options, LargeProblem& problem, VesScalarType scalar, MPI_Comm comm) {
-  WarmUp<Scalar>(options, problem, scalar, comm);
-  Handles<Scalar> run(options, problem, scalar, comm);
-  int rank = 0, nProcesses = 1, nConv = 0;
+int Run(const Options& options, LargeProblem& problem, MPI_Comm comm) {
+  WarmUp<Scalar>(options, problem, comm);
+  Setup<Scalar> run(options, problem, comm);
+  int rank = 0, nProcesses = 1;
   MPI_Comm_rank(comm, &rank);
   MPI_Comm_size(comm, &nProcesses);
   Record record;
@@ -300,16 +226,15 @@ int Run(const Options& options, LargeProblem& problem, VesScalarType scalar, MPI
   const double before = ResetPeak();
   VesBench::ResetBlasMeter();
   MPI_Barrier(comm);
-  Good(VesRunSolver(run.solver, run.A, run.B, run.T, run.x, run.d), "run");
+  const ves::Outcome<Scalar> found = run.Run();
   record.Add("megabytesPeak", StatusMegabytes("VmHWM") - before);
-  std::size_t forecast = 0;
-  VesSolverMemory(run.solver, problem.LocalRows(), options.k, run.B != nullptr, &forecast);
+  const std::size_t forecast =
+      run.solver.memory(problem.LocalRows(), options.k, problem.IsGeneralized());
   record.Add("megabytesForecast", static_cast<double>(forecast) / 1048576);
-  AddTimes(run, options.k, record);
-  VesGetSolverConv(run.solver, &nConv);
-  AddResult(run, problem, nConv, record);
+  AddTimes(found.stats, run.seconds, options.k, record);
+  AddResult(run, found, problem, record);
   if (rank == 0) std::printf("%s\n", record.Line().c_str());
-  return nConv == options.k ? 0 : 1;
+  return found.converged == options.k ? 0 : 1;
 }
 
 } // namespace
@@ -320,9 +245,8 @@ int main(int argc, char** argv) {
   try {
     const Options options = Read(argc, argv);
     const auto problem = VesBench::MakeLargeProblem(options.problem, options.size, MPI_COMM_WORLD);
-    status = problem->IsComplex()
-                 ? Run<std::complex<double>>(options, *problem, VES_COMPLEX_DOUBLE, MPI_COMM_WORLD)
-                 : Run<double>(options, *problem, VES_DOUBLE, MPI_COMM_WORLD);
+    status = problem->IsComplex() ? Run<std::complex<double>>(options, *problem, MPI_COMM_WORLD)
+                                  : Run<double>(options, *problem, MPI_COMM_WORLD);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "solve: %s\n", error.what());
     MPI_Abort(MPI_COMM_WORLD, status);

@@ -72,11 +72,6 @@ public:
     }
   }
 
-  static void Shell(void* self, void* x, void* y, int /*nRows*/, int nCols, int ld) {
-    static_cast<const SparseOperator*>(self)->Apply(static_cast<const Scalar*>(x),
-                                                    static_cast<Scalar*>(y), nCols, ld);
-  }
-
 private:
   const Rows& m_rows;
   std::vector<std::size_t> m_ends, m_columns; ///< ends of the local rows, columns of the entries
