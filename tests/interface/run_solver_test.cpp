@@ -24,12 +24,6 @@ struct SmallRun {
   }
 };
 
-MatrixHandle FloatMatrix() {
-  VesMatrix matrix = nullptr;
-  VesMatrixCreate(&matrix, VES_FLOAT, VES_MATRIX_SHELL);
-  return MatrixHandle(matrix);
-}
-
 TEST(RunSolver, RefusesOnAllProcessesAlike) {
   const bool first = RankIn(MPI_COMM_WORLD) == 0; // local faults: only process 0 has them
   MPI_Comm twin = MPI_COMM_NULL;
@@ -43,9 +37,12 @@ TEST(RunSolver, RefusesOnAllProcessesAlike) {
       {"no A", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.A.reset(); }},
       {"no X", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.X.reset(); }},
       {"no D", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.D.reset(); }},
-      {"A of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.A = FloatMatrix(); }},
-      {"B of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.B = FloatMatrix(); }},
-      {"T of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.T = FloatMatrix(); }},
+      {"A of another type", VES_ERR_MISMATCH,
+       [](SmallRun& r) { r.A = ves::makeMatrix<float>(nullptr, nullptr); }},
+      {"B of another type", VES_ERR_MISMATCH,
+       [](SmallRun& r) { r.B = ves::makeMatrix<float>(nullptr, nullptr); }},
+      {"T of another type", VES_ERR_MISMATCH,
+       [](SmallRun& r) { r.T = ves::makeMatrix<float>(nullptr, nullptr); }},
       {"D of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.D->scalarType = VES_FLOAT; }},
       {"four columns, five values", VES_ERR_MISMATCH,
        [](SmallRun& r) {

@@ -111,24 +111,16 @@ TEST(Communicators, FreedAndReplacedBetweenRuns) {
 }
 
 /// An operator that waits for every process of the job with equal columns in each of its calls.
-struct Joint {
-  SparseOperator<double>& op;
-
-  static void Shell(void* self, void* x, void* y, int nRows, int nCols, int ld) {
-    int columns[] = {nCols, -nCols};
+ves::Operator<double> Joint(const SparseOperator<double>& op) {
+  ves::Operator<double> joint([&op](auto x, auto y) {
+    int columns[] = {x.cols(), -x.cols()};
     MPI_Allreduce(MPI_IN_PLACE, columns, 2, MPI_INT, MPI_MAX, MPI_COMM_WORLD);
     EXPECT_EQ(columns[0], -columns[1]);
-    if (nRows > 0)
-      SparseOperator<double>::Shell(&static_cast<Joint*>(self)->op, x, y, nRows, nCols, ld);
-  }
-  MatrixHandle Handle() {
-    VesMatrix matrix = nullptr;
-    EXPECT_EQ(VesMatrixCreate(&matrix, VES_DOUBLE, VES_MATRIX_SHELL), VES_GOOD);
-    EXPECT_EQ(VesMatrixSetShellMatVec(matrix, this, Shell), VES_GOOD);
-    EXPECT_EQ(VesMatrixSetCalledEverywhere(matrix, true), VES_GOOD);
-    return MatrixHandle(matrix);
-  }
-};
+    if (x.rows() > 0) op.Apply(x.data(), y.data(), x.cols(), x.ld());
+  });
+  joint.setCalledEverywhere(true);
+  return joint;
+}
 
 TEST(Communicators, OperatorsThatNeedEveryProcess) {
   const Box box{{7, 8}};
@@ -138,8 +130,7 @@ TEST(Communicators, OperatorsThatNeedEveryProcess) {
   SparseOperator<double> T(rows, [](int i) {
     return SparseOperator<double>::Row{{i, 1.0 + i % 2}};
   });
-  Joint jointA{A}, jointB{B}, jointT{T};
-  const MatrixHandle a = jointA.Handle(), b = jointB.Handle(), t = jointT.Handle();
+  const auto a = Joint(A), b = Joint(B), t = Joint(T);
   for (const auto type : allSolvers) {
     Settings s;
     s.solver = type;
@@ -150,13 +141,13 @@ TEST(Communicators, OperatorsThatNeedEveryProcess) {
       return MakeVector(rows.comm, rows.local, of.k, rows.local > 0 ? of.X.data() : nullptr, of.ld);
     };
     const VectorHandle X = block(p), R = block(r), D = MakeVector(rows.comm, 6, 1, p.D.data(), 6);
-    p.code = VesRunSolver(solver.get(), a.get(), b.get(), t.get(), X.get(), D.get());
+    p.code = VesRunSolver(solver.get(), a.handle(), b.handle(), t.handle(), X.get(), D.get());
     EXPECT_EQ(VesGetSolverConv(solver.get(), &p.nConv), VES_GOOD);
     ExpectAllConverged(p, A, &B, box.Eigenvalues(true), s.threshold);
     double residual = -1, orthoError = -1;
-    EXPECT_EQ(VesCheckEigenpairs(a.get(), b.get(), X.get(), D.get(), &residual, &orthoError),
+    EXPECT_EQ(VesCheckEigenpairs(a.handle(), b.handle(), X.get(), D.get(), &residual, &orthoError),
               VES_GOOD);
-    EXPECT_EQ(VesEigResidual(a.get(), b.get(), X.get(), D.get(), R.get()), VES_GOOD);
+    EXPECT_EQ(VesEigResidual(a.handle(), b.handle(), X.get(), D.get(), R.get()), VES_GOOD);
   }
 }
 

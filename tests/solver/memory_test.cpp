@@ -72,24 +72,13 @@ struct Case {
 };
 
 template <typename Scalar>
-struct Diagonal {
-  double factor;
-  static void Shell(void* self, void* x, void* y, int nRows, int nCols, int ld) {
-    const double factor = static_cast<Diagonal*>(self)->factor;
-    for (int j = 0; j < nCols; ++j)
-      for (int i = 0; i < nRows; ++i) {
-        const std::ptrdiff_t at = i + static_cast<std::ptrdiff_t>(j) * ld;
-        static_cast<Scalar*>(y)[at] =
-            Number<Scalar>(1.0 + factor * i) * static_cast<const Scalar*>(x)[at];
-      }
-  }
-  MatrixHandle Handle() {
-    VesMatrix matrix = nullptr;
-    EXPECT_EQ(VesMatrixCreate(&matrix, ScalarCode<Scalar>(), VES_MATRIX_SHELL), VES_GOOD);
-    EXPECT_EQ(VesMatrixSetShellMatVec(matrix, this, Shell), VES_GOOD);
-    return MatrixHandle(matrix);
-  }
-};
+ves::Operator<Scalar> Diagonal(double factor) {
+  return ves::Operator<Scalar>([=](auto x, auto y) {
+    for (int j = 0; j < x.cols(); ++j)
+      for (int i = 0; i < x.rows(); ++i)
+        y(i, j) = Number<Scalar>(1.0 + factor * i) * x(i, j);
+  });
+}
 
 struct Use {
   long long peak = 0, forecast = 0, tallBlocks = 0;
@@ -98,8 +87,7 @@ struct Use {
 /// What a run takes beside its blocks, and how many allocations hold at least a column of them.
 template <typename Scalar>
 Use UseOf(const Case& c, const Settings& settings, bool generalized) {
-  Diagonal<Scalar> a{1e-3}, b{1e-5};
-  const MatrixHandle A = a.Handle(), B = b.Handle();
+  const auto A = Diagonal<Scalar>(1e-3), B = Diagonal<Scalar>(1e-5);
   std::vector<Scalar> x(static_cast<std::size_t>(c.n) * static_cast<std::size_t>(c.k)),
       d(static_cast<std::size_t>(c.k));
   for (std::size_t i = 0; i < x.size(); ++i)
@@ -115,7 +103,7 @@ Use UseOf(const Case& c, const Settings& settings, bool generalized) {
   peak = before;
   largeFrom = static_cast<std::size_t>(c.n) * sizeof(Scalar);
   const VesReturnCode code =
-      VesRunSolver(solver.get(), A.get(), B.get(), nullptr, X.get(), D.get());
+      VesRunSolver(solver.get(), A.handle(), B.handle(), nullptr, X.get(), D.get());
   largeFrom = ~std::size_t{0};
   const Use use{peak - before, static_cast<long long>(forecast), largeCount - countBefore};
   EXPECT_EQ(code, VES_GOOD);

@@ -5,46 +5,21 @@
 
 #include "problem.h"
 
-#include <ves.h>
-
-#include <memory>
-#include <string>
-#include <type_traits>
+#include <ves.hpp>
 
 namespace VesTest {
 
-struct MatrixDeleter {
-  void operator()(VesMatrix m) const { VesMatrixDestroy(m); }
-};
-struct VectorDeleter {
-  void operator()(VesVector v) const { VesVectorDestroy(v); }
-};
-struct SolverDeleter {
-  void operator()(VesSolver s) const { VesSolverDestroy(s); }
-};
-using MatrixHandle = std::unique_ptr<std::remove_pointer_t<VesMatrix>, MatrixDeleter>;
-using VectorHandle = std::unique_ptr<std::remove_pointer_t<VesVector>, VectorDeleter>;
-using SolverHandle = std::unique_ptr<std::remove_pointer_t<VesSolver>, SolverDeleter>;
+using ves::MatrixHandle, ves::SolverHandle, ves::VectorHandle;
 
 template <typename Scalar>
 MatrixHandle MakeMatrix(SparseOperator<Scalar>* op) {
   if (op == nullptr) return nullptr;
-  VesMatrix matrix = nullptr;
-  EXPECT_EQ(VesMatrixCreate(&matrix, ScalarCode<Scalar>(), VES_MATRIX_SHELL), VES_GOOD);
-  EXPECT_EQ(VesMatrixSetShellMatVec(matrix, op, &SparseOperator<Scalar>::Shell), VES_GOOD);
-  return MatrixHandle(matrix);
+  return ves::makeMatrix<Scalar>(&SparseOperator<Scalar>::Shell, op);
 }
 
 template <typename Scalar>
 VectorHandle MakeVector(MPI_Comm comm, int nRows, int nCols, Scalar* values, int ld) {
-  VesVector vector = nullptr;
-  EXPECT_EQ(VesVectorCreate(&vector, ScalarCode<Scalar>(), VES_VECTOR_DENSE), VES_GOOD);
-  EXPECT_EQ(VesVectorSetComm(vector, 0, comm), VES_GOOD);
-  EXPECT_EQ(VesVectorSetDim(vector, nRows, nCols), VES_GOOD);
-  if (values != nullptr) {
-    EXPECT_EQ(VesVectorDenseSetValues(vector, values, ld), VES_GOOD);
-  }
-  return VectorHandle(vector);
+  return ves::makeVector(comm, nRows, nCols, values, ld);
 }
 
 inline constexpr VesSolverType allSolvers[] = {VES_LOBPCG, VES_LOBPCG_BATCH, VES_PPCG};
@@ -62,8 +37,8 @@ struct Settings {
 
 template <typename Scalar>
 SolverHandle MakeSolver(const Settings& s, bool generalized) {
-  VesSolver solver = nullptr;
-  EXPECT_EQ(VesSolverCreate(&solver, ScalarCode<Scalar>(), s.solver), VES_GOOD);
+  SolverHandle handle = ves::makeSolver<Scalar>(s.solver);
+  VesSolver solver = handle.get();
   VesSolverSetProblemType(solver, generalized ? VES_PROBLEM_GENERALIZED : VES_PROBLEM_STANDARD);
   VesSolverSetMaxIter(solver, s.maxIter);
   VesSolverSetMaxOrthoIter(solver, s.maxOrthoIter);
@@ -71,7 +46,7 @@ SolverHandle MakeSolver(const Settings& s, bool generalized) {
   VesSetConvergeDetectorType(solver, s.detector);
   VesSetOrthogonalizerType(solver, s.orthogonalizer);
   VesSetDenseEigenSolverType(solver, s.evd);
-  return SolverHandle(solver);
+  return handle;
 }
 
 /// Blocks of one run: n x k vectors (leading dimension beyond the rows, where nothing may be
