@@ -96,7 +96,7 @@ private:
       const View<const Scalar> in(static_cast<const Scalar*>(x), nRows, nCols, ld);
       const View<Scalar> out(static_cast<Scalar*>(y), nRows, nCols, ld);
       if (routine.guard([&] { routine.callable(in, out); })) return;
-      for (int j = 0; j < nCols; ++j)
+      for (int j = 0; nRows > 0 && j < nCols; ++j)
         std::fill_n(out.column(j), nRows, std::numeric_limits<Real<Scalar>>::quiet_NaN());
     }
 
