@@ -1,6 +1,7 @@
 #include "lapack_chol.h"
 
 #include "../data/finite_entries.h"
+#include "../data/replicate.h"
 #include "../parallel/run_meter.h"
 
 namespace Ves {
@@ -28,10 +29,8 @@ VesReturnCode LapackChol<Scalar>::RunLapackChol(VectorDense<Scalar>& vecM, int& 
   int rank = 0;
   MPI_Comm_rank(vecM.comm, &rank);
   if (rank == 0) info = FactorizeHere(vecM, uplo);
-  vecM.BroadCast(vecM.comm);
-  vecM.BroadCast(vecM.auxComm);
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.comm);
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.auxComm);
+  Replicate(vecM);
+  Replicate(info, vecM);
   return VES_GOOD;
 }
 

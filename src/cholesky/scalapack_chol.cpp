@@ -1,6 +1,7 @@
 #include "scalapack_chol.h"
 
 #include "../data/finite_entries.h"
+#include "../data/replicate.h"
 #include "../parallel/run_meter.h"
 
 #include <algorithm>
@@ -28,8 +29,7 @@ VesReturnCode ScaLapackChol<Scalar>::RunScaLapackChol(VectorDense<Scalar>& vecM,
   // Process 0 decides for all whether the matrix may go to the grid: the one-process path deals
   // with a matrix that is finite only in its leading part.
   int isFinite = LeadingFiniteOrder(vecM, uplo, vecM.nCols) == vecM.nCols;
-  MPI_Bcast(&isFinite, 1, MPI_INT, 0, vecM.comm);
-  MPI_Bcast(&isFinite, 1, MPI_INT, 0, vecM.auxComm);
+  Replicate(isFinite, vecM);
   if (!isFinite) return this->RunLapackChol(vecM, info, uplo);
 
   int desc[9];
@@ -39,8 +39,7 @@ VesReturnCode ScaLapackChol<Scalar>::RunScaLapackChol(VectorDense<Scalar>& vecM,
   const int one = MathConstants<int>::ONE;
   if (blacs->inGrid)
     MathKernel<Scalar>::Ppotrf(&uplo, &vecM.nCols, local.data(), &one, &one, desc, &info);
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.comm);
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.auxComm);
+  Replicate(info, vecM);
   VES_ASSERT_GOOD(vecM.Set2Zero());
   blacs->DistributeLocalData(vecM.values, vecM.ld, local.data());
   vecM.AllReduce(MPI_SUM, vecM.comm);

@@ -1,6 +1,7 @@
 #include "lapack_diag.h"
 
 #include "../data/finite_entries.h"
+#include "../data/replicate.h"
 #include "../parallel/run_meter.h"
 #include "workspace_size.h"
 
@@ -48,12 +49,9 @@ VesReturnCode LapackDiag<Scalar>::RunLapackEvd(VectorDense<Scalar>& vecM, Vector
       VES_ASSERT_GOOD(this->RunLapackRealEvd(vecM.nRows, vecM.values, vecM.ld, vecD.values, info));
     }
   }
-  vecM.BroadCast(vecM.comm);
-  vecD.BroadCast(vecD.comm);
-  vecM.BroadCast(vecM.auxComm);
-  vecD.BroadCast(vecD.auxComm);
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.comm);
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.auxComm);
+  Replicate(vecM);
+  Replicate(vecD);
+  Replicate(info, vecM);
   return VES_GOOD;
 }
 

@@ -1,6 +1,7 @@
 #include "scalapack_diag.h"
 
 #include "../data/finite_entries.h"
+#include "../data/replicate.h"
 #include "../parallel/run_meter.h"
 #include "workspace_size.h"
 
@@ -34,8 +35,7 @@ VesReturnCode ScaLapackDiag<Scalar>::RunScaLapackEvd(VectorDense<Scalar>& vecM,
   const RunMeter::DenseTime timed;
   // The distributed eigensolver never returns from a NaN; process 0 decides for all.
   info = LeadingFiniteOrder(vecM, this->uplo, vecM.nCols) < vecM.nCols ? 1 : 0;
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.comm);
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.auxComm);
+  Replicate(info, vecM);
   if (info != 0) return VES_GOOD;
 
   int desc[9];
@@ -51,14 +51,12 @@ VesReturnCode ScaLapackDiag<Scalar>::RunScaLapackEvd(VectorDense<Scalar>& vecM,
       VES_ASSERT_GOOD(this->RunScaLapackRealEvd(vecM.nCols, localM.data(), desc, localZ.data(),
                                                 desc, vecD.values, info));
   }
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.comm);
-  MPI_Bcast(&info, 1, MPI_INT, 0, vecM.auxComm);
+  Replicate(info, vecM);
   VES_ASSERT_GOOD(vecM.Set2Zero());
   blacs->DistributeLocalData(vecM.values, vecM.ld, localZ.data());
   vecM.AllReduce(MPI_SUM, vecM.comm);
-  vecD.BroadCast(vecD.comm);
   vecM.BroadCast(vecM.auxComm);
-  vecD.BroadCast(vecD.auxComm);
+  Replicate(vecD);
   return VES_GOOD;
 }
 

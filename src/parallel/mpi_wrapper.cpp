@@ -8,6 +8,10 @@
 namespace Ves {
 
 template <>
+MPI_Datatype MpiType<int>() {
+  return MPI_INT;
+}
+template <>
 MPI_Datatype MpiType<double>() {
   return MPI_DOUBLE;
 }

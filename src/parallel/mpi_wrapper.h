@@ -8,9 +8,11 @@
 
 namespace Ves {
 
-/// MPI datatype of a scalar type.
+/// MPI datatype of a scalar type, or of int.
 template <typename Scalar>
 MPI_Datatype MpiType();
+template <>
+VES_EXPORT MPI_Datatype MpiType<int>();
 template <>
 VES_EXPORT MPI_Datatype MpiType<double>();
 template <>

@@ -115,34 +115,6 @@ void BlockSolver<Scalar>::InstallRunComponents(VesConvergeDetectorType lock,
   VES_ASSERT_GOOD(this->SetRankRevealer(chosenRankRevealer.value_or(rank)));
 }
 
-/// Values of process 0 for all: over the rows, then over the second communicator, where replicas of
-/// the run may deal their rows out differently and so differ in rounding.
-template <typename Scalar>
-void BlockSolver<Scalar>::BroadcastToAll(void* values, std::size_t count, MPI_Datatype type) const {
-  for (MPI_Comm comm : {rowComm, secondComm})
-    MPI_Bcast(values, static_cast<int>(count), type, 0, comm);
-}
-
-template <typename Scalar>
-void BlockSolver<Scalar>::Replicate(int& value) const {
-  BroadcastToAll(&value, 1, MPI_INT);
-}
-
-template <typename Scalar>
-void BlockSolver<Scalar>::Replicate(double& value) const {
-  BroadcastToAll(&value, 1, MPI_DOUBLE);
-}
-
-template <typename Scalar>
-void BlockSolver<Scalar>::Replicate(std::vector<int>& values) const {
-  BroadcastToAll(values.data(), values.size(), MPI_INT);
-}
-
-template <typename Scalar>
-void BlockSolver<Scalar>::Replicate(std::vector<double>& values) const {
-  BroadcastToAll(values.data(), values.size(), MPI_DOUBLE);
-}
-
 /// No process holds a NaN or an infinity in the vectors and their images under B. Collective.
 template <typename Scalar>
 bool BlockSolver<Scalar>::AllFinite(const Pairs& pairs) const {

@@ -2,6 +2,7 @@
 #define VES_SOLVER_BLOCK_SOLVER_H
 
 #include "../data/imaged.h"
+#include "../data/replicate.h"
 #include "../interface/solver_base.h"
 #include "self_check.h"
 #include "workspace_plan.h"
@@ -127,16 +128,20 @@ protected:
   int CopyAscending(const Block& vectors, const Block& values, int nConverged, Block& toVectors,
                     Block& toValues) const;
 
-  void Replicate(int& value) const;
-  void Replicate(double& value) const;
-  void Replicate(std::vector<double>& values) const;
-  void Replicate(std::vector<int>& values) const;
+  /// Values of process 0 for all, over both communicators. Collective.
+  template <typename Value>
+  void Replicate(Value& value) const {
+    Ves::Replicate(&value, 1, rowComm, secondComm);
+  }
+  template <typename Value>
+  void Replicate(std::vector<Value>& values) const {
+    Ves::Replicate(values.data(), static_cast<int>(values.size()), rowComm, secondComm);
+  }
   bool AllFinite(const Pairs& pairs) const; ///< images under A are not looked at
 
 private:
   friend class SelfCheck<Scalar>;
 
-  void BroadcastToAll(void* values, std::size_t count, MPI_Datatype type) const;
   VesReturnCode SolveNothing() const; ///< a run for no pairs, which has nothing to wait for
   int Orthonormalize(const Pairs& pairs, const VesMatrixBase& matB, bool global) const;
   void FillRandom(const Pairs& pairs, const VesMatrixBase& matB, int attempt) const;

@@ -15,33 +15,20 @@ public:
   using Base::check;
   using Base::Columns;
   using Base::info;
-  using Base::isGeneralized;
   using Base::iter;
-  using Base::ldQ;
   using Base::maxIter;
   using Base::nBands;
   using Base::nConv;
   using Base::nDeflated;
-  using Base::needResidualNorms;
   using Base::nLeadingConv;
-  using Base::nPW;
   using Base::nR;
   using Base::nV;
   using Base::nX;
   using Base::nXseek;
-  using Base::threshold;
-  using Base::workAX;
-  using Base::workAZ;
-  using Base::workBX;
-  using Base::workBZ;
   using Base::workD;
-  using Base::workM;
-  using Base::workR;
   using Base::workW;
-  using Base::workX;
   using Base::workZ;
   using typename Base::Block;
-  using typename Base::Pairs;
 
   LOBPCG() = default;
 

@@ -22,7 +22,6 @@ public:
   using Base::check;
   using Base::Columns;
   using Base::info;
-  using Base::isGeneralized;
   using Base::iter;
   using Base::maxIter;
   using Base::nBands;
@@ -31,15 +30,10 @@ public:
   using Base::nLeadingConv;
   using Base::nLocked;
   using Base::nP;
-  using Base::nPW;
   using Base::nR;
   using Base::nX;
   using Base::nXnxt;
   using Base::nXseek;
-  using Base::threshold;
-  using Base::workAX;
-  using Base::workD;
-  using Base::workR;
   using Base::workW;
   using Base::workZ;
   using typename Base::Block;

@@ -26,7 +26,6 @@ public:
   using Base::isGeneralized;
   using Base::iter;
   using Base::ldQ;
-  using Base::maxIter;
   using Base::mu;
   using Base::nBands;
   using Base::nConv;

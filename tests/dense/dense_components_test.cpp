@@ -80,7 +80,7 @@ struct Problem {
     std::vector<Scalar> first(block.values, block.values + block.ld * block.nCols);
     const std::size_t bytes = first.size() * sizeof(Scalar);
     MPI_Bcast(first.data(), static_cast<int>(bytes), MPI_BYTE, 0, block.comm);
-    EXPECT_EQ(std::memcmp(first.data(), block.values, bytes), 0);
+    EXPECT_TRUE(bytes == 0 || std::memcmp(first.data(), block.values, bytes) == 0);
   }
 };
 
