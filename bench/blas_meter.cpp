@@ -89,7 +89,8 @@ namespace VesBench {
 
 namespace {
 
-// What an operand is taken from: several times the caches, so that it comes from memory as in a run.
+// What an operand is taken from: several times the caches, so that it comes from memory as in a
+// run.
 constexpr std::size_t arenaBytes = std::size_t(256) << 20;
 
 /// Memory that the operands of repeated calls are taken from in turn.

@@ -1,6 +1,6 @@
 // Runs problems with known values through every solver and prints a table for each, as Markdown.
-// The exit code is 0 only when every run converged and has the reference's values, as exactly as its
-// residuals say.
+// The exit code is 0 only when every run converged and has the reference's values, as exactly as
+// its residuals say.
 #include "runner.h"
 
 #include <cstdio>

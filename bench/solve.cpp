@@ -1,6 +1,6 @@
 // One timed run of a solver on a large problem; prints a line of JSON.
 //   solve PROBLEM SIZE K [name=value ...]
-// PROBLEM and SIZE: laplacian (points an axis), elements (points an axis), plane-waves (cut-off, Ry).
+// PROBLEM and SIZE: laplacian or elements (points an axis), plane-waves (cut-off in Ry).
 // Names: solver (lobpcg, lobpcg-batch, ppcg), block (batch limit or sub-block), lock (factor),
 // passes, svd, detector, threshold, maxiter, precond (0 or 1).
 #include "blas_meter.h"
@@ -198,8 +198,8 @@ void AddResult(const Setup<Scalar>& run, const ves::Outcome<Scalar>& found,
   record.Add("error", error);
 }
 
-/// A few iterations, so that BLAS and the operators have their scratch before memory and time of the
-/// run are measured. Collective.
+/// A few iterations, so that BLAS and the operators have their scratch before memory and time of
+/// the run are measured. Collective.
 template <typename Scalar>
 void WarmUp(Options options, LargeProblem& problem, MPI_Comm comm) {
   options.numbers["maxiter"] = 2;

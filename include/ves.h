@@ -93,8 +93,8 @@ typedef enum VesDenseEigenSolverType VES_ENUM_BASE {
   VES_SCALAPACK_DIAG = 1 ///< ScaLAPACK from order 300 on, LAPACK below (default)
 } VesDenseEigenSolverType;
 
-/// Test for convergence and locking of a pair with residual r = A x - lambda B x. The relative test is
-/// meant for ||B|| near 1: vectors have unit B-norm, so a threshold that is not well below
+/// Test for convergence and locking of a pair with residual r = A x - lambda B x. The relative test
+/// is meant for ||B|| near 1: vectors have unit B-norm, so a threshold that is not well below
 /// sqrt(||B||) passes vectors that are no solution. With B far from unit size scale the problem, or
 /// take VES_RESIDUALS with the threshold tol ||A|| / sqrt(||B||).
 typedef enum VesConvergeDetectorType VES_ENUM_BASE {
@@ -287,10 +287,11 @@ VES_EXPORT VesReturnCode VesSetOrthoProjectorType(VesSolver solver,
 /// \return -7 solver is null; -6 not a VES_LOBPCG_BATCH solver; -1 limit not positive; 0
 VES_EXPORT VesReturnCode VesSolverSetBatchLimit(VesSolver solver, int limit) VES_NOEXCEPT;
 
-/// Vectors that VES_LOBPCG_BATCH iterates at once to begin with, from the next run on; 0 (default), and
-/// any beyond the limit: as many as that allows. With the self-check and a test of residuals a batch
-/// doubles, up to the limit, where for 20 to 40 iterations no pair converges and residuals hardly
-/// fall, as where it holds only a part of a group of close values. Memory is that of the limit.
+/// Vectors that VES_LOBPCG_BATCH iterates at once to begin with, from the next run on; 0 (default),
+/// and any beyond the limit: as many as that allows. With the self-check and a test of residuals a
+/// batch doubles, up to the limit, where for 20 to 40 iterations no pair converges and residuals
+/// hardly fall, as where it holds only a part of a group of close values. Memory is that of the
+/// limit.
 /// \return -7 solver is null; -6 not a VES_LOBPCG_BATCH solver; -1 width negative; 0
 VES_EXPORT VesReturnCode VesSolverSetBatchStart(VesSolver solver, int width) VES_NOEXCEPT;
 
@@ -308,7 +309,8 @@ VES_EXPORT VesReturnCode VesSolverSetPPCGBatch(VesSolver solver, int nBatch) VES
 /// \return -7 solver is null; -6 not a PPCG solver; -1 rrPeriod negative; 0
 VES_EXPORT VesReturnCode VesSolverSetPPCGRRPeriod(VesSolver solver, int rrPeriod) VES_NOEXCEPT;
 
-/// Factor of the threshold at which PPCG locks a pair for good (default 0.01).
+/// Factor of the threshold at which PPCG locks a pair for good (default 0.01): the one that
+/// VesSolverSetLockFactor sets for every solver; the later call holds.
 /// \return -7 solver is null; -6 not a PPCG solver; -1 mu not from 0 to 1; 0
 VES_EXPORT VesReturnCode VesSolverSetPPCGLockFactor(VesSolver solver, double mu) VES_NOEXCEPT;
 
@@ -414,7 +416,8 @@ VES_EXPORT VesReturnCode VesSolverSetMonitor(VesSolver solver, VesMonitor monito
                                              void* data) VES_NOEXCEPT;
 
 /// Factor of the threshold at which a pair is locked for good (default 0.01). A larger one saves
-/// work, and leaves locked pairs as far from exact as it says.
+/// work, and leaves locked pairs as far from exact as it says. VesSolverSetPPCGLockFactor sets the
+/// same factor; the later call holds.
 /// \return -7 solver is null; -1 factor not from 0 to 1; 0
 VES_EXPORT VesReturnCode VesSolverSetLockFactor(VesSolver solver, double factor) VES_NOEXCEPT;
 
@@ -432,10 +435,10 @@ VES_EXPORT VesReturnCode VesSolverSetRankRevealerType(VesSolver solver,
 /// Turns the self-check on (default) or off: it tests every rotation, restarts from the last sound
 /// vectors where rounding broke the basis down, and confirms what a run is about to report. A run
 /// that converges without any of this is the same with and without it, bit for bit; but where the
-/// threshold is within 1e4 of rounding errors, A and B are applied to the result once more before it
-/// is believed, batches that hardly proceed are topped up, those that end at the limit of iterations
-/// claim only what was locked, and PPCG makes its last step over the whole space where that is no
-/// wider than three sub-blocks, with A and B applied to as many more columns.
+/// threshold is within 1e4 of rounding errors, A and B are applied to the result once more before
+/// it is believed, batches that hardly proceed are topped up, those that end at the limit of
+/// iterations claim only what was locked, and PPCG makes its last step over the whole space where
+/// that is no wider than three sub-blocks, with A and B applied to as many more columns.
 /// \return -7 solver is null; 0
 VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_NOEXCEPT;
 
@@ -444,8 +447,8 @@ VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_
 /// 32 bits is refused: with k pairs and b = min(k, batch limit or sub-block) the widest block has
 /// 3 k columns, of VES_LOBPCG_BATCH k + 2 b, and must hold less than 2^31 entries on each process;
 /// the largest dense problem is of order 3 k, of the other two max(k, 3 b), and at most 32765; PPCG
-/// also keeps ceil(k / b) tiles of order 3 b, less than 2^31 entries in all. PPCG takes more than the
-/// forecast, as with b = k, once its sub-blocks have turned out to depend on each other.
+/// also keeps ceil(k / b) tiles of order 3 b, less than 2^31 entries in all. PPCG takes more than
+/// the forecast, as with b = k, once its sub-blocks have turned out to depend on each other.
 /// \return -7 solver or bytes is null; -1 a dimension is negative; -1 a run would be refused; 0
 VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols, bool generalized,
                                          size_t* bytes) VES_NOEXCEPT;

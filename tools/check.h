@@ -8,8 +8,8 @@
 
 namespace VesTools {
 
-/// Recomputes what a result file claims from the problem and the vectors: residuals of the converged
-/// pairs, B-orthonormality of all, the order of the values. Throws Error. Collective.
+/// Recomputes what a result file claims from the problem and the vectors: residuals of the
+/// converged pairs, B-orthonormality of all, the order of the values. Throws Error. Collective.
 /// \return whether all is as it should be
 bool CheckResult(const std::string& path, std::ostream& out, MPI_Comm comm);
 

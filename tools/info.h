@@ -7,8 +7,8 @@
 
 namespace VesTools {
 
-/// Prints versions, the BLAS, LAPACK and MPI that are loaded, processes, threads and cores, and what
-/// may make runs slow. Collective.
+/// Prints versions, the BLAS, LAPACK and MPI that are loaded, processes, threads and cores, and
+/// what may make runs slow. Collective.
 void PrintInfo(std::ostream& out, MPI_Comm comm);
 
 } // namespace VesTools

@@ -10,8 +10,8 @@
 namespace VesTools {
 
 /// Reads a Matrix Market file, coordinate or array, of any field and any symmetry but
-/// skew-symmetric; entries of a triangle are mirrored. Each process reads a share of the file, which
-/// all must be able to open. Throws Error with file name and line number. Collective.
+/// skew-symmetric; entries of a triangle are mirrored. Each process reads a share of the file,
+/// which all must be able to open. Throws Error with file name and line number. Collective.
 EntryList ReadMatrixMarket(const std::string& path, MPI_Comm comm);
 
 /// As ReadMatrixMarket, for a square matrix.

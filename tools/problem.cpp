@@ -15,7 +15,8 @@ bool IsComplexType(VesScalarType type) {
   return type == VES_COMPLEX_DOUBLE || type == VES_COMPLEX_FLOAT;
 }
 
-// The Cholesky factorizations of the library need B positive definite, and so its diagonal positive.
+// The Cholesky factorizations of the library need B positive definite, and so its diagonal
+// positive.
 void RequirePositiveDiagonal(const EntryList& b, const RowOffsets& offsets, MPI_Comm comm) {
   const auto rank = static_cast<std::size_t>(Rank(comm));
   const int first = offsets[rank];

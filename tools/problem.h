@@ -19,8 +19,8 @@ namespace VesTools {
 template <typename Scalar>
 using BlockOperator = std::function<void(const Scalar* x, Scalar* y, int nCols, int ld)>;
 
-/// A x = lambda x or A x = lambda B x with rows distributed over comm. A is a sparse matrix or, where
-/// matrixA is null, an operator with a preconditioner of its own.
+/// A x = lambda x or A x = lambda B x with rows distributed over comm. A is a sparse matrix or,
+/// where matrixA is null, an operator with a preconditioner of its own.
 template <typename Scalar>
 struct Problem {
   std::string title;

@@ -11,7 +11,8 @@
 
 namespace VesTools {
 
-/// Writes a result as JSON; files are named relative to its folder. On one process; \return success.
+/// Writes a result as JSON; files are named relative to its folder. On one process; \return
+/// success.
 bool WriteResult(const std::string& path, const RunResult& result, const Options& options);
 
 /// What a result file claims, and where the problem and the vectors are.

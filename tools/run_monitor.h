@@ -16,8 +16,8 @@ struct HistoryEntry {
 };
 using History = std::vector<HistoryEntry>;
 
-/// Follows a run: keeps its history, shows a live line, ends it after the time limit or on the first
-/// interrupt.
+/// Follows a run: keeps its history, shows a live line, ends it after the time limit or on the
+/// first interrupt.
 class RunMonitor {
 public:
   /// \param isLive     show a line on the standard error

@@ -79,7 +79,8 @@ Spectrum RequireFinite(const Problem<Scalar>& problem, const BlockOperator<Scala
   return spectrum;
 }
 
-// Finds what is plainly indefinite: for such a B lowest pairs mean nothing, and a run may seem good.
+// Finds what is plainly indefinite: for such a B lowest pairs mean nothing, and a run may seem
+// good.
 template <typename Scalar>
 double RequirePositiveNorm(const Problem<Scalar>& problem) {
   const Spectrum b = RequireFinite(problem, problem.b, "B");

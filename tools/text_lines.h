@@ -22,8 +22,8 @@ bool ParseNumber(std::string_view word, Number& value) {
   return error == std::errc() && stop == end;
 }
 
-/// Why a file cannot be read as text, some of it more than once, with its name; or nothing. A pipe is
-/// refused unopened, since that could wait for its writer for ever.
+/// Why a file cannot be read as text, some of it more than once, with its name; or nothing. A pipe
+/// is refused unopened, since that could wait for its writer for ever.
 std::string ComplaintOfFile(const std::string& path);
 
 /// Where the rest of a text begins.

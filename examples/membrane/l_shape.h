@@ -5,8 +5,8 @@
 
 #include <vector>
 
-/// The square (-1, 1) x (-1, 1) without its lower right quarter, cut into small squares. The unknowns
-/// are the inner nodes, line by line from below; each process holds some of the lines.
+/// The square (-1, 1) x (-1, 1) without its lower right quarter, cut into small squares. The
+/// unknowns are the inner nodes, line by line from below; each process holds some of the lines.
 class LShape {
 public:
   LShape(int squaresPerUnit, MPI_Comm comm);

@@ -1,5 +1,5 @@
-// Vibrations of an L-shaped membrane: K x = lambda M x in bilinear finite elements, with pictures of
-// the lowest modes in membrane_modes.svg.
+// Vibrations of an L-shaped membrane: K x = lambda M x in bilinear finite elements, with pictures
+// of the lowest modes in membrane_modes.svg.
 #include "l_shape.h"
 #include "pictures.h"
 

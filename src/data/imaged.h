@@ -73,8 +73,8 @@ public:
 
   /// \name Rotation in place
   /// target := X C, images alike, where the target may be columns of X: bands of rows go through
-  /// scratch, shaped for a band (RowsOfBand) or a tall block, at least as wide as C, and stay in the
-  /// cache on their way.
+  /// scratch, shaped for a band (RowsOfBand) or a tall block, at least as wide as C, and stay in
+  /// the cache on their way.
   /// @{
   static constexpr int bandRows = 1024;
   static int RowsOfBand(int nRows) { return std::min(nRows, bandRows); }

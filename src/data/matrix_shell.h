@@ -21,8 +21,8 @@ public:
   void* GetShellData() const { return shellData; }
   VesShellMatVec GetShellMatVec() const { return shellMatVec; }
 
-  /// y = Op x. Without a routine, and on an empty block, succeeds and leaves y as it is; one that is
-  /// called everywhere calls its routine on a block that lacks only rows.
+  /// y = Op x. Without a routine, and on an empty block, succeeds and leaves y as it is; one that
+  /// is called everywhere calls its routine on a block that lacks only rows.
   /// \return -1 scalar types, communicators or dimensions of x and y differ; -4 x or y is not a
   ///         dense block of the operator's scalar type; then as ApplyDense
   VesReturnCode Apply(const VesVectorBase& x, VesVectorBase& y) const override;

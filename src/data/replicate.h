@@ -7,8 +7,8 @@
 namespace Ves {
 
 /// Values of process 0 for all: over the rows, then over the second communicator, whose processes
-/// hold replicas that may deal their rows out differently and so differ in rounding. Collective over
-/// both.
+/// hold replicas that may deal their rows out differently and so differ in rounding. Collective
+/// over both.
 template <typename Value>
 void Replicate(Value* values, int count, MPI_Comm rowComm, MPI_Comm secondComm) {
   for (const MPI_Comm comm : {rowComm, secondComm})

@@ -23,9 +23,9 @@ template <typename Real>
           std::fma(a.imag(), b.real(), std::fma(a.real(), b.imag(), c.imag()))};
 }
 
-/// r := x + (sign y) d for one column, a fused multiply-add an entry. Compiled once for any processor
-/// and once for those that have the instruction, where the call of a library routine would take
-/// longer than the pass over memory; the results are the same.
+/// r := x + (sign y) d for one column, a fused multiply-add an entry. Compiled once for any
+/// processor and once for those that have the instruction, where the call of a library routine
+/// would take longer than the pass over memory; the results are the same.
 template <typename Scalar>
 [[gnu::always_inline]] inline void AddScaled(int n, const Scalar* x, const Scalar* y, Scalar d,
                                              RealType<Scalar> sign, Scalar* r) {

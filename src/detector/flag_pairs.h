@@ -10,8 +10,8 @@
 namespace Ves {
 
 /// The smallest bound that a norm can be held against: around the root of the smallest number the
-/// squares of its entries are lost, and a norm of zero says nothing. Values of that size are held to it,
-/// too: the directions that should move them come from such residuals.
+/// squares of its entries are lost, and a norm of zero says nothing. Values of that size are held
+/// to it, too: the directions that should move them come from such residuals.
 template <typename Scalar>
 double SmallestBound() {
   return 1e3 * std::sqrt(static_cast<double>(std::numeric_limits<RealType<Scalar>>::min()));

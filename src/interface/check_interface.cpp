@@ -82,8 +82,7 @@ VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVecto
                                  double* maxResidual, double* maxOrthoError) noexcept {
   if (A == nullptr || X == nullptr || D == nullptr) return VES_ERR_INVALID_VALUE;
   if (maxResidual == nullptr || maxOrthoError == nullptr) return VES_ERR_NULL_POINTER;
-  const VesMatrixEmpty empty;
-  const VesMatrixBase& matB = B != nullptr ? *B : static_cast<const VesMatrixBase&>(empty);
+  const VesMatrixBase& matB = OrAbsent(B);
   return DispatchScalar(X->scalarType, VES_ERR_MISMATCH, [&](auto tag) {
     using Scalar = typename decltype(tag)::type;
     VesReturnCode verdict = VES_ERR_MISMATCH;

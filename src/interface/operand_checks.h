@@ -22,6 +22,12 @@ inline int PartOf(const VesMatrixBase& op) {
   return op.IsPresent() ? 1 + (op.isCalledEverywhere ? 1 : 0) : 0;
 }
 
+/// The operator of a handle, or the placeholder of an absent one.
+inline const VesMatrixBase& OrAbsent(VesMatrix matrix) {
+  static const VesMatrixEmpty absent;
+  return matrix != nullptr ? *matrix : static_cast<const VesMatrixBase&>(absent);
+}
+
 /// Blocks of vectors and values have storage where they have entries on this process.
 template <typename Scalar>
 bool HaveStorage(const VectorDense<Scalar>& X, const VectorDense<Scalar>& D) {

@@ -270,9 +270,7 @@ VesReturnCode VesRunSolver(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix
                            VesVector D) noexcept {
   if (solver == nullptr || A == nullptr || X == nullptr || D == nullptr)
     return VES_ERR_INVALID_VALUE;
-  const VesMatrixEmpty empty;
-  const VesMatrixBase& matB = B != nullptr ? *B : static_cast<const VesMatrixBase&>(empty);
-  const VesMatrixBase& matT = T != nullptr ? *T : static_cast<const VesMatrixBase&>(empty);
+  const VesMatrixBase &matB = OrAbsent(B), &matT = OrAbsent(T);
   VesReturnCode verdict = CheckTypesAndShapes(*solver, *A, matB, matT, *X, *D);
   if (verdict == VES_GOOD)
     verdict = DispatchScalar(solver->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {

@@ -137,8 +137,7 @@ VesReturnCode VesVectorNorm(VesVector x, VesVector norms) noexcept {
 VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                              VesVector R) noexcept {
   if (A == nullptr || X == nullptr || D == nullptr || R == nullptr) return VES_ERR_INVALID_VALUE;
-  const VesMatrixEmpty empty;
-  const VesMatrixBase& matB = B != nullptr ? *B : static_cast<const VesMatrixBase&>(empty);
+  const VesMatrixBase& matB = OrAbsent(B);
   const VesReturnCode verdict = CheckResidual(*A, matB, *X, *D, *R);
   if (verdict != VES_GOOD) return verdict;
   try {

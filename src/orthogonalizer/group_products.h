@@ -15,8 +15,8 @@ struct Groups {
   const std::vector<int>& widths;
 };
 
-/// The products X_j^H Y_j of groups of columns, packed side by side so that one reduction serves all:
-/// as many rows as the widest X_j. A single block is one group.
+/// The products X_j^H Y_j of groups of columns, packed side by side so that one reduction serves
+/// all: as many rows as the widest X_j. A single block is one group.
 template <typename Scalar>
 class GroupProducts {
 public:

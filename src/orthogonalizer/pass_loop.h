@@ -16,11 +16,11 @@ inline constexpr double defaultOrthoTol = 0x1p-44;
 /// Passes when no limit is given.
 inline constexpr int defaultOrthoPasses = 2;
 
-/// Repeats pass(isFirst) until measure(), the orthogonality error after it, is at most the threshold
-/// or the limit of passes is reached. At least one pass is made when the threshold is below 1, no
-/// measurement follows the last allowed pass, and with a threshold of 1 or more there is no pass.
-/// A negative limit or threshold takes its default. The error of process 0 of auxComm, over which
-/// replicas of the blocks are kept in step, decides for all.
+/// Repeats pass(isFirst) until measure(), the orthogonality error after it, is at most the
+/// threshold or the limit of passes is reached. At least one pass is made when the threshold is
+/// below 1, no measurement follows the last allowed pass, and with a threshold of 1 or more there
+/// is no pass. A negative limit or threshold takes its default. The error of process 0 of auxComm,
+/// over which replicas of the blocks are kept in step, decides for all.
 /// \return the result of the last pass
 template <typename Pass, typename Measure>
 VesReturnCode RepeatPasses(int maxOrthoIter, double threshold, MPI_Comm auxComm, Pass pass,

@@ -98,8 +98,8 @@ bool SvdQR<Scalar>::RunGroups(const VectorDense<Scalar>& vecX, const VectorDense
   return areDone;
 }
 
-/// The leading columns of X := X V diag(lambda)^-1/2 with the Gram matrix V diag(lambda) V^H, images
-/// alike. \return their number, or -1 where the matrix cannot be decomposed
+/// The leading columns of X := X V diag(lambda)^-1/2 with the Gram matrix V diag(lambda) V^H,
+/// images alike. \return their number, or -1 where the matrix cannot be decomposed
 template <typename Scalar>
 int SvdQR<Scalar>::TransformGroup(const Imaged<Scalar>& group, VectorDense<Scalar> gram,
                                   const VectorDense<Scalar>& scratch) {

@@ -1,6 +1,5 @@
 #include "block_solver.h"
 
-
 #include "../data/finite_entries.h"
 #include "../orthogonalizer/pass_loop.h"
 #include "../parallel/mpi_wrapper.h"

@@ -126,9 +126,9 @@ void LOBPCG_BATCH<Scalar>::CheckLocking() const {
 }
 
 /// Tops the batch up once less than half of it is left, or what is left comes no further, as a part
-/// of a group of close values does; where it is full, it doubles then as far as there is room. Places
-/// of columns that were lost to dependence stay taken: random columns fill them. Before the last pass
-/// all that remains of the guess comes in.
+/// of a group of close values does; where it is full, it doubles then as far as there is room.
+/// Places of columns that were lost to dependence stay taken: random columns fill them. Before the
+/// last pass all that remains of the guess comes in.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::RefillBatch() const {
   if (check.IsStagnated() && nAdded < nBands) RetireBatch();
@@ -154,8 +154,8 @@ void LOBPCG_BATCH<Scalar>::RetireBatch() const {
 }
 
 /// The last pass leaves X and its values, without directions. It mixed new columns into pairs that
-/// had passed the test. X may be wider than the batch: it is rotated in place, as no direction needs
-/// the old one.
+/// had passed the test. X may be wider than the batch: it is rotated in place, as no direction
+/// needs the old one.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::FinishRun() const {
   if (check.IsOn()) this->nClaimable = std::min(this->nClaimable, nDeflated);
@@ -180,8 +180,8 @@ void LOBPCG_BATCH<Scalar>::InitParameters(const Block& vecQ, const Block&,
   this->InstallRunComponents(this->convergeDetectorType, this->orthogonalizerType);
 }
 
-/// Behind the pairs known there are zero vectors where the space holds no more; a run that broke off
-/// leaves the caller's guess there.
+/// Behind the pairs known there are zero vectors where the space holds no more; a run that broke
+/// off leaves the caller's guess there.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::FillOutput(Block& vecQ, Block& vecW) const {
   const int nKnown = nDeflated + nX;

@@ -75,8 +75,8 @@ protected:
   /// afresh, they are orthonormalized and rotated, and the converged ones counted again. What was
   /// locked early and keeps others from converging is rotated with them, too.
   void ConfirmResult(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
-  /// At the end of a run of which all pairs converged, the self-check takes out those that may stand
-  /// in the place of others, at most so many: what is left is locked. \return their number
+  /// At the end of a run of which all pairs converged, the self-check takes out those that may
+  /// stand in the place of others, at most so many: what is left is locked. \return their number
   int DropStrays(int most) const;
   /// Copies nBands pairs in ascending order and returns how many of the nConverged leading ones
   /// still stand before all others.

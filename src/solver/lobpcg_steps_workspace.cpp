@@ -119,8 +119,8 @@ void LobpcgSteps<Scalar>::RotateAll() const {
   V().Rotate(workM, workP);
 }
 
-/// By the residuals of images that were made afresh, as many pairs at a time as workX has room for. A
-/// test of values has compared two iterations, which here cannot be done again.
+/// By the residuals of images that were made afresh, as many pairs at a time as workX has room for.
+/// A test of values has compared two iterations, which here cannot be done again.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::RecountConverged() const {
   const int claimed = isUncertain ? 0 : nConv;

@@ -95,8 +95,8 @@ void PPCG<Scalar>::RayleighRitzRotation(const VesMatrixBase& matA,
 }
 
 /// Nearly dependent sub-blocks stretch X and the errors of its images, which M then shows: it is no
-/// longer Hermitian. What is left of that after a restart is the operator's own. \return the largest
-/// difference of two entries over the largest value; infinity for others than numbers
+/// longer Hermitian. What is left of that after a restart is the operator's own. \return the
+/// largest difference of two entries over the largest value; infinity for others than numbers
 template <typename Scalar>
 double PPCG<Scalar>::Asymmetry() const {
   if (!check.IsOn()) return 0.0;
@@ -114,8 +114,8 @@ double PPCG<Scalar>::Asymmetry() const {
   return share;
 }
 
-/// The diagonal of M; where values themselves are tested, its eigenvalues, which do not depend on the
-/// basis that the orthogonalizer has chosen.
+/// The diagonal of M; where values themselves are tested, its eigenvalues, which do not depend on
+/// the basis that the orthogonalizer has chosen.
 template <typename Scalar>
 void PPCG<Scalar>::EstimateValues() const {
   if (this->ConvergeDetector->ReadsResiduals()) {

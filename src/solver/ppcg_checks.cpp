@@ -5,8 +5,8 @@
 namespace Ves {
 
 /// One pass over nearly dependent sub-blocks leaves X short of orthonormal, and all that follows
-/// takes it for orthonormal. What X^H (B X) is good to where B is badly conditioned shows in the run:
-/// a restart is made again only for an error twice that of the last one.
+/// takes it for orthonormal. What X^H (B X) is good to where B is badly conditioned shows in the
+/// run: a restart is made again only for an error twice that of the last one.
 template <typename Scalar>
 bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                       double limit) const {
@@ -59,8 +59,8 @@ void PPCG<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrixBase&
 }
 
 /// Before the last Rayleigh-Ritz step: an orthonormal block, and images that bear the claims out.
-/// Where pairs are claimed and a tile has room for the whole space, the step is made over all of it,
-/// so that no value below the claimed ones can be missing.
+/// Where pairs are claimed and a tile has room for the whole space, the step is made over all of
+/// it, so that no value below the claimed ones can be missing.
 template <typename Scalar>
 void PPCG<Scalar>::ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   nSpan = nBands;

@@ -112,8 +112,8 @@ void PPCG<Scalar>::UpdateEigenVectors() const {
 /// Orthonormalizes the coefficients of new directions (Gram-Schmidt, each vector twice), so that
 /// small steps do not pass for dependent ones, nor dependent ones for directions: those of columns
 /// without a residual of their own lie in the span of the others, and what is left of them is the
-/// errors of the coefficients. So a vector of which less than a hundredth is new becomes zero behind
-/// the rest, as does one that is no longer than a rounding error.
+/// errors of the coefficients. So a vector of which less than a hundredth is new becomes zero
+/// behind the rest, as does one that is no longer than a rounding error.
 template <typename Scalar>
 void PPCG<Scalar>::GatherDirections(const Block& from, Block& to) const {
   using Real = RealType<Scalar>;

@@ -130,7 +130,8 @@ void PPCG<Scalar>::PostProcess(Block& vecQ, Block& vecW) const {
 /// The pairs of the last step are in order, those of the checks before it need not have been.
 template <typename Scalar>
 void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& values) const {
-  // A test of values has compared two iterations; when the last one failed there is none to compare.
+  // A test of values has compared two iterations; when the last one failed there is none to
+  // compare.
   const Block estimates(workW, 0, 0, nBands, 1);
   const VesConvergeDetector& test = *this->ConvergeDetector;
   if (!test.ReadsResiduals() || (test.PassesOnValues() && info != 0)) {

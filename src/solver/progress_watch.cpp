@@ -15,8 +15,8 @@ void ProgressWatch::Begin(int nConv, int last) {
   m_last = last;
 }
 
-/// Compares with the best that stood at the same place among the residuals, the largest first: pairs
-/// change places, and the good residual of one would be held against another.
+/// Compares with the best that stood at the same place among the residuals, the largest first:
+/// pairs change places, and the good residual of one would be held against another.
 bool ProgressWatch::Note(const std::vector<double>& residuals, int nConv, int last) {
   constexpr double unknown = std::numeric_limits<double>::infinity();
   std::vector<double> norms(residuals.begin() + nConv, residuals.begin() + last);

@@ -7,9 +7,9 @@
 namespace Ves {
 
 /// Follows the residuals of the pairs that have not converged, in windows of iterations. What it
-/// remembers holds while most pairs stay unconverged; it is forgotten when one more converges or pairs
-/// come in, since the open ones are then others. Local: the last bits of norms may differ between
-/// processes, of which one is to decide.
+/// remembers holds while most pairs stay unconverged; it is forgotten when one more converges or
+/// pairs come in, since the open ones are then others. Local: the last bits of norms may differ
+/// between processes, of which one is to decide.
 class ProgressWatch {
 public:
   static constexpr int window = 20; ///< iterations

@@ -14,10 +14,10 @@ namespace Ves {
 template <typename Scalar>
 class BlockSolver;
 
-/// What watches over a run and what it may claim in the end: the room of all that is done for trust.
-/// It reads the solver that it belongs to and remembers what it found, which is the same on all
-/// processes. Turned off by the caller (VesSolverSetSelfCheck) it neither asks for restarts nor ends
-/// a run for want of progress, and believes what the steps claim.
+/// What watches over a run and what it may claim in the end: the room of all that is done for
+/// trust. It reads the solver that it belongs to and remembers what it found, which is the same on
+/// all processes. Turned off by the caller (VesSolverSetSelfCheck) it neither asks for restarts nor
+/// ends a run for want of progress, and believes what the steps claim.
 template <typename Scalar>
 class VES_EXPORT SelfCheck {
 public:
@@ -62,35 +62,35 @@ public:
     m_isCareful = true;
   }
   bool IsCareful() const { return m_isCareful; }
-  /// A restart that does not halve the largest residual of one shortly before was futile; several in
-  /// a row have met what rounding allows.
+  /// A restart that does not halve the largest residual of one shortly before was futile; several
+  /// in a row have met what rounding allows.
   void JudgeRestart(double largestResidual);
   void ForgetRestarts() { m_nJudged = m_nFutile = 0; }
   /// @}
 
   /// \name Progress
   /// @{
-  /// To be asked once an iteration. Where in a window no unconverged pair has halved its residual and
-  /// all are at the floor of rounding, or none has improved by a tenth, a restart is due, once until
-  /// one more converges. Where after it none improves, the operators are applied to the next pair. The
-  /// run has stagnated if the images have drifted by so much of its residual that this is noise, and
-  /// two more restarts did not help; or if nothing improves for long. The active vectors are the
-  /// pairs first, first + 1, ...; scratch is a column with an image under B. Collective.
+  /// To be asked once an iteration. Where in a window no unconverged pair has halved its residual
+  /// and all are at the floor of rounding, or none has improved by a tenth, a restart is due, once
+  /// until one more converges. Where after it none improves, the operators are applied to the next
+  /// pair. The run has stagnated if the images have drifted by so much of its residual that this is
+  /// noise, and two more restarts did not help; or if nothing improves for long. The active vectors
+  /// are the pairs first, first + 1, ...; scratch is a column with an image under B. Collective.
   void WatchProgress(const VesMatrixBase& matA, const VesMatrixBase& matB, const Pairs& active,
                      int first, const Block& values, const Pairs& scratch);
   /// A window has just passed that lowered the residuals by less than a quarter in the mean.
   bool IsSlow() const { return m_isSlow; }
-  /// An iteration has so many directions. Without any, more often in a row than allowed, nothing can
-  /// change X any more.
+  /// An iteration has so many directions. Without any, more often in a row than allowed, nothing
+  /// can change X any more.
   void NoteDirections(int count, int allowedIdle);
   /// @}
 
   /// \name Claims
   /// @{
   double ClaimBound(Scalar value) const;
-  /// Leading pairs that pass the convergence test on their final residuals. Of those claimed before,
-  /// each counts that stays below twice the threshold: a last rotation mixes residuals of equal
-  /// values, and images that were made afresh differ by rounding errors from those tested.
+  /// Leading pairs that pass the convergence test on their final residuals. Of those claimed
+  /// before, each counts that stays below twice the threshold: a last rotation mixes residuals of
+  /// equal values, and images that were made afresh differ by rounding errors from those tested.
   int CountConverged(const Block& residuals, const Block& values, const Block& before, Block& flags,
                      int claimed) const;
   /// Residuals are tested so close to rounding errors that images which were only updated cannot
@@ -99,8 +99,8 @@ public:
   /// Where nothing could change the values, their standing still says nothing: the estimates of
   /// pairs become unknown whose residuals are beyond rounding errors.
   void ForgetValues(const Block& residuals, const Block& vecBX, const Block& estimates) const;
-  /// What is left of claims that rest on values after a rotation, which brings all pairs in order: the
-  /// leading pairs whose values are those of the first claimed ones in before.
+  /// What is left of claims that rest on values after a rotation, which brings all pairs in order:
+  /// the leading pairs whose values are those of the first claimed ones in before.
   int StandingClaims(const Block& before, int claimed, const Block& after) const;
 
   /// In an unfinished run a locked pair that others have overtaken may stand in the place of one
@@ -112,8 +112,8 @@ public:
   /// What is well below the value of each locked pair, taken before a last rotation mixes them, in
   /// the order of locking; nothing without the self-check. Collective.
   std::vector<double> LockedBounds(const Block& vectors, const Block& values) const;
-  /// Finds the pairs below whose bound there are more values than pairs that were locked before them.
-  /// Collective where there are bounds.
+  /// Finds the pairs below whose bound there are more values than pairs that were locked before
+  /// them. Collective where there are bounds.
   Overtaken FindOvertaken(const std::vector<double>& bounds, const Block& values) const;
 
   /// For a run that ends with all pairs converged. The last one was found last, as the highest of

@@ -7,8 +7,8 @@
 
 namespace Ves {
 
-/// The numbers that the self-check decides by, with their reasons. Rounding of a residual is measured
-/// in epsilon ||A|| ||x||, with the largest Ritz value for ||A||.
+/// The numbers that the self-check decides by, with their reasons. Rounding of a residual is
+/// measured in epsilon ||A|| ||x||, with the largest Ritz value for ||A||.
 template <typename Scalar>
 struct Tolerances {
   static constexpr double epsilon =
@@ -17,8 +17,8 @@ struct Tolerances {
 
   /// \name Orthonormality
   /// @{
-  /// |x^H B x - 1| after a rotation: a healthy basis stays orders of magnitude below, every breakdown
-  /// seen exceeds it.
+  /// |x^H B x - 1| after a rotation: a healthy basis stays orders of magnitude below, every
+  /// breakdown seen exceeds it.
   static constexpr double unitNorm = isDouble ? 1e-7 : 3e-4;
   /// Of a result: far above what sound runs leave, and below what callers may rely on.
   static constexpr double result = isDouble ? 1e-11 : 2e-5;

@@ -1,5 +1,6 @@
-// The driver of the random calls behind a coverage-guided fuzzer, with an address sanitizer. It wants
-// the LSAN_OPTIONS and ASAN_OPTIONS of the tests, and -max_len=2000 for sequences of some length.
+// The driver of the random calls behind a coverage-guided fuzzer, with an address sanitizer. It
+// wants the LSAN_OPTIONS and ASAN_OPTIONS of the tests, and -max_len=2000 for sequences of some
+// length.
 #include "random_calls.h"
 
 #include <cstdio>

@@ -81,8 +81,8 @@ TYPED_TEST(BatchTest, CompletesALaterBatch) {
   this->ExpectRight(p, false);
 }
 
-/// More pairs than the default batch of 256 holds: A = diag(a) and B = diag(b) with values 1 + i / 100
-/// of the pair, and a preconditioner that makes them few passes.
+/// More pairs than the default batch of 256 holds: A = diag(a) and B = diag(b) with values 1 + i /
+/// 100 of the pair, and a preconditioner that makes them few passes.
 TYPED_TEST(BatchTest, DefaultLimit) {
   using Operator = SparseOperator<TypeParam>;
   const int n = 520;
@@ -219,8 +219,8 @@ TEST(BatchRefill, WhenHalfOfTheBatchIsLeft) {
   EXPECT_GE(log.refills, nBands / limit - 1);
 }
 
-/// Restarts in every pass, and the stagnation that they make of it, neither lose a column of the guess
-/// nor a pair of the batches before. The first refill finds columns 9 ... 15 unconverged.
+/// Restarts in every pass, and the stagnation that they make of it, neither lose a column of the
+/// guess nor a pair of the batches before. The first refill finds columns 9 ... 15 unconverged.
 TEST(BatchRefill, KeepsTheGuessThroughRestarts) {
   Diagonal d(100);
   Pairs<double> p(d.rows, 40);

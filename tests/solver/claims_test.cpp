@@ -58,8 +58,8 @@ protected:
 };
 TYPED_TEST_SUITE(ClaimsTest, AllScalars);
 
-/// Its residual of zero must neither stop the others nor vouch for them, nor may it keep the place of
-/// a lower pair.
+/// Its residual of zero must neither stop the others nor vouch for them, nor may it keep the place
+/// of a lower pair.
 TYPED_TEST(ClaimsTest, ExactVectorInTheGuess) {
   const Diagonal<TypeParam> d(Spectrum(60, [](int i) { return 1.0 + i; }));
   for (const auto type : allSolvers)
@@ -78,7 +78,8 @@ TYPED_TEST(ClaimsTest, ExactVectorInTheGuess) {
           SparseOperator<TypeParam> A = d.A;
           p.Run(solver.get(), &A);
           EXPECT_LE(d.WorstClaim(p), this->loose) << p.nConv;
-          // A test of values may pass a pair that the last step then moves by more: no claim is left.
+          // A test of values may pass a pair that the last step then moves by more: no claim is
+          // left.
           if (row == 0 || detector < VES_EIGENVALUES) {
             EXPECT_EQ(p.nConv, p.k) << "after " << p.iter;
           }
@@ -130,7 +131,8 @@ TYPED_TEST(ClaimsTest, PreconditionerOfZeros) {
     }
 }
 
-/// A basis of three blocks that fills the space breaks down: the step after a restart moves no value.
+/// A basis of three blocks that fills the space breaks down: the step after a restart moves no
+/// value.
 TYPED_TEST(ClaimsTest, ValuesAfterARestart) {
   for (const int n : {14, 32, 62}) {
     const Diagonal<TypeParam> d(Spectrum(n, [](int i) { return 1.0 + i; }));
@@ -251,8 +253,8 @@ TYPED_TEST(ClaimsTest, WideMultiplets) {
   }
 }
 
-/// Exact vectors leave no direction to the one that is missing, but where the basis of the sub-blocks
-/// would hold the whole space the last step is made over all of it.
+/// Exact vectors leave no direction to the one that is missing, but where the basis of the
+/// sub-blocks would hold the whole space the last step is made over all of it.
 TYPED_TEST(ClaimsTest, ExactPairsThatMissOneOfFew) {
   const Diagonal<TypeParam> d(Spectrum(20, [](int i) { return 1.0 + i; }));
   SparseOperator<TypeParam> A = d.A;
@@ -266,8 +268,8 @@ TYPED_TEST(ClaimsTest, ExactPairsThatMissOneOfFew) {
     EXPECT_NEAR(std::real(p.D[j]), d.values[j], 0.01);
 }
 
-/// Diffusion through two materials: rounding errors of the operator as a whole are far above what the
-/// residuals of its lowest pairs can reach.
+/// Diffusion through two materials: rounding errors of the operator as a whole are far above what
+/// the residuals of its lowest pairs can reach.
 TEST(Claims, GradedOperatorsAreNotGivenUp) {
   constexpr int m = 16;
   constexpr double contrast = 1e9;

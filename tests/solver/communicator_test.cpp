@@ -191,8 +191,8 @@ TEST(Communicators, ThousandCyclesLeaveNothingBehind) {
     std::printf("%d cycles left %d communicators and %ld kB\n", cycles, liveComms - comms, growth);
   EXPECT_EQ(liveComms, comms);
 #ifndef __SANITIZE_ADDRESS__ // whose allocator keeps what is freed in quarantine
-  // One communicator alone costs a few kilobytes. The BLACS keep some hundred bytes of every grid on
-  // processes outside it.
+  // One communicator alone costs a few kilobytes. The BLACS keep some hundred bytes of every grid
+  // on processes outside it.
   EXPECT_LE(growth, 3072 + cycles / 2);
 #endif
 }

@@ -172,8 +172,8 @@ TEST_F(PpcgTest, SeveralRunsOnOneSolver) {
   }
 }
 
-/// Near the end of a run in single precision steps have norms of some 1e-5: without them as conjugate
-/// directions it takes more columns, and some pairs do not come down at all.
+/// Near the end of a run in single precision steps have norms of some 1e-5: without them as
+/// conjugate directions it takes more columns, and some pairs do not come down at all.
 TEST_F(SinglePpcgTest, SmallStepsAreDirections) {
   const struct {
     double threshold;

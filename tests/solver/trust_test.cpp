@@ -128,8 +128,8 @@ TYPED_TEST(TrustTest, ThreeBlocksAroundTheOrder) {
   }
 }
 
-/// A = U diag(b lambda) U^H and B = U diag(b) U^H have the eigenvalues lambda, however small b; T is
-/// a rough inverse of A.
+/// A = U diag(b lambda) U^H and B = U diag(b) U^H have the eigenvalues lambda, however small b; T
+/// is a rough inverse of A.
 TYPED_TEST(TrustTest, IllConditionedB) {
   using Sparse = SparseOperator<TypeParam>;
   const int n = 90;
