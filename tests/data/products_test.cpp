@@ -1,21 +1,12 @@
 // Products of dense blocks, residuals and orthogonality checks. Some processes hold no rows.
 #include "data/matrix_shell.h"
+#include "support/mpi_meter.h"
 #include "support/problem.h"
 
 using namespace VesTest;
 using Ves::VectorDense;
 using Wide = std::complex<double>;
 using Ints = std::vector<int>;
-
-namespace VesTest {
-int reductions = 0; ///< that this process took part in
-}
-
-extern "C" int MPI_Allreduce(const void* from, void* to, int count, MPI_Datatype type, MPI_Op op,
-                             MPI_Comm comm) {
-  ++reductions;
-  return PMPI_Allreduce(from, to, count, type, op, comm);
-}
 
 namespace {
 
@@ -120,10 +111,10 @@ TYPED_TEST(ProductsTest, OrthogonalityOfBlocksAndGroups) {
     EXPECT_EQ(Y.CheckOrthogonality(X, error, diagonal > 0.0, true), VES_GOOD);
     EXPECT_NEAR(error, expected(4, 0, 8, diagonal), limit);
     std::vector<double> errors(5, -1.0); // one entry more than there are groups
-    reductions = 0;
+    mpiMeter.reductions = 0;
     Y.CheckOrthogonality(X, error, true, false); // a local one
     Y.CheckBatchOrthogonality(X, dispY, nYs, dispX, nXs, errors, diagonal > 0.0, true);
-    EXPECT_EQ(reductions, 1);
+    EXPECT_EQ(mpiMeter.reductions, 1);
     for (std::size_t b = 0; b < 3; ++b)
       EXPECT_NEAR(errors[b], expected(nYs[b], dispX[b], nXs[b], diagonal), limit);
     EXPECT_TRUE(std::isnan(errors[3]) && errors[4] == -1.0) << "a group without columns";

@@ -1,5 +1,7 @@
 #include "c_model.h"
 
+#include "../support/mpi_meter.h"
+
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,20 +15,6 @@ char context[80] = "";
 void fail(int line, const char* condition) {
   ++failures;
   fprintf(stderr, "process %d, line %d, %s: %s\n", rank, line, context, condition);
-}
-
-/* ------------------------------------------------------------------ what the library reduces */
-
-long long reductions = 0, bytesReduced = 0;
-
-/* Stands before the routine of MPI. */
-int MPI_Allreduce(const void* from, void* to, int count, MPI_Datatype type, MPI_Op op,
-                  MPI_Comm comm) {
-  int bytes = 0;
-  MPI_Type_size(type, &bytes);
-  ++reductions;
-  bytesReduced += (long long)count * bytes;
-  return PMPI_Allreduce(from, to, count, type, op, comm);
 }
 
 /* ------------------------------------------------------------------ the model problem */
@@ -121,7 +109,7 @@ void solve(Run* r, bool generalized) {
       r->x[j * r->n + i] = numberAt((unsigned)(r->first + i), (unsigned)j);
   r->a.columns = r->b.columns = r->t.columns = 0;
   r->a.seconds = r->b.seconds = r->t.seconds = 0;
-  reductions = bytesReduced = 0;
+  mpiMeter.reductions = mpiMeter.bytesReduced = 0;
   VesSolverSetProblemType(r->solver, generalized ? VES_PROBLEM_GENERALIZED : VES_PROBLEM_STANDARD);
   r->code = VesRunSolver(r->solver, r->A, r->B, r->T, r->X, r->D);
   CHECK(VesGetSolverReason(r->solver, &r->reason) == 0);

@@ -19,9 +19,6 @@ void fail(int line, const char* condition);
     if (!(condition)) fail(__LINE__, #condition);                                                  \
   } while (0)
 
-/* What the library has given to MPI_Allreduce on this process. */
-extern long long reductions, bytesReduced;
-
 typedef struct Tridiagonal {
   double diagonal, off;
   long long columns;      /* that it was applied to on this process */

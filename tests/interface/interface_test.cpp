@@ -282,21 +282,46 @@ TEST(Solvers, SettersAndDefaults) {
 }
 
 TEST(Solvers, NullHandles) {
+  const SolverHandle owner = MakeSolver<double>({}, false);
+  VesSolver const none = nullptr, some = owner.get();
   int count = 0;
-  EXPECT_EQ(VesSolverSetProblemType(nullptr, VES_PROBLEM_STANDARD), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSolverSetMaxIter(nullptr, 0), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSolverSetMaxOrthoIter(nullptr, 0), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSolverSetThreshold(nullptr, 0), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSetDenseEigenSolverType(nullptr, VES_LAPACK_DIAG), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSetConvergeDetectorType(nullptr, VES_RESIDUALS), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSetOrthogonalizerType(nullptr, VES_SVD_QR), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSetOrthoProjectorType(nullptr, VES_GRAM_SCHMIDT), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesGetSolverIter(nullptr, &count), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesGetSolverConv(nullptr, &count), VES_ERR_NULL_POINTER);
-  const SolverHandle solver = MakeSolver<double>({}, false);
-  EXPECT_EQ(VesGetSolverIter(solver.get(), nullptr), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesGetSolverConv(solver.get(), nullptr), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesGetSolverIter(solver.get(), &count), VES_GOOD);
+  std::size_t bytes = 5;
+  VesSolverReason reason = VES_REASON_NONE;
+  VesSolverStats stats;
+  const VesReturnCode codes[] = {
+      VesSolverSetProblemType(none, VES_PROBLEM_STANDARD),
+      VesSolverSetMaxIter(none, 0),
+      VesSolverSetMaxOrthoIter(none, 0),
+      VesSolverSetThreshold(none, 0),
+      VesSetDenseEigenSolverType(none, VES_LAPACK_DIAG),
+      VesSetConvergeDetectorType(none, VES_RESIDUALS),
+      VesSetOrthogonalizerType(none, VES_SVD_QR),
+      VesSetOrthoProjectorType(none, VES_GRAM_SCHMIDT),
+      VesSolverSetPPCGSoftLocking(none, 9),
+      VesSolverSetPPCGBatch(none, 0),
+      VesSolverSetPPCGRRPeriod(none, -1),
+      VesSolverSetPPCGLockFactor(none, -1),
+      VesSolverSetBatchLimit(none, 0),
+      VesSolverSetBatchStart(none, -1),
+      VesSolverSetMonitor(none, nullptr, nullptr),
+      VesSolverSetSelfCheck(none, true),
+      VesSolverSetLockFactor(none, 2),
+      VesSolverSetLockDetectorType(none, static_cast<VesConvergeDetectorType>(4)),
+      VesSolverSetRankRevealerType(none, static_cast<VesOrthogonalizerType>(2)),
+      VesGetSolverIter(none, &count),
+      VesGetSolverIter(some, nullptr),
+      VesGetSolverConv(none, &count),
+      VesGetSolverConv(some, nullptr),
+      VesGetSolverReason(none, &reason),
+      VesGetSolverReason(some, nullptr),
+      VesGetSolverStats(none, &stats),
+      VesGetSolverStats(some, nullptr),
+      VesSolverMemory(none, -1, -1, false, &bytes),
+      VesSolverMemory(some, -1, -1, false, nullptr),
+  };
+  for (const VesReturnCode& code : codes)
+    EXPECT_EQ(code, VES_ERR_NULL_POINTER) << "call " << &code - codes;
+  EXPECT_EQ(VesGetSolverIter(some, &count), VES_GOOD);
   EXPECT_EQ(count, 0);
 }
 

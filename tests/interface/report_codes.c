@@ -124,20 +124,7 @@ static void testFortranCommunicators(void) {
 static void testCodesOfSetters(int s) {
   Run r;
   openRun(&r, s);
-  VesSolverReason reason = 77;
-  VesSolverStats stats;
   size_t bytes = 5;
-  CHECK(VesGetSolverReason(NULL, &reason) == VES_ERR_NULL_POINTER && reason == 77);
-  CHECK(VesGetSolverReason(r.solver, NULL) == VES_ERR_NULL_POINTER);
-  CHECK(VesGetSolverStats(NULL, &stats) == VES_ERR_NULL_POINTER);
-  CHECK(VesGetSolverStats(r.solver, NULL) == VES_ERR_NULL_POINTER);
-  CHECK(VesSolverSetMonitor(NULL, follow, NULL) == VES_ERR_NULL_POINTER);
-  CHECK(VesSolverSetSelfCheck(NULL, true) == VES_ERR_NULL_POINTER);
-  CHECK(VesSolverSetLockFactor(NULL, 2) == VES_ERR_NULL_POINTER);
-  CHECK(VesSolverSetLockDetectorType(NULL, 4) == VES_ERR_NULL_POINTER);
-  CHECK(VesSolverSetRankRevealerType(NULL, 2) == VES_ERR_NULL_POINTER);
-  CHECK(VesSolverMemory(NULL, -1, -1, false, &bytes) == VES_ERR_NULL_POINTER);
-  CHECK(VesSolverMemory(r.solver, -1, -1, false, NULL) == VES_ERR_NULL_POINTER);
   CHECK(VesSolverMemory(r.solver, -1, 1, false, &bytes) == VES_ERR_INVALID_VALUE);
   CHECK(VesSolverMemory(r.solver, 1, -1, false, &bytes) == VES_ERR_INVALID_VALUE && bytes == 5);
   CHECK(VesSolverMemory(r.solver, 0, 0, false, &bytes) == 0);

@@ -2,6 +2,7 @@
 #include "orthogonalizer/cholesky_qr.h"
 #include "orthogonalizer/pass_loop.h"
 #include "orthogonalizer/svd_qr.h"
+#include "support/mpi_meter.h"
 #include "support/problem.h"
 
 #include <tuple>
@@ -9,16 +10,6 @@
 using namespace VesTest;
 using Wide = std::complex<double>;
 using Ints = std::vector<int>;
-
-namespace VesTest {
-int reductions = 0; ///< that this process took part in
-}
-
-extern "C" int MPI_Allreduce(const void* from, void* to, int count, MPI_Datatype type, MPI_Op op,
-                             MPI_Comm comm) {
-  ++reductions;
-  return PMPI_Allreduce(from, to, count, type, op, comm);
-}
 
 namespace {
 
@@ -52,7 +43,7 @@ struct Blocks {
   VesReturnCode Run(Ves::VesOrthogonalizer& by, bool batch, const Ints& disp, Ints& ranks,
                     int passes, double tol) {
     auto& bx = images > 0 ? BX : X;
-    reductions = 0;
+    mpiMeter.reductions = 0;
     if (images < 2 && batch) return by.RunBatch(X, bx, disp, ranks, empty, true, passes, tol);
     if (images < 2) return by.Run(X, bx, empty, ranks[0], true, passes, tol);
     return batch ? by.RunBatch(X, bx, AX, disp, ranks, empty, true, passes, tol)
@@ -112,7 +103,7 @@ TYPED_TEST(OrthogonalizerTest, PassesImagesAndGroups) {
           Ints ranks = batch ? Ints{4, 2, 0} : Ints{8};
           const Ints expected = ranks;
           EXPECT_EQ(b.Run(*by, batch, {4, 0, 3}, ranks, passes, tol), VES_GOOD);
-          EXPECT_EQ(reductions, count);
+          EXPECT_EQ(mpiMeter.reductions, count);
           EXPECT_EQ(ranks, expected);
           b.ExpectImages();
           const bool done = tol < 1.0;

@@ -1,6 +1,7 @@
 // Process grids over the whole job and parts of it, and the block-cyclic layout.
 #include "parallel/blacs_wrapper.h"
 #include "parallel/mpi_wrapper.h"
+#include "support/mpi_meter.h"
 #include "support/scalars.h"
 
 #include <array>
@@ -10,31 +11,6 @@
 
 using namespace VesTest;
 using Ves::BlacsBase;
-
-// Communicators made and not yet freed, and all that were made, by anybody in this program. Through
-// the profiling interface libraries, too, call what is defined here instead of MPI's own.
-static int alive = 0, made = 0;
-
-static int Count(int code, const MPI_Comm* result) {
-  if (*result != MPI_COMM_NULL) ++alive, ++made;
-  return code;
-}
-
-extern "C" {
-int MPI_Comm_dup(MPI_Comm comm, MPI_Comm* result) {
-  return Count(PMPI_Comm_dup(comm, result), result);
-}
-int MPI_Comm_create(MPI_Comm comm, MPI_Group group, MPI_Comm* result) {
-  return Count(PMPI_Comm_create(comm, group, result), result);
-}
-int MPI_Comm_split(MPI_Comm comm, int color, int key, MPI_Comm* result) {
-  return Count(PMPI_Comm_split(comm, color, key, result), result);
-}
-int MPI_Comm_free(MPI_Comm* comm) {
-  --alive;
-  return PMPI_Comm_free(comm);
-}
-}
 
 namespace {
 
@@ -79,9 +55,9 @@ TEST(BlacsBaseTest, RebuildsOnlyForAnotherGroupOrOrder) {
   MPI_Comm twin = MPI_COMM_NULL, backwards = Part(0, true), part = Part(RankIn(world) == 0);
   MPI_Comm_dup(world, &twin);
   const auto rebuilds = [&](MPI_Comm comm, int n) {
-    const int before = made;
+    const int before = mpiMeter.commsMade;
     InitAndExpect(grid, comm, n);
-    return made > before;
+    return mpiMeter.commsMade > before;
   };
   EXPECT_TRUE(rebuilds(world, 100)) << "one block for each process";
   EXPECT_FALSE(rebuilds(world, 1000)) << "blocks of 64";
@@ -95,7 +71,7 @@ TEST(BlacsBaseTest, RebuildsOnlyForAnotherGroupOrOrder) {
 
 /// At once, or while process 0 waits. Of freed communicators MPI gives the handles to other groups.
 TEST(BlacsBaseTest, PartsOfTheJobOneAfterTheOther) {
-  const int before = alive, rank = RankIn(world);
+  const int before = mpiMeter.commsAlive, rank = RankIn(world);
   for (int cycle = 0; cycle < 20; ++cycle) {
     BlacsBase grid;
     for (const int parts : {1, 2, 0}) {
@@ -105,7 +81,7 @@ TEST(BlacsBaseTest, PartsOfTheJobOneAfterTheOther) {
       MPI_Comm_free(&part);
     }
   }
-  EXPECT_EQ(alive, before) << "communicators leak";
+  EXPECT_EQ(mpiMeter.commsAlive, before) << "communicators leak";
 }
 
 /// One process works alone in between; its next call together with the others must not hang.

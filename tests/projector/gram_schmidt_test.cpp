@@ -1,5 +1,6 @@
 // Gram-Schmidt: every entry of the projected block and of its images, from the global rows.
 #include "projector/gram_schmidt.h"
+#include "support/mpi_meter.h"
 #include "support/problem.h"
 
 #include <tuple>
@@ -7,10 +8,6 @@
 using namespace VesTest;
 using Wide = std::complex<double>;
 using Ints = std::vector<int>;
-
-namespace VesTest {
-extern int reductions; // counted by the other test file of this program
-}
 
 namespace {
 
@@ -86,9 +83,9 @@ TYPED_TEST(GramSchmidtTest, RemovesTheBasisFromBlockAndImages) {
       for (const auto& [passes, tol, count] : cases) {
         SCOPED_TRACE(testing::Message() << batch << images << passes);
         Setting<TypeParam> s(images);
-        reductions = 0;
+        mpiMeter.reductions = 0;
         EXPECT_EQ(s.Run(batch, passes, tol), VES_GOOD);
-        EXPECT_EQ(reductions, count);
+        EXPECT_EQ(mpiMeter.reductions, count);
         for (int j = 0; j < nY; ++j)
           s.Expect(j, batch ? groupX[j] : 0, tol >= 1.0 ? 0 : (batch ? groupWidth[j] : nX));
         s.Y[2].storageType = static_cast<VesVectorType>(2);

@@ -293,7 +293,6 @@ TEST(BatchSetter, CodesInTheirOrder) {
   s.solver = VES_LOBPCG_BATCH;
   const SolverHandle batched = MakeSolver<float>(s, false), lobpcg = MakeSolver<float>({}, false);
   EXPECT_EQ(batched->solverType, VES_LOBPCG_BATCH);
-  EXPECT_EQ(VesSolverSetBatchLimit(nullptr, 0), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesSolverSetBatchLimit(lobpcg.get(), 0), VES_ERR_INCOMPATIBLE);
   EXPECT_EQ(VesSolverSetBatchLimit(batched.get(), 0), VES_ERR_INVALID_VALUE);
   EXPECT_EQ(VesSolverSetBatchStart(lobpcg.get(), -1), VES_ERR_INCOMPATIBLE);

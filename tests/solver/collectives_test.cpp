@@ -1,6 +1,7 @@
 // What the solvers say to each other: the same collectives in the same order on every process,
 // whatever the timing, as many as the statistics count, and results that do not depend on it.
 #include "support/correctness.h"
+#include "support/mpi_meter.h"
 
 #include <chrono>
 #include <cstdint>
@@ -21,12 +22,11 @@ struct Record {
   void Add(std::uint64_t value) { hash = (hash ^ value) * 1099511628211U; }
 };
 
-Record* recorder = nullptr; ///< null outside of runs
+Record* recorder = nullptr; ///< of the run under way
 std::minstd_rand jitter;
 
 /// Now and then a process comes late.
 void Note(char kind, int count, MPI_Datatype type, MPI_Comm comm) {
-  if (recorder == nullptr) return;
   if (jitter() % 8 == 0) std::this_thread::sleep_for(std::chrono::microseconds(jitter() % 200));
   int size = 0, bytes = 0;
   PMPI_Comm_size(comm, &size);
@@ -44,52 +44,6 @@ void Note(char kind, int count, MPI_Datatype type, MPI_Comm comm) {
     ++recorder->others;
   }
 }
-
-void Note(char kind, MPI_Comm comm) {
-  Note(kind, 0, MPI_BYTE, comm);
-}
-
-} // namespace
-
-// The profiling layer of MPI: all that the library uses, and the kinds that it has no need of.
-extern "C" {
-int MPI_Allreduce(const void* from, void* to, int count, MPI_Datatype type, MPI_Op op,
-                  MPI_Comm comm) {
-  Note('r', count, type, comm);
-  return PMPI_Allreduce(from, to, count, type, op, comm);
-}
-int MPI_Bcast(void* data, int count, MPI_Datatype type, int root, MPI_Comm comm) {
-  Note('b', count, type, comm);
-  return PMPI_Bcast(data, count, type, root, comm);
-}
-int MPI_Reduce(const void* from, void* to, int count, MPI_Datatype type, MPI_Op op, int root,
-               MPI_Comm comm) {
-  Note('o', count, type, comm);
-  return PMPI_Reduce(from, to, count, type, op, root, comm);
-}
-int MPI_Barrier(MPI_Comm comm) {
-  Note('w', comm);
-  return PMPI_Barrier(comm);
-}
-int MPI_Comm_dup(MPI_Comm comm, MPI_Comm* made) {
-  Note('d', comm);
-  return PMPI_Comm_dup(comm, made);
-}
-int MPI_Comm_create(MPI_Comm comm, MPI_Group group, MPI_Comm* made) {
-  Note('c', comm);
-  return PMPI_Comm_create(comm, group, made);
-}
-int MPI_Comm_split(MPI_Comm comm, int color, int key, MPI_Comm* made) {
-  Note('s', comm);
-  return PMPI_Comm_split(comm, color, key, made);
-}
-int MPI_Comm_free(MPI_Comm* comm) {
-  Note('f', *comm);
-  return PMPI_Comm_free(comm);
-}
-}
-
-namespace {
 
 using Operator = SparseOperator<double>;
 
@@ -132,9 +86,10 @@ struct Problem {
       EXPECT_EQ(VesSolverSetMonitor(solver.get(), count, &o), VES_GOOD);
     }
     recorder = &o.record;
+    mpiMeter.note = Note;
     const VesReturnCode code =
         VesRunSolver(solver.get(), a.get(), b.get(), t.get(), x.get(), d.get());
-    recorder = nullptr;
+    mpiMeter.note = nullptr;
     EXPECT_EQ(code, VES_GOOD);
     EXPECT_EQ(VesGetSolverIter(solver.get(), &o.iter), VES_GOOD);
     EXPECT_EQ(VesGetSolverConv(solver.get(), &o.nConv), VES_GOOD);

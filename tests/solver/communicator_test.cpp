@@ -3,39 +3,12 @@
 #include "eigensolver/scalapack_diag.h"
 #include "interface/solver_base.h"
 #include "support/correctness.h"
+#include "support/mpi_meter.h"
 
 #include <cstdio>
 #include <cstdlib>
 
 using namespace VesTest;
-
-namespace {
-
-int liveComms = 0;
-
-int CountIfMade(int code, const MPI_Comm* made) {
-  if (code == MPI_SUCCESS && *made != MPI_COMM_NULL) ++liveComms;
-  return code;
-}
-
-} // namespace
-
-// The profiling layer of MPI: the library and the linear algebra behind it call these.
-extern "C" {
-int MPI_Comm_dup(MPI_Comm comm, MPI_Comm* made) {
-  return CountIfMade(PMPI_Comm_dup(comm, made), made);
-}
-int MPI_Comm_create(MPI_Comm comm, MPI_Group group, MPI_Comm* made) {
-  return CountIfMade(PMPI_Comm_create(comm, group, made), made);
-}
-int MPI_Comm_split(MPI_Comm comm, int color, int key, MPI_Comm* made) {
-  return CountIfMade(PMPI_Comm_split(comm, color, key, made), made);
-}
-int MPI_Comm_free(MPI_Comm* comm) {
-  --liveComms;
-  return PMPI_Comm_free(comm);
-}
-}
 
 namespace {
 
@@ -70,7 +43,7 @@ Settings Large() {
 
 TEST(Communicators, GroupsSolveAtOnceAndUnlikeOften) {
   const int rank = RankIn(MPI_COMM_WORLD), size = SizeOf(MPI_COMM_WORLD);
-  const int before = liveComms;
+  const int before = mpiMeter.commsAlive;
   {
     // 6 processes: 3 + 2 + 1; 4 processes: 3 + 1.
     const int color = rank < 3 ? 0 : (rank < 5 && size > 4 ? 1 : 2);
@@ -80,7 +53,7 @@ TEST(Communicators, GroupsSolveAtOnceAndUnlikeOften) {
       SolveOn(part.comm, solver.get(), Large());
     MPI_Barrier(MPI_COMM_WORLD);
   }
-  EXPECT_EQ(liveComms, before);
+  EXPECT_EQ(mpiMeter.commsAlive, before);
 }
 
 TEST(Communicators, OneGroupSolvesWhileTheOthersWait) {
@@ -93,7 +66,7 @@ TEST(Communicators, OneGroupSolvesWhileTheOthersWait) {
 }
 
 TEST(Communicators, FreedAndReplacedBetweenRuns) {
-  const int rank = RankIn(MPI_COMM_WORLD), before = liveComms;
+  const int rank = RankIn(MPI_COMM_WORLD), before = mpiMeter.commsAlive;
   {
     const SolverHandle solver = MakeSolver<double>(Large(), false);
     // Parts that overlap differently each time, the same again, one process alone in between, and
@@ -107,7 +80,7 @@ TEST(Communicators, FreedAndReplacedBetweenRuns) {
       if (step != 2) MPI_Comm_free(&comm);
     }
   }
-  EXPECT_EQ(liveComms, before);
+  EXPECT_EQ(mpiMeter.commsAlive, before);
 }
 
 /// An operator that waits for every process of the job with equal columns in each of its calls.
@@ -181,15 +154,16 @@ TEST(Communicators, ThousandCyclesLeaveNothingBehind) {
   };
   for (int warmUp = 0; warmUp < 50; ++warmUp)
     cycle();
-  const int comms = liveComms;
+  const int comms = mpiMeter.commsAlive;
   const long memory = ResidentKilobytes();
   for (int i = 0; i < cycles; ++i)
     cycle();
   long growth = ResidentKilobytes() - memory;
   MPI_Allreduce(MPI_IN_PLACE, &growth, 1, MPI_LONG, MPI_MAX, MPI_COMM_WORLD);
   if (RankIn(MPI_COMM_WORLD) == 0)
-    std::printf("%d cycles left %d communicators and %ld kB\n", cycles, liveComms - comms, growth);
-  EXPECT_EQ(liveComms, comms);
+    std::printf("%d cycles left %d communicators and %ld kB\n", cycles, mpiMeter.commsAlive - comms,
+                growth);
+  EXPECT_EQ(mpiMeter.commsAlive, comms);
 #ifndef __SANITIZE_ADDRESS__ // whose allocator keeps what is freed in quarantine
   // One communicator alone costs a few kilobytes. The BLACS keep some hundred bytes of every grid
   // on processes outside it.

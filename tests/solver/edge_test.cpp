@@ -228,32 +228,6 @@ TYPED_TEST(EdgeTest, ProcessesWithoutRows) {
   }
 }
 
-/// Values that stand still because a preconditioner returns NaN have not converged.
-TYPED_TEST(EdgeTest, BrokenPreconditionerIsNoConvergence) {
-  const Box box{{10, 9}};
-  const Rows rows(box.Order(), MPI_COMM_WORLD);
-  SparseOperator<TypeParam> A(rows, [&](int i) { return Phased<TypeParam>(i, box.Laplacian(i)); });
-  for (const auto type : allSolvers) {
-    SparseOperator<TypeParam> T(rows, [](int i) {
-      return typename SparseOperator<TypeParam>::Row{{i, Number<TypeParam>(1)}};
-    });
-    int calls = 0;
-    T.spoil = [&](TypeParam* y, int, int, int) {
-      if (++calls >= 2) y[0] = Number<TypeParam>(std::numeric_limits<double>::quiet_NaN());
-    };
-    Settings s;
-    s.solver = type;
-    s.detector = VES_EIGENVALUES;
-    s.threshold = LooseThreshold<TypeParam>();
-    Pairs<TypeParam> p(rows, s.nBands);
-    p.FillRandom();
-    const SolverHandle solver = MakeSolver<TypeParam>(s, false);
-    p.Run(solver.get(), &A, nullptr, &T);
-    EXPECT_LT(p.nConv, s.nBands);
-    EXPECT_LT(p.iter, 3);
-  }
-}
-
 /// Images of B that are only updated drift from B X: an ill-conditioned start must not cost pairs.
 TEST(EdgeGeneralized, IllConditionedGuessAndPenalties) {
   const int n = 500;

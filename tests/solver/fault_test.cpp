@@ -352,6 +352,8 @@ TYPED_TEST(FaultTest, OperatorsReturnNonsense) {
           };
           Settings s = FaultSettings<Scalar>(type);
           if (call == 2) s.orthogonalizer = VES_SVD_QR;
+          // Values that stand still because T returns no numbers have not converged.
+          if (*culprit == 'T' && call == 5 && std::isnan(kind.value)) s.detector = VES_EIGENVALUES;
           const SolverHandle solver = Tuned(MakeSolver<Scalar>(s, true));
           Pairs<Scalar> p(rows, s.nBands);
           p.FillRandom();

@@ -1,54 +1,10 @@
-// What only PPCG has: the partition into sub-blocks, soft and hard locking, its parameters.
+// What only PPCG has: sub-blocks, soft and hard locking, its parameters.
 #include "solver/ppcg.h"
 #include "support/correctness.h"
 
 using namespace VesTest;
 
 namespace {
-
-TEST(PpcgPartition, WidthsAndFirstColumns) {
-  using List = std::vector<int>;
-  const struct {
-    const char* reason;
-    int nBands, nBatch, nDeflated, nP;
-    List nXs, nPs, dispX, dispR;
-  } cases[] = {
-      {"two full sub-blocks and a rest",
-       130,
-       64,
-       0,
-       0,
-       {64, 64, 2},
-       {0, 0, 0},
-       {0, 64, 128},
-       {260, 324, 388}},
-      {"one narrow sub-block", 10, 64, 0, 10, {10}, {10}, {0}, {20}},
-      {"locked columns shift X alone", 12, 64, 5, 7, {7}, {7}, {5}, {24}},
-      {"nothing active", 6, 64, 6, 0, {}, {}, {}, {}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.reason);
-    const Rows rows(c.nBands + 20, MPI_COMM_WORLD);
-    SparseOperator<double> A(rows, [](int i) { return SparseOperator<double>::Row{{i, 1.0 + i}}; });
-    Ves::PPCG<double> solver;
-    solver.nBatch = c.nBatch;
-    solver.maxIter = 0; // sets the run up and ends it
-    Pairs<double> p(rows, c.nBands);
-    p.FillRandom();
-    p.Run(&solver, &A);
-    EXPECT_EQ(solver.nBatch, std::min(c.nBatch, c.nBands));
-    solver.nDeflated = c.nDeflated;
-    solver.nX = c.nBands - c.nDeflated;
-    solver.nP = c.nP;
-    solver.PartitionBlocks();
-    EXPECT_EQ(solver.nBlocks, static_cast<int>(c.nXs.size()));
-    EXPECT_EQ(solver.nXs, c.nXs);
-    EXPECT_EQ(solver.nRs, c.nXs);
-    EXPECT_EQ(solver.nPs, c.nPs);
-    EXPECT_EQ(solver.dispX, c.dispX);
-    EXPECT_EQ(solver.dispR, c.dispR);
-  }
-}
 
 template <typename Scalar>
 class PpcgFixture : public testing::Test {
@@ -204,10 +160,6 @@ TEST(PpcgSetters, CodesInTheirOrder) {
   const SolverHandle ppcg = MakeSolver<float>(s, false);
   const auto& fields = dynamic_cast<Ves::PPCG<float>&>(*ppcg);
   EXPECT_EQ(ppcg->solverType, VES_PPCG);
-  EXPECT_EQ(VesSolverSetPPCGSoftLocking(nullptr, 9), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSolverSetPPCGBatch(nullptr, 0), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSolverSetPPCGRRPeriod(nullptr, -1), VES_ERR_NULL_POINTER);
-  EXPECT_EQ(VesSolverSetPPCGLockFactor(nullptr, -1), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesSolverSetPPCGSoftLocking(lobpcg.get(), 9), VES_ERR_INCOMPATIBLE);
   EXPECT_EQ(VesSolverSetPPCGBatch(lobpcg.get(), 7), VES_ERR_INCOMPATIBLE);
   for (const int wrong : {-1, 3})
