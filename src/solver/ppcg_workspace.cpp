@@ -26,8 +26,9 @@ void PPCG<Scalar>::InitParameters(const Block& vecQ, const Block&,
 template <typename Scalar>
 WorkspacePlan<Scalar> PPCG<Scalar>::Plan(int nRows, int ld, int nCols, bool generalized) const {
   const long long k = nCols;
-  const int width = std::max(std::min(nCols, nBatch), 1);
+  const int width = std::min(nCols, nBatch);
   WorkspacePlan<Scalar> plan(nRows, ld);
+  if (nCols == 0) return plan; // no sub-blocks either
   for (Block* const block : {&workZ, &workAZ})
     plan.AddTall(*block, 3 * k);
   if (generalized) plan.AddTall(workBZ, 3 * k);
