@@ -4,7 +4,6 @@
 #include <cmath>
 #include <map>
 #include <numeric>
-#include <stdexcept>
 
 namespace VesBench {
 namespace {

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cmath>
-#include <cstdlib>
 #include <map>
 #include <stdexcept>
 

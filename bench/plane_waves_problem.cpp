@@ -2,8 +2,6 @@
 #include "large_problem.h"
 #include "plane_waves.h"
 
-#include <numeric>
-
 namespace VesBench {
 
 namespace {

@@ -4,7 +4,6 @@
 #include "runner.h"
 
 #include <cstdio>
-#include <cstring>
 #include <exception>
 
 using namespace VesBench;

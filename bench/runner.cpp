@@ -8,8 +8,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <memory>
-#include <stdexcept>
 
 namespace VesBench {
 namespace {

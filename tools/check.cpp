@@ -7,7 +7,6 @@
 #include "result_file.h"
 #include "timed_operator.h"
 
-#include <algorithm>
 #include <cmath>
 #include <iomanip>
 #include <limits>

@@ -6,7 +6,6 @@
 #include <CLI/CLI.hpp>
 
 #include <cmath>
-#include <limits>
 
 namespace VesTools {
 namespace {

@@ -1,7 +1,5 @@
 #include "parallel.h"
 
-#include <algorithm>
-
 namespace VesTools {
 namespace {
 

@@ -11,8 +11,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-
 namespace VesTools {
 namespace {
 

@@ -2,7 +2,6 @@
 #define VES_EIGENSOLVER_WORKSPACE_SIZE_H
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <limits>
 

@@ -5,7 +5,6 @@
 #include <ves.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <vector>
 

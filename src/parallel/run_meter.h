@@ -4,8 +4,6 @@
 #include <mpi.h>
 #include <ves.h>
 
-#include <cstddef>
-
 namespace Ves {
 
 /// What a run costs, counted where it happens: from its construction to its end a meter is the

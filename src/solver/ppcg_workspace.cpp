@@ -1,7 +1,6 @@
 #include "ppcg.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace Ves {
 

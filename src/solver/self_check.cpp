@@ -3,8 +3,8 @@
 #include "../detector/flag_pairs.h"
 #include "block_solver.h"
 
-#include <algorithm>
-#include <utility>
+#include <cmath>
+#include <vector>
 
 namespace Ves {
 
