@@ -70,11 +70,12 @@ class Bench:
             name, kind = kernel.rstrip(">").split("<", 1)
             unit = "Gflop/s" if "flops" in run else "GB/s" if "bytes" in run else "a second"
             rate = run.get("flops", run.get("bytes", 1e12 / run["real_time"])) / 1e9
-            rates[name, kind.replace("std::complex<double", "complex"), int(rows), int(cols)] = rate, unit
+            kind = kind.replace("std::complex<double", "complex")
+            rates[name, kind, int(rows), int(cols)] = rate, unit
         return rates
 
     def medians(self, runs, rounds=None):
-        """Interleaved rounds over runs = {key: arguments of once}; per key the run of median time."""
+        """Interleaved rounds over runs = {key: arguments of once}; per key that of median time."""
         results = {key: [] for key in runs}
         for _ in range(rounds or self.rounds):
             for key, arguments in runs.items():
@@ -103,9 +104,9 @@ def split(bench, _):
                     runs[cutoff, k, options] = {"case": ("plane-waves", cutoff, k, *options)}
     found = bench.medians(runs, rounds=1)
     share = lambda r, key: f"{100 * r[key] / r['seconds']:.0f}"
-    text = ["Plane waves, complex, one process and thread. Overhead: the time of the run over the sum "
-            "of the time in call-backs, in small dense problems and in products on tall blocks when "
-            "the same shapes are called by themselves.\n",
+    text = ["Plane waves, complex, one process and thread. Overhead: the time of the run over the "
+            "sum of the time in call-backs, in small dense problems and in products on tall blocks "
+            "when the same shapes are called by themselves.\n",
             table(["n, k, solver", "s", "A %", "products %", "dense %", "overhead", "Gflop",
                    "columns of A"],
                   [[f"{r['n']}, {r['k']}, {name_of(r)}", f"{r['seconds']:.2f}",
@@ -114,7 +115,8 @@ def split(bench, _):
                    for r in found.values()])]
     for solver in ("lobpcg", "lobpcg-batch", "ppcg"):
         chosen = [r for r in found.values() if r["solver"] == solver]
-        steps = sorted({s for r in chosen for s, t in r["steps"].items() if t > 0.01 * r["seconds"]},
+        notable = {s for r in chosen for s, t in r["steps"].items() if t > 0.01 * r["seconds"]}
+        steps = sorted(notable,
                        key=lambda s: -max(r["steps"].get(s, 0) / r["seconds"] for r in chosen))
         rows = [[step] + [f"{100 * r['steps'].get(step, 0) / r['seconds']:.1f}" for r in chosen]
                 for step in steps]
@@ -167,11 +169,12 @@ def kernels(bench, _):
             for r in found:
                 row += [f"{r['seconds']:.2f}", f"{r['gflop'] / r['secondsProducts']:.0f}"]
             rows.append(row)
-    text = ("OpenBLAS chooses its kernels by the processor, and old releases do not know the AVX-512 of "
-            "every new one. The environment variable `OPENBLAS_CORETYPE=SkylakeX` chooses them by hand; "
-            "libves leaves that to its user.\n\n")
+    text = ("OpenBLAS chooses its kernels by the processor, and old releases do not know the "
+            "AVX-512 of every new one. The environment variable `OPENBLAS_CORETYPE=SkylakeX` "
+            "chooses them by hand; libves leaves that to its user.\n\n")
     if len(cores) == 1:
-        text += "The processor of this run has no AVX-512: its kernels could not be measured here.\n\n"
+        text += ("The processor of this run has no AVX-512: its kernels could not be measured"
+                 " here.\n\n")
     text += table(["operation, type, n, k", "unit", *names],
                   [[", ".join(map(str, key)), unit, *(f"{found[key][0]:.1f}" for found in rates)]
                    for key, (_, unit) in rates[0].items()])
@@ -206,7 +209,8 @@ def picture(path, label, series):
 
 
 def growth(bench, docs):
-    solvers = {"LOBPCG, lock factor 1": LOBPCG, "LOBPCG batch 64, lock factor 1": BATCH, "PPCG": PPCG}
+    solvers = {"LOBPCG, lock factor 1": LOBPCG, "LOBPCG batch 64, lock factor 1": BATCH,
+               "PPCG": PPCG}
     series = {
         "n": ("unknowns (Laplacian, 16 pairs)",
               [("laplacian", size, 16) for size in (20, 28, 40, 56)], "n"),
@@ -220,8 +224,8 @@ def growth(bench, docs):
                                for name, options in solvers.items() for p in problems}, rounds=1)
         lines = {name: [(found[name, p][axis], found[name, p]["seconds"]) for p in problems]
                  for name in solvers}
-        per = {name: [(found[name, p][axis], found[name, p]["seconds"] / found[name, p]["iterations"])
-                      for p in problems] for name in solvers}
+        cost = lambda run: (run[axis], run["seconds"] / run["iterations"])
+        per = {name: [cost(found[name, p]) for p in problems] for name in solvers}
         picture(docs / "pictures" / f"growth_{key}.svg", label, lines)
         text.append(f"![time against {label}](pictures/growth_{key}.svg)\n")
         text.append(table(["exponent", "of the run", "of an iteration"],
@@ -239,7 +243,8 @@ def parallel(bench, docs):
     for title, problem in problems.items():
         for name, options in (("LOBPCG, lock factor 1", LOBPCG), ("PPCG", PPCG)):
             case = (*problem, *options)
-            found = bench.medians({"one": {"case": case}, "processes": {"case": case, "processes": 2},
+            found = bench.medians({"one": {"case": case},
+                                   "processes": {"case": case, "processes": 2},
                                    "threads": {"case": case, "threads": 2}})
             one, two, threads = found["one"], found["processes"], found["threads"]
             rows.append([f"{title}, {name}", f"{one['seconds']:.2f}", f"{two['seconds']:.2f}",
@@ -268,8 +273,9 @@ def main():
     for part in asked.parts:
         print("==", part, file=sys.stderr, flush=True)
         (sections / f"{part}.md").write_text(globals()[part](bench, asked.docs) + "\n")
-    page = ["# Performance figures\n", "Made by `scripts/benchmarks`; do not edit. Times are medians of "
-            "interleaved runs on one machine: take them as ratios.\n"]
+    page = ["# Performance figures\n",
+            "Made by `scripts/benchmarks`; do not edit. Times are medians of interleaved runs on "
+            "one machine: take them as ratios.\n"]
     for part, title in TITLES.items():
         text = sections / f"{part}.md"
         page += [f"## {title}\n", text.read_text() if text.exists() else "Not measured yet.\n"]

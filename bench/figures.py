@@ -69,8 +69,9 @@ def faults(*logs):
           "processes: every one ended, and what it claimed was true.")
     print(f"- {calls[1]} of the flat interface, {calls[2]} among them: every code was a documented "
           "one.")
-    print(f"- {cycles[1]} solvers created, run and destroyed on changing communicators: {cycles[2]} "
-          f"communicators were left, and at most {cycles[3]} kB of memory on a process.")
+    print(f"- {cycles[1]} solvers created, run and destroyed on changing communicators: "
+          f"{cycles[2]} communicators were left, and at most {cycles[3]} kB of memory on a"
+          " process.")
     if failed:
         print(f"\n**Failed: {', '.join(failed)}.**")
 
@@ -185,7 +186,8 @@ def sanitizers(log, root):
 
 
 def main():
-    sections = {f.__name__: f for f in (starts, faults, tests, coverage, mutation, lines, sanitizers)}
+    functions = (starts, faults, tests, coverage, mutation, lines, sanitizers)
+    sections = {f.__name__: f for f in functions}
     if len(sys.argv) < 3 or sys.argv[1] not in sections:
         sys.exit(__doc__)
     sections[sys.argv[1]](*sys.argv[2:])

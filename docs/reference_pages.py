@@ -6,7 +6,8 @@ from docutils import nodes
 from sphinx.util import logging
 
 COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.DOTALL)
-CPP_NAME = re.compile(r"^(?:(?:class|struct|using) (\w+)|[\w:<>]+(?: [\w:<>]+)* (\w+)\()", re.MULTILINE)
+CPP_NAME = re.compile(r"^(?:(?:class|struct|using) (\w+)|[\w:<>]+(?: [\w:<>]+)* (\w+)\()",
+                      re.MULTILINE)
 CODE = re.compile(r"(-\d(?:, -\d)*|0)\b *(.*)", re.DOTALL)
 
 

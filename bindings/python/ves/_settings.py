@@ -88,7 +88,8 @@ def _one_of(name, value, choices):
 
 def _choose_solver(solver, batch, k, order):
     """Solver, batch and its limit; "auto" goes over to batches for many pairs of a much larger
-    problem, or where a batch is given: LOBPCG solves one of three times its pairs almost at once."""
+    problem, or where a batch is given: LOBPCG solves one of three times its pairs almost at once.
+    """
     _one_of("solver", solver, ("auto", *SOLVERS))
     if batch is not None:
         batch = whole("batch", batch, 1)
@@ -120,8 +121,9 @@ def complete(k, order, dtype, team, *, solver="auto", batch=None, tol=None, abso
     k = whole("k", k, 1, LARGEST_ORDER)
     solver, batch, batch_limit = _choose_solver(solver, batch, k, order)
     if 3 * _at_once(solver, batch, k) > LARGEST_ORDER:
-        raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems of"
-                         f" an order above {LARGEST_ORDER}: take 'lobpcg_batch' and a smaller batch")
+        raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems"
+                         f" of an order above {LARGEST_ORDER}: take 'lobpcg_batch' and a smaller"
+                         " batch")
     if tol is not None and absolute_tol is not None:
         raise ValueError("give either tol or absolute_tol, not both")
     if not 0 <= _number("lock_factor", lock_factor) <= 1:

@@ -109,8 +109,9 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
         def choose():
             settings = _settings.complete(
                 _wanted(k, problem), problem.total_rows, problem.dtype, problem.team, solver=solver,
-                tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch, lock_factor=lock_factor,
-                detector=detector, passes=passes, generalized=B is not None,
+                tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch,
+                lock_factor=lock_factor, detector=detector, passes=passes,
+                generalized=B is not None,
                 preconditioned=T is not None, everywhere=bool(everywhere))
             problem.require_fit(settings.k, settings.widest_block)
             _settings.whole("seed", seed, 0, np.inf)
