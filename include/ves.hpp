@@ -7,7 +7,8 @@
 ///   made by every process of the block's communicator, in the same order; all others are local,
 ///   but for the destruction of a Solver, which is as VesSolverDestroy.
 /// - A refused call throws Error with the code of the function of ves.h that it names. Where that
-///   function agrees on its verdict, all processes throw.
+///   function agrees on its verdict, all processes throw. Memory for k numbers that one process
+///   cannot have beside its blocks is std::bad_alloc on that process alone.
 /// - Owners can be moved and not copied; one that was moved from may only be destroyed or assigned
 ///   to. handle() lends the handle for what stands in ves.h alone.
 #ifndef VES_HPP
@@ -15,6 +16,8 @@
 
 #include <ves_blocks.hpp>
 
+#include <algorithm>
+#include <complex>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -139,7 +142,7 @@ struct Options {
   std::optional<int> ppcgRRPeriod;                         ///< VesSolverSetPPCGRRPeriod
   std::optional<double> ppcgLockFactor;                    ///< VesSolverSetPPCGLockFactor
   /// Follows a run as VesMonitor, on all processes or none; true on process 0 ends it. What it
-  /// throws does, too, and leaves solve where it was thrown.
+  /// throws there does, too; on each process it leaves solve where it was thrown.
   std::function<bool(const VesProgress&)> monitor;
   std::uint64_t seed = 0; ///< of the random guess
 };
@@ -207,7 +210,7 @@ public:
   /// and what operators and monitor threw; X then holds anything.
   Outcome<Scalar> solve(const Operator<Scalar>& A, const Operator<Scalar>& B,
                         const Operator<Scalar>& T, const Block<Scalar>& X) {
-    const Block<Scalar> D(X.cols(), 1, X.comm());
+    const Block<Scalar> D(X.cols(), 1, X.comm(), X.second());
     check(VesSolverSetProblemType(handle(), B.handle() == nullptr ? VES_PROBLEM_STANDARD
                                                                   : VES_PROBLEM_GENERALIZED),
           "VesSolverSetProblemType");
@@ -295,8 +298,8 @@ Solution<Scalar> solve(const Operator<Scalar>& A, int nRows, int nPairs,
 
 /// Values as the column that the library takes beside their vectors.
 template <typename Scalar>
-Block<Scalar> makeColumn(const std::vector<Real<Scalar>>& values, MPI_Comm comm) {
-  Block<Scalar> D(static_cast<int>(values.size()), 1, comm);
+Block<Scalar> makeColumn(const std::vector<Real<Scalar>>& values, const Block<Scalar>& X) {
+  Block<Scalar> D(static_cast<int>(values.size()), 1, X.comm(), X.second());
   std::copy(values.begin(), values.end(), D.data());
   return D;
 }
@@ -316,7 +319,7 @@ std::vector<Real<Scalar>> columnNorms(const Block<Scalar>& X) {
 template <typename Scalar>
 void eigResidual(const Operator<Scalar>& A, const Operator<Scalar>& B, const Block<Scalar>& X,
                  const std::vector<Real<Scalar>>& values, const Block<Scalar>& R) {
-  const Block<Scalar> D = makeColumn<Scalar>(values, X.comm());
+  const Block<Scalar> D = makeColumn(values, X);
   finish(VesEigResidual(A.handle(), B.handle(), X.handle(), D.handle(), R.handle()),
          "VesEigResidual", A, B);
 }
@@ -341,7 +344,7 @@ template <typename Scalar>
 PairErrors checkEigenpairs(const Operator<Scalar>& A, const Operator<Scalar>& B,
                            const Block<Scalar>& X, const std::vector<Real<Scalar>>& values) {
   PairErrors errors;
-  const Block<Scalar> D = makeColumn<Scalar>(values, X.comm());
+  const Block<Scalar> D = makeColumn(values, X);
   finish(VesCheckEigenpairs(A.handle(), B.handle(), X.handle(), D.handle(), &errors.residual,
                             &errors.orthoError),
          "VesCheckEigenpairs", A, B);

@@ -89,12 +89,14 @@ MatrixHandle makeMatrix(VesShellMatVec routine, void* data) {
 /// A block n x k over values of the caller, or without storage where values is null; by
 /// VesVectorCreate, VesVectorSetComm, VesVectorSetDim and VesVectorDenseSetValues.
 template <typename Scalar>
-VectorHandle makeVector(MPI_Comm comm, int nRows, int nCols, Scalar* values, int ld) {
+VectorHandle makeVector(MPI_Comm comm, int nRows, int nCols, Scalar* values, int ld,
+                        MPI_Comm second = MPI_COMM_SELF) {
   VesVector made = nullptr;
   const VesReturnCode code = VesVectorCreate(&made, scalarType<Scalar>(), VES_VECTOR_DENSE);
   VectorHandle handle(made);
   check(code, "VesVectorCreate");
   check(VesVectorSetComm(made, 0, comm), "VesVectorSetComm");
+  check(VesVectorSetComm(made, 1, second), "VesVectorSetComm");
   check(VesVectorSetDim(made, nRows, nCols), "VesVectorSetDim");
   if (values != nullptr)
     check(VesVectorDenseSetValues(made, values, ld), "VesVectorDenseSetValues");
@@ -148,21 +150,25 @@ class Block {
 public:
   /// In storage of its own, zero at first. Throws Error -1 for a null communicator or a negative
   /// dimension, std::bad_alloc where this process cannot have the storage.
-  Block(int nRows, int nCols, MPI_Comm comm = MPI_COMM_WORLD)
-      : m_comm(comm), m_handle(makeVector<Scalar>(comm, nRows, nCols, nullptr, 1)),
+  Block(int nRows, int nCols, MPI_Comm comm = MPI_COMM_WORLD, MPI_Comm second = MPI_COMM_SELF)
+      : m_comm(comm), m_second(second),
+        m_handle(makeVector<Scalar>(comm, nRows, nCols, nullptr, 1, second)),
         m_values(static_cast<std::size_t>(std::max(nRows, 1)) *
                  static_cast<std::size_t>(std::max(nCols, 1))),
         m_view(m_values.data(), nRows, nCols) {
     check(VesVectorDenseSetValues(handle(), data(), m_view.ld()), "VesVectorDenseSetValues");
   }
   /// Over memory of the caller, which must outlive the block; it may be null where the view has no
-  /// entries. Throws Error -1 for a null communicator, a negative dimension or ld below 1.
-  explicit Block(View<Scalar> view, MPI_Comm comm = MPI_COMM_WORLD)
-      : m_comm(comm), m_handle(makeVector(comm, view.rows(), view.cols(), view.data(), view.ld())),
+  /// entries. Throws Error -1 for a null communicator, a negative dimension or, with memory, ld
+  /// below 1.
+  explicit Block(View<Scalar> view, MPI_Comm comm = MPI_COMM_WORLD, MPI_Comm second = MPI_COMM_SELF)
+      : m_comm(comm), m_second(second),
+        m_handle(makeVector(comm, view.rows(), view.cols(), view.data(), view.ld(), second)),
         m_view(view) {}
 
   VesVector handle() const { return m_handle.get(); } ///< stays the block's
   MPI_Comm comm() const { return m_comm; }            ///< that of its rows
+  MPI_Comm second() const { return m_second; }        ///< over which replicas are kept alike
   View<Scalar> view() const { return m_view; }        ///< its entries
   int rows() const { return m_view.rows(); }          ///< n
   int cols() const { return m_view.cols(); }          ///< k
@@ -174,13 +180,13 @@ public:
   Scalar& operator()(int i, int j) const { return m_view(i, j); }
 
 private:
-  MPI_Comm m_comm;
+  MPI_Comm m_comm, m_second;
   VectorHandle m_handle;
   std::vector<Scalar> m_values; ///< keeps its address when the block is moved
   View<Scalar> m_view;
 };
 
-/// Fills a block with numbers in [-1, 1) that depend on the seed, column and row among those of all
+/// Fills a block with numbers from -1 to 1 that depend on the seed, column and row among those of all
 /// processes, but not on how rows are distributed. Collective.
 template <typename Scalar>
 void fillRandom(const Block<Scalar>& X, std::uint64_t seed = 0) {

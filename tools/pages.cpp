@@ -131,7 +131,8 @@ void Fill(CLI::App& app, std::istream& in, std::ostream& out) {
 
 } // namespace
 
-int main(int, char** argv) {
-  std::ifstream in(argv[1]);
+int main(int argc, char** argv) {
+  std::ifstream in(argc > 1 ? argv[1] : "");
+  if (!in) throw std::runtime_error("no template of a page");
   VesTools::ShowOptions([&](CLI::App& app) { Fill(app, in, std::cout); });
 }

@@ -18,9 +18,13 @@ public:
 
   mutable Block X, BX, AX; ///< what they view may change where they may not
 
+  /// Which images have storage of their own is seen by their addresses.
   Imaged(const Block& x, const Block& bx, const Block& ax)
       : Imaged(x, bx, ax, x != bx, x != ax && bx != ax) {}
   Imaged(const Block& x, const Block& bx) : Imaged(x, bx, bx) {}
+  /// That of B X is told, since it steers collective calls; A X has its own.
+  Imaged(const Block& x, const Block& bx, const Block& ax, bool hasB)
+      : Imaged(x, bx, ax, hasB, true) {}
   Imaged(const Imaged& other) : Imaged(other, 0, other.Count()) {}
   Imaged& operator=(const Imaged&) = delete;
 

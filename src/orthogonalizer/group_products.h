@@ -9,7 +9,7 @@
 
 namespace Ves {
 
-/// Some columns of a block, for each of several groups.
+/// Some columns of a block, for each of several groups; for the length of a call.
 struct Groups {
   const std::vector<int>& firsts; ///< first columns
   const std::vector<int>& widths;

@@ -80,18 +80,15 @@ VesReturnCode SvdQR<Scalar>::BatchSvQR(VectorDense<Scalar>& vecX, VectorDense<Sc
 
 /// \return every Gram matrix could be decomposed
 template <typename Scalar>
-bool SvdQR<Scalar>::RunGroups(const VectorDense<Scalar>& vecX, const VectorDense<Scalar>& vecBX,
-                              const VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
+bool SvdQR<Scalar>::RunGroups(VectorDense<Scalar>& vecX, VectorDense<Scalar>& vecBX,
+                              VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
                               std::vector<int>& nXs, bool global) {
   const Imaged<Scalar> all(vecX, vecBX, vecAX);
   const GroupProducts<Scalar> grams(vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
-  const int widest = nXs.empty() ? 0 : *std::max_element(nXs.begin(), nXs.end());
-  VectorDense<Scalar> scratch(vecX.comm, vecX.auxComm, vecX.nRows, widest, vecX.nRows);
-  VES_ASSERT_GOOD(scratch.AllocateMem());
   bool areDone = true;
   for (std::size_t j = 0; j < nXs.size(); ++j) {
     const Imaged<Scalar> group = all.Columns(dispX[j], nXs[j]);
-    nXs[j] = TransformGroup(group, grams[j], scratch);
+    nXs[j] = TransformGroup(group, grams[j]);
     areDone = areDone && nXs[j] >= 0;
     nXs[j] = std::max(nXs[j], 0);
   }
@@ -101,8 +98,7 @@ bool SvdQR<Scalar>::RunGroups(const VectorDense<Scalar>& vecX, const VectorDense
 /// The leading columns of X := X V diag(lambda)^-1/2 with the Gram matrix V diag(lambda) V^H,
 /// images alike. \return their number, or -1 where the matrix cannot be decomposed
 template <typename Scalar>
-int SvdQR<Scalar>::TransformGroup(const Imaged<Scalar>& group, VectorDense<Scalar> gram,
-                                  const VectorDense<Scalar>& scratch) {
+int SvdQR<Scalar>::TransformGroup(const Imaged<Scalar>& group, VectorDense<Scalar> gram) {
   const int n = group.Count();
   VectorDense<Scalar> singular(gram.comm, gram.auxComm, n, 1, n);
   VES_ASSERT_GOOD(singular.AllocateMem());
@@ -113,7 +109,9 @@ int SvdQR<Scalar>::TransformGroup(const Imaged<Scalar>& group, VectorDense<Scala
   VES_ASSERT_GOOD(singular.ScaleByVal(MathConstants<Scalar>::NEG_ONE));
   const int colRank = InvertSingularValues(singular);
   const VectorDense<Scalar> rotation(gram, 0, 0, n, colRank), scales(singular, 0, 0, colRank, 1);
-  VectorDense<Scalar> rotated(scratch, 0, 0, scratch.nRows, colRank);
+  const int rows = group.X.nRows;
+  VectorDense<Scalar> rotated(gram.comm, gram.auxComm, rows, colRank, rows);
+  VES_ASSERT_GOOD(rotated.AllocateMem()); // only now, when the decomposition has given its own back
   group.ForEachWith(group.Columns(0, colRank),
                     [&](const VectorDense<Scalar>& from, VectorDense<Scalar>& to) {
                       VES_ASSERT_GOOD(rotated.Gemm(from, rotation));

@@ -43,11 +43,9 @@ public:
                                   std::vector<int>& nXs, bool global);
 
 private:
-  bool RunGroups(const VectorDense<Scalar>& vecX, const VectorDense<Scalar>& vecBX,
-                 const VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
-                 std::vector<int>& nXs, bool global);
-  int TransformGroup(const Imaged<Scalar>& group, VectorDense<Scalar> gram,
-                     const VectorDense<Scalar>& scratch);
+  bool RunGroups(VectorDense<Scalar>& vecX, VectorDense<Scalar>& vecBX, VectorDense<Scalar>& vecAX,
+                 const std::vector<int>& dispX, std::vector<int>& nXs, bool global);
+  int TransformGroup(const Imaged<Scalar>& group, VectorDense<Scalar> gram);
 };
 
 VES_EXTERN_TEMPLATE(SvdQR);

@@ -7,6 +7,7 @@
 #include "../parallel/run_meter.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <new>
 #include <numeric>
@@ -61,9 +62,9 @@ VesReturnCode BlockSolver<Scalar>::SolveNothing() const {
 
 template <typename Scalar>
 VesReturnCode BlockSolver<Scalar>::AllocateOnAll(const WorkspacePlan<Scalar>& plan) const {
-  plan.Shape(rowComm, secondComm);
   VesReturnCode verdict = VES_GOOD;
   try {
+    plan.Shape(rowComm, secondComm);
     plan.Allocate();
   } catch (const std::bad_alloc&) {
     verdict = VES_ERR_INVALID_VALUE;
@@ -100,7 +101,7 @@ void BlockSolver<Scalar>::ReadProblem(const Block& vecQ, const VesMatrixBase& ma
   nRowsTotal = nPW;
   ReduceInPlace(&nRowsTotal, 1, MPI_LONG_LONG, MPI_SUM, rowComm);
   isGeneralized = problemType == VES_PROBLEM_GENERALIZED && matB.IsPresent();
-  orthoTol = 256.0 * static_cast<double>(std::numeric_limits<RealType<Scalar>>::epsilon());
+  orthoTol = Limit::orthogonalizer;
   orthoInnerTol = orthoTol;
   info = 0;
   largestRitz = 0.0;
@@ -170,7 +171,7 @@ void BlockSolver<Scalar>::Report(int iteration, const Block& estimates, int nCon
 
 template <typename Scalar>
 bool BlockSolver<Scalar>::IsAscending(const Block& values) const {
-  const RealType<Scalar> rounding = 16 * std::numeric_limits<RealType<Scalar>>::epsilon();
+  constexpr auto rounding = static_cast<RealType<Scalar>>(Limit::equalValues * Limit::epsilon);
   for (int j = 1; j < values.nRows; ++j) {
     const RealType<Scalar> before = std::real(values(j - 1)), here = std::real(values(j));
     if (before > here + rounding * std::max(std::abs(before), std::abs(here))) return false;

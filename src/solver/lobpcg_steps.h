@@ -70,7 +70,7 @@ protected:
   virtual int MostActive(int nCols) const { return nCols; }
   VesReturnCode AllocateWorkspace() const; ///< returns as AllocateOnAll
   void FreeWorkspace() const;
-  /// Makes sure of the nKnown leading pairs before they are handed back. Where they have lost
+  /// Makes sure of the leading pairs, as many as are known, before they are handed back. Where they have lost
   /// their orthonormality, or claim residuals close to rounding errors, their images are made
   /// afresh, they are orthonormalized and rotated, and the converged ones counted again. What was
   /// locked early and keeps others from converging is rotated with them, too.
@@ -114,12 +114,12 @@ protected:
   int FirstNew() const { return FirstR() + nR; }
 
   /// Columns of workZ with their images: all, and count from first on.
-  Pairs Z() const { return {workZ, isGeneralized ? workBZ : workZ, workAZ}; }
+  Pairs Z() const { return {workZ, isGeneralized ? workBZ : workZ, workAZ, isGeneralized}; }
   Pairs Z(int first, int count) const { return Z().Columns(first, count); }
   /// The basis [X P R N] of the iteration.
   Pairs V() const { return Z(nDeflated, nV); }
   /// The new Ritz vectors, beside the old basis.
-  Pairs NewX() const { return {workX, isGeneralized ? workBX : workX, workAX}; }
+  Pairs NewX() const { return {workX, isGeneralized ? workBX : workX, workAX, isGeneralized}; }
   /// Eigenvalue estimates of the first count active pairs.
   Block Estimates(int count) const { return Block(workW, nDeflated, 0, count, 1); }
   /// More columns than those before them leave room for would be made of rounding errors.

@@ -34,9 +34,8 @@ WorkspacePlan<Scalar> LobpcgSteps<Scalar>::Plan(int nRows, int ld, int nCols,
   plan.AddSmall(workW, k, 1);
   for (Block* const flags : {&idxsConv, &idxsLock})
     plan.AddSmall(*flags, active, 1);
-  plan.denseOrder = static_cast<double>(nVmax);
-  plan.widestBlock =
-      static_cast<double>(std::max(active, k - active)); // the last pass may load the rest
+  plan.denseOrder = nVmax;
+  plan.widestBlock = std::max(active, k - active); // the last pass may load the rest
   return plan;
 }
 
@@ -48,7 +47,7 @@ VesReturnCode LobpcgSteps<Scalar>::AllocateWorkspace() const {
 
 template <typename Scalar>
 void LobpcgSteps<Scalar>::FreeWorkspace() const {
-  Plan(nPW, ldQ, nBands, isGeneralized).Free();
+  Plan(nPW, ldQ, 1, isGeneralized).Free(); // whatever their shapes are by now
 }
 
 template <typename Scalar>

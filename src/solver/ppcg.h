@@ -127,7 +127,7 @@ private:
   bool IsRotationDue() const { return iter > 0 && rrPeriod > 0 && iter % rrPeriod == 0; }
 
   /// workZ with its images: all of it, count columns from first on, the active ones of X.
-  Pairs Z() const { return {workZ, isGeneralized ? workBZ : workZ, workAZ}; }
+  Pairs Z() const { return {workZ, isGeneralized ? workBZ : workZ, workAZ, isGeneralized}; }
   Pairs Z(int first, int count) const { return Z().Columns(first, count); }
   Pairs Active() const { return Z(nBands - nX, nX); }
   /// Eigenvalue estimates of the active pairs.

@@ -65,7 +65,9 @@ template <typename Scalar>
 void PPCG<Scalar>::ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const {
   nSpan = nBands;
   if (!check.IsOn() || info != 0) return;
+  const bool wasIdle = isIdle; // no step lies between the last check and the count to come
   RestartUnlessSound(matA, matB, orthoTol); // what is handed back is held to the tolerance itself
+  isIdle = wasIdle;
   RefreshImages(matA, matB);
   nSpan = nBands; // which a restart may have narrowed
   if (nConv == 0 || this->nRowsTotal <= nBands || this->nRowsTotal > 3LL * runBatch) return;

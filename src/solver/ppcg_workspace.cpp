@@ -37,7 +37,7 @@ WorkspacePlan<Scalar> PPCG<Scalar>::Plan(int nRows, int ld, int nCols, bool gene
   for (Block* const column : {&workW, &idxsConv, &idxsLock})
     plan.AddSmall(*column, k, 1);
   PlanSubspaces(plan, nCols, width, generalized);
-  plan.denseOrder = std::max(static_cast<double>(nCols), 3.0 * width);
+  plan.denseOrder = std::max(k, 3LL * width);
   plan.widestBlock = nCols;
   return plan;
 }
@@ -152,7 +152,7 @@ void PPCG<Scalar>::RecountConverged(const Block& coefficients, const Block& valu
 
 template <typename Scalar>
 void PPCG<Scalar>::FreeWorkspace() const {
-  Plan(nPW, ldQ, nBands, isGeneralized).Free();
+  Plan(nPW, ldQ, 1, isGeneralized).Free(); // whatever their shapes are by now
 }
 
 VES_INSTANTIATE(PPCG);

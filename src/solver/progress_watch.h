@@ -1,6 +1,8 @@
 #ifndef VES_SOLVER_PROGRESS_WATCH_H
 #define VES_SOLVER_PROGRESS_WATCH_H
 
+#include <ves.h>
+
 #include <cmath>
 #include <vector>
 
@@ -10,7 +12,7 @@ namespace Ves {
 /// remembers holds while most pairs stay unconverged; it is forgotten when one more converges or
 /// pairs come in, since the open ones are then others. Local: the last bits of norms may differ
 /// between processes, of which one is to decide.
-class ProgressWatch {
+class VES_EXPORT ProgressWatch {
 public:
   static constexpr int window = 20; ///< iterations
 

@@ -15,9 +15,9 @@ template <typename Scalar>
 class BlockSolver;
 
 /// What watches over a run and what it may claim in the end: the room of all that is done for
-/// trust. It reads the solver that it belongs to and remembers what it found, which is the same on
-/// all processes. Turned off by the caller (VesSolverSetSelfCheck) it neither asks for restarts nor
-/// ends a run for want of progress, and believes what the steps claim.
+/// trust. It reads the solver that it belongs to; what it decided is the same on all processes.
+/// Turned off by the caller (VesSolverSetSelfCheck) it neither asks for restarts nor ends a run, but
+/// where no direction is left, and believes what the steps claim.
 template <typename Scalar>
 class VES_EXPORT SelfCheck {
 public:

@@ -7,8 +7,8 @@
 
 namespace Ves {
 
-/// The numbers that the self-check decides by, with their reasons. Rounding of a residual is
-/// measured in epsilon ||A|| ||x||, with the largest Ritz value for ||A||.
+/// The numbers by which more than rounding is told from rounding, with their reasons. Rounding of a
+/// residual is measured in epsilon ||A|| ||x||, with the largest Ritz value for ||A||.
 template <typename Scalar>
 struct Tolerances {
   static constexpr double epsilon =
@@ -17,6 +17,8 @@ struct Tolerances {
 
   /// \name Orthonormality
   /// @{
+  /// Of the orthogonalizer, within a pass loop and around it.
+  static constexpr double orthogonalizer = 256.0 * epsilon;
   /// |x^H B x - 1| after a rotation: a healthy basis stays orders of magnitude below, every
   /// breakdown seen exceeds it.
   static constexpr double unitNorm = isDouble ? 1e-7 : 3e-4;

@@ -5,6 +5,8 @@
 #include "../interface/solver_base.h"
 
 #include <algorithm>
+#include <limits>
+#include <new>
 #include <vector>
 
 namespace Ves {
@@ -15,8 +17,8 @@ class WorkspacePlan {
 public:
   using Block = VectorDense<Scalar>;
 
-  double denseOrder = 0;  ///< of the largest dense eigenproblem
-  double widestBlock = 0; ///< that is orthonormalized at once
+  long long denseOrder = 0;  ///< of the largest dense eigenproblem
+  long long widestBlock = 0; ///< that is orthonormalized at once
 
   /// For runs on so many local rows, in tall blocks with this leading dimension.
   WorkspacePlan(int nRows, int ld) : m_nRows(nRows), m_ld(std::max(ld, 1)) {}
@@ -34,11 +36,15 @@ public:
     m_items.push_back({&block, rows, cols, std::max(rows, 1LL), false});
   }
 
-  /// Gives the blocks their shapes, without storage.
+  /// Gives the blocks their shapes, without storage. Throws std::bad_array_new_length where one
+  /// leaves 32 bits.
   void Shape(MPI_Comm rowComm, MPI_Comm secondComm) const {
-    for (const Item& item : m_items)
+    for (const Item& item : m_items) {
+      if (std::max(item.ld, item.cols) > std::numeric_limits<int>::max())
+        throw std::bad_array_new_length();
       item.block->SetShape(rowComm, secondComm, static_cast<int>(item.rows),
                            static_cast<int>(item.cols), static_cast<int>(item.ld));
+    }
   }
   void Allocate() const {
     for (const Item& item : m_items)
@@ -58,7 +64,7 @@ public:
   }
 
   VesSolverBase::RunSizes LargestSizes() const {
-    VesSolverBase::RunSizes sizes{0.0, 0.0, denseOrder};
+    VesSolverBase::RunSizes sizes{0.0, 0.0, static_cast<double>(denseOrder)};
     for (const Item& item : m_items) {
       const double rows = static_cast<double>(item.rows), cols = static_cast<double>(item.cols);
       double& largest = item.isTall ? sizes.tallColumns : sizes.smallEntries;
