@@ -2,6 +2,7 @@
 #define VES_EIGENSOLVER_WORKSPACE_SIZE_H
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <limits>
 
