@@ -3,6 +3,7 @@
 #include "../detector/flag_pairs.h"
 #include "block_solver.h"
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -68,13 +69,18 @@ void SelfCheck<Scalar>::WatchProgress(const VesMatrixBase& matA, const VesMatrix
   m_isSlow = found.back() != 0;
   m_watch.idleWindows = gain == ProgressWatch::none ? m_watch.idleWindows + 1 : 0;
   if (gain == ProgressWatch::half) return;
-  const bool isClose = AreBelow(active.BX, first, values, Limit::closeToFloor);
-  const bool isAtFloor = isClose && AreBelow(active.BX, first, values, Limit::atFloor);
+  const std::vector<double> norms = ColumnNorms(active.BX);
+  const bool isClose = AreBelow(norms, first, values, Limit::closeToFloor);
+  const bool isAtFloor = isClose && AreBelow(norms, first, values, Limit::atFloor);
   if (m_watch.nRestarts == 0 && (isAtFloor || gain == ProgressWatch::none)) {
     ++m_watch.nRestarts;
     return RequestRestart();
   }
-  if (gain != ProgressWatch::none || !isClose) return;
+  if (gain != ProgressWatch::none) return;
+  if (!isClose) {
+    const std::vector<double> stretched(norms.size(), Stretch(active, norms));
+    if (!AreBelow(stretched, first, values, Limit::atFloor)) return;
+  }
   const int j = nConv - first;
   double drift = ImageNoise(matA, matB, active.Columns(j, 1), values(j), scratch) /
                  m_run.pairResiduals[static_cast<std::size_t>(nConv)];
@@ -117,14 +123,25 @@ double SelfCheck<Scalar>::ImageNoise(const VesMatrixBase& matA, const VesMatrixB
   return ColumnNorms(fresh.X).front();
 }
 
-/// The residuals of the active pairs that have not converged are below so many rounding errors.
-/// Collective; one process decides.
+/// B of small values stretches vectors, and rotations mix rounding errors of the longest into all:
+/// A x is then only good to those of ||A|| max ||x||, far above ||A|| ||Bx||/||B||.
+/// \return ||B|| max ||x||, with the largest ||Bx||/||x|| of the active pairs for ||B||
 template <typename Scalar>
-bool SelfCheck<Scalar>::AreBelow(const Block& vecX, int first, const Block& values,
+double SelfCheck<Scalar>::Stretch(const Pairs& active, const std::vector<double>& normsBX) const {
+  const std::vector<double> norms = ColumnNorms(active.X);
+  double normB = 0.0;
+  for (std::size_t j = 0; j < norms.size(); ++j)
+    normB = std::max(normB, normsBX[j] / norms[j]);
+  return normB * *std::max_element(norms.begin(), norms.end());
+}
+
+/// The residuals of the active pairs that have not converged are below so many rounding errors of
+/// vectors of these norms. Collective; one process decides.
+template <typename Scalar>
+bool SelfCheck<Scalar>::AreBelow(const std::vector<double>& norms, int first, const Block& values,
                                  double factor) const {
-  const std::vector<double> norms = ColumnNorms(vecX);
   int areBelow = 1;
-  for (int j = m_run.nConv - first; j < vecX.nCols; ++j) {
+  for (int j = m_run.nConv - first; j < static_cast<int>(norms.size()); ++j) {
     const double value = static_cast<double>(std::abs(values(j)));
     const double rounding = 4 * Limit::epsilon * (factor * m_run.largestRitz + value * factor) *
                             norms[static_cast<std::size_t>(j)];

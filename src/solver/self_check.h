@@ -131,7 +131,9 @@ private:
   double ImageNoise(const VesMatrixBase& matA, const VesMatrixBase& matB, const Pairs& pair,
                     Scalar value, const Pairs& scratch) const;
   void JudgeStandstill(bool isAtFloor, bool isNoise, bool hasDrifted);
-  bool AreBelow(const Block& vecX, int first, const Block& values, double factor) const;
+  double Stretch(const Pairs& active, const std::vector<double>& normsBX) const;
+  bool AreBelow(const std::vector<double>& norms, int first, const Block& values,
+                double factor) const;
   std::vector<double> Resolutions(const Block& vectors, const Block& values) const;
 
   const BlockSolver<Scalar>& m_run;

@@ -58,7 +58,8 @@ bool RunAndJudge(const Problem<Scalar>& problem, const Settings& s, const Rows& 
     if (j < p.nConv) {
       EXPECT_LT(residuals[at], 2 * s.threshold) << "converged pair " << j;
     } else {
-      EXPECT_LE(residuals[at], 100 * floor) << "pair " << j << ", " << VesReasonString(reason);
+      // Rotations mix rounding errors of the longest vector into all.
+      EXPECT_LE(residuals[at], 100 * floor / norm * longest) << "pair " << j << ", " << VesReasonString(reason);
     }
     // One of the lowest pairs: the value errs by less than the residual, B-orthonormal vectors
     // counted, which B of small values stretches.
