@@ -466,6 +466,21 @@ VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector 
                                             double* maxResidual,
                                             double* maxOrthoError) VES_NOEXCEPT;
 
+/// Estimates the 2-norm of a Hermitian operator A and the lower end of its spectrum, from at most
+/// twenty products with one column: a Lanczos process from a random vector. norm receives the
+/// largest |Ritz value| with the bound of its error, which is above ||A|| in all but contrived
+/// cases and, unless the ends of the spectrum are crowded, by some per cent; lowest, unless it is
+/// null, the lowest Ritz value, which is not below the lowest eigenvalue: negative beyond rounding
+/// it shows that A is not positive definite. Both are not finite where a product, or its square,
+/// is not. The vectors are distributed as like, whose columns are not touched.
+/// Collective over like's communicators, over the first of which verdicts but the first are agreed
+/// on; takes the storage of three columns.
+/// \return -7 A, like or norm is null; -5 like is not dense or of another scalar type; -7 A has no
+///         routine; -5 processes disagree on where A is called; -1 some process cannot have the
+///         storage; 0
+VES_EXPORT VesReturnCode VesMatrixEstimateSpectrum(VesMatrix A, VesVector like, double* norm,
+                                                   double* lowest) VES_NOEXCEPT;
+
 /// As VesVectorSetComm, for callers that hold a communicator as a Fortran handle.
 /// \return as VesVectorSetComm
 VES_EXPORT VesReturnCode VesVectorSetComm_f(VesVector vector, int slot, MPI_Fint comm) VES_NOEXCEPT;

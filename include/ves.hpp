@@ -294,6 +294,23 @@ Solution<Scalar> solve(const Operator<Scalar>& A, int nRows, int nPairs,
   return solve(A, {}, {}, nRows, nPairs, options, comm);
 }
 
+/* ------------------------------------------------------------------ operators, before a run */
+
+/// What is known of a Hermitian operator.
+struct Spectrum {
+  double norm = 0.0;   ///< an estimate of the 2-norm from above in all but contrived cases
+  double lowest = 0.0; ///< a Ritz value: not below the lowest eigenvalue, but for rounding
+};
+
+/// By VesMatrixEstimateSpectrum, for vectors distributed as like. Collective.
+template <typename Scalar>
+Spectrum estimateSpectrum(const Operator<Scalar>& A, const Block<Scalar>& like) {
+  Spectrum found;
+  finish(VesMatrixEstimateSpectrum(A.handle(), like.handle(), &found.norm, &found.lowest),
+         "VesMatrixEstimateSpectrum", A);
+  return found;
+}
+
 /* ------------------------------------------------------------------ checks of pairs */
 
 /// Values as the column that the library takes beside their vectors.

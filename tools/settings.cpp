@@ -1,11 +1,9 @@
 #include "settings.h"
 
 #include "detectors.h"
-#include "guess.h"
 #include "names.h"
 #include "parallel.h"
-
-#include <Eigen/Eigenvalues>
+#include "timed_operator.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,7 +13,6 @@
 namespace VesTools {
 namespace {
 
-constexpr int lanczosSteps = 20;
 constexpr int pairsByDefault = 6;
 constexpr int pairsOfOneBatch = 64, widestBatch = 128;
 // LOBPCG solves a problem of three times its pairs almost at once.
@@ -25,54 +22,13 @@ constexpr int processesOfLapack = 4;
 template <typename Scalar>
 constexpr bool isSingle = sizeof(std::real(Scalar())) == sizeof(float);
 
+// Such as the operators of a run see it, for vectors of the problem.
 template <typename Scalar>
-using Vector = Eigen::Matrix<Scalar, Eigen::Dynamic, 1>;
-
-template <typename Scalar>
-double Norm(const Vector<Scalar>& v, MPI_Comm comm) {
-  return std::sqrt(Sum(static_cast<double>(v.squaredNorm()), comm));
-}
-
-/// What is known of an operator.
-struct Spectrum {
-  double norm;       ///< an estimate from above in all but contrived cases
-  double lowestRitz; ///< not below the lowest eigenvalue, but for rounding
-};
-
-// The Ritz values of a short Lanczos process; the norm includes the bound of their error. Two
-// reductions a step.
-template <typename Scalar>
-Spectrum EstimateSpectrum(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply) {
-  using Real = typename Eigen::NumTraits<Scalar>::Real;
-  const int rows = problem.LocalRows(), steps = std::min(lanczosSteps, problem.Order());
-  Eigen::VectorXd alpha(steps), beta(steps);
-  Vector<Scalar> v(rows), previous = Vector<Scalar>::Zero(rows), w(rows);
-  FillRandom(v.data(), rows, 1, problem.FirstRow(), 0, {});
-  v /= static_cast<Real>(Norm(v, problem.comm));
-  int step = 0;
-  for (double last = 0.0; step < steps; ++step) {
-    if (rows > 0) apply(v.data(), w.data(), 1, rows);
-    alpha[step] = Sum(static_cast<double>(std::real(v.dot(w))), problem.comm);
-    w -= static_cast<Real>(alpha[step]) * v + static_cast<Real>(last) * previous;
-    last = beta[step] = Norm(w, problem.comm);
-    // Also the way out where the operator returns something that is not finite.
-    if (!(last > 1e-6 * std::abs(alpha.head(step + 1).cwiseAbs().maxCoeff()))) {
-      ++step;
-      break;
-    }
-    previous = v;
-    v = w / static_cast<Real>(last);
-  }
-  Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> ritz;
-  ritz.computeFromTridiagonal(alpha.head(step), beta.head(step - 1));
-  const Eigen::VectorXd tail = beta[step - 1] * ritz.eigenvectors().row(step - 1).cwiseAbs();
-  return {(ritz.eigenvalues().cwiseAbs() + tail).maxCoeff(), ritz.eigenvalues().minCoeff()};
-}
-
-template <typename Scalar>
-Spectrum RequireFinite(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply,
-                       const char* name) {
-  const Spectrum spectrum = EstimateSpectrum(problem, apply);
+ves::Spectrum RequireFinite(const Problem<Scalar>& problem, const BlockOperator<Scalar>& apply,
+                            const char* name) {
+  double seconds = 0.0;
+  const ves::Block<Scalar> like(problem.LocalRows(), 0, problem.comm);
+  const ves::Spectrum spectrum = estimateSpectrum(TimedOperator(apply, seconds), like);
   if (!std::isfinite(spectrum.norm))
     throw Error(exitInput,
                 problem.title + ": products with " + name + " are not finite in this scalar type");
@@ -83,12 +39,12 @@ Spectrum RequireFinite(const Problem<Scalar>& problem, const BlockOperator<Scala
 // good.
 template <typename Scalar>
 double RequirePositiveNorm(const Problem<Scalar>& problem) {
-  const Spectrum b = RequireFinite(problem, problem.b, "B");
+  const ves::Spectrum b = RequireFinite(problem, problem.b, "B");
   const double rounding = 100.0 * Eigen::NumTraits<Scalar>::epsilon() * b.norm;
-  if (b.lowestRitz < -rounding) {
+  if (b.lowest < -rounding) {
     std::ostringstream text;
     text << problem.title << ": B is not positive definite: it has an eigenvalue of at most "
-         << std::setprecision(2) << b.lowestRitz;
+         << std::setprecision(2) << b.lowest;
     throw Error(exitInput, text.str());
   }
   return b.norm;

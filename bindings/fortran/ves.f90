@@ -332,6 +332,14 @@ module ves
       type(VesMatrix), intent(in), optional :: B
       integer, intent(out), optional :: ierror
     end subroutine VesCheckEigenpairs
+    !> Estimates the 2-norm of A from above, and its lowest eigenvalue from above, by some products
+    !> with one column. Vectors are distributed as like. Collective over like's communicators.
+    module subroutine VesMatrixEstimateSpectrum(A, like, norm, lowest, ierror)
+      type(VesMatrix), intent(in) :: A
+      type(VesVector), intent(in) :: like
+      real(real64), intent(out) :: norm, lowest
+      integer, intent(out), optional :: ierror
+    end subroutine VesMatrixEstimateSpectrum
 
     !> Threshold of the convergence test, in the units that the test compares (default 1e-6).
     module subroutine VesSolverSetThreshold(solver, threshold, ierror)

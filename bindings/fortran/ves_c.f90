@@ -142,6 +142,13 @@ module ves_c
       real(c_double), intent(out) :: maxResidual, maxOrthoError
       integer(c_int) :: code
     end function c_check
+    function c_estimate_spectrum(A, like, norm, lowest) bind(c, name='VesMatrixEstimateSpectrum') &
+        result(code)
+      import :: c_double, c_int, c_ptr
+      type(c_ptr), value :: A, like
+      real(c_double), intent(out) :: norm, lowest
+      integer(c_int) :: code
+    end function c_estimate_spectrum
     function c_set_monitor(solver, monitor, userData) bind(c, name='VesSolverSetMonitor') &
         result(code)
       import :: c_funptr, c_int, c_ptr

@@ -34,6 +34,11 @@ contains
                                               maxResidual, maxOrthoError), ierror)
   end procedure VesCheckEigenpairs
 
+  module procedure VesMatrixEstimateSpectrum
+    call Finish('VesMatrixEstimateSpectrum', &
+                c_estimate_spectrum(A%handle, like%handle, norm, lowest), ierror)
+  end procedure VesMatrixEstimateSpectrum
+
   module procedure VesSolverSetThreshold
     call Finish('VesSolverSetThreshold', c_set_threshold(solver%handle, threshold), ierror)
   end procedure VesSolverSetThreshold

@@ -99,6 +99,7 @@ _PROTOTYPES = {
     "VesGetSolverStats": (c_void_p, POINTER(StatsStruct)),
     "VesSolverMemory": (c_void_p, c_int, c_int, c_bool, POINTER(c_size_t)),
     "VesCheckEigenpairs": (c_void_p,) * 4 + (POINTER(c_double),) * 2,
+    "VesMatrixEstimateSpectrum": (c_void_p,) * 2 + (POINTER(c_double),) * 2,
 }
 
 

@@ -1,8 +1,13 @@
 """What a few applications to random columns tell of an operator before a run."""
 
+import contextlib
+import ctypes
+
 import numpy as np
 
-POWER_STEPS = 6
+from ._handles import Block
+from ._library import call
+
 COLUMNS = 2
 
 
@@ -11,20 +16,17 @@ class Probe:
 
     Parameters
     ----------
-    rows : int
-        Rows of this process.
-    dtype : numpy.dtype
+    problem : Problem
+        Whose rows, scalar type, processes and guard of call-backs are taken.
     seed : int
-    team, guard
-        Processes of the call, and the guard of its call-backs, which knows who takes part.
     """
 
-    def __init__(self, rows, dtype, seed, team, guard):
-        self._team, self._guard = team, guard
-        self._start = random_block(rows, COLUMNS, dtype, seed, team)
+    def __init__(self, problem, seed):
+        self._problem, self._team, self._guard = problem, problem.team, problem.guard
+        self._start = random_block(problem.rows, COLUMNS, problem.dtype, seed, problem.team)
 
     def norm(self, operand, definite=False):
-        """Estimate of the 2-norm from below, by the power method.
+        """Estimate of the 2-norm, from above in all but contrived cases.
 
         Raises
         ------
@@ -32,23 +34,23 @@ class Probe:
             The operand gave NaN or infinity, is not Hermitian, or not positive definite where it
             has to be.
         """
-        x = self._start.copy(order="F")
-        largest = 0.0
-        for step in range(POWER_STEPS):
-            y = self._apply(operand, x)
-            sizes, gram = self._products(x, y)
-            if not np.all(np.isfinite(sizes)) or np.any(gram[:, sizes[1] == 0]):
-                raise ValueError(f"operator {operand.name} returned NaN, infinity, or numbers that"
-                                 " are too large or too small to square")
-            if step == 0:  # later on the columns are close to an eigenvector, which tells less
-                self._require_hermitian(operand.name, gram, sizes)
-            if definite and np.any(gram.diagonal().real <= 0):
-                raise ValueError(f"{operand.name} must be positive definite")
-            if not np.all(sizes[1] > 0):
-                break
-            largest = max(largest, np.max(sizes[1] / sizes[0]))
-            x = np.asfortranarray(y / sizes[1].astype(y.real.dtype))
-        return float(largest)
+        self._require_hermitian(operand)
+        norm, lowest = self._estimate_spectrum(operand)
+        if not np.isfinite(norm):
+            self._refuse_numbers(operand)
+        if definite and (norm == 0 or lowest < -100 * np.finfo(self._start.dtype).eps * norm):
+            raise ValueError(f"{operand.name} must be positive definite")
+        return norm
+
+    def _estimate_spectrum(self, operand):
+        norm, lowest = ctypes.c_double(), ctypes.c_double()
+        with contextlib.ExitStack() as stack:
+            handle = self._problem.operator(stack, operand)
+            like = stack.enter_context(Block(self._start, self._team)).handle
+            call("VesMatrixEstimateSpectrum", handle, like, ctypes.byref(norm),
+                 ctypes.byref(lowest))
+            self._guard.settle()
+        return norm.value, lowest.value
 
     def _apply(self, operand, x):
         y = np.zeros_like(x)
@@ -67,14 +69,22 @@ class Probe:
         xx, yy, xy = self._team.total(local)
         return np.sqrt([xx.diagonal().real, yy.diagonal().real]), xy
 
-    def _require_hermitian(self, name, gram, sizes):
+    def _require_hermitian(self, operand):
         # Rounding errors of a Hermitian operator stay far below; a fault of one entry in a million
         # does not.
+        sizes, gram = self._products(self._start, self._apply(operand, self._start.copy(order="F")))
+        if not np.all(np.isfinite(sizes)) or np.any(gram[:, sizes[1] == 0]):
+            self._refuse_numbers(operand)
         epsilon = np.finfo(self._start.dtype).eps
         limit = np.sqrt(epsilon) * np.outer(sizes[0], sizes[1])
         if np.any(np.abs(gram - gram.conj().T) > limit):
-            raise ValueError(f"{name} is not Hermitian: x^H {name} y and y^H {name} x differ for"
-                             " random x and y")
+            raise ValueError(f"{operand.name} is not Hermitian: x^H {operand.name} y and"
+                             f" y^H {operand.name} x differ for random x and y")
+
+    @staticmethod
+    def _refuse_numbers(operand):
+        raise ValueError(f"operator {operand.name} returned NaN, infinity, or numbers that are too"
+                         " large or too small to square")
 
 
 def random_block(rows, columns, dtype, seed, team):

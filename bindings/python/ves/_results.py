@@ -85,7 +85,7 @@ class EigenResult(_Pairs):
     threshold : float
         What the convergence test compared with.
     norm_estimate : float
-        Estimate from below of the 2-norm of A, to which `tol` is relative.
+        Estimate of the 2-norm of A, from above in all but contrived cases; `tol` is relative to it.
     history : list of Progress
         The run after its start and after each iteration, with 2 k numbers for each.
     statistics : Statistics

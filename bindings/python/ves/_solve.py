@@ -100,7 +100,7 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     -----
     Collective over comm: all its processes make the call, with the same settings. Threads of a
     process wait for each other; with several processes only one thread may be in a run. An operator
-    may itself call `eigsh`. A is applied to a dozen random columns before the run, B too, to
+    may itself call `eigsh`. A is applied to two dozen random columns before the run, B too, to
     estimate its norm and to refuse one that is not Hermitian, and to k columns after it for the
     residuals. On several processes each call of an operator is followed by a reduction of an int,
     by which they learn of exceptions. For the highest eigenvalues pass -A.
@@ -142,7 +142,7 @@ class _Run:
     def __init__(self, problem, settings, monitor, seed):
         self._problem, self._settings, self._monitor = problem, settings, monitor
         self._history = []
-        probe = Probe(problem.rows, problem.dtype, seed, problem.team, problem.guard)
+        probe = Probe(problem, seed)
         self._norm_A = probe.norm(problem.A)
         norm_B = 1.0 if problem.B is None else probe.norm(problem.B, definite=True)
         self._threshold = settings.threshold(self._norm_A or 1.0, norm_B)

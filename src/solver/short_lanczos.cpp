@@ -1,0 +1,103 @@
+#include "short_lanczos.h"
+
+#include "../data/matrix_base.h"
+#include "../data/replicate.h"
+#include "../eigensolver/lapack_diag.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace Ves {
+
+template <typename Scalar>
+ShortLanczos<Scalar>::ShortLanczos(const VesVectorBase& like)
+    : m_ring(like.comm, like.auxComm, like.nRows, 3, like.nRows),
+      m_number(like.comm, like.auxComm, 1, 1, 1) {}
+
+template <typename Scalar>
+void ShortLanczos<Scalar>::Allocate() {
+  VES_ASSERT_GOOD(m_ring.AllocateMem());
+  VES_ASSERT_GOOD(m_number.AllocateMem());
+}
+
+template <typename Scalar>
+Spectrum ShortLanczos<Scalar>::Run(const VesMatrixBase& matA) {
+  m_alpha.clear();
+  m_beta.clear();
+  double largest = 0.0;
+  for (bool isOpen = Start(); isOpen && m_beta.size() < mostSteps;) {
+    Step(matA);
+    largest = std::max(largest, std::abs(m_alpha.back()));
+    isOpen = m_beta.back() > 1e-6 * largest; // nor is it where a number is none
+  }
+  return m_alpha.empty() ? Spectrum() : RitzBounds();
+}
+
+/// \return false: the vectors have no entries
+template <typename Scalar>
+bool ShortLanczos<Scalar>::Start() {
+  int rank = 0;
+  MPI_Comm_rank(m_ring.comm, &rank);
+  Block v = V(0);
+  VES_ASSERT_GOOD(v.Set2Random(rank));
+  const double norm = NormOf(v);
+  VES_ASSERT_GOOD(v.ScaleByVal(static_cast<RealType<Scalar>>(1.0 / norm)));
+  return norm > 0.0;
+}
+
+template <typename Scalar>
+void ShortLanczos<Scalar>::Step(const VesMatrixBase& matA) {
+  const int j = static_cast<int>(m_beta.size());
+  const Block v = V(j);
+  Block w = V(j + 1);
+  VES_ASSERT_GOOD(matA.Apply(v, w));
+  VES_ASSERT_GOOD(m_number.InnerProduct(v, w));
+  Replicate(m_number);
+  m_number(0) = std::real(m_number(0));
+  m_alpha.push_back(static_cast<double>(std::real(m_number(0))));
+  VES_ASSERT_GOOD(w.ScaleAdd(w, v, m_number, -1));
+  if (j > 0) {
+    m_number(0) = static_cast<RealType<Scalar>>(m_beta.back());
+    VES_ASSERT_GOOD(w.ScaleAdd(w, V(j - 1), m_number, -1));
+  }
+  m_beta.push_back(NormOf(w));
+  VES_ASSERT_GOOD(w.ScaleByVal(static_cast<RealType<Scalar>>(1.0 / m_beta.back())));
+}
+
+template <typename Scalar>
+double ShortLanczos<Scalar>::NormOf(const Block& column) {
+  VES_ASSERT_GOOD(m_number.Norm(column));
+  Replicate(m_number);
+  return static_cast<double>(std::real(m_number(0)));
+}
+
+/// With T the tridiagonal matrix of alpha and beta and T s = theta s, some eigenvalue is within
+/// beta_last |s_last| of theta.
+template <typename Scalar>
+Spectrum ShortLanczos<Scalar>::RitzBounds() const {
+  const int order = static_cast<int>(m_alpha.size());
+  VectorDense<double> matrix(m_ring.comm, m_ring.auxComm, order, order, order),
+      theta(m_ring.comm, m_ring.auxComm, order, 1, order);
+  for (VectorDense<double>* const block : {&matrix, &theta}) {
+    VES_ASSERT_GOOD(block->AllocateMem());
+    VES_ASSERT_GOOD(block->Set2Zero());
+  }
+  for (int j = 0; j < order; ++j) {
+    matrix(j, j) = m_alpha[static_cast<std::size_t>(j)];
+    if (j > 0) matrix(j - 1, j) = m_beta[static_cast<std::size_t>(j) - 1];
+  }
+  int info = 0;
+  VES_ASSERT_GOOD(LapackDiag<double>().RunEvd(matrix, theta, info));
+  constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+  if (info != 0 || !std::isfinite(m_beta.back())) return {unknown, unknown};
+  Spectrum found{0.0, theta(0)};
+  for (int j = 0; j < order; ++j)
+    found.norm =
+        std::max(found.norm, std::abs(theta(j)) + m_beta.back() * std::abs(matrix(order - 1, j)));
+  return found;
+}
+
+VES_INSTANTIATE(ShortLanczos);
+
+} // namespace Ves
