@@ -327,6 +327,7 @@ std::vector<Real<Scalar>> columnNorms(const Block<Scalar>& X) {
   const Block<Scalar> norms(X.cols(), 1, X.comm());
   check(VesVectorNorm(X.handle(), norms.handle()), "VesVectorNorm");
   std::vector<Real<Scalar>> reals;
+  reals.reserve(static_cast<std::size_t>(X.cols()));
   for (int j = 0; j < X.cols(); ++j)
     reals.push_back(std::real(norms(j, 0)));
   return reals;

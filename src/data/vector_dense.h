@@ -155,7 +155,7 @@ private:
 /// A dense block of the given scalar type.
 template <typename Scalar>
 bool IsDense(const VesVectorBase& vec) {
-  VesScalarType scalarType;
+  VesScalarType scalarType = VES_DOUBLE;
   MathKernel<Scalar>::SetScalarType(scalarType);
   return vec.storageType == VES_VECTOR_DENSE && vec.scalarType == scalarType;
 }

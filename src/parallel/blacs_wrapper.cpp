@@ -43,10 +43,11 @@ void BlacsBase::InitGrid() {
   MPI_Allgather(&rank, 1, MPI_INT, ranks.data(), 1, MPI_INT, comm);
 
   nprow = npcol = static_cast<int>(std::sqrt(static_cast<double>(p)));
-  std::vector<int> map(static_cast<std::size_t>(nprow) * static_cast<std::size_t>(npcol));
-  for (int i = 0; i < nprow; ++i)
-    for (int k = 0; k < npcol; ++k)
-      map[static_cast<std::size_t>(i + k * nprow)] = ranks[static_cast<std::size_t>(i * npcol + k)];
+  const auto rows = static_cast<std::size_t>(nprow), cols = static_cast<std::size_t>(npcol);
+  std::vector<int> map(rows * cols);
+  for (std::size_t i = 0; i < rows; ++i)
+    for (std::size_t k = 0; k < cols; ++k)
+      map[i + k * rows] = ranks[i * cols + k];
 
   ictxt = spansWorld ? BlacsKernel::DefaultContext() : static_cast<int>(MPI_Comm_c2f(comm));
   BlacsKernel::GridMap(ictxt, map.data(), nprow, nprow, npcol);

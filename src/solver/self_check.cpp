@@ -141,11 +141,12 @@ template <typename Scalar>
 bool SelfCheck<Scalar>::AreBelow(const std::vector<double>& norms, int first, const Block& values,
                                  double factor) const {
   int areBelow = 1;
+  const double* const residuals = m_run.pairResiduals.data() + first;
   for (int j = m_run.nConv - first; j < static_cast<int>(norms.size()); ++j) {
     const double value = static_cast<double>(std::abs(values(j)));
     const double rounding = 4 * Limit::epsilon * (factor * m_run.largestRitz + value * factor) *
                             norms[static_cast<std::size_t>(j)];
-    if (!(m_run.pairResiduals[static_cast<std::size_t>(first + j)] <= rounding)) areBelow = 0;
+    if (!(residuals[j] <= rounding)) areBelow = 0;
   }
   m_run.Replicate(areBelow);
   return areBelow != 0;

@@ -55,9 +55,9 @@ void SelfCheck<Scalar>::ForgetValues(const Block& residuals, const Block& vecBX,
 
 template <typename Scalar>
 int SelfCheck<Scalar>::StandingClaims(const Block& before, int claimed, const Block& after) const {
-  std::vector<double> values;
+  std::vector<double> values(static_cast<std::size_t>(claimed));
   for (int j = 0; j < claimed; ++j)
-    values.push_back(static_cast<double>(std::real(before(j))));
+    values[static_cast<std::size_t>(j)] = static_cast<double>(std::real(before(j)));
   std::sort(values.begin(), values.end());
   const auto stands = [&](int j) {
     return static_cast<double>(std::real(after(j))) >
