@@ -1,6 +1,6 @@
-# Installs library, headers, CMake package and pkg-config file. The components of all rules, here and
-# in the folders of tools and bindings, are the packages of VesPackages: library, development, tools
-# and python.
+# Installs library, headers, CMake package and pkg-config file. The components of all rules, here
+# and in the folders of tools and bindings, are the packages of VesPackages: library, development,
+# tools and python.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/ves)

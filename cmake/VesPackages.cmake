@@ -1,5 +1,5 @@
-# Describes the Debian packages to CPack: `cpack` in a finished build makes them, scripts/packages in
-# a build of its own, whose layout below /usr is Debian's.
+# Describes the Debian packages to CPack: `cpack` in a finished build makes them, scripts/packages
+# in a build of its own, whose layout below /usr is Debian's.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "The developers of libves" CACHE STRING "Maintainer of the packages")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own

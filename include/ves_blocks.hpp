@@ -186,8 +186,8 @@ private:
   View<Scalar> m_view;
 };
 
-/// Fills a block with numbers from -1 to 1 that depend on the seed, column and row among those of all
-/// processes, but not on how rows are distributed. Collective.
+/// Fills a block with numbers from -1 to 1 that depend on the seed, column and row among those of
+/// all processes, but not on how rows are distributed. Collective.
 template <typename Scalar>
 void fillRandom(const Block<Scalar>& X, std::uint64_t seed = 0) {
   long long own = X.rows(), end = 0;

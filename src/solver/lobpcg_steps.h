@@ -70,10 +70,10 @@ protected:
   virtual int MostActive(int nCols) const { return nCols; }
   VesReturnCode AllocateWorkspace() const; ///< returns as AllocateOnAll
   void FreeWorkspace() const;
-  /// Makes sure of the leading pairs, as many as are known, before they are handed back. Where they have lost
-  /// their orthonormality, or claim residuals close to rounding errors, their images are made
-  /// afresh, they are orthonormalized and rotated, and the converged ones counted again. What was
-  /// locked early and keeps others from converging is rotated with them, too.
+  /// Makes sure of the leading pairs, as many as are known, before they are handed back. Where they
+  /// have lost their orthonormality, or claim residuals close to rounding errors, their images are
+  /// made afresh, they are orthonormalized and rotated, and the converged ones counted again. What
+  /// was locked early and keeps others from converging is rotated with them, too.
   void ConfirmResult(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   /// At the end of a run of which all pairs converged, the self-check takes out those that may
   /// stand in the place of others, at most so many: what is left is locked. \return their number

@@ -16,8 +16,8 @@ class BlockSolver;
 
 /// What watches over a run and what it may claim in the end: the room of all that is done for
 /// trust. It reads the solver that it belongs to; what it decided is the same on all processes.
-/// Turned off by the caller (VesSolverSetSelfCheck) it neither asks for restarts nor ends a run, but
-/// where no direction is left, and believes what the steps claim.
+/// Turned off by the caller (VesSolverSetSelfCheck) it neither asks for restarts nor ends a run,
+/// but where no direction is left, and believes what the steps claim.
 template <typename Scalar>
 class VES_EXPORT SelfCheck {
 public:
@@ -53,6 +53,13 @@ public:
   /// \name Restarts
   /// A restart makes all afresh from the vectors alone; after the first one a run takes more care:
   /// more passes, and images of B made afresh between them.
+  ///
+  ///   sound   -- rotation not orthonormal, or asked for --> restart, then careful
+  ///   careful -- the same                               --> restart
+  ///   restart -- mostFutile in a row                    --> stagnated
+  ///
+  /// Restarts are asked for by WatchProgress, where residuals come to a stand, and by a solver that
+  /// puts random columns in the place of strays. Careful stays so until the next run.
   /// @{
   void RequestRestart() { m_isRestartDue = true; }
   bool IsRestartDue() const { return m_isRestartDue; }
