@@ -39,10 +39,10 @@ bool Compare(const Options& options, const ProblemData& data, std::ostream& out,
   solver.maxIterations = options.solver.maxIterations;
   RunResult first;
   bool isGood = true;
-  for (const VesSolverType type : {VES_LOBPCG, VES_LOBPCG_BATCH, VES_PPCG}) {
+  for (const auto& [name, type] : solverNames) {
     solver.type = type;
     const RunResult run = Run(problem, preconditioner, solver, quiet);
-    if (type == VES_LOBPCG) PrintHead(out, first = run);
+    if (type == solverNames.begin()->second) PrintHead(out, first = run);
     PrintRun(out, run, first);
     isGood = isGood && run.IsAccepted();
     if (run.reason == VES_REASON_MONITOR && solver.timeLimit == 0.0) break; // interrupted
