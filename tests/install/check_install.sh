@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Installs the library into a fresh prefix and builds clients that know only that prefix: the
-# listings of the READMEs, a C++ program by CMake package and one by pkg-config.
+# listings of the READMEs by CMake package, and a program on the classes by pkg-config.
 # check_install.sh BUILD_DIR SOURCE_DIR WORK_DIR
 set -euo pipefail
 build=$1 source=$2 work=$3
 export OPENBLAS_NUM_THREADS=1
 rm -rf "$work"
-mkdir -p "$work"/{readme,first,cpp,pkgconfig}
+mkdir -p "$work"/{readme,first}
 prefix=$work/prefix
 cmake --install "$build" --prefix "$prefix" >/dev/null
 pc=$(find "$prefix" -name ves.pc)
@@ -41,7 +41,7 @@ if [ -f "$prefix/include/fortran/ves.mod" ]; then
     -lscalapack-openmpi -llapack -lblas -o makefile_main && ./makefile_main)
 fi
 
-cat >"$work/cpp/main.cpp" <<'CPP'
+cat >"$work/classes.cpp" <<'CPP'
 #include <ves/data/matrix_shell.h>
 #include <ves/solver/lobpcg.h>
 #include <cstdio>
@@ -76,19 +76,9 @@ int main(int argc, char** argv) {
   return failed;
 }
 CPP
-cat >"$work/cpp/CMakeLists.txt" <<'CMAKE'
-cmake_minimum_required(VERSION 3.25)
-project(client C CXX)
-find_package(ves 0.1 CONFIG REQUIRED)
-add_executable(client main.cpp)
-target_link_libraries(client PRIVATE ves::ves ves::provider)
-CMAKE
-build_with_cmake "$work/cpp"
-"$work/cpp/build/client"
-
-g++ -std=c++17 -Wall -Wextra "$work/cpp/main.cpp" $(pkg-config --cflags ves) \
-  $(pkg-config --libs ves) -lscalapack-openmpi -llapack -lblas -o "$work/pkgconfig/client"
-"$work/pkgconfig/client"
+g++ -std=c++17 -Wall -Wextra "$work/classes.cpp" $(pkg-config --cflags --libs ves) -lscalapack-openmpi \
+  -llapack -lblas -o "$work/classes"
+"$work/classes"
 
 # One header of its own per class: each compiles alone, and ves.h in strict C11.
 for header in $(cd "$prefix/include" && find ves ves*.hpp -name '*.h*'); do

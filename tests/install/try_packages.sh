@@ -34,15 +34,9 @@ echo "== ves-tools, python3-ves"
 get ./libves0_*.deb ./ves-tools_*.deb ./python3-ves_*.deb
 ves solve --model laplace2d:20x20 -k 4
 ves info
-python3 - <<'PYTHON'
-import numpy as np
-import scipy.sparse as sparse
-import ves
-
-values, vectors = ves.eigsh(sparse.diags(np.arange(1.0, 201.0)), k=4)
-assert np.allclose(values, [1, 2, 3, 4], atol=1e-10), values
-print(values)
-PYTHON
+python3 -c "import numpy, scipy.sparse as sparse, ves
+values, vectors = ves.eigsh(sparse.diags(numpy.arange(1.0, 201.0)), k=4)
+assert numpy.allclose(values, [1, 2, 3, 4], atol=1e-10), values"
 mpirun --allow-run-as-root --oversubscribe -np 2 ves solve --model laplace2d:20x20 -k 4 --quiet
 
 echo "== libves-dev"

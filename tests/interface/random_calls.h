@@ -4,16 +4,16 @@
 #ifndef VES_TESTS_INTERFACE_RANDOM_CALLS_H
 #define VES_TESTS_INTERFACE_RANDOM_CALLS_H
 
-#include <ves.h>
+#include "setters.h"
+
+#include <ves_blocks.hpp>
 
 #include <array>
-#include <cmath>
-#include <complex>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <string>
-#include <vector>
 
 namespace VesTest {
 
@@ -24,93 +24,83 @@ public:
   explicit RandomCalls(Complain complain) : m_complain(complain) {}
   RandomCalls(const RandomCalls&) = delete;
   RandomCalls& operator=(const RandomCalls&) = delete;
-  ~RandomCalls() {
-    for (const VesMatrix m : m_matrices)
-      VesMatrixDestroy(m);
-    for (const Block& v : m_vectors)
-      VesVectorDestroy(v.handle);
-    for (const VesSolver s : m_solvers)
-      VesSolverDestroy(s);
-  }
 
   long calls = 0, runs = 0, refusedRuns = 0;
 
   /// Makes calls until the bytes are used up; handles live on.
   void Feed(const std::uint8_t* bytes, std::size_t count) {
+    using Action = void (RandomCalls::*)();
+    static constexpr Action actions[] = {
+        &RandomCalls::CreateMatrix, &RandomCalls::CreateVector, &RandomCalls::CreateSolver,
+        &RandomCalls::Destroy,      &RandomCalls::SetMatrix,    &RandomCalls::SetDim,
+        &RandomCalls::SetValues,    &RandomCalls::SetComm,      &RandomCalls::Norm,
+        &RandomCalls::Residual,     &RandomCalls::CheckPairs,   &RandomCalls::SetMonitor,
+        &RandomCalls::Set,          &RandomCalls::Set,          &RandomCalls::Set,
+        &RandomCalls::Prepare,      &RandomCalls::Prepare,      &RandomCalls::Prepare,
+        &RandomCalls::Run,          &RandomCalls::Run,          &RandomCalls::Run,
+        &RandomCalls::Run,          &RandomCalls::Run,          &RandomCalls::Run};
     m_at = bytes;
     m_end = bytes + count;
     while (m_at != m_end)
-      Step();
+      (this->*Any(actions))();
   }
 
 private:
-  /// What the caller knows of a block. Storage is the slot's own, or the handle's where it was
-  /// replicated.
-  struct Block {
-    VesVector handle = nullptr;
-    int type = VES_DOUBLE, nRows = 0, nCols = 0, ld = 1;
-    std::int64_t capacity = -1; ///< entries; -1 without storage
-    std::vector<std::complex<double>> own = std::vector<std::complex<double>>(ownEntries + 16);
+  using Storage = std::vector<std::complex<double>>;
+  static constexpr std::int64_t ownEntries = 16 * 16;
 
+  /// What the caller knows of a block, whose storage is the slot's own.
+  struct Block {
+    ves::VectorHandle handle;
+    int type = VES_DOUBLE, nRows = 0, nCols = 0, ld = 1;
+    bool hasStorage = false;
+    Storage own = Storage(ownEntries + 16);
+
+    VesVector get() const { return handle.get(); }
     /// Reach of the shape, at least a column: an empty block of the library has one of slack.
     std::int64_t Entries() const {
       return std::int64_t{ld} * (nCols > 1 ? nCols - 1 : 0) + (nRows > ld ? nRows : ld);
     }
     /// Its storage holds what the shape says, and loops over it are short.
-    bool Fits() const { return Entries() <= (capacity >= 0 ? capacity : 16 * ownEntries); }
+    bool Fits() const { return Entries() <= (hasStorage ? 1 : 16) * ownEntries; }
+    bool IsBeyond32Bits() const { return std::int64_t{ld} * nCols > INT_MAX; }
   };
-  using Codes = std::vector<int>;
-  enum Nonsense { first = -2, last = 5 };
 
-  static constexpr std::int64_t ownEntries = 16 * 16;
-  static constexpr int none = VES_ERR_NULL_POINTER, bad = VES_ERR_INVALID_VALUE,
-                       unsupported = VES_ERR_UNSUPPORTED, mismatch = VES_ERR_MISMATCH,
-                       incompatible = VES_ERR_INCOMPATIBLE, good = VES_GOOD;
+  using Codes = std::vector<VesReturnCode>;
+  static constexpr VesReturnCode none = VES_ERR_NULL_POINTER, bad = VES_ERR_INVALID_VALUE,
+                                 unsupported = VES_ERR_UNSUPPORTED, mismatch = VES_ERR_MISMATCH,
+                                 incompatible = VES_ERR_INCOMPATIBLE, good = VES_GOOD;
 
   // ---------------------------------------------------------------- choices
 
   int Byte() { return m_at == m_end ? 0 : *m_at++; }
   int Below(int n) { return Byte() % n; }
   bool OneIn(int n) { return Below(n) == n - 1; }
-  int AnyCode() { return Nonsense::first + Below(Nonsense::last - Nonsense::first + 1); }
+  int AnyCode() { return Below(8) - 2; }
   int AnyType() { return OneIn(16) ? AnyCode() : m_type; }
   int AnyInt() {
-    constexpr std::array<int, 12> values = {0,
-                                            1,
-                                            2,
-                                            3,
-                                            4,
-                                            7,
-                                            12,
-                                            -1,
-                                            11000,
-                                            400000000,
-                                            std::numeric_limits<int>::max(),
-                                            std::numeric_limits<int>::min()};
+    constexpr int values[] = {0, 1, 2, 3, 4, 7, 12, -1, 11000, 400000000, INT_MAX, INT_MIN};
     const int choice = Byte();
-    return choice < 160 ? choice % 13 : values[static_cast<std::size_t>(choice) % values.size()];
+    return choice < 160 ? choice % 13 : values[choice % 12];
   }
   double AnyDouble() {
-    constexpr std::array<double, 10> values = {1e-6,
-                                               1e-2,
-                                               0.5,
-                                               0.0,
-                                               1.0,
-                                               -1.0,
-                                               1e-300,
-                                               1e300,
-                                               std::numeric_limits<double>::infinity(),
-                                               std::numeric_limits<double>::quiet_NaN()};
-    return values[static_cast<std::size_t>(Below(10))];
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    const double values[] = {1e-6, 0.01,   0.5,   0.0,      1.0,
+                             -1.0, 1e-300, 1e300, infinity, std::nan("")};
+    return Any(values);
   }
   template <typename Pool>
-  auto& Any(Pool& pool) {
+  auto Any(Pool& pool) -> decltype(pool[0]) {
     return pool[static_cast<std::size_t>(Below(static_cast<int>(std::size(pool))))];
   }
   /// Mostly the handles that belong together: solver 0, operators 0 and 1, blocks 0 to 2.
-  VesMatrix AnyMatrix() { return OneIn(16) ? nullptr : OneIn(8) ? Any(m_matrices) : m_matrices[0]; }
-  VesSolver AnySolver() { return OneIn(16) ? nullptr : OneIn(4) ? Any(m_solvers) : m_solvers[0]; }
-  VesMatrix MaybeMatrix() { return OneIn(2) ? nullptr : OneIn(4) ? AnyMatrix() : m_matrices[1]; }
+  VesMatrix AnyMatrix(std::size_t usual = 0) {
+    return OneIn(16) ? nullptr : (OneIn(8) ? Any(m_matrices) : m_matrices[usual]).get();
+  }
+  VesMatrix MaybeMatrix() { return OneIn(2) ? nullptr : AnyMatrix(1); }
+  VesSolver AnySolver() {
+    return OneIn(16) ? nullptr : (OneIn(4) ? Any(m_solvers) : m_solvers[0]).get();
+  }
   Block& AnyVector(std::size_t usual) {
     if (OneIn(32)) return m_nothing = Block();
     return OneIn(8) ? Any(m_vectors) : m_vectors[usual];
@@ -121,15 +111,19 @@ private:
 
   /// The first code is that of a missing handle or pointer, and not listed again unless there are
   /// other causes for it.
-  void Judge(const char* function, int code, bool isMissing, const Codes& documented) {
+  VesReturnCode Judge(const char* call, VesReturnCode code, bool isMissing,
+                      const Codes& documented) {
     ++calls;
     bool isListed = isMissing && code == documented.front();
     for (std::size_t i = 1; i < documented.size() && !isMissing; ++i)
       isListed = isListed || code == documented[i];
     if (!isListed)
-      m_complain(std::string(function) + " returned " + std::to_string(code) +
+      m_complain(std::string(call) + " returned " + std::to_string(code) +
                  (isMissing ? " for something missing" : ""));
+    return code;
   }
+#define VES_JUDGE(call, isMissing, ...) Judge(#call, call, isMissing, {__VA_ARGS__})
+
   void Require(bool holds, const char* what) {
     if (!holds) m_complain(what);
   }
@@ -138,20 +132,18 @@ private:
 
   template <typename Scalar>
   static void Product(void* data, void* x, void* y, int nRows, int nCols, int ld) {
+    using Real = ves::Real<Scalar>;
     auto* self = static_cast<RandomCalls*>(data);
     self->Require(nRows >= 0 && nCols > 0 && ld >= nRows &&
                       (nRows == 0 || (x != nullptr && y != nullptr)),
                   "a routine was called on a block of impossible shape");
-    if (nRows == 0) return;
-    using Real = decltype(std::real(Scalar()));
+    const ves::View in(static_cast<Scalar*>(x), nRows, nCols, ld),
+        out(static_cast<Scalar*>(y), nRows, nCols, ld);
     for (int j = 0; j < nCols; ++j)
       for (int i = 0; i < nRows; ++i) {
-        const auto at = static_cast<std::ptrdiff_t>(j) * ld + i;
-        const double factors[] = {1.0 + i, 1.0, 0.0, i % 2 - 0.5, 1e-200, 1e30};
-        static_cast<Scalar*>(y)[at] =
-            static_cast<Scalar*>(x)[at] * static_cast<Real>(factors[self->m_operator % 6]);
+        const double factors[] = {1.0 + i, 1.0, 0.0, i % 2 - 0.5, 1e-200, 1e30, std::nan("")};
+        out(i, j) = in(i, j) * static_cast<Real>(factors[self->m_operator]);
       }
-    if (self->m_operator == 6) *static_cast<Scalar*>(y) = std::numeric_limits<Real>::quiet_NaN();
   }
 
   static int Monitor(void* data, const VesProgress* progress) {
@@ -167,225 +159,153 @@ private:
 
   // ---------------------------------------------------------------- operators and blocks
 
-  void CreateMatrix(VesMatrix& slot, int type, int kind) {
-    VesMatrix made = nullptr;
+  /// Null where the call was refused.
+  template <typename Handle, typename Kind>
+  Handle Make(VesReturnCode (*create)(Handle*, VesScalarType, Kind) noexcept, int type, int kind) {
+    Handle made = nullptr;
     const bool noOut = OneIn(32);
-    const int code = VesMatrixCreate(noOut ? nullptr : &made, static_cast<VesScalarType>(type),
-                                     static_cast<VesMatrixType>(kind));
-    Judge("VesMatrixCreate", code, noOut, {none, mismatch, unsupported, good});
-    Require((code == good) == (made != nullptr), "VesMatrixCreate: code and handle disagree");
-    if (made == nullptr) return;
-    VesMatrixDestroy(slot);
-    slot = made;
-    SetRoutine(slot, type);
+    const VesReturnCode code = VES_JUDGE(
+        create(noOut ? nullptr : &made, static_cast<VesScalarType>(type), static_cast<Kind>(kind)),
+        noOut, none, mismatch, unsupported, good);
+    Require((code == good) == (made != nullptr), "the code of a creation and its handle disagree");
+    return made;
   }
 
-  /// Only a routine of the handle's own type: the library cannot tell.
-  void SetRoutine(VesMatrix matrix, int type) {
+  /// Gets only a routine of its own type: the library cannot tell.
+  void MakeMatrix(ves::MatrixHandle& slot, int type, int kind) {
     constexpr VesShellMatVec products[] = {&Product<double>, &Product<float>,
                                            &Product<std::complex<double>>,
                                            &Product<std::complex<float>>};
-    const VesShellMatVec product = OneIn(16) ? nullptr : products[type];
-    Judge("VesMatrixSetShellMatVec", VesMatrixSetShellMatVec(matrix, this, product),
-          matrix == nullptr, {none, incompatible, unsupported, good});
-    Require(VesMatrixGetShellUserData(matrix) == (matrix == nullptr ? nullptr : this),
-            "VesMatrixGetShellUserData: not what was set");
+    VesMatrix const made = Make(VesMatrixCreate, type, kind);
+    if (made == nullptr) return;
+    slot.reset(made);
+    VES_JUDGE(VesMatrixSetShellMatVec(made, this, OneIn(16) ? nullptr : products[type]), false,
+              none, good);
+    Require(VesMatrixGetShellUserData(made) == this, "other user data than were set");
   }
-
-  void CreateVector(Block& slot, int type, int kind) {
-    VesVector made = nullptr;
-    const bool noOut = OneIn(32);
-    const int code = VesVectorCreate(noOut ? nullptr : &made, static_cast<VesScalarType>(type),
-                                     static_cast<VesVectorType>(kind));
-    Judge("VesVectorCreate", code, noOut, {none, mismatch, unsupported, good});
-    Require((code == good) == (made != nullptr), "VesVectorCreate: code and handle disagree");
-    if (made != nullptr) Replace(slot, made, type);
+  void CreateMatrix() {
+    MakeMatrix(Any(m_matrices), AnyType(), OneIn(8) ? AnyCode() : VES_MATRIX_SHELL);
   }
 
   void Replace(Block& slot, VesVector made, int type) {
-    VesVectorDestroy(slot.handle);
-    slot.handle = made;
+    slot = Block();
+    slot.handle.reset(made);
     slot.type = type;
-    slot.nRows = slot.nCols = 0;
-    slot.ld = 1;
-    slot.capacity = -1;
+  }
+  void CreateVector() {
+    const int type = AnyType();
+    VesVector const made = Make(VesVectorCreate, type, OneIn(8) ? AnyCode() : VES_VECTOR_DENSE);
+    if (made != nullptr) Replace(Any(m_vectors), made, type);
+  }
+
+  void CreateSolver() {
+    VesSolver const made = Make(VesSolverCreate, AnyType(), OneIn(4) ? AnyCode() : Below(3));
+    if (made != nullptr) Any(m_solvers).reset(made);
+  }
+
+  void Destroy() {
+    switch (Below(3)) {
+    case 0:
+      return Any(m_matrices).reset();
+    case 1:
+      return Replace(Any(m_vectors), nullptr, VES_DOUBLE);
+    default:
+      return Any(m_solvers).reset();
+    }
+  }
+
+  void SetMatrix() {
+    VesMatrix const matrix = AnyMatrix();
+    const int nRows = AnyInt(), nCols = AnyInt();
+    VES_JUDGE(VesMatrixSetCalledEverywhere(matrix, OneIn(2)), matrix == nullptr, none, good);
+    VES_JUDGE(VesMatrixSetDim(matrix, nRows, nCols), matrix == nullptr, none, bad, good);
   }
 
   void SetDim(Block& v, int nRows, int nCols) {
-    const int code = VesVectorSetDim(v.handle, nRows, nCols);
-    Judge("VesVectorSetDim", code, v.handle == nullptr, {none, bad, good});
-    if (code != good) return;
+    const bool isMissing = v.get() == nullptr;
+    if (VES_JUDGE(VesVectorSetDim(v.get(), nRows, nCols), isMissing, none, bad, good) != good)
+      return;
     v.nRows = nRows;
     v.nCols = nCols;
+  }
+  void SetDim() {
+    const int nRows = AnyInt();
+    SetDim(AnyVector(), nRows, AnyInt());
   }
 
   void SetValues(Block& v, int ld) {
     void* const values = OneIn(32) ? nullptr : v.own.data();
-    const int code = VesVectorDenseSetValues(v.handle, values, ld);
-    Judge("VesVectorDenseSetValues", code, v.handle == nullptr || values == nullptr,
-          {none, bad, incompatible, unsupported, good});
+    const VesReturnCode code =
+        VES_JUDGE(VesVectorDenseSetValues(v.get(), values, ld),
+                  v.get() == nullptr || values == nullptr, none, bad, incompatible, good);
     if (code != good) return;
     v.ld = ld;
-    v.capacity = ownEntries;
-    Require(VesVectorDenseGetValues(v.handle) == values, "VesVectorDenseGetValues: another place");
+    v.hasStorage = true;
+    Require(VesVectorDenseGetValues(v.get()) == values, "values in another place");
+  }
+  void SetValues() {
+    SetValues(AnyVector(), AnyInt());
   }
 
-  void SetComm(Block& v) {
+  void SetComm() {
+    const Block& v = AnyVector();
     const MPI_Comm comms[] = {MPI_COMM_WORLD, MPI_COMM_WORLD, MPI_COMM_SELF, MPI_COMM_NULL};
-    const MPI_Comm comm = comms[Below(4)];
+    const MPI_Comm comm = Any(comms);
     const int slot = Below(5) - 1;
-    const int code = OneIn(2) ? VesVectorSetComm_f(v.handle, slot, MPI_Comm_c2f(comm))
-                              : VesVectorSetComm(v.handle, slot, comm);
-    Judge("VesVectorSetComm", code, v.handle == nullptr, {none, bad, unsupported, good});
+    VES_JUDGE(OneIn(2) ? VesVectorSetComm_f(v.get(), slot, MPI_Comm_c2f(comm))
+                       : VesVectorSetComm(v.get(), slot, comm),
+              v.get() == nullptr, none, bad, unsupported, good);
   }
 
-  void Replicate() {
-    Block &from = AnyVector(), &to = Any(m_vectors);
-    const bool allocate = OneIn(2), copy = OneIn(2), noOut = OneIn(32);
-    const int ld = allocate && from.ld < from.nRows ? from.nRows : from.ld;
-    const std::int64_t entries = std::int64_t{ld} * from.nCols;
-    const bool isLarge = entries <= std::numeric_limits<int>::max() &&
-                         (entries > 16 * ownEntries || ld > ownEntries);
-    if (allocate && (isLarge || (copy && !from.Fits()))) return;
-    VesVector made = nullptr;
-    const int code = VesVectorReplicate(from.handle, noOut ? nullptr : &made, allocate, copy);
-    Judge("VesVectorReplicate", code, from.handle == nullptr || noOut,
-          {none, mismatch, unsupported, none, bad, good});
-    Require(code != good || made != nullptr, "VesVectorReplicate: no handle");
-    if (made == nullptr) return;
-    const Block source = from;
-    Replace(to, made, source.type);
-    to.nRows = source.nRows;
-    to.nCols = source.nCols;
-    to.ld = ld;
-    const bool hasStorage = code == good && allocate;
-    to.capacity = hasStorage ? entries : -1;
-    Require((VesVectorDenseGetValues(made) != nullptr) == hasStorage,
-            "VesVectorReplicate: storage");
-  }
+  // ---------------------------------------------------------------- pairs
 
   void Norm() {
-    Block &x = AnyVector(0), &norms = AnyVector(1);
+    const Block &x = AnyVector(0), &norms = AnyVector(1);
     if (!x.Fits() || !norms.Fits()) return;
-    Judge("VesVectorNorm", VesVectorNorm(x.handle, norms.handle),
-          x.handle == nullptr || norms.handle == nullptr,
-          {none, incompatible, unsupported, none, bad, mismatch, good});
-  }
-
-  static bool IsBeyond32Bits(const Block& x) {
-    return std::int64_t{x.ld} * x.nCols > std::numeric_limits<int>::max();
+    VES_JUDGE(VesVectorNorm(x.get(), norms.get()), x.get() == nullptr || norms.get() == nullptr,
+              none, incompatible, unsupported, none, bad, mismatch, good);
   }
 
   void Residual() {
-    const VesMatrix A = AnyMatrix(), B = MaybeMatrix();
-    Block &x = AnyVector(0), &d = AnyVector(1), &r = AnyVector(2);
-    if (!(x.Fits() && d.Fits() && r.Fits()) && !IsBeyond32Bits(x)) return;
+    VesMatrix const A = AnyMatrix(), B = MaybeMatrix();
+    const Block &x = AnyVector(0), &d = AnyVector(1), &r = AnyVector(2);
+    if (!(x.Fits() && d.Fits() && r.Fits()) && !x.IsBeyond32Bits()) return;
+    m_operator = Below(7);
     const bool isMissing =
-        A == nullptr || x.handle == nullptr || d.handle == nullptr || r.handle == nullptr;
-    Judge("VesEigResidual", VesEigResidual(A, B, x.handle, d.handle, r.handle), isMissing,
-          {bad, incompatible, mismatch, none, bad, good});
+        A == nullptr || x.get() == nullptr || d.get() == nullptr || r.get() == nullptr;
+    VES_JUDGE(VesEigResidual(A, B, x.get(), d.get(), r.get()), isMissing, bad, incompatible,
+              mismatch, none, bad, good);
   }
 
   void CheckPairs() {
-    const VesMatrix A = AnyMatrix(), B = MaybeMatrix();
-    Block &x = AnyVector(0), &d = AnyVector(1);
-    if (!(x.Fits() && d.Fits()) && !IsBeyond32Bits(x)) return;
+    VesMatrix const A = AnyMatrix(), B = MaybeMatrix();
+    const Block &x = AnyVector(0), &d = AnyVector(1);
+    if (!(x.Fits() && d.Fits()) && !x.IsBeyond32Bits()) return;
     double residual = -1.0, orthoError = -1.0;
-    const int code = VesCheckEigenpairs(A, B, x.handle, d.handle, OneIn(16) ? nullptr : &residual,
-                                        OneIn(16) ? nullptr : &orthoError);
-    Judge("VesCheckEigenpairs", code, A == nullptr || x.handle == nullptr || d.handle == nullptr,
-          {bad, none, mismatch, none, bad, incompatible, good});
+    const VesReturnCode code =
+        VES_JUDGE(VesCheckEigenpairs(A, B, x.get(), d.get(), OneIn(16) ? nullptr : &residual,
+                                     OneIn(16) ? nullptr : &orthoError),
+                  A == nullptr || x.get() == nullptr || d.get() == nullptr, bad, none, mismatch,
+                  none, bad, incompatible, good);
     for (const double error : {residual, orthoError})
-      Require(code == good ? !(error < 0) : error == -1.0, "VesCheckEigenpairs: result and code");
+      Require(code == good ? !(error < 0) : error == -1.0, "what a check found, and its code");
   }
 
   // ---------------------------------------------------------------- solvers
 
-  void CreateSolver(VesSolver& slot, int type, int kind) {
-    VesSolver made = nullptr;
-    const bool noOut = OneIn(32);
-    const int code = VesSolverCreate(noOut ? nullptr : &made, static_cast<VesScalarType>(type),
-                                     static_cast<VesSolverType>(kind));
-    Judge("VesSolverCreate", code, noOut, {none, mismatch, unsupported, good});
-    Require((code == good) == (made != nullptr), "VesSolverCreate: code and handle disagree");
-    if (made == nullptr) return;
-    VesSolverDestroy(slot);
-    slot = made;
-  }
-
-  /// Setters of a number, kinds among them.
   void Set() {
-    struct Setter {
-      const char* name;
-      VesReturnCode (*call)(VesSolver, int);
-      Codes codes;
-    };
-#define VES_SETTER(function, Type, ...)                                                            \
-  {                                                                                                \
-#function, [](VesSolver s, int v) { return function(s, static_cast<Type>(v)); }, {             \
-      __VA_ARGS__                                                                                  \
-    }                                                                                              \
-  }
-    static const Setter setters[] = {
-        VES_SETTER(VesSolverSetProblemType, VesProblemType, none, good),
-        VES_SETTER(VesSolverSetMaxIter, int, none, bad, good),
-        VES_SETTER(VesSolverSetMaxOrthoIter, int, none, bad, good),
-        VES_SETTER(VesSetDenseEigenSolverType, VesDenseEigenSolverType, none, unsupported, good),
-        VES_SETTER(VesSetConvergeDetectorType, VesConvergeDetectorType, none, unsupported, good),
-        VES_SETTER(VesSetOrthogonalizerType, VesOrthogonalizerType, none, unsupported, good),
-        VES_SETTER(VesSetOrthoProjectorType, VesOrthoProjectorType, none, unsupported, good),
-        VES_SETTER(VesSolverSetLockDetectorType, VesConvergeDetectorType, none, unsupported, good),
-        VES_SETTER(VesSolverSetRankRevealerType, VesOrthogonalizerType, none, unsupported, good),
-        VES_SETTER(VesSolverSetBatchLimit, int, none, incompatible, bad, good),
-        VES_SETTER(VesSolverSetBatchStart, int, none, incompatible, bad, good),
-        VES_SETTER(VesSolverSetPPCGSoftLocking, int, none, incompatible, bad, good),
-        VES_SETTER(VesSolverSetPPCGBatch, int, none, incompatible, bad, good),
-        VES_SETTER(VesSolverSetPPCGRRPeriod, int, none, incompatible, bad, good),
-        VES_SETTER(VesSolverSetSelfCheck, bool, none, good),
-    };
-#undef VES_SETTER
-    const Setter& setter = Any(setters);
-    const VesSolver solver = AnySolver();
-    Judge(setter.name, setter.call(solver, OneIn(2) ? AnyInt() : AnyCode()), solver == nullptr,
-          setter.codes);
-  }
-
-  void SetReal() {
-    const VesSolver solver = AnySolver();
-    const double value = AnyDouble();
-    const bool isMissing = solver == nullptr;
-    switch (Below(3)) {
-    case 0:
-      return Judge("VesSolverSetThreshold", VesSolverSetThreshold(solver, value), isMissing,
-                   {none, bad, good});
-    case 1:
-      return Judge("VesSolverSetLockFactor", VesSolverSetLockFactor(solver, value), isMissing,
-                   {none, bad, good});
-    default:
-      return Judge("VesSolverSetPPCGLockFactor", VesSolverSetPPCGLockFactor(solver, value),
-                   isMissing, {none, incompatible, bad, good});
-    }
+    const Setter& setter = Any(Setters());
+    VesSolver const solver = AnySolver();
+    const double value = setter.isReal ? AnyDouble() : OneIn(2) ? AnyInt() : AnyCode();
+    Codes codes{none, setter.refusal, good};
+    if (setter.owner) codes.push_back(incompatible);
+    Judge(setter.name, setter.call(solver, value), solver == nullptr, codes);
   }
 
   void SetMonitor() {
-    const VesSolver solver = AnySolver();
-    Judge("VesSolverSetMonitor", VesSolverSetMonitor(solver, OneIn(2) ? &Monitor : nullptr, this),
-          solver == nullptr, {none, good});
-  }
-
-  void Memory() {
-    const VesSolver solver = AnySolver();
-    const int nRows = AnyInt(), nCols = AnyInt();
-    std::size_t bytes = 0;
-    const int code = VesSolverMemory(solver, nRows, nCols, OneIn(2), OneIn(16) ? nullptr : &bytes);
-    // By every solver, however its batches are set.
-    const bool isRunnable = nCols > 0 && nCols <= 10921 && nRows > 0 &&
-                            std::int64_t{nRows} * nCols * 3 <= std::numeric_limits<int>::max();
-    ++calls;
-    Require(code == good || code == none || (code == bad && !isRunnable), "VesSolverMemory: code");
-    Require(code != good || !isRunnable ||
-                bytes >= 4 * static_cast<std::size_t>(nRows) * static_cast<std::size_t>(nCols),
-            "VesSolverMemory: less than the block of the vectors");
+    VesSolver const solver = AnySolver();
+    VES_JUDGE(VesSolverSetMonitor(solver, OneIn(2) ? &Monitor : nullptr, this), solver == nullptr,
+              none, good);
   }
 
   struct Outcome {
@@ -394,22 +314,105 @@ private:
     VesSolverStats stats{};
   };
 
-  Outcome Read(VesSolver solver);
-  void ReadNothing();
-  void Run(VesSolver solver, VesMatrix A, VesMatrix B, VesMatrix T, Block& x, Block& d);
-  void ExpectSane(const Outcome& o, const Block& x, const Block& d, int maxIter);
+  Outcome Read(VesSolver solver) {
+    Outcome o;
+    const bool isMissing = solver == nullptr;
+    VES_JUDGE(VesGetSolverIter(solver, &o.iter), isMissing, none, good);
+    VES_JUDGE(VesGetSolverConv(solver, &o.nConv), isMissing, none, good);
+    VES_JUDGE(VesGetSolverReason(solver, &o.reason), isMissing, none, good);
+    VES_JUDGE(VesGetSolverStats(solver, &o.stats), isMissing, none, good);
+    return o;
+  }
+
+  void Run() {
+    VesSolver const solver = AnySolver();
+    VesMatrix const A = AnyMatrix(), B = MaybeMatrix(), T = MaybeMatrix();
+    const Block &x = AnyVector(0), &d = AnyVector(1);
+    const bool isRefused = x.nCols > 32765 || x.IsBeyond32Bits(); // by every solver
+    if (!(x.Fits() && d.Fits()) && !isRefused) return;
+    // Limits that a test can wait for.
+    const int maxIter = 1 + Below(12);
+    const bool isMissing = solver == nullptr;
+    VES_JUDGE(VesSolverSetMaxIter(solver, maxIter), isMissing, none, good);
+    VES_JUDGE(VesSolverSetMaxOrthoIter(solver, 1 + Below(3)), isMissing, none, good);
+    m_operator = Below(7);
+    m_wanted = x.nCols;
+    const Outcome before = Read(solver);
+    const Storage ownX = x.own, ownD = d.own;
+    const VesReturnCode code =
+        VES_JUDGE(VesRunSolver(solver, A, B, T, x.get(), d.get()),
+                  isMissing || A == nullptr || x.get() == nullptr || d.get() == nullptr, bad,
+                  mismatch, unsupported, none, bad, good);
+    const Outcome after = Read(solver);
+    if (code == good) {
+      ++runs;
+      ExpectSane(after, x, d, maxIter);
+      return;
+    }
+    ++refusedRuns;
+    Require(IsSame(ownX, x.own) && IsSame(ownD, d.own) && before.iter == after.iter &&
+                before.nConv == after.nConv && before.reason == after.reason,
+            "a refused run has changed something");
+  }
+
+  static bool IsSame(const Storage& a, const Storage& b) {
+    return std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0;
+  }
+
+  void ExpectSane(const Outcome& o, const Block& x, const Block& d, int maxIter) {
+    Require(o.nConv >= 0 && o.nConv <= x.nCols, "more pairs converged than were wanted");
+    // The pass that lets the rest of a guess into a batch comes on top.
+    Require(o.iter >= 0 && o.iter <= maxIter + 1, "more iterations than allowed");
+    Require(o.reason != VES_REASON_NONE &&
+                (o.reason == VES_REASON_CONVERGED) == (o.nConv == x.nCols),
+            "a reason that does not fit the count");
+    const bool isEmpty = x.nCols == 0; // and then made without a word
+    Require(o.stats.columnsA >= 0 && o.stats.columnsB >= 0 && o.stats.columnsT >= 0 &&
+                (o.stats.reductions > 0) != isEmpty && (o.stats.bytesReduced > 0) != isEmpty,
+            "impossible costs");
+    const auto* const values = static_cast<const double*>(VesVectorDenseGetValues(d.get()));
+    if (&x == &d || (d.type != VES_DOUBLE && d.type != VES_COMPLEX_DOUBLE)) return;
+    for (int j = 0; j < d.nRows; ++j)
+      Require(!std::isnan(values[d.type == VES_DOUBLE ? j : 2 * j]), "a value that is no number");
+  }
+
   /// A problem whose parts belong together, in the first slots; later calls spoil it.
-  void Prepare();
-  void FillGuess(Block& v);
-  void Step();
+  void Prepare() {
+    m_type = Below(4);
+    for (const std::size_t i : {0U, 1U})
+      MakeMatrix(m_matrices[i], m_type, VES_MATRIX_SHELL);
+    if (VesSolver const made = Make(VesSolverCreate, m_type, Below(3))) m_solvers[0].reset(made);
+    const int nRows = Below(13), nCols = Below(7);
+    for (const std::size_t i : {0U, 1U, 2U}) {
+      VesVector const made = Make(VesVectorCreate, m_type, VES_VECTOR_DENSE);
+      if (made != nullptr) Replace(m_vectors[i], made, m_type);
+      SetDim(m_vectors[i], i == 1 ? nCols : nRows, i == 1 ? 1 : nCols);
+      SetValues(m_vectors[i], 1 + (i == 1 ? nCols : nRows + Below(3)));
+    }
+    FillGuess(m_vectors[0]);
+  }
+
+  void FillGuess(Block& v) {
+    const int seed = Byte();
+    const auto fill = [&](auto* numbers) {
+      using Real = std::remove_pointer_t<decltype(numbers)>;
+      for (std::size_t i = 0; i < v.own.size() * sizeof(v.own[0]) / sizeof(Real); ++i)
+        numbers[i] = static_cast<Real>(std::sin(static_cast<double>(i + 1) * seed));
+    };
+    if (v.type == VES_DOUBLE || v.type == VES_COMPLEX_DOUBLE)
+      fill(reinterpret_cast<double*>(v.own.data()));
+    else
+      fill(reinterpret_cast<float*>(v.own.data()));
+  }
+#undef VES_JUDGE
 
   const std::uint8_t *m_at = nullptr, *m_end = nullptr;
   Complain m_complain;
   int m_type = VES_DOUBLE; ///< of most new handles
-  int m_operator = 0;      ///< what the routines do in the run at hand
+  int m_operator = 0;      ///< what the routines do in the call at hand
   int m_wanted = 0;        ///< pairs of the run at hand
-  std::array<VesMatrix, 4> m_matrices{};
-  std::array<VesSolver, 3> m_solvers{};
+  std::array<ves::MatrixHandle, 4> m_matrices;
+  std::array<ves::SolverHandle, 3> m_solvers;
   std::array<Block, 6> m_vectors;
   Block m_nothing;
 };

@@ -1,5 +1,6 @@
 // VesRunSolver: what it refuses, on all processes alike, and what it takes.
 #include "data/vector_dense.h"
+#include "interface/setters.h"
 #include "interface/solver_base.h"
 #include "support/correctness.h"
 
@@ -19,160 +20,124 @@ struct SmallRun {
   VectorHandle X = MakeVector(MPI_COMM_WORLD, rows.local, 2, x.data(), 12);
   VectorHandle D = MakeVector(MPI_COMM_WORLD, 2, 1, d.data(), 2);
 
+  void UseSolver(VesSolverType type) {
+    Settings settings;
+    settings.solver = type;
+    solver = MakeSolver<double>(settings, true);
+  }
   VesReturnCode Code() {
     return VesRunSolver(solver.get(), A.get(), B.get(), T.get(), X.get(), D.get());
   }
+  void ExpectRefused(VesReturnCode code) {
+    EXPECT_EQ(Code(), code);
+    EXPECT_EQ(op.columns, 0);
+    EXPECT_EQ(d, std::vector<double>(8, 5.0));
+    EXPECT_EQ(x, std::vector<double>(64, 5.0));
+  }
+};
+
+bool IsFirst() {
+  return RankIn(MPI_COMM_WORLD) == 0;
+}
+
+/// Where a part is spoiled: local faults on process 0 alone, some only where there are others.
+enum Where { everywhere, onFirst, unlikeOthers };
+
+const struct {
+  const char* what;
+  Where where;
+  VesReturnCode code;
+  void (*spoil)(SmallRun& r);
+} faults[] = {
+    {"no solver", everywhere, VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.solver.reset(); }},
+    {"no A", everywhere, VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.A.reset(); }},
+    {"no X", everywhere, VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.X.reset(); }},
+    {"no D", everywhere, VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.D.reset(); }},
+    {"A of another type", everywhere, VES_ERR_MISMATCH,
+     [](SmallRun& r) { r.A = ves::makeMatrix<float>(nullptr, nullptr); }},
+    {"B of another type", everywhere, VES_ERR_MISMATCH,
+     [](SmallRun& r) { r.B = ves::makeMatrix<float>(nullptr, nullptr); }},
+    {"T of another type", everywhere, VES_ERR_MISMATCH,
+     [](SmallRun& r) { r.T = ves::makeMatrix<float>(nullptr, nullptr); }},
+    {"D of another type", everywhere, VES_ERR_MISMATCH,
+     [](SmallRun& r) { r.D->scalarType = VES_FLOAT; }},
+    {"values of the wrong number", onFirst, VES_ERR_MISMATCH,
+     [](SmallRun& r) { VesVectorSetDim(r.D.get(), 3, 1); }},
+    {"two columns of values", everywhere, VES_ERR_MISMATCH,
+     [](SmallRun& r) { VesVectorSetDim(r.D.get(), 2, 2); }},
+    {"X without storage", onFirst, VES_ERR_NULL_POINTER,
+     [](SmallRun& r) { r.X = MakeVector<double>(MPI_COMM_WORLD, r.rows.local, 2, nullptr, 1); }},
+    {"D without storage", onFirst, VES_ERR_NULL_POINTER,
+     [](SmallRun& r) { r.D = MakeVector<double>(MPI_COMM_WORLD, 2, 1, nullptr, 1); }},
+    {"A without a routine", onFirst, VES_ERR_NULL_POINTER,
+     [](SmallRun& r) { VesMatrixSetShellMatVec(r.A.get(), nullptr, nullptr); }},
+    {"T without a routine", everywhere, VES_ERR_NULL_POINTER,
+     [](SmallRun& r) { r.T = ves::makeMatrix<double>(nullptr, nullptr); }},
+    {"B without a routine", everywhere, VES_ERR_NULL_POINTER,
+     [](SmallRun& r) { r.B = ves::makeMatrix<double>(nullptr, nullptr); }},
+    {"another communicator", onFirst, VES_ERR_MISMATCH,
+     [](SmallRun& r) { VesVectorSetComm(r.D.get(), 0, MPI_COMM_SELF); }},
+    {"another second communicator", onFirst, VES_ERR_MISMATCH,
+     [](SmallRun& r) { VesVectorSetComm(r.D.get(), 1, MPI_COMM_WORLD); }},
+    {"columns of X overlap", onFirst, VES_ERR_INVALID_VALUE,
+     [](SmallRun& r) { VesVectorDenseSetValues(r.X.get(), r.x.data(), r.rows.local - 1); }},
+    {"ld of D below its rows", onFirst, VES_ERR_INVALID_VALUE,
+     [](SmallRun& r) { VesVectorDenseSetValues(r.D.get(), r.d.data(), 1); }},
+    {"a workspace beyond 32 bits", onFirst, VES_ERR_INVALID_VALUE,
+     [](SmallRun& r) { VesVectorDenseSetValues(r.X.get(), r.x.data(), 400000000); }},
+    // The others would wait for process 0, or it for them.
+    {"pairs", unlikeOthers, VES_ERR_MISMATCH,
+     [](SmallRun& r) {
+       VesVectorSetDim(r.X.get(), r.rows.local, 1);
+       VesVectorSetDim(r.D.get(), 1, 1);
+     }},
+    {"solver", unlikeOthers, VES_ERR_MISMATCH, [](SmallRun& r) { r.UseSolver(VES_PPCG); }},
+    {"B", unlikeOthers, VES_ERR_MISMATCH, [](SmallRun& r) { r.B = MakeMatrix(&r.op); }},
+    {"T", unlikeOthers, VES_ERR_MISMATCH, [](SmallRun& r) { r.T = MakeMatrix(&r.op); }},
+    {"who is called", unlikeOthers, VES_ERR_MISMATCH,
+     [](SmallRun& r) { VesMatrixSetCalledEverywhere(r.A.get(), true); }},
+    {"monitor", unlikeOthers, VES_ERR_MISMATCH,
+     [](SmallRun& r) {
+       VesSolverSetMonitor(
+           r.solver.get(), [](void*, const VesProgress*) { return 0; }, nullptr);
+     }},
+    {"a bit of the threshold", unlikeOthers, VES_ERR_MISMATCH,
+     [](SmallRun& r) { VesSolverSetThreshold(r.solver.get(), std::nextafter(1e-6, 1.0)); }},
 };
 
 TEST(RunSolver, RefusesOnAllProcessesAlike) {
-  const bool first = RankIn(MPI_COMM_WORLD) == 0; // local faults: only process 0 has them
-  MPI_Comm twin = MPI_COMM_NULL;
-  MPI_Comm_dup(MPI_COMM_WORLD, &twin);
-  const struct {
-    const char* reason;
-    VesReturnCode code;
-    std::function<void(SmallRun&)> spoil;
-  } cases[] = {
-      {"no solver", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.solver.reset(); }},
-      {"no A", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.A.reset(); }},
-      {"no X", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.X.reset(); }},
-      {"no D", VES_ERR_INVALID_VALUE, [](SmallRun& r) { r.D.reset(); }},
-      {"A of another type", VES_ERR_MISMATCH,
-       [](SmallRun& r) { r.A = ves::makeMatrix<float>(nullptr, nullptr); }},
-      {"B of another type", VES_ERR_MISMATCH,
-       [](SmallRun& r) { r.B = ves::makeMatrix<float>(nullptr, nullptr); }},
-      {"T of another type", VES_ERR_MISMATCH,
-       [](SmallRun& r) { r.T = ves::makeMatrix<float>(nullptr, nullptr); }},
-      {"D of another type", VES_ERR_MISMATCH, [](SmallRun& r) { r.D->scalarType = VES_FLOAT; }},
-      {"four columns, five values", VES_ERR_MISMATCH,
-       [](SmallRun& r) {
-         VesVectorSetDim(r.X.get(), r.rows.local, 4);
-         VesVectorSetDim(r.D.get(), 5, 1);
-       }},
-      {"values of the wrong number on one process", VES_ERR_MISMATCH,
-       [=](SmallRun& r) {
-         if (first) VesVectorSetDim(r.D.get(), 3, 1);
-       }},
-      {"two columns of values", VES_ERR_MISMATCH,
-       [](SmallRun& r) { VesVectorSetDim(r.D.get(), 2, 2); }},
-      {"X without storage", VES_ERR_NULL_POINTER,
-       [=](SmallRun& r) {
-         if (first) r.X = MakeVector<double>(MPI_COMM_WORLD, r.rows.local, 2, nullptr, 1);
-       }},
-      {"D without storage", VES_ERR_NULL_POINTER,
-       [=](SmallRun& r) {
-         if (first) r.D = MakeVector<double>(MPI_COMM_WORLD, 2, 1, nullptr, 1);
-       }},
-      {"A without a routine", VES_ERR_NULL_POINTER,
-       [=](SmallRun& r) {
-         if (first) VesMatrixSetShellMatVec(r.A.get(), nullptr, nullptr);
-       }},
-      {"B without a routine", VES_ERR_NULL_POINTER,
-       [=](SmallRun& r) {
-         r.B = MakeMatrix(&r.op);
-         VesSolverSetProblemType(r.solver.get(), VES_PROBLEM_GENERALIZED);
-         if (first) VesMatrixSetShellMatVec(r.B.get(), nullptr, nullptr);
-       }},
-      {"communicators differ", VES_ERR_MISMATCH,
-       [=](SmallRun& r) { VesVectorSetComm(r.D.get(), 0, twin); }},
-      {"second communicators differ", VES_ERR_MISMATCH,
-       [=](SmallRun& r) {
-         if (first) VesVectorSetComm(r.X.get(), 1, twin);
-       }},
-      {"columns of X overlap", VES_ERR_INVALID_VALUE,
-       [=](SmallRun& r) {
-         if (first) VesVectorDenseSetValues(r.X.get(), r.x.data(), r.rows.local - 1);
-       }},
-      {"ld of D below its rows", VES_ERR_INVALID_VALUE,
-       [=](SmallRun& r) {
-         if (first) VesVectorDenseSetValues(r.D.get(), r.d.data(), 1);
-       }},
-      {"a workspace beyond 32 bits", VES_ERR_INVALID_VALUE,
-       [=](SmallRun& r) {
-         if (first) VesVectorDenseSetValues(r.X.get(), r.x.data(), 400000000);
-       }},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.reason);
-    SmallRun r;
-    c.spoil(r);
-    EXPECT_EQ(r.Code(), c.code);
-    EXPECT_EQ(r.op.columns, 0);
-    EXPECT_EQ(r.d, std::vector<double>(8, 5.0));
-    EXPECT_EQ(r.x, std::vector<double>(64, 5.0));
-  }
-  MPI_Comm_free(&twin);
-}
-
-/// What process 0 alone has set; the others would wait for it, or it for them.
-TEST(RunSolver, RefusesWhereProcessesDisagree) {
-  if (SizeOf(MPI_COMM_WORLD) == 1) GTEST_SKIP() << "needs two processes";
-  const auto pairs = [](SmallRun& r) {
-    VesVectorSetDim(r.X.get(), r.rows.local, 1);
-    VesVectorSetDim(r.D.get(), 1, 1);
-  };
-  const auto generalized = [](SmallRun& r) {
-    VesSolverSetProblemType(r.solver.get(), VES_PROBLEM_GENERALIZED);
-  };
-  const struct {
-    const char* what;
-    std::function<void(SmallRun&)> onAll, onFirst;
-    VesSolverType type = VES_LOBPCG;
-  } cases[] = {
-      {"pairs", nullptr, pairs},
-      {"solver", nullptr, [](SmallRun& r) { r.solver = MakeSolver<double>({}, true); }, VES_PPCG},
-      {"problem", nullptr,
-       [](SmallRun& r) { VesSolverSetProblemType(r.solver.get(), VES_PROBLEM_STANDARD); }},
-      {"B", generalized, [](SmallRun& r) { r.B = MakeMatrix(&r.op); }},
-      {"T", nullptr, [](SmallRun& r) { r.T = MakeMatrix(&r.op); }},
-      {"who is called", nullptr,
-       [](SmallRun& r) { VesMatrixSetCalledEverywhere(r.A.get(), true); }},
-      {"iterations", nullptr, [](SmallRun& r) { VesSolverSetMaxIter(r.solver.get(), 3); }},
-      {"passes", nullptr, [](SmallRun& r) { VesSolverSetMaxOrthoIter(r.solver.get(), 3); }},
-      {"threshold", nullptr,
-       [](SmallRun& r) { VesSolverSetThreshold(r.solver.get(), std::nextafter(1e-6, 1.0)); }},
-      {"lock factor", nullptr, [](SmallRun& r) { VesSolverSetLockFactor(r.solver.get(), 0.5); }},
-      {"dense eigensolver", nullptr,
-       [](SmallRun& r) { VesSetDenseEigenSolverType(r.solver.get(), VES_LAPACK_DIAG); }},
-      {"detector", nullptr,
-       [](SmallRun& r) { VesSetConvergeDetectorType(r.solver.get(), VES_EIGENVALUES); }},
-      {"lock detector", nullptr,
-       [](SmallRun& r) { VesSolverSetLockDetectorType(r.solver.get(), VES_RESIDUALS); }},
-      {"orthogonalizer", nullptr,
-       [](SmallRun& r) { VesSetOrthogonalizerType(r.solver.get(), VES_SVD_QR); }},
-      {"self-check", nullptr, [](SmallRun& r) { VesSolverSetSelfCheck(r.solver.get(), false); }},
-      {"batch limit", nullptr, [](SmallRun& r) { VesSolverSetBatchLimit(r.solver.get(), 1); },
-       VES_LOBPCG_BATCH},
-      {"sub-block", nullptr, [](SmallRun& r) { VesSolverSetPPCGBatch(r.solver.get(), 1); },
-       VES_PPCG},
-      {"soft locking", nullptr, [](SmallRun& r) { VesSolverSetPPCGSoftLocking(r.solver.get(), 2); },
-       VES_PPCG},
-      {"full steps", nullptr, [](SmallRun& r) { VesSolverSetPPCGRRPeriod(r.solver.get(), 2); },
-       VES_PPCG},
-  };
-  for (const auto& c : cases) {
+  for (const auto& c : faults) {
     SCOPED_TRACE(c.what);
+    if (c.where == unlikeOthers && SizeOf(MPI_COMM_WORLD) == 1) continue;
     SmallRun r;
-    Settings settings;
-    settings.solver = c.type;
-    r.solver = MakeSolver<double>(settings, true);
-    if (c.onAll) c.onAll(r);
-    if (RankIn(MPI_COMM_WORLD) == 0) c.onFirst(r);
-    EXPECT_EQ(r.Code(), VES_ERR_MISMATCH);
-    EXPECT_EQ(r.op.columns, 0);
+    if (c.where == everywhere || IsFirst()) c.spoil(r);
+    r.ExpectRefused(c.code);
   }
 }
 
-/// Settings are the same on all processes, not equal numbers: a NaN is one of them. No pairs need
-/// no storage.
+TEST(RunSolver, RefusesSettingsOfOneProcess) {
+  if (SizeOf(MPI_COMM_WORLD) == 1) GTEST_SKIP() << "needs two processes";
+  for (const Setter& set : Setters()) {
+    SCOPED_TRACE(set.name);
+    SmallRun r;
+    r.UseSolver(set.owner.value_or(VES_LOBPCG));
+    if (IsFirst()) {
+      EXPECT_EQ(set.call(r.solver.get(), set.taken.back()), VES_GOOD);
+    }
+    r.ExpectRefused(VES_ERR_MISMATCH);
+  }
+}
+
+/// Settings are the same on all processes, not equal numbers: a NaN is one of them. A standard
+/// problem needs nothing of B, no pairs need no storage.
 TEST(RunSolver, AcceptsWhatIsOdd) {
   for (const VesSolverType type : allSolvers) {
     SmallRun r;
-    Settings settings;
-    settings.solver = type;
-    settings.maxIter = 3;
-    r.solver = MakeSolver<double>(settings, true);
+    r.UseSolver(type);
+    VesSolverSetMaxIter(r.solver.get(), 3);
     VesSolverSetThreshold(r.solver.get(), std::nan(""));
+    VesSolverSetProblemType(r.solver.get(), VES_PROBLEM_STANDARD);
+    r.B = ves::makeMatrix<double>(nullptr, nullptr);
     EXPECT_EQ(r.Code(), VES_GOOD);
     EXPECT_EQ(r.solver->reason == VES_REASON_CONVERGED, r.solver->nConv == 2);
 
@@ -180,8 +145,7 @@ TEST(RunSolver, AcceptsWhatIsOdd) {
     r.X = MakeVector<double>(MPI_COMM_WORLD, r.rows.local, 0, nullptr, 1);
     r.D = MakeVector<double>(MPI_COMM_WORLD, 0, 1, nullptr, 1);
     EXPECT_EQ(r.Code(), VES_GOOD);
-    VesSolverStats stats;
-    EXPECT_EQ(VesGetSolverStats(r.solver.get(), &stats), VES_GOOD);
+    const VesSolverStats& stats = r.solver->stats;
     EXPECT_EQ(r.solver->reason, VES_REASON_CONVERGED);
     EXPECT_TRUE(r.op.columns == 0 && r.solver->iter == 0 && r.solver->nConv == 0);
     EXPECT_TRUE(stats.columnsA == 0 && stats.reductions == 0 && stats.secondsTotal == 0.0);
@@ -193,44 +157,31 @@ TEST(RunSolver, LargestSizes) {
   constexpr int million = 1 << 20, most = std::numeric_limits<int>::max();
   const struct {
     VesSolverType type;
-    int width, nRows, nCols; ///< of the batch or a sub-block, where it is not the default
-    bool fits;
+    int width; ///< of the batch or a sub-block, where it is not the default
+    int nRows, mostCols;
   } cases[] = {
-      {VES_LOBPCG, 0, million, 682, true},
-      {VES_LOBPCG, 0, million, 683, false},
-      {VES_LOBPCG_BATCH, 0, million, 1535, true},
-      {VES_LOBPCG_BATCH, 0, million, 1536, false},
-      {VES_PPCG, 0, million, 682, true},
-      {VES_PPCG, 0, million, 683, false},
-      {VES_LOBPCG, 0, 1, 10921, true},
-      {VES_LOBPCG, 0, 1, 10922, false},
-      {VES_LOBPCG_BATCH, 0, 1, 32765, true},
-      {VES_LOBPCG_BATCH, 0, 1, 32766, false},
-      {VES_LOBPCG_BATCH, 10922, 1, 10922, false},
-      {VES_PPCG, 0, 1, 32765, true},
-      {VES_PPCG, 0, 1, 32766, false},
-      {VES_PPCG, 10922, 1, 10922, false},
-      {VES_PPCG, 9000, 1, 20000, false}, // three tiles of order 27000
-      {VES_LOBPCG, 0, most, most, false},
-      {VES_LOBPCG_BATCH, 0, most, most, false},
-      {VES_PPCG, most, most, most, false},
-      {VES_PPCG, 0, most, 0, true},
+      {VES_LOBPCG, 0, million, 682},   {VES_LOBPCG_BATCH, 0, million, 1535},
+      {VES_PPCG, 0, million, 682},     {VES_LOBPCG, 0, 1, 10921},
+      {VES_LOBPCG_BATCH, 0, 1, 32765}, {VES_LOBPCG_BATCH, 11000, 1, 10921},
+      {VES_PPCG, 0, 1, 32765},         {VES_PPCG, 11000, 1, 10921},
+      {VES_PPCG, 9000, 1, 18000}, // two tiles of order 27000
+      {VES_LOBPCG, 0, most, 0},        {VES_LOBPCG_BATCH, 0, most, 0},
+      {VES_PPCG, most, most, 0},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message()
-                 << c.type << " " << c.width << " " << c.nRows << " " << c.nCols);
-    Settings settings;
-    settings.solver = c.type;
-    const SolverHandle solver = MakeSolver<double>(settings, false);
+    SCOPED_TRACE(testing::Message() << c.type << " " << c.width << " " << c.nRows);
+    const SolverHandle solver = ves::makeSolver<double>(c.type);
     if (c.width > 0) {
-      EXPECT_EQ((c.type == VES_PPCG ? VesSolverSetPPCGBatch : VesSolverSetBatchLimit)(solver.get(),
-                                                                                      c.width),
-                VES_GOOD);
+      const auto setWidth = c.type == VES_PPCG ? VesSolverSetPPCGBatch : VesSolverSetBatchLimit;
+      EXPECT_EQ(setWidth(solver.get(), c.width), VES_GOOD);
     }
     std::size_t bytes = 77;
-    EXPECT_EQ(VesSolverMemory(solver.get(), c.nRows, c.nCols, true, &bytes),
-              c.fits ? VES_GOOD : VES_ERR_INVALID_VALUE);
-    EXPECT_EQ(bytes == 77, !c.fits);
+    for (const int beyond : {c.mostCols + 1, most})
+      EXPECT_EQ(VesSolverMemory(solver.get(), c.nRows, beyond, true, &bytes),
+                VES_ERR_INVALID_VALUE);
+    EXPECT_EQ(bytes, 77U);
+    EXPECT_EQ(VesSolverMemory(solver.get(), c.nRows, c.mostCols, true, &bytes), VES_GOOD);
+    EXPECT_NE(bytes, 77U);
   }
 }
 

@@ -9,7 +9,7 @@ constexpr int order = 40, pairs = 3;
 
 /// diag(1, 2, ...), or 2 I, that throws when it is told to.
 template <typename Scalar>
-ves::Operator<Scalar> Diagonal(const Rows& rows, bool isEqual, const bool* fails = nullptr) {
+ves::Operator<Scalar> Multiplier(const Rows& rows, bool isEqual, const bool* fails = nullptr) {
   return ves::Operator<Scalar>([=, first = rows.first](auto x, auto y) {
     static_assert(std::is_same_v<decltype(x), ves::View<const Scalar>>);
     if (fails != nullptr && *fails) throw std::runtime_error("told to");
@@ -31,7 +31,7 @@ TYPED_TEST_SUITE(VesHpp, AllScalars);
 TYPED_TEST(VesHpp, SolvesWithWhatWasMoved) {
   using Scalar = TypeParam;
   const Rows rows(order, MPI_COMM_WORLD, Deal::growing);
-  const auto A = Moved(Diagonal<Scalar>(rows, false)), B = Moved(Diagonal<Scalar>(rows, true));
+  const auto A = Moved(Multiplier<Scalar>(rows, false)), B = Moved(Multiplier<Scalar>(rows, true));
   Pairs<Scalar> p(rows, pairs);
   const ves::Block<Scalar> whole(order, pairs, MPI_COMM_SELF);
   fillRandom(whole);
@@ -66,9 +66,9 @@ TEST(VesHppErrors, FailuresLeaveWhereTheyWereThrown) {
   const Rows rows(order, MPI_COMM_WORLD);
   const bool isLast = RankIn(MPI_COMM_WORLD) == SizeOf(MPI_COMM_WORLD) - 1;
   bool fails[4] = {};
-  const auto A = Diagonal<double>(rows, false, &fails[0]),
-             B = Diagonal<double>(rows, true, &fails[1]),
-             T = Diagonal<double>(rows, true, &fails[2]);
+  const auto A = Multiplier<double>(rows, false, &fails[0]),
+             B = Multiplier<double>(rows, true, &fails[1]),
+             T = Multiplier<double>(rows, true, &fails[2]);
   ves::Options options;
   options.monitor = [&](const VesProgress&) {
     return fails[3] ? throw std::runtime_error("told to") : false;

@@ -53,59 +53,70 @@ Dense Read(const std::string& text) {
   return Gathered(ReadMatrixMarket(file.Path(), comm));
 }
 
-EntryList ReadWithOwners(const std::string& text) {
-  const TextFile file(text);
-  EntryList matrix = ReadSquareMatrix(file.Path(), comm);
+/// Rows on their owners, as a matrix or as what a graph makes of it.
+EntryList Distributed(EntryList matrix, bool isGraph) {
   const RowOffsets offsets = BalancedRows({&matrix}, comm);
   MoveToOwners(matrix, offsets, comm);
   RequireHermitian(matrix, offsets, comm);
+  if (isGraph) TurnIntoLaplacian(matrix, offsets, comm);
   return matrix;
 }
 
-/// The message of an error that all processes must meet.
-std::string Complaint(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const Error& error) {
-    EXPECT_EQ(error.Code(), exitInput);
-    return error.what();
-  }
-  return "no error";
+EntryList ReadWithOwners(const std::string& text) {
+  const TextFile file(text);
+  return Distributed(ReadSquareMatrix(file.Path(), comm), false);
 }
 
-std::string ReadComplaint(const std::string& text) {
-  return Complaint([&] { ReadWithOwners(text); });
+EntryList Laplacian(const std::string& text) {
+  const TextFile file(text);
+  return Distributed(ReadGraph(file.Path(), comm), true);
+}
+
+/// All processes must meet the same error, which says the text.
+void ExpectComplaint(const std::string& text, const std::function<void()>& action) {
+  try {
+    action();
+    ADD_FAILURE() << "no error that says " << text;
+  } catch (const Error& error) {
+    EXPECT_EQ(error.Code(), exitInput);
+    EXPECT_NE(std::string(error.what()).find(text), std::string::npos)
+        << error.what() << "\ndoes not say\n"
+        << text;
+  }
 }
 
 const std::string head = "%%MatrixMarket matrix ";
 
 TEST(MatrixMarket, ReadsEveryKind) {
-  Dense expected(3, 3);
-  expected << 1.0, -2.5, 0.0, -2.5, 4.0, 1e-3, 0.0, 1e-3, 7.0;
-  const std::string lower = "3 3 5\n1 1 1\n2 1 -2.5\n2 2 +4.0e0\n\n3 2 1E-3\n3 3 7\n";
-  EXPECT_EQ(Read(head + "coordinate real symmetric\n% comment\n\n" + lower), expected);
-  EXPECT_EQ(Read("%%matrixmarket MATRIX Coordinate Double Symmetric\r\n" + lower), expected);
-  EXPECT_EQ(Read(head + "array real symmetric\n3 3\n1\n-2.5\n0\n4\n1e-3\n7"), expected);
-  EXPECT_EQ(Read(head + "array real general\n3 3\n1\n-2.5\n0\n-2.5\n4\n1e-3\n0\n1e-3\n7\n"),
-            expected);
   const std::complex<double> i(0.0, 1.0);
-  Dense hermitian(2, 2);
-  hermitian << 1.0, 2.0 - i, 2.0 + i, 3.0;
-  EXPECT_EQ(Read(head + "coordinate complex Hermitian\n2 2 3\n1 1 1 0\n2 1 2 1\n2 2 3 0\n"),
-            hermitian);
-  EXPECT_EQ(Read(head + "array complex hermitian\n2 2\n1 0\n2 1\n3 0\n"), hermitian);
-  EXPECT_EQ(Read(head + "coordinate complex general\n2 2 4\n1 1 1 0\n2 1 2 1\n1 2 2 -1\n2 2 3 0\n"),
-            hermitian);
-  Dense pattern(2, 3);
+  Dense real(3, 3), complex(2, 2), pattern(2, 3);
+  real << 1.0, -2.5, 0.0, -2.5, 4.0, 1e-3, 0.0, 1e-3, 7.0;
+  complex << 1.0, 2.0 - i, 2.0 + i, 3.0;
   pattern << 0.0, 1.0, 0.0, 1.0, 0.0, 1.0;
-  EXPECT_EQ(Read(head + "coordinate pattern general\n2 3 3\n1 2\n2 3\n2 1\n"), pattern);
-  EXPECT_EQ(Read(head + "coordinate integer general\n2 3 3\n1 2 1\n2 3 1\n2 1 1\n"), pattern);
+  const std::string lower = "3 3 5\n1 1 1\n2 1 -2.5\n2 2 +4.0e0\n\n3 2 1E-3\n3 3 7\n";
+  const struct {
+    std::string text;
+    const Dense& expected;
+  } cases[] = {
+      {head + "coordinate real symmetric\n% comment\n\n" + lower, real},
+      {"%%matrixmarket MATRIX Coordinate Double Symmetric\r\n" + lower, real},
+      {head + "array real symmetric\n3 3\n1\n-2.5\n0\n4\n1e-3\n7", real},
+      {head + "array real general\n3 3\n1\n-2.5\n0\n-2.5\n4\n1e-3\n0\n1e-3\n7\n", real},
+      {head + "coordinate complex Hermitian\n2 2 3\n1 1 1 0\n2 1 2 1\n2 2 3 0\n", complex},
+      {head + "array complex hermitian\n2 2\n1 0\n2 1\n3 0\n", complex},
+      {head + "coordinate complex general\n2 2 4\n1 1 1 0\n2 1 2 1\n1 2 2 -1\n2 2 3 0\n", complex},
+      {head + "coordinate pattern general\n2 3 3\n1 2\n2 3\n2 1\n", pattern},
+      {head + "coordinate integer general\n2 3 3\n1 2 1\n2 3 1\n2 1 1\n", pattern},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(Read(c.text), c.expected) << c.text;
 }
 
 // Whatever process meets the line, all say the same, with the number of the line.
 TEST(MatrixMarket, ComplaintsNameTheLine) {
   const std::string real = head + "coordinate real symmetric\n% comment\n3 3 3\n";
-  const std::vector<std::pair<std::string, std::string>> cases = {
+  const std::string general = head + "coordinate real general\n3 3 4\n1 1 1\n2 2 1\n";
+  const std::pair<std::string, std::string> cases[] = {
       {"", ":1: the file is empty"},
       {"3 3 1\n1 1 1\n", ":1: not a Matrix Market file"},
       {head + "coordinate real skew-symmetric\n2 2 1\n2 1 1\n", ":1: a skew-symmetric"},
@@ -123,13 +134,15 @@ TEST(MatrixMarket, ComplaintsNameTheLine) {
       {real + "1 1 1\n2 2 1\n", ":3: 3 entries are announced, but 2 follow"},
       {real + "1 1 1\n2 1 1\n1 2 1\n", "is given twice"},
       {head + "array real general\n2 2\n1\n2\n2\n1\n5\n", ":2: 4 numbers are announced, but 5"},
-      {head + "array real general\n3 2\n1\n2\n2\n1\n5\n6\n", "is not square"}};
+      {head + "array real general\n3 2\n1\n2\n2\n1\n5\n6\n", "is not square"},
+      {general + "1 2 0.5\n2 1 0.25\n", "(1, 2) is 0.5, but"},
+      {general + "1 3 0.5\n3 2 -2\n", "(3, 2) is -2"},
+      {head + "coordinate complex hermitian\n2 2 2\n1 1 1 0\n2 2 1 0.5\n", "(2, 2) is (1,0.5)"},
+      {head + "coordinate complex symmetric\n2 2 2\n1 1 1 0\n2 1 1 0.5\n", "not Hermitian"},
+  };
   for (const auto& [text, complaint] : cases)
-    EXPECT_NE(ReadComplaint(text).find(complaint), std::string::npos)
-        << ReadComplaint(text) << "\nfor\n"
-        << text;
-  EXPECT_NE(Complaint([] { ReadMatrixMarket("no such file", comm); }).find("cannot be read"),
-            std::string::npos);
+    ExpectComplaint(complaint, [&text = text] { ReadWithOwners(text); });
+  ExpectComplaint("cannot be read", [] { ReadMatrixMarket("no such file", comm); });
 }
 
 // Enough lines that every share begins and ends inside the data.
@@ -146,21 +159,8 @@ TEST(MatrixMarket, LinesAreCountedAcrossShares) {
     const std::string entry = "\n" + std::to_string(bad) + " " + std::to_string(bad) + " ";
     std::string broken = text;
     broken.replace(broken.rfind(entry) + 1, 1, "?");
-    EXPECT_NE(ReadComplaint(broken).find(":" + std::to_string(bad + 2) + ": expected"),
-              std::string::npos)
-        << ReadComplaint(broken);
+    ExpectComplaint(":" + std::to_string(bad + 2) + ": expected", [&] { ReadWithOwners(broken); });
   }
-}
-
-TEST(HermitianCheck, NamesTheWorstEntry) {
-  const std::string general = head + "coordinate real general\n3 3 4\n1 1 1\n2 2 1\n";
-  EXPECT_NE(ReadComplaint(general + "1 2 0.5\n2 1 0.25\n").find("(1, 2) is 0.5, but"),
-            std::string::npos);
-  EXPECT_NE(ReadComplaint(general + "1 3 0.5\n3 2 -2\n").find("(3, 2) is -2"), std::string::npos);
-  const std::string diagonal = head + "coordinate complex hermitian\n2 2 2\n1 1 1 0\n2 2 1 0.5\n";
-  EXPECT_NE(ReadComplaint(diagonal).find("(2, 2) is (1,0.5)"), std::string::npos);
-  const std::string symmetric = head + "coordinate complex symmetric\n2 2 2\n1 1 1 0\n2 1 1 0.5\n";
-  EXPECT_NE(ReadComplaint(symmetric).find("not Hermitian"), std::string::npos);
 }
 
 TEST(HermitianCheck, TakesTheMeanOfRoundingErrors) {
@@ -189,36 +189,25 @@ TEST(MatrixMarket, ReadsWhatItWrote) {
       EXPECT_EQ(dense(first + i, j), block[static_cast<std::size_t>(i + j * local)]);
 }
 
-EntryList Laplacian(const std::string& text) {
-  const TextFile file(text);
-  EntryList graph = ReadGraph(file.Path(), comm);
-  const RowOffsets offsets = BalancedRows({&graph}, comm);
-  MoveToOwners(graph, offsets, comm);
-  RequireHermitian(graph, offsets, comm);
-  TurnIntoLaplacian(graph, offsets, comm);
-  return graph;
-}
-
 // A triangle with a tail, with a loop and an edge in both directions that do not count.
 TEST(Graph, LaplacianOfListAndMatrix) {
-  Dense expected(4, 4);
+  Dense expected(4, 4), pair(2, 2);
   expected << 2, -1, -1, 0, -1, 2, -1, 0, -1, -1, 3, -1, 0, 0, -1, 1;
-  EXPECT_EQ(Gathered(Laplacian("# list\n0 1\n1 2\n2 0\n% tail\n2 3\n3 2\n1 1\n")), expected);
-  EXPECT_EQ(Gathered(Laplacian("5\t6\r\n6 7\n7 5\n7 8")), expected);
-  EXPECT_EQ(Gathered(Laplacian(head + "coordinate pattern symmetric\n4 4 5\n"
-                                      "2 1\n3 1\n3 2\n4 3\n1 1\n")),
-            expected);
-  const Dense pair = Gathered(Laplacian("1 2 3\n2 1 0.5\n"));
-  EXPECT_EQ(pair(0, 0), 3.0);
-  EXPECT_EQ(pair(0, 1), -3.0);
-  const auto complaint = [](const std::string& text) {
-    return Complaint([&] { Laplacian(text); });
+  pair << 3, -3, -3, 3;
+  const std::string matrix =
+      head + "coordinate pattern symmetric\n4 4 5\n2 1\n3 1\n3 2\n4 3\n1 1\n";
+  for (const std::string& text : {std::string("# list\n0 1\n1 2\n2 0\n% tail\n2 3\n3 2\n1 1\n"),
+                                  std::string("5\t6\r\n6 7\n7 5\n7 8"), matrix})
+    EXPECT_EQ(Gathered(Laplacian(text)), expected) << text;
+  EXPECT_EQ(Gathered(Laplacian("1 2 3\n2 1 0.5\n")), pair);
+  const std::pair<std::string, std::string> cases[] = {
+      {"1 2\n1 -2\n", ":2: expected the numbers"},
+      {"1 2 nan\n", ":1: 'nan' is not a weight"},
+      {"# nothing\n", "there is no edge"},
+      {head + "coordinate real symmetric\n2 2 1\n2 1 -1\n", "weight of edge"},
   };
-  EXPECT_NE(complaint("1 2\n1 -2\n").find(":2: expected the numbers"), std::string::npos);
-  EXPECT_NE(complaint("1 2 nan\n").find(":1: 'nan' is not a weight"), std::string::npos);
-  EXPECT_NE(complaint("# nothing\n").find("there is no edge"), std::string::npos);
-  EXPECT_NE(complaint(head + "coordinate real symmetric\n2 2 1\n2 1 -1\n").find("weight of edge"),
-            std::string::npos);
+  for (const auto& [text, complaint] : cases)
+    ExpectComplaint(complaint, [&text = text] { Laplacian(text); });
 }
 
 } // namespace

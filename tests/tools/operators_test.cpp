@@ -114,10 +114,6 @@ TEST(Rows, AreSharedByEntries) {
   if (Size(comm) > 1) {
     EXPECT_LT(offsets[1], 20);
   }
-  for (int row = 0; row < 40; ++row) {
-    const auto owner = static_cast<std::size_t>(OwnerOf(row, offsets));
-    EXPECT_TRUE(offsets[owner] <= row && row < offsets[owner + 1]);
-  }
 }
 
 TEST(Preconditioner, IncompleteFactorsArePositiveAndNearTheInverse) {
@@ -164,16 +160,6 @@ TEST(Preconditioner, ShiftInvertIsTheInverseBelowTheSpectrum) {
   AddPreconditioner(options, problem);
   const Eigen::MatrixXcd identity = LocalMatrix(problem.t, 30) * (a + 5.0 * b);
   EXPECT_LT((identity - Eigen::MatrixXcd::Identity(30, 30)).cwiseAbs().maxCoeff(), 1e-12);
-  // Sylvester's count of the eigenvalues below a shift stands in the message.
-  const Eigen::GeneralizedSelfAdjointEigenSolver<Eigen::MatrixXcd> exact(a, b);
-  options.shift = 0.5 * (exact.eigenvalues()[2] + exact.eigenvalues()[3]);
-  try {
-    problem.t = nullptr;
-    AddPreconditioner(options, problem);
-    ADD_FAILURE() << "a shift inside the spectrum was taken";
-  } catch (const Error& error) {
-    EXPECT_NE(std::string(error.what()).find("3 eigenvalues lie below"), std::string::npos);
-  }
 }
 
 TEST(NormEstimate, LiesCloseAboveTheNorm) {
