@@ -23,8 +23,8 @@ COPIED = ["CMakeLists.txt", "cmake", "include", "src", "tests"]
 
 # Tests of a folder of src/, with the processes they run on: one where that shows the fault.
 TESTS = {
-    "kernel": [("kernel_test", 1), ("data_test", 1), ("dense_test", 1)],
-    "parallel": [("parallel_test", 4), ("data_test", 2), ("collectives_test", 4),
+    "kernel": [("data_test", 1), ("dense_test", 1)],
+    "parallel": [("parallel_test", 4), ("data_test", 2), ("dense_test", 4), ("collectives_test", 4),
                  ("report_test", 1)],
     "data": [("data_test", 1), ("data_test", 2), ("interface_test", 1)],
     "cholesky": [("dense_test", 1), ("dense_test", 4)],

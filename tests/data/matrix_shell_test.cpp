@@ -14,8 +14,7 @@ void Record(void* calls, void* x, void* y, int nRows, int nCols, int ld) {
   static_cast<std::vector<Call>*>(calls)->emplace_back(x, y, nRows, nCols, ld);
 }
 
-TEST(MatrixShellTest, ChecksInTheirOrderAndOneCall) {
-  const MPI_Comm world = MPI_COMM_WORLD, self = MPI_COMM_SELF;
+TEST(MatrixShellTest, ChecksInTheirOrderAndCalls) {
   const auto odd = static_cast<VesVectorType>(2), dense = VES_VECTOR_DENSE;
   std::vector<Call> calls;
   double storage[20] = {};
@@ -41,21 +40,12 @@ TEST(MatrixShellTest, ChecksInTheirOrderAndOneCall) {
   EXPECT_EQ(apply(set, world, 3, 2, 4, dense, storage), -1) << "another leading dimension";
   EXPECT_EQ(apply(set, world, 3, 2, 5, dense, storage), 0);
   EXPECT_EQ(calls, std::vector<Call>{Call(storage + 10, storage, 3, 2, 5)});
-}
-
-TEST(MatrixShellTest, CalledEverywhereIsCalledWithoutRows) {
-  std::vector<Call> calls;
-  Ves::MatrixShell<double> op;
-  op.SetShellMatVec(&Record);
-  op.SetShellData(&calls);
-  Ves::VectorDense<double> x(MPI_COMM_WORLD, MPI_COMM_SELF, 0, 2, 5), y, none;
-  y.SetShape(x.comm, x.auxComm, 0, 2, 1);
-  none.SetShape(x.comm, x.auxComm, 0, 0, 1);
-  for (const bool isOn : {false, true}) {
-    op.isCalledEverywhere = isOn;
-    EXPECT_EQ(op.Apply(x, y), VES_GOOD);
-    EXPECT_EQ(op.Apply(none, none), VES_GOOD);
-    EXPECT_EQ(calls, std::vector<Call>(isOn ? 1 : 0, Call(nullptr, nullptr, 0, 2, 5)));
+  const Ves::VectorDense<double> noRows(world, self, 0, 2, 5);
+  Ves::VectorDense<double> y(world, self, 0, 2, 1);
+  for (const bool isCalledEverywhere : {false, true}) {
+    set.isCalledEverywhere = isCalledEverywhere;
+    EXPECT_EQ(set.Apply(noRows, y), VES_GOOD);
+    EXPECT_EQ(calls.size(), isCalledEverywhere ? 2U : 1U) << "without rows";
   }
 }
 

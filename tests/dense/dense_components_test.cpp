@@ -2,34 +2,31 @@
 #include "cholesky/scalapack_chol.h"
 #include "eigensolver/scalapack_diag.h"
 #include "eigensolver/workspace_size.h"
-#include "support/scalars.h"
+#include "support/block.h"
 
-#include <cstring>
 #include <tuple>
 
 using namespace VesTest;
-using Wide = std::complex<double>;
 
 namespace {
-
-const MPI_Comm world = MPI_COMM_WORLD, self = MPI_COMM_SELF;
-const double nan = std::numeric_limits<double>::quiet_NaN(), inf = 1 / 0.0;
 
 /// The upper triangle of H diag(lowest, lowest + 1, ...) H with a reflection H = I - 2 v v^H.
 template <typename Scalar>
 struct Problem {
   int n, info = -77;
   double lowest;
-  Ves::VectorDense<Scalar> M, D;
+  Block<Scalar> M, D;
 
   Problem(int order, double lowestValue, MPI_Comm comm = world, MPI_Comm aux = self)
-      : n(order), lowest(lowestValue), M(comm, aux, n, n, n + 3), D(comm, aux, n, 1, n) {
-    M.AllocateMem();
-    D.AllocateMem();
-    for (int j = 0; j < n; ++j) {
-      D(j) = Number<Scalar>(777);
-      for (int i = 0; i < M.ld; ++i)
-        M(i, j) = i > j ? D(j) : Number<Scalar>(Entry(i, j).real(), Entry(i, j).imag());
+      : n(order), lowest(lowestValue),
+        M(n, n,
+          [this](int i, int j) {
+            return i > j ? Number<Scalar>(777) : Number<Scalar>(Entry(i, j));
+          }),
+        D(n, 1, [](int, int) { return Number<Scalar>(777); }) {
+    for (auto* block : {&M, &D}) {
+      block->comm = comm;
+      block->auxComm = aux;
     }
   }
   Wide vv(int i, int j) const { // entry of v v^H
@@ -70,17 +67,15 @@ struct Problem {
       Wide difference = 0.0;
       for (int i = 0; i < order; ++i)
         difference +=
-            (i <= j ? Wide(Conj(M(i, j))) * Ru.data()[i] : 0.0) - Entry(j, i) * (1.0 + i % 3);
+            (i <= j ? std::conj(Wide(M(i, j))) * Ru.data()[i] : 0.0) - Entry(j, i) * (1.0 + i % 3);
       square += std::norm(difference);
     }
     EXPECT_LE(std::sqrt(square), 50 * n * eps<Scalar>);
     if (order == n) ExpectSameOnAll(M);
   }
-  static void ExpectSameOnAll(const Ves::VectorDense<Scalar>& block) {
-    std::vector<Scalar> first(block.values, block.values + block.ld * block.nCols);
-    const std::size_t bytes = first.size() * sizeof(Scalar);
-    MPI_Bcast(first.data(), static_cast<int>(bytes), MPI_BYTE, 0, block.comm);
-    EXPECT_TRUE(bytes == 0 || std::memcmp(first.data(), block.values, bytes) == 0);
+  static void ExpectSameOnAll(const Block<Scalar>& block) {
+    EXPECT_TRUE(IsSameOver(
+        block.comm, std::vector<Scalar>(block.values, block.values + block.ld * block.nCols)));
   }
 };
 
@@ -107,18 +102,6 @@ TYPED_TEST(DenseTest, KnownMatricesOnBothSidesOfTheSwitch) {
   }
 }
 
-/// The solver outlives the communicators it worked on; the process outside waits meanwhile.
-TYPED_TEST(DenseTest, PartsOfTheJobOneAfterTheOther) {
-  for (const bool whole : {false, true, false}) {
-    const bool inside = whole || RankIn(world) > 0 || SizeOf(world) == 1;
-    MPI_Comm comm = MPI_COMM_NULL;
-    MPI_Comm_split(world, inside ? 1 : 0, 0, &comm);
-    if (inside) Problem<TypeParam>(300, -2.5, comm).Diagonalize(this->gridDiag);
-    MPI_Barrier(world);
-    MPI_Comm_free(&comm);
-  }
-}
-
 /// Without a threshold an empty matrix must not reach the grid, which deals out at least a row.
 TYPED_TEST(DenseTest, EmptyMatrices) {
   Problem<TypeParam> p(0, 1.0);
@@ -142,8 +125,9 @@ TYPED_TEST(DenseTest, SecondCommunicatorRepeatsTheResult) {
 /// A leading block keeps its factor. The eigensolvers leave a matrix that is not finite alone.
 TYPED_TEST(DenseTest, IndefiniteAndNonFiniteMatrices) {
   const std::tuple<int, int, int, double> cases[] = {
-      {5, 2, 2, -1.0}, {300, 150, 150, -1.0}, {5, 0, 0, nan},      {5, 1, 3, nan},
-      {5, 4, 4, nan},  {5, 1, 2, inf},        {300, 7, 200, -inf}, {300, 0, 0, nan}};
+      {5, 2, 2, -1.0},          {300, 150, 150, -1.0},  {5, 0, 0, notANumber},
+      {5, 1, 3, notANumber},    {5, 4, 4, notANumber},  {5, 1, 2, infinite},
+      {300, 7, 200, -infinite}, {300, 0, 0, notANumber}};
   for (const auto& [n, row, col, value] : cases)
     for (const std::size_t kind : {0U, 1U}) {
       SCOPED_TRACE(testing::Message() << kind << " " << n << " " << col << " " << value);

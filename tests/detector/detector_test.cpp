@@ -3,7 +3,7 @@
 #include "detector/relative_residuals.h"
 #include "detector/residuals.h"
 #include "detector/residuals_or_eigenvalues.h"
-#include "support/problem.h"
+#include "support/block.h"
 
 #include <array>
 
@@ -12,26 +12,21 @@ using Numbers = std::vector<double>;
 
 namespace {
 
-const MPI_Comm world = MPI_COMM_WORLD;
-const double nan = std::numeric_limits<double>::quiet_NaN();
-
+/// A column of numbers; the verdict of process 0 goes to all.
 template <typename Scalar>
-struct Block : Ves::VectorDense<Scalar> {
-  template <typename Entry>
-  Block(std::size_t m, std::size_t k, Entry entry) {
-    this->SetShape(world, world, static_cast<int>(m), static_cast<int>(k), static_cast<int>(m));
-    this->AllocateMem();
-    for (int at = 0; at < this->nRows * this->nCols; ++at)
-      this->values[at] = entry(at % this->nRows, at / this->nRows);
-  }
-  explicit Block(const Numbers& v) // a column
-      : Block(v.size(), 1, [&v](int i, int) { return Number<Scalar>(v.data()[i]); }) {}
-  Block(const Rows& rows, const Numbers& norms) // of exactly these norms: four entries in all
-      : Block(static_cast<std::size_t>(rows.local), norms.size(), [&norms](int, int j) {
-          return Number<Scalar>(Ves::isComplex<Scalar> ? 0 : norms.data()[j] / 2,
-                                norms.data()[j] / 2);
-        }) {}
-};
+Block<Scalar> Column(const Numbers& v) {
+  const auto entry = [&v](int i, int) { return Number<Scalar>(v.data()[i]); };
+  return {static_cast<int>(v.size()), 1, entry, 0, world};
+}
+
+/// Columns of exactly these norms: four entries in all.
+template <typename Scalar>
+Block<Scalar> OfNorms(const Rows& rows, const Numbers& norms) {
+  return {rows, static_cast<int>(norms.size()), [&norms](int, int j) {
+            const double half = norms.data()[j] / 2;
+            return Number<Scalar>(Ves::isComplex<Scalar> ? 0 : half, half);
+          }};
+}
 
 template <typename Scalar>
 struct DetectorTest : testing::Test {
@@ -53,19 +48,21 @@ TYPED_TEST(DetectorTest, WhatPassesAndWhatIsCounted) {
     std::size_t kind;
     Numbers norms, now, before, flags;
     int leading;
-  } cases[] = {{"a gap ends the leading", 0, {.1, .2, .3, 0}, any, any, {2, 2, 0, 2}, 2},
-               {"threshold itself, NaN", 0, {.25, nan, .2, .1}, any, any, {0, 0, 2, 2}, 0},
-               {"relative", 1, {.4, .4, .5, .1}, {2, -2, 2, 0}, any, {2, 2, 0, 0}, 2},
-               {"to a NaN", 1, {.1, nan, .1, .1}, {1, 1, nan, 1}, any, {2, 0, 0, 2}, 1},
-               {"up and down", 2, any, {1, 1, 1, nan}, {1.2, .8, 1.25, 1}, {2, 2, 0, 0}, 2},
-               {"fewer flags than residuals", 2, {9, 9, 9}, {1, 1}, {1, 1}, {2, 2}, 2},
-               {"process 0", 2, any, {mine, 9, 5, 9}, {9, mine, 9, 9}, {2, 2, 0, 2}, 2},
-               {"either", 3, {.1, 9, .25, nan}, {5, 1, 1.5, 1}, {1, 1.2, 1.25, 1}, {2, 2, 0, 2}, 2},
-               {"no pairs", 0, none, none, none, none, 0}};
+  } cases[] = {
+      {"a gap ends the leading", 0, {.1, .2, .3, 0}, any, any, {2, 2, 0, 2}, 2},
+      {"threshold itself, NaN", 0, {.25, notANumber, .2, .1}, any, any, {0, 0, 2, 2}, 0},
+      {"relative", 1, {.4, .4, .5, .1}, {2, -2, 2, 0}, any, {2, 2, 0, 0}, 2},
+      {"to a NaN", 1, {.1, notANumber, .1, .1}, {1, 1, notANumber, 1}, any, {2, 0, 0, 2}, 1},
+      {"up and down", 2, any, {1, 1, 1, notANumber}, {1.2, .8, 1.25, 1}, {2, 2, 0, 0}, 2},
+      {"fewer flags than residuals", 2, {9, 9, 9}, {1, 1}, {1, 1}, {2, 2}, 2},
+      {"process 0", 2, any, {mine, 9, 5, 9}, {9, mine, 9, 9}, {2, 2, 0, 2}, 2},
+      {"either", 3, {.1, 9, .25, notANumber}, {5, 1, 1.5, 1}, {1, 1.2, 1.25, 1}, {2, 2, 0, 2}, 2},
+      {"no pairs", 0, none, none, none, none, 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    const Block<TypeParam> R(this->rows, c.norms), now(c.now), before(c.before), expected(c.flags);
-    Block<TypeParam> flags(c.flags.empty() ? none : Numbers(c.flags.size(), 9));
+    const auto R = OfNorms<TypeParam>(this->rows, c.norms), now = Column<TypeParam>(c.now),
+               before = Column<TypeParam>(c.before), expected = Column<TypeParam>(c.flags);
+    auto flags = Column<TypeParam>(c.flags.empty() ? none : Numbers(c.flags.size(), 9));
     flags.values[flags.nRows] = Number<TypeParam>(2); // in the slack behind, for none to count
     this->kinds[c.kind]->Run(R, now, before, 0.25, flags, this->total, this->leading);
     EXPECT_EQ(this->total, std::count(c.flags.begin(), c.flags.end(), 2.0));
@@ -78,9 +75,11 @@ TYPED_TEST(DetectorTest, RefusalsByKind) {
   using Other = std::conditional_t<std::is_same_v<TypeParam, double>, float, double>;
   using Codes = std::array<int, 4>; // by kind of detector
   const Numbers two{1, 1}, three{1, 1, 1};
-  const Block<TypeParam> R(this->rows, two), d(two), d3(three);
-  const Block<Other> other(two);
-  Block<TypeParam> flags(two), odd(two), flags3(three);
+  const auto R = OfNorms<TypeParam>(this->rows, two), d = Column<TypeParam>(two),
+             d3 = Column<TypeParam>(three);
+  const auto other = Column<Other>(two);
+  auto flags = Column<TypeParam>(two), odd = Column<TypeParam>(two),
+       flags3 = Column<TypeParam>(three);
   Ves::VectorDense<TypeParam> bareR(world, world, 2, 2, 2), bare(world, world, 2, 1, 2);
   odd.storageType = static_cast<VesVectorType>(2);
   using Base = VesVectorBase;

@@ -2,42 +2,33 @@
 #include "orthogonalizer/cholesky_qr.h"
 #include "orthogonalizer/pass_loop.h"
 #include "orthogonalizer/svd_qr.h"
+#include "support/block.h"
 #include "support/mpi_meter.h"
-#include "support/problem.h"
 
 #include <tuple>
 
 using namespace VesTest;
-using Wide = std::complex<double>;
-using Ints = std::vector<int>;
 
 namespace {
 
-const double nan = std::numeric_limits<double>::quiet_NaN();
 const VesMatrixEmpty empty;
 
 /// A block X, its images B X and A X, of which the first few are handed over, and the old X.
 template <typename Scalar>
 struct Blocks {
-  const Rows rows{64, MPI_COMM_WORLD, Deal::gaps};
+  const Rows rows{64, world, Deal::gaps};
   const int images;
-  Ves::VectorDense<Scalar> X, BX, AX, old;
+  Block<Scalar> X, BX, AX;
+  const Block<Scalar> old;
 
-  template <typename Entry>
-  Blocks(int k, int handedOver, Entry entry) : images(handedOver) {
-    for (auto* block : {&X, &BX, &AX, &old}) {
-      block->SetShape(rows.comm, MPI_COMM_SELF, rows.local, k, rows.local + 2);
-      block->AllocateMem();
-    }
-    for (int j = 0; j < k; ++j)
-      for (int i = 0; i < rows.local; ++i) {
-        X(i, j) = old(i, j) = entry(rows.first + i, j);
-        BX(i, j) = Number<Scalar>(B(i)) * X(i, j);
-        AX(i, j) = Number<Scalar>(A(i)) * X(i, j);
-      }
-  }
-  double B(int i) const { return images > 0 ? 1.0 + 0.5 * ((rows.first + i) % 5) : 1.0; }
-  double A(int i) const { return (rows.first + i) % 7 - 3.0; }
+  Blocks(int k, int handedOver, const typename Block<Scalar>::Entry& entry)
+      : images(handedOver), X(rows, k, entry),
+        BX(rows, k, [&](int i, int j) { return Number<Scalar>(B(i)) * entry(i, j); }),
+        AX(rows, k, [&](int i, int j) { return Number<Scalar>(A(i)) * entry(i, j); }),
+        old(rows, k, entry) {}
+  /// Entries of the diagonal operators, by row.
+  double B(int i) const { return images > 0 ? 1.0 + 0.5 * (i % 5) : 1.0; }
+  static double A(int i) { return i % 7 - 3.0; }
 
   /// In groups, whose widths become their ranks, or as one block, whose rank stands alone.
   VesReturnCode Run(Ves::VesOrthogonalizer& by, bool batch, const Ints& disp, Ints& ranks,
@@ -54,19 +45,17 @@ struct Blocks {
       for (int j = first; j <= i; ++j) {
         Wide sum = 0.0;
         for (int r = 0; r < rows.local; ++r)
-          sum += std::conj(Wide(X(r, i))) * Wide(X(r, j)) * B(r);
+          sum += std::conj(Wide(X(r, i))) * Wide(X(r, j)) * B(rows.first + r);
         PMPI_Allreduce(MPI_IN_PLACE, &sum, 2, MPI_DOUBLE, MPI_SUM, rows.comm);
         EXPECT_LE(std::abs(sum - (i == j ? 1.0 : 0.0)), 100 * eps<Scalar>) << i << " " << j;
       }
   }
   /// Images follow X when they were handed over, and keep to the old one otherwise.
   void ExpectImages() const {
-    for (int j = 0; j < X.nCols; ++j)
-      for (int i = 0; i < rows.local; ++i) {
-        const Wide x = X(i, j), was = old(i, j);
-        EXPECT_LE(std::abs(Wide(BX(i, j)) - B(i) * (images > 0 ? x : was)), 100 * eps<Scalar>);
-        EXPECT_LE(std::abs(Wide(AX(i, j)) - A(i) * (images > 1 ? x : was)), 200 * eps<Scalar>);
-      }
+    const auto& byB = images > 0 ? X : old;
+    const auto& byA = images > 1 ? X : old;
+    BX.Expect(100, [&](int i, int j) { return B(rows.first + i) * Wide(byB(i, j)); });
+    AX.Expect(200, [&](int i, int j) { return A(rows.first + i) * Wide(byA(i, j)); });
   }
   void ExpectUntouched(int first, int end) const {
     for (int j = first; j < end; ++j)
@@ -124,9 +113,9 @@ TYPED_TEST(OrthogonalizerTest, DependentColumns) {
   // For SVD or Cholesky: column 2 becomes a column 0 + b column 2, which leaves some rank.
   const std::tuple<bool, double, double, int> cases[] = {
       {false, 2.0, 0.0, 2}, // twice another
-      {false, 0.0, 0.0, 2}, {false, 0.0, nan, 2},
-      {true, 0.0, 0.0, 3},  {true, 0.0, 1e-10, 4}, // small, which is not relative
-      {true, 0.0, nan, 0}};
+      {false, 0.0, 0.0, 2},      {false, 0.0, notANumber, 2},
+      {true, 0.0, 0.0, 3},       {true, 0.0, 1e-10, 4}, // small, which is not relative
+      {true, 0.0, notANumber, 0}};
   for (const auto& [bySvd, of0, of2, left] : cases)
     for (const bool batch : {false, true})
       for (const int passes : {1, 3}) {
@@ -147,7 +136,7 @@ TYPED_TEST(OrthogonalizerTest, DependentColumns) {
 }
 
 TEST(PassLoop, EmptyGroupsHaveNoError) {
-  EXPECT_EQ(Ves::LargestError({9.0, 0.5, nan, 0.75}, {0, 1, 0, 2}), 0.75);
+  EXPECT_EQ(Ves::LargestError({9.0, 0.5, notANumber, 0.75}, {0, 1, 0, 2}), 0.75);
 }
 
 } // namespace

@@ -1,13 +1,11 @@
 // Gram-Schmidt: every entry of the projected block and of its images, from the global rows.
 #include "projector/gram_schmidt.h"
+#include "support/block.h"
 #include "support/mpi_meter.h"
-#include "support/problem.h"
 
 #include <tuple>
 
 using namespace VesTest;
-using Wide = std::complex<double>;
-using Ints = std::vector<int>;
 
 namespace {
 
@@ -18,23 +16,17 @@ const VesMatrixEmpty empty;
 /// A basis of disjoint columns and a hashed block, with images, the first few of them handed over.
 template <typename Scalar>
 struct Setting {
-  const Rows rows{n, MPI_COMM_WORLD, Deal::gaps};
+  const Rows rows{n, world, Deal::gaps};
   const int images;
-  Ves::VectorDense<Scalar> X[3], Y[3]; // the block, its B-image, its A-image
+  Block<Scalar> X[3]{Image(0, nX), Image(1, nX), Image(2, nX)}; // itself, under B, under A
+  Block<Scalar> Y[3]{Image(0, nY), Image(1, nY), Image(2, nY)};
   Ves::GramSchmidt<Scalar> projector;
 
-  explicit Setting(int handedOver) : images(handedOver) {
-    for (int t = 0; t < 3; ++t)
-      for (auto* block : {&X[t], &Y[t]}) {
-        const int k = block == &X[t] ? nX : nY;
-        block->SetShape(rows.comm, MPI_COMM_SELF, rows.local, k, rows.local + 2);
-        block->AllocateMem();
-        for (int j = 0; j < k; ++j)
-          for (int i = 0, row = rows.first; i < rows.local; ++i, ++row) {
-            const Wide v = Factor(t, row) * (k == nX ? Basis(row, j) : Old(row, j));
-            (*block)(i, j) = Number<Scalar>(v.real(), v.imag());
-          }
-      }
+  explicit Setting(int handedOver) : images(handedOver) {}
+  Block<Scalar> Image(int t, int k) const {
+    return {rows, k, [=](int i, int j) {
+              return Number<Scalar>(Factor(t, i) * (k == nX ? Basis(i, j) : Old(i, j)));
+            }};
   }
   double Factor(int t, int i) const {
     return t == 2 ? i % 7 - 3.0 : (t == 1 && images > 0 ? 1.0 + i / nX % 3 : 1.0);

@@ -1,11 +1,10 @@
 // What the solvers say to each other: the same collectives in the same order on every process,
 // whatever the timing, as many as the statistics count, and results that do not depend on it.
-#include "support/correctness.h"
+#include "support/gallery.h"
 #include "support/mpi_meter.h"
 
 #include <chrono>
 #include <cstdint>
-#include <cstring>
 #include <random>
 #include <thread>
 
@@ -39,103 +38,63 @@ void Note(char kind, int count, MPI_Datatype type, MPI_Comm comm) {
     ++recorder->reductions;
     recorder->bytesReduced += total;
   } else if (kind == 'b') {
-    ++(comm == MPI_COMM_SELF ? recorder->broadcastsSelf : recorder->broadcasts);
+    ++(comm == self ? recorder->broadcastsSelf : recorder->broadcasts);
   } else {
     ++recorder->others;
   }
 }
 
-using Operator = SparseOperator<double>;
-
 struct Outcome {
-  Record record;
+  Pairs<double> p;
+  Record record{};
   VesSolverStats stats{};
-  std::vector<double> X, D;
-  int iter = -1, nConv = -1;
   long long monitorCalls = 0;
-};
 
-/// A model problem of 132 rows over comm, and what a run is to be made of.
-struct Problem {
-  Box box{{12, 11}};
-  Rows rows;
-  Operator A{rows, [this](int i) { return Phased<double>(i, box.Stiffness(i)); }};
-  Operator B{rows, [this](int i) { return Phased<double>(i, box.Mass(i)); }};
-  Operator T{rows, [](int i) { return Operator::Row{{i, 1.0 / (2.0 + i % 3)}}; }};
-  MPI_Comm second;
-
-  explicit Problem(MPI_Comm comm = MPI_COMM_WORLD, MPI_Comm secondComm = MPI_COMM_SELF)
-      : rows(box.Order(), comm), second(secondComm) {}
-
-  Outcome Run(const Settings& s, bool usesB, bool usesT, bool isWatched = false) {
-    Outcome o;
-    Pairs<double> p(rows, s.nBands);
-    p.FillRandom();
-    const MatrixHandle a = MakeMatrix(&A), b = MakeMatrix(usesB ? &B : nullptr),
-                       t = MakeMatrix(usesT ? &T : nullptr);
-    const VectorHandle x = MakeVector(rows.comm, rows.local, p.k, p.X.data(), p.ld);
-    const VectorHandle d = MakeVector(rows.comm, p.k, 1, p.D.data(), p.k);
-    for (const VesVector block : {x.get(), d.get()})
-      EXPECT_EQ(VesVectorSetComm(block, 1, second), VES_GOOD);
-    const SolverHandle solver = MakeSolver<double>(s, usesB);
-    const VesMonitor count = [](void* data, const VesProgress*) {
-      ++static_cast<Outcome*>(data)->monitorCalls;
-      return 0;
-    };
-    if (isWatched) {
-      EXPECT_EQ(VesSolverSetMonitor(solver.get(), count, &o), VES_GOOD);
-    }
-    recorder = &o.record;
-    mpiMeter.note = Note;
-    const VesReturnCode code =
-        VesRunSolver(solver.get(), a.get(), b.get(), t.get(), x.get(), d.get());
-    mpiMeter.note = nullptr;
-    EXPECT_EQ(code, VES_GOOD);
-    EXPECT_EQ(VesGetSolverIter(solver.get(), &o.iter), VES_GOOD);
-    EXPECT_EQ(VesGetSolverConv(solver.get(), &o.nConv), VES_GOOD);
-    EXPECT_EQ(VesGetSolverStats(solver.get(), &o.stats), VES_GOOD);
-    o.X = p.X;
-    o.D = p.D;
-    return o;
+  bool IsLike(const Outcome& o) const {
+    return p.X == o.p.X && p.D == o.p.D && p.iter == o.p.iter && p.nConv == o.p.nConv;
   }
 };
 
-void SeedJitter(unsigned seed) {
-  jitter.seed(100 * seed + static_cast<unsigned>(RankIn(MPI_COMM_WORLD)) + 1);
+/// One run, with a seed of its own for the delays; second connects replicas.
+Outcome RunOn(Problem<double>& on, const Settings& s, bool isWatched, MPI_Comm second = self) {
+  static unsigned seed = 0;
+  jitter.seed(100 * ++seed + static_cast<unsigned>(RankIn(world)) + 1);
+  Outcome o{Pairs<double>(on.rows, s.nBands)};
+  o.p.second = second;
+  o.p.FillRandom();
+  const SolverHandle solver = MakeSolver<double>(s, on.B != nullptr);
+  const VesMonitor count = [](void* data, const VesProgress*) {
+    ++static_cast<Outcome*>(data)->monitorCalls;
+    return 0;
+  };
+  if (isWatched) {
+    EXPECT_EQ(VesSolverSetMonitor(solver.get(), count, &o), VES_GOOD);
+  }
+  recorder = &o.record;
+  mpiMeter.note = Note;
+  on.Run(o.p, solver.get());
+  mpiMeter.note = nullptr;
+  EXPECT_EQ(o.p.code, VES_GOOD);
+  EXPECT_EQ(VesGetSolverStats(solver.get(), &o.stats), VES_GOOD);
+  return o;
 }
 
-/// The bytes are those of process 0 of comm.
-template <typename T>
-bool IsSameOver(MPI_Comm comm, const std::vector<T>& here) {
-  std::vector<T> there = here;
-  const std::size_t bytes = here.size() * sizeof(T);
-  MPI_Bcast(there.data(), static_cast<int>(bytes), MPI_BYTE, 0, comm);
-  return std::memcmp(there.data(), here.data(), bytes) == 0;
-}
-
-bool AreSame(const Outcome& a, const Outcome& b) {
-  return a.X == b.X && a.D == b.D && a.iter == b.iter && a.nConv == b.nConv;
+Problem<double> Model(bool usesB, bool usesT, MPI_Comm comm = world) {
+  return OnBox<double>({12, 11}, usesB, usesT, Deal::even, comm);
 }
 
 TEST(Collectives, SameOnAllProcessesAndAsCounted) {
-  Problem problem;
-  unsigned seed = 0;
   for (const auto type : allSolvers)
     for (const bool usesB : {false, true})
       for (const bool usesT : {false, true}) {
         SCOPED_TRACE(testing::Message() << "solver " << type << ", B " << usesB << ", T " << usesT);
-        Settings s;
-        s.solver = type;
-        s.nBands = 6;
-        s.threshold = 1e-5;
-        Outcome outcomes[3]; // not watched, watched, and once more
-        for (const int run : {0, 1, 2}) {
-          SeedJitter(++seed);
-          outcomes[run] = problem.Run(s, usesB, usesT, run == 1);
-          const Outcome& o = outcomes[run];
-          EXPECT_EQ(o.nConv, s.nBands);
-          EXPECT_TRUE(IsSameOver(MPI_COMM_WORLD, std::vector<std::uint64_t>{o.record.hash}));
-          EXPECT_TRUE(IsSameOver(MPI_COMM_WORLD, o.D));
+        Problem<double> on = Model(usesB, usesT);
+        const Settings s{type, 6, 1e-5};
+        const Outcome outcomes[] = {RunOn(on, s, false), RunOn(on, s, true), RunOn(on, s, false)};
+        for (const Outcome& o : outcomes) {
+          EXPECT_EQ(o.p.nConv, 6);
+          EXPECT_TRUE(IsSameOver(world, std::vector<std::uint64_t>{o.record.hash}));
+          EXPECT_TRUE(IsSameOver(world, o.p.D));
           // The first reduction agrees on whether there is to be a run, two more on whether there
           // is memory for it.
           constexpr auto perVerdict = static_cast<long long>(sizeof(int));
@@ -152,8 +111,7 @@ TEST(Collectives, SameOnAllProcessesAndAsCounted) {
         EXPECT_EQ(watched.broadcasts, plain.broadcasts + calls);
         EXPECT_EQ(watched.broadcastsSelf, plain.broadcastsSelf + calls);
         EXPECT_EQ(outcomes[2].record.hash, plain.hash);
-        EXPECT_TRUE(AreSame(outcomes[0], outcomes[1]));
-        EXPECT_TRUE(AreSame(outcomes[0], outcomes[2]));
+        EXPECT_TRUE(outcomes[0].IsLike(outcomes[1]) && outcomes[0].IsLike(outcomes[2]));
       }
 }
 
@@ -162,28 +120,23 @@ TEST(Collectives, SameOnAllProcessesAndAsCounted) {
 TEST(Collectives, ReductionsOfAnIteration) {
   const struct {
     VesSolverType solver;
-    bool usesB, usesT;
+    bool usesBT;
     long long inFive;
   } cases[] = {
-      {VES_LOBPCG, false, false, 40},       {VES_LOBPCG, true, true, 45},
-      {VES_LOBPCG_BATCH, false, false, 40}, {VES_LOBPCG_BATCH, true, true, 45},
-      {VES_PPCG, false, false, 56},         {VES_PPCG, true, true, 66},
+      {VES_LOBPCG, false, 40},      {VES_LOBPCG, true, 45}, {VES_LOBPCG_BATCH, false, 40},
+      {VES_LOBPCG_BATCH, true, 45}, {VES_PPCG, false, 56},  {VES_PPCG, true, 66},
   };
-  Problem problem;
   for (const auto& c : cases)
     for (const int nBands : {4, 12}) {
       SCOPED_TRACE(testing::Message()
-                   << "solver " << c.solver << ", B " << c.usesB << ", pairs " << nBands);
-      Settings s;
-      s.solver = c.solver;
-      s.nBands = nBands;
-      s.threshold = 1e-30;
+                   << "solver " << c.solver << ", B and T " << c.usesBT << ", pairs " << nBands);
+      Problem<double> on = Model(c.usesBT, c.usesBT);
       long long reductions[2] = {};
       for (const int run : {0, 1}) {
-        s.maxIter = 6 + 5 * run;
-        const Outcome o = problem.Run(s, c.usesB, c.usesT);
-        EXPECT_EQ(o.iter, s.maxIter);
-        EXPECT_EQ(o.nConv, 0);
+        const int maxIter = 6 + 5 * run;
+        const Outcome o = RunOn(on, {c.solver, nBands, 1e-30, maxIter}, false);
+        EXPECT_EQ(o.p.iter, maxIter);
+        EXPECT_EQ(o.p.nConv, 0);
         reductions[run] = o.stats.reductions;
       }
       EXPECT_EQ(reductions[1] - reductions[0], c.inFive);
@@ -193,32 +146,20 @@ TEST(Collectives, ReductionsOfAnIteration) {
 /// The halves of the job hold the same problem dealt alike, and repeat what is small over the
 /// second communicator.
 TEST(Collectives, ReplicasHoldTheSameBits) {
-  const int rank = RankIn(MPI_COMM_WORLD), half = SizeOf(MPI_COMM_WORLD) / 2;
-  if (SizeOf(MPI_COMM_WORLD) % 2 != 0) GTEST_SKIP() << "needs two halves";
-  MPI_Comm rowComm = MPI_COMM_NULL, second = MPI_COMM_NULL;
-  MPI_Comm_split(MPI_COMM_WORLD, rank / half, rank, &rowComm);
-  MPI_Comm_split(MPI_COMM_WORLD, rank % half, rank, &second);
-  {
-    Problem problem(rowComm, second);
-    unsigned seed = 0;
-    for (const auto type : allSolvers)
-      for (const bool isGeneralized : {false, true}) {
-        SCOPED_TRACE(testing::Message() << "solver " << type << ", B " << isGeneralized);
-        Settings s;
-        s.solver = type;
-        s.nBands = 6;
-        s.threshold = 1e-5;
-        SeedJitter(++seed);
-        const Outcome o = problem.Run(s, isGeneralized, isGeneralized, isGeneralized);
-        EXPECT_EQ(o.nConv, s.nBands);
-        EXPECT_TRUE(IsSameOver(MPI_COMM_WORLD, std::vector<std::uint64_t>{o.record.hash}));
-        EXPECT_TRUE(IsSameOver(MPI_COMM_WORLD, std::vector<int>{o.iter, o.nConv}));
-        EXPECT_TRUE(IsSameOver(MPI_COMM_WORLD, o.D));
-        EXPECT_TRUE(IsSameOver(second, o.X));
-      }
-  }
-  MPI_Comm_free(&rowComm);
-  MPI_Comm_free(&second);
+  const int rank = RankIn(world), half = SizeOf(world) / 2;
+  if (SizeOf(world) % 2 != 0) GTEST_SKIP() << "needs two halves";
+  const Part rowComm(rank / half), second(rank % half);
+  for (const auto type : allSolvers)
+    for (const bool isGeneralized : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "solver " << type << ", B " << isGeneralized);
+      Problem<double> on = Model(isGeneralized, isGeneralized, rowComm);
+      const Outcome o = RunOn(on, {type, 6, 1e-5}, isGeneralized, second);
+      EXPECT_EQ(o.p.nConv, 6);
+      EXPECT_TRUE(IsSameOver(world, std::vector<std::uint64_t>{o.record.hash}));
+      EXPECT_TRUE(IsSameOver(world, Ints{o.p.iter, o.p.nConv}));
+      EXPECT_TRUE(IsSameOver(world, o.p.D));
+      EXPECT_TRUE(IsSameOver(second, o.p.X));
+    }
 }
 
 } // namespace

@@ -88,12 +88,11 @@ struct Use {
 template <typename Scalar>
 Use UseOf(const Case& c, const Settings& settings, bool generalized) {
   const auto A = Diagonal<Scalar>(1e-3), B = Diagonal<Scalar>(1e-5);
-  std::vector<Scalar> x(static_cast<std::size_t>(c.n) * static_cast<std::size_t>(c.k)),
-      d(static_cast<std::size_t>(c.k));
-  for (std::size_t i = 0; i < x.size(); ++i)
-    x[i] = HashedNumber<Scalar>(static_cast<int>(i), 0);
-  const VectorHandle X = MakeVector(MPI_COMM_WORLD, c.n, c.k, x.data(), c.n),
-                     D = MakeVector(MPI_COMM_WORLD, c.k, 1, d.data(), c.k);
+  std::vector<Scalar> x, d(static_cast<std::size_t>(c.k));
+  for (int i = 0; i < c.n * c.k; ++i)
+    x.push_back(HashedNumber<Scalar>(i, 0));
+  const VectorHandle X = MakeVector(world, c.n, c.k, x.data(), c.n),
+                     D = MakeVector(world, c.k, 1, d.data(), c.k);
   const SolverHandle solver = MakeSolver<Scalar>(settings, generalized);
   if (settings.solver == VES_LOBPCG_BATCH) VesSolverSetBatchLimit(solver.get(), c.batchLimit);
   std::size_t forecast = 0;
@@ -113,20 +112,15 @@ Use UseOf(const Case& c, const Settings& settings, bool generalized) {
   return use;
 }
 
-/// Calls check(settings, generalized, name) for every solver, problem and orthogonalizer.
+/// Calls check(settings, generalized) for every solver, problem and orthogonalizer.
 template <typename Check>
 void ForAllRuns(int maxIter, Check check) {
   for (const VesSolverType solver : allSolvers)
     for (const bool generalized : {false, true})
-      for (const VesOrthogonalizerType qr : {VES_CHOLESKY_QR, VES_SVD_QR}) {
-        Settings s;
-        s.solver = solver;
+      for (const VesOrthogonalizerType qr : allOrthogonalizers) {
+        Settings s{solver, 0, 1e-12, maxIter};
         s.orthogonalizer = qr;
-        s.maxIter = maxIter;
-        s.threshold = 1e-12;
-        const char* const names[] = {"LOBPCG", "batched LOBPCG", "PPCG"};
-        SCOPED_TRACE(std::string(names[solver]) + (generalized ? ", generalized" : ", standard") +
-                     (qr == VES_SVD_QR ? ", SVD QR" : ", Cholesky QR"));
+        SCOPED_TRACE(testing::Message() << s << ", generalized " << generalized);
         check(s, generalized);
       }
 }
@@ -141,9 +135,8 @@ TYPED_TEST(Memory, ForecastIsWithinFivePercent) {
                         {"a small batch", 10000, 40, 16},
                         {"a batch that leaves most of the guess to the last pass", 10000, 40, 4},
                         {"dense problems of order 360 on the process grid", 1500, 120, 256}};
-  Settings warmUp; // lets MPI and BLAS take what they keep for good
-  warmUp.maxIter = 2;
-  UseOf<TypeParam>({"", 1500, 120, 256}, warmUp, false);
+  // Lets MPI and BLAS take what they keep for good.
+  UseOf<TypeParam>({"", 1500, 120, 256}, {VES_LOBPCG, 120, 1e-6, 2}, false);
   for (const Case& c : cases)
     ForAllRuns(4, [&](const Settings& s, bool generalized) {
       SCOPED_TRACE(c.reason);

@@ -2,6 +2,7 @@
 #ifndef VES_TESTS_SUPPORT_PROBLEM_H
 #define VES_TESTS_SUPPORT_PROBLEM_H
 
+#include "parallel/mpi_wrapper.h"
 #include "scalars.h"
 
 #include <algorithm>
@@ -18,35 +19,25 @@ namespace VesTest {
 enum class Deal { even, growing, gaps };
 
 struct Rows {
-  MPI_Comm comm = MPI_COMM_WORLD;
-  MPI_Comm holders = MPI_COMM_NULL; ///< the processes that hold rows
-  int n = 0, first = 0, local = 0;
-  std::vector<int> counts, displs; ///< over holders
+  MPI_Comm comm;
+  int n, first, local;
+  Part holders; ///< the processes that hold rows
 
-  Rows(int rows, MPI_Comm over, Deal deal = Deal::even) : comm(over), n(rows) {
-    const int p = SizeOf(comm), rank = RankIn(comm);
-    std::vector<double> weights(static_cast<std::size_t>(p));
-    for (int r = 0; r < p; ++r)
-      weights[static_cast<std::size_t>(r)] =
-          deal == Deal::even ? 1.0 : (deal == Deal::growing ? r + 1.0 : (r % 2 == 0 ? 1.0 : 0.0));
-    const double total = std::accumulate(weights.begin(), weights.end(), 0.0);
-    const auto upTo = [&](int r) {
-      return static_cast<int>(
-          n * std::accumulate(weights.begin(), weights.begin() + r, 0.0) / total + 0.5);
-    };
-    first = upTo(rank);
-    local = upTo(rank + 1) - first;
-    MPI_Comm_split(comm, local > 0 ? 0 : MPI_UNDEFINED, rank, &holders);
-    if (holders == MPI_COMM_NULL) return;
-    counts.resize(static_cast<std::size_t>(SizeOf(holders)));
-    displs = counts;
-    MPI_Allgather(&local, 1, MPI_INT, counts.data(), 1, MPI_INT, holders);
-    std::partial_sum(counts.begin(), counts.end() - 1, displs.begin() + 1);
-  }
-  Rows(const Rows&) = delete;
-  Rows& operator=(const Rows&) = delete;
-  ~Rows() {
-    if (holders != MPI_COMM_NULL) MPI_Comm_free(&holders);
+  Rows(int rows, MPI_Comm over, Deal deal = Deal::even)
+      : comm(over), n(rows), first(RowsOf(RankIn(over), deal)),
+        local(RowsOf(RankIn(over) + 1, deal) - first),
+        holders(local > 0 ? 0 : MPI_UNDEFINED, 0, over) {}
+
+private:
+  /// Of so many leading processes.
+  int RowsOf(int processes, Deal deal) const {
+    double mine = 0.0, total = 0.0;
+    for (int r = 0; r < SizeOf(comm); ++r) {
+      const double weight = deal == Deal::growing ? r + 1.0 : (deal == Deal::gaps ? 1 - r % 2 : 1);
+      total += weight;
+      if (r < processes) mine += weight;
+    }
+    return static_cast<int>(n * mine / total + 0.5);
   }
 };
 
@@ -65,8 +56,8 @@ struct SparseOperator {
       entries.push_back(rowOf(rows.first + i));
   }
 
-  /// One gather for the whole block: on more processes than cores it is what a product costs.
   void Apply(const Scalar* x, Scalar* y, int nCols, int ld) const {
+    if (rows.local == 0) return;
     const std::vector<Scalar> whole = Gather(x, nCols, ld);
     for (int j = 0; j < nCols; ++j) {
       const Scalar* const column = whole.data() + static_cast<std::ptrdiff_t>(j) * rows.n;
@@ -79,120 +70,59 @@ struct SparseOperator {
     }
   }
 
-  /// All rows (n x nCols) on every process that holds some.
+  /// All rows (n x nCols) on every process that holds some, by one reduction that meters leave out.
   std::vector<Scalar> Gather(const Scalar* x, int nCols, int ld) const {
-    const auto at = [](int row, int column, int rowsOf) {
-      return row + static_cast<std::ptrdiff_t>(column) * rowsOf;
-    };
-    const int bytes = static_cast<int>(sizeof(Scalar)) * nCols;
-    std::vector<int> counts = rows.counts, displs = rows.displs;
-    for (std::size_t r = 0; r < counts.size(); ++r) {
-      counts[r] *= bytes;
-      displs[r] *= bytes;
-    }
-    const std::size_t size = static_cast<std::size_t>(rows.n) * static_cast<std::size_t>(nCols);
-    std::vector<Scalar> mine(size), parts(size), whole(size);
+    std::vector<Scalar> whole(static_cast<std::size_t>(rows.n) * static_cast<std::size_t>(nCols));
     for (int j = 0; j < nCols; ++j)
-      std::copy_n(x + at(0, j, ld), rows.local, mine.data() + at(0, j, rows.local));
-    MPI_Allgatherv(mine.data(), rows.local * bytes, MPI_BYTE, parts.data(), counts.data(),
-                   displs.data(), MPI_BYTE, rows.holders);
-    for (std::size_t r = 0; r < counts.size(); ++r)
-      for (int j = 0; j < nCols; ++j)
-        std::copy_n(parts.data() + at(rows.displs[r] * nCols, 0, 0) + at(0, j, rows.counts[r]),
-                    rows.counts[r], whole.data() + at(rows.displs[r], j, rows.n));
+      std::copy_n(x + static_cast<std::ptrdiff_t>(j) * ld, rows.local,
+                  whole.data() + static_cast<std::ptrdiff_t>(j) * rows.n + rows.first);
+    PMPI_Allreduce(MPI_IN_PLACE, whole.data(), static_cast<int>(whole.size()),
+                   Ves::MpiType<Scalar>(), MPI_SUM, rows.holders);
     return whole;
   }
 
-  static void Shell(void* self, void* x, void* y, int nRows, int nCols, int ld) {
-    auto* op = static_cast<SparseOperator*>(self);
+  static void Shell(void* data, void* x, void* y, int nRows, int nCols, int ld) {
+    auto* op = static_cast<SparseOperator*>(data);
     op->Apply(static_cast<const Scalar*>(x), static_cast<Scalar*>(y), nCols, ld);
     op->columns += nCols;
     if (op->spoil) op->spoil(static_cast<Scalar*>(y), nRows, nCols, ld);
   }
 };
 
+using RealRow = std::vector<std::pair<int, double>>;
+
 /// Row of a real symmetric matrix, turned into D^H A D with unit phases D for complex types: the
 /// entries become truly complex and the eigenvalues stay.
 template <typename Scalar>
-typename SparseOperator<Scalar>::Row Phased(int i,
-                                            const std::vector<std::pair<int, double>>& realRow) {
+typename SparseOperator<Scalar>::Row Phased(int i, const RealRow& realRow) {
   typename SparseOperator<Scalar>::Row row;
   for (const auto& [j, a] : realRow) {
     const double angle = 0.7 * (j - i) + 0.3 * (j * 1.7 * j - i * 1.7 * i) / 50.0;
-    const bool diagonal = i == j;
-    row.emplace_back(j,
-                     Number<Scalar>(Ves::isComplex<Scalar> && !diagonal ? a * std::cos(angle) : a,
-                                    diagonal ? 0.0 : a * std::sin(angle)));
+    const Wide turned = Ves::isComplex<Scalar> && i != j ? std::polar(1.0, angle) * a : a;
+    row.emplace_back(j, Number<Scalar>(turned));
   }
   return row;
+}
+
+/// Rows of diag(value(0), value(1), ...).
+template <typename Scalar, typename Value>
+std::function<typename SparseOperator<Scalar>::Row(int)> DiagonalRows(Value value) {
+  return [value](int i) {
+    return typename SparseOperator<Scalar>::Row{{i, Number<Scalar>(value(i))}};
+  };
 }
 
 /// Tensor-product problems on a box of up to three dimensions, Dirichlet boundary, last index
 /// fastest: the (2 d + 1)-point Laplacian with unit spacing, or linear elements (stiffness and
 /// mass), whose rows are products of the tridiagonal factors.
 struct Box {
-  std::vector<int> dims;
+  Ints dims;
 
   int Order() const { return std::accumulate(dims.begin(), dims.end(), 1, std::multiplies<>()); }
 
-  std::vector<int> IndexOf(int row) const {
-    std::vector<int> index(dims.size());
-    for (std::size_t d = dims.size(); d-- > 0; row /= dims[d])
-      index[d] = row % dims[d];
-    return index;
-  }
-
-  std::vector<std::pair<int, double>> Laplacian(int row) const {
-    std::vector<std::pair<int, double>> entries{{row, 2.0 * static_cast<double>(dims.size())}};
-    const std::vector<int> index = IndexOf(row);
-    for (int d = static_cast<int>(dims.size()) - 1, stride = 1; d >= 0; --d) {
-      const auto axis = static_cast<std::size_t>(d);
-      if (index[axis] > 0) entries.emplace_back(row - stride, -1.0);
-      if (index[axis] < dims[axis] - 1) entries.emplace_back(row + stride, -1.0);
-      stride *= dims[axis];
-    }
-    return entries;
-  }
-
-  /// Row of the product over all axes of tridiag(off, diagonal, off) with the pair of the axis.
-  std::vector<std::pair<int, double>>
-  Tensor(int row, const std::vector<std::pair<double, double>>& factors) const {
-    std::vector<std::pair<int, double>> entries{{0, 1.0}};
-    const std::vector<int> index = IndexOf(row);
-    for (std::size_t d = 0; d < dims.size(); ++d) {
-      std::vector<std::pair<int, double>> next;
-      for (const auto& [at, a] : entries)
-        for (int step = -1; step <= 1; ++step) {
-          const int i = index[d] + step;
-          if (i < 0 || i >= dims[d]) continue;
-          next.emplace_back(at * dims[d] + i,
-                            a * (step == 0 ? factors[d].first : factors[d].second));
-        }
-      entries = next;
-    }
-    return entries;
-  }
-
-  std::vector<std::pair<int, double>> Mass(int row) const {
-    return Tensor(row, std::vector<std::pair<double, double>>(dims.size(), {4.0 / 6, 1.0 / 6}));
-  }
-
-  std::vector<std::pair<int, double>> Stiffness(int row) const {
-    std::vector<std::pair<int, double>> sum;
-    for (std::size_t d = 0; d < dims.size(); ++d) {
-      std::vector<std::pair<double, double>> factors(dims.size(), {4.0 / 6, 1.0 / 6});
-      factors[d] = {2.0, -1.0};
-      for (const auto& entry : Tensor(row, factors)) {
-        const auto same = std::find_if(sum.begin(), sum.end(),
-                                       [&](const auto& s) { return s.first == entry.first; });
-        if (same == sum.end())
-          sum.push_back(entry);
-        else
-          same->second += entry.second;
-      }
-    }
-    return sum;
-  }
+  RealRow Laplacian(int row) const { return RowOf(row, 1.0, 0.0, &Entry::stiffness); }
+  RealRow Stiffness(int row) const { return RowOf(row, 4.0 / 6, 1.0 / 6, &Entry::stiffness); }
+  RealRow Mass(int row) const { return RowOf(row, 4.0 / 6, 1.0 / 6, &Entry::mass); }
 
   /// All eigenvalues in ascending order: sums over the axes of 4 sin^2(pi j / (2 (m + 1))), for
   /// elements divided by their masses 1 - (that value) / 6.
@@ -210,6 +140,34 @@ struct Box {
     std::sort(values.begin(), values.end());
     return values;
   }
+
+private:
+  struct Entry {
+    int column;
+    double mass, stiffness;
+  };
+
+  /// One of the two, made axis by axis from tridiagonal factors m = (off, diagonal, off) and
+  /// k = (-1, 2, -1): the mass M x m, and the stiffness K x m + M x k.
+  RealRow RowOf(int row, double diagonal, double off, double Entry::*which) const {
+    std::vector<Entry> entries{{0, 1.0, 0.0}};
+    int stride = Order();
+    for (const int size : dims) {
+      stride /= size;
+      const int index = row / stride % size;
+      std::vector<Entry> next;
+      for (const Entry& e : entries)
+        for (int i = std::max(index - 1, 0); i < std::min(index + 2, size); ++i) {
+          const double m = i == index ? diagonal : off, k = i == index ? 2.0 : -1.0;
+          next.push_back({e.column * size + i, e.mass * m, e.stiffness * m + e.mass * k});
+        }
+      entries = next;
+    }
+    RealRow result;
+    for (const Entry& e : entries)
+      if (e.*which != 0.0) result.emplace_back(e.column, e.*which);
+    return result;
+  }
 };
 
 /// A = U diag(values) U^H with U = I - 2 u u^H: every eigenvalue known, the matrix full, its
@@ -217,40 +175,37 @@ struct Box {
 template <typename Scalar>
 struct Reflected {
   std::vector<double> values;
-  std::vector<Scalar> u;
+  std::vector<Wide> u;
 
-  explicit Reflected(std::vector<double> spectrum) : values(std::move(spectrum)), u(values.size()) {
-    double norm = 0.0;
-    for (std::size_t i = 0; i < u.size(); ++i) {
-      u[i] = HashedNumber<Scalar>(static_cast<int>(i), 3, 11);
-      norm += static_cast<double>(std::norm(u[i]));
+  explicit Reflected(std::vector<double> spectrum) : values(std::move(spectrum)) {
+    double square = 0.0;
+    for (int i = 0; i < static_cast<int>(values.size()); ++i) {
+      u.emplace_back(HashedNumber<Scalar>(i, 3, 11));
+      square += std::norm(u.back());
     }
-    for (Scalar& x : u)
-      x *= Number<Scalar>(1.0 / std::sqrt(norm));
+    for (Wide& x : u)
+      x /= std::sqrt(square);
   }
 
   Scalar Vector(int i, int j) const {
-    const auto r = static_cast<std::size_t>(i), c = static_cast<std::size_t>(j);
-    return Number<Scalar>(i == j ? 1.0 : 0.0) - Number<Scalar>(2.0) * u[r] * Conj(u[c]);
+    return Number<Scalar>((i == j ? 1.0 : 0.0) - 2.0 * Outer(i, j));
   }
 
   typename SparseOperator<Scalar>::Row Row(int i) const {
+    double mean = 0.0;
+    for (std::size_t k = 0; k < u.size(); ++k)
+      mean += std::norm(u[k]) * values[k];
     typename SparseOperator<Scalar>::Row row;
     for (int j = 0; j < static_cast<int>(values.size()); ++j) {
-      Scalar sum{};
-      for (int k = 0; k < static_cast<int>(values.size()); ++k)
-        sum +=
-            Vector(i, k) * Number<Scalar>(values[static_cast<std::size_t>(k)]) * Conj(Vector(j, k));
-      row.emplace_back(j, sum);
+      const double a = values.data()[i], b = values.data()[j];
+      row.emplace_back(j,
+                       Number<Scalar>((i == j ? a : 0.0) + Outer(i, j) * (4 * mean - 2 * (a + b))));
     }
     return row;
   }
 
-  std::vector<double> Sorted() const {
-    std::vector<double> sorted = values;
-    std::sort(sorted.begin(), sorted.end());
-    return sorted;
-  }
+private:
+  Wide Outer(int i, int j) const { return u.data()[i] * std::conj(u.data()[j]); }
 };
 
 inline std::vector<double> Spectrum(int n, const std::function<double(int)>& value) {

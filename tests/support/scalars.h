@@ -2,6 +2,7 @@
 #define VES_TESTS_SUPPORT_SCALARS_H
 
 #include "kernel/math_kernel.h"
+#include "processes.h"
 
 #include <gtest/gtest.h>
 
@@ -10,16 +11,22 @@
 namespace VesTest {
 
 using AllScalars = testing::Types<double, float, std::complex<double>, std::complex<float>>;
+using Wide = std::complex<double>; ///< what all of them are judged in
+using Ints = std::vector<int>;
 
 template <typename Scalar>
 constexpr double eps = static_cast<double>(std::numeric_limits<Ves::RealType<Scalar>>::epsilon());
-
 template <typename Scalar>
-VesScalarType ScalarCode() {
-  VesScalarType code;
-  Ves::MathKernel<Scalar>::SetScalarType(code);
-  return code;
+constexpr bool isDouble = eps<Scalar> < 1e-10;
+
+/// A bound by the precision of the type.
+template <typename Scalar>
+constexpr double ByPrecision(double ofDouble, double ofSingle) {
+  return isDouble<Scalar> ? ofDouble : ofSingle;
 }
+
+inline constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+inline constexpr double infinite = std::numeric_limits<double>::infinity();
 
 /// A number of the type: the imaginary part is dropped for real types.
 template <typename Scalar>
@@ -32,11 +39,8 @@ Scalar Number(double re, double im = 0.0) {
 }
 
 template <typename Scalar>
-Scalar Conj(const Scalar& value) {
-  if constexpr (Ves::isComplex<Scalar>)
-    return std::conj(value);
-  else
-    return value;
+Scalar Number(Wide value) {
+  return Number<Scalar>(value.real(), value.imag());
 }
 
 /// Deterministic numbers without pattern in [-1, 1): entry (i, j) of a block, whatever its
@@ -52,18 +56,6 @@ template <typename Scalar>
 Scalar HashedNumber(int i, int j, unsigned stream = 0) {
   return Number<Scalar>(Hashed(static_cast<unsigned>(i), static_cast<unsigned>(j), stream),
                         Hashed(static_cast<unsigned>(i), static_cast<unsigned>(j), stream + 77));
-}
-
-inline int RankIn(MPI_Comm comm) {
-  int rank = 0;
-  MPI_Comm_rank(comm, &rank);
-  return rank;
-}
-
-inline int SizeOf(MPI_Comm comm) {
-  int size = 0;
-  MPI_Comm_size(comm, &size);
-  return size;
 }
 
 } // namespace VesTest
