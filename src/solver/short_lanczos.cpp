@@ -25,11 +25,14 @@ template <typename Scalar>
 Spectrum ShortLanczos<Scalar>::Run(const VesMatrixBase& matA) {
   m_alpha.clear();
   m_beta.clear();
+  // What is left below is rounding errors, and not orthogonal to the vectors before.
+  constexpr double epsilon = std::numeric_limits<RealType<Scalar>>::epsilon();
+  constexpr double smallest = std::max(1e-6, 1e3 * epsilon);
   double largest = 0.0;
   for (bool isOpen = Start(); isOpen && m_beta.size() < mostSteps;) {
     Step(matA);
     largest = std::max(largest, std::abs(m_alpha.back()));
-    isOpen = m_beta.back() > 1e-6 * largest; // nor is it where a number is none
+    isOpen = m_beta.back() > smallest * largest; // nor is it where a number is none
   }
   return m_alpha.empty() ? Spectrum() : RitzBounds();
 }
