@@ -126,21 +126,24 @@ def mutation(report):
         print(f"- `{m['file']}:{m['line']}`: `{m['old']}` as `{m['new']}`")
 
 
-def lines_of(root, folder):
-    suffixes = {".c", ".cpp", ".h"}
-    return sum(1 for path in sorted((pathlib.Path(root) / folder).rglob("*"))
-               if path.suffix in suffixes
-               for line in path.read_text().splitlines() if line.strip())
-
-
 def lines(root):
-    folders = ["src", "include", "examples", "bench", "tests"]
-    count = {folder: lines_of(root, folder) for folder in folders}
-    table(["folder", "lines of C and C++ that are not empty"],
-          [[folder + "/", count[folder]] for folder in folders])
-    library = count["src"] + count["include"]
-    print(f"\nTests are {percent(count['tests'], sum(count.values()))} of all lines, "
-          f"{count['tests'] / library:.2f} lines per line of the library.")
+    """Lines that are not empty of all code that git knows; tests beside what they test, too."""
+    count, tests = defaultdict(int), 0
+    for name in subprocess.run(["git", "-C", root, "ls-files"], capture_output=True, text=True,
+                               check=True).stdout.splitlines():
+        path = pathlib.Path(root, name)
+        is_script = name.startswith("scripts/") or name == ".ci/run"
+        is_code = path.suffix in (".c", ".cpp", ".h", ".hpp", ".f90", ".inc", ".py", ".sh", ".cmake")
+        if not (is_code or is_script or path.name == "CMakeLists.txt"):
+            continue
+        found = sum(1 for line in path.read_text().splitlines() if line.strip())
+        if "tests" in path.parts:
+            tests += found
+        else:
+            count[f"{name.split('/')[0]}/" if "/" in name else "beside them"] += found
+    rest = sum(count.values())
+    table(["folder", "lines that are not empty, without tests"], sorted(count.items()))
+    print(f"\nTests are {tests} lines, {percent(tests, rest)} of the other code.")
 
 
 def tests_of(log):

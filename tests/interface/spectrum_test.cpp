@@ -3,8 +3,6 @@
 
 #include <ves.hpp>
 
-#include <functional>
-
 using namespace VesTest;
 
 namespace {
@@ -40,7 +38,6 @@ TYPED_TEST(SpectrumTest, BoundsItsEnds) {
       {"graded", 300, [](int i) { return std::pow(10.0, -i / 30.0); }, 1.0, 0.0},
       {"one of many", 300, [](int i) { return i == 7 ? -50.0 : 1.0; }, 50.0, -50.0},
       {"multiple of I", 40, [&](int) { return huge; }, huge, huge},
-      {"order 1", 1, [](int) { return -3.0; }, 3.0, -3.0},
       {"zero", 40, [](int) { return 0.0; }, 0.0, 0.0},
       {"without rows", 0, [](int) { return 1.0; }, 0.0, 0.0}};
   for (const Diagonal& diagonal : table) {
@@ -57,7 +54,6 @@ TYPED_TEST(SpectrumTest, BoundsItsEnds) {
 TYPED_TEST(SpectrumTest, TellsOfWhatCannotBeWorkedWith) {
   const double beyond = std::numeric_limits<double>::infinity();
   EXPECT_FALSE(std::isfinite(this->Estimate({"", 9, [=](int) { return beyond; }, 0, 0}).norm));
-  const ves::Operator<TypeParam> none;
   const ves::MatrixHandle raw = ves::makeMatrix<TypeParam>(nullptr, nullptr);
   const ves::Block<TypeParam> like(5, 0);
   using Other = std::conditional_t<std::is_same_v<TypeParam, double>, float, double>;
@@ -66,7 +62,7 @@ TYPED_TEST(SpectrumTest, TellsOfWhatCannotBeWorkedWith) {
   const auto estimate = [&](VesMatrix A, VesVector vectors, double* out) {
     return VesMatrixEstimateSpectrum(A, vectors, out, &lowest);
   };
-  EXPECT_EQ(estimate(none.handle(), like.handle(), &norm), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(estimate(nullptr, like.handle(), &norm), VES_ERR_NULL_POINTER);
   EXPECT_EQ(estimate(raw.get(), nullptr, &norm), VES_ERR_NULL_POINTER);
   EXPECT_EQ(estimate(raw.get(), like.handle(), nullptr), VES_ERR_NULL_POINTER);
   EXPECT_EQ(estimate(raw.get(), other.handle(), &norm), VES_ERR_MISMATCH);

@@ -127,26 +127,6 @@ TYPED_TEST(EdgeTest, MorePairsThanRows) {
   }
 }
 
-/// Images of B that are only updated drift from B X: an ill-conditioned start must not cost pairs.
-TEST(EdgeGeneralized, IllConditionedGuessAndPenalties) {
-  const auto penalty = [](int i) { return i == 20 || i == 400 ? 1e10 : 1.0; };
-  Problem<double> elements = OnBox<double>({500}, true);
-  Problem<double> penalties = OnDiagonal<double>(
-      500, [](int i) { return 1.0 + i; }, penalty);
-  for (const auto type : allSolvers)
-    for (const auto orthogonalizer : allOrthogonalizers) {
-      Settings s{type, 20, 1e-6, 3}; // only the start is tried
-      s.orthogonalizer = orthogonalizer;
-      SCOPED_TRACE(s);
-      const Pairs<double> runs[] = {
-          Solve(elements, s, [](int i, int j) { return std::pow(i / 250.0 - 1.0, j); }),
-          Solve(penalties, s)};
-      for (const auto& p : runs)
-        for (int j = 0; j < s.nBands; ++j)
-          EXPECT_TRUE(std::isfinite(p.Value(j))) << "pair " << j;
-    }
-}
-
 /// Without a residual-based detector no residual norms are kept: the steps form their residuals
 /// themselves, and the result is the same pair for pair.
 TYPED_TEST(EdgeTest, ResidualsOnDemand) {
