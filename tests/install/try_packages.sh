@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Makes a minimal Debian 12 and lets apt install the packages there: first the program and the Python
-# package, which bring what they need, then what clients are built with. Removing leaves nothing.
-# As root. try_packages.sh PACKAGES FOLDER
+# Makes a minimal Debian 12 and lets apt install the packages there: first the program and the
+# Python package, which bring what they need, then what clients are built with. Removing leaves
+# nothing. As root. try_packages.sh PACKAGES FOLDER
 set -euo pipefail
 packages=$(realpath "$1") debian=$(realpath -m "$2")
 source=$(realpath "$(dirname "$0")/../..")

@@ -37,8 +37,8 @@ private:
   }
 };
 
-/// Laplacian, or stiffness and mass of elements; T is a diagonal that differs from a multiple of the
-/// identity, so that it changes the search.
+/// Laplacian, or stiffness and mass of elements; T is a diagonal that differs from a multiple of
+/// the identity, so that it changes the search.
 template <typename Scalar>
 Problem<Scalar> OnBox(const Ints& dims, bool generalized, bool preconditioned = false,
                       Deal deal = Deal::growing, MPI_Comm comm = world) {
