@@ -91,10 +91,11 @@ def coverage(build):
     lines, branches = defaultdict(int), defaultdict(int)
     for record in counters(build):
         for file in record["files"]:
-            if not file["file"].startswith("src/"):
+            name = os.path.normpath(file["file"])  # a header has the path of each that includes it
+            if not name.startswith("src/"):
                 continue
             for line in file["lines"]:
-                place = (file["file"], line["line_number"])
+                place = (name, line["line_number"])
                 lines[place] = max(lines[place], line["count"])
                 regular = [b for b in line["branches"] if not b["throw"]]
                 for at, branch in enumerate(regular):
@@ -108,7 +109,8 @@ def coverage(build):
                 by_folder[folder][offset] += 1
                 by_folder[folder][offset + 1] += count > 0
     rows = [[name, n, percent(hit, n), b, percent(taken, b)]
-            for name, (n, hit, b, taken) in sorted(by_folder.items(), key=lambda f: f[0] == "all")]
+            for name, (n, hit, b, taken) in sorted(by_folder.items(),
+                                                  key=lambda f: (f[0] == "all", f[0]))]
     table(["folder of src/", "lines", "covered", "branches", "taken"], rows)
 
 
@@ -153,7 +155,7 @@ def tests_of(log):
     """{name: passed} of a log of ctest, and its text."""
     text = pathlib.Path(log).read_text(errors="replace")
     parts = re.split(r"^\d+/\d+ Test: (.+)$", text, flags=re.M)
-    return {name: "\nTest Passed." in body
+    return {name: "\nTest Passed." in body or "\nTest Pass Reason:" in body
             for name, body in zip(parts[1::2], parts[2::2])}, text
 
 

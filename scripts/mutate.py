@@ -19,7 +19,7 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-COPIED = ["CMakeLists.txt", "cmake", "include", "src", "tests"]
+COPIED = ["CMakeLists.txt", "bindings", "cmake", "docs", "include", "src", "tests"]
 
 # Tests of a folder of src/, with the processes they run on: one where that shows the fault.
 TESTS = {
@@ -117,7 +117,8 @@ class Workshop:
     def prepare(self, tests):
         """Builds the unchanged library with these tests and takes their time on it."""
         command = ["cmake", "-S", str(self.tree), "-B", str(self.build), "-G", "Ninja",
-                   "-DCMAKE_BUILD_TYPE=Release", "-DVES_BUILD_EXAMPLES=OFF"]
+                   "-DCMAKE_BUILD_TYPE=Release", "-DVES_BUILD_EXAMPLES=OFF",
+                   "-DVES_BUILD_FORTRAN=OFF", "-DVES_BUILD_TOOLS=OFF"]
         if run(command, 600, self.log) != 0 or not self.make(*sorted({name for name, _ in tests})):
             sys.exit(f"the unchanged tree does not build, see {self.log}")
         for test in tests:
