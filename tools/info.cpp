@@ -2,6 +2,7 @@
 
 #include "models.h"
 #include "parallel.h"
+#include "products.h"
 
 #include <ves.h>
 
@@ -12,7 +13,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -60,13 +60,6 @@ int BlasThreads() {
   return text != nullptr ? std::max(std::atoi(text), 1) : 1;
 }
 
-bool HasAvx512() {
-  std::ifstream file("/proc/cpuinfo");
-  for (std::string line; std::getline(file, line);)
-    if (line.rfind("flags", 0) == 0) return line.find(" avx512f") != std::string::npos;
-  return false;
-}
-
 // Processes of this computer. Collective.
 int ProcessesHere(MPI_Comm comm) {
   MPI_Comm here = MPI_COMM_NULL;
@@ -76,23 +69,17 @@ int ProcessesHere(MPI_Comm comm) {
   return count;
 }
 
-void PrintAdvice(std::ostream& out, int processes, int threads, int cores,
-                 const std::string& kernels) {
-  if (processes * threads > cores) {
-    out << "warning     " << processes << " processes of " << threads << " threads share " << cores
-        << " cores: ";
-    if (threads > 1) out << "set OPENBLAS_NUM_THREADS=" << std::max(cores / processes, 1) << " or ";
-    out << "start fewer processes\n";
-  }
-  const bool isOlder = kernels == "Haswell" || kernels == "Zen";
-  if (HasAvx512() && isOlder)
-    out << "advice      this processor has AVX-512, but OpenBLAS took its kernels for " << kernels
-        << ": OPENBLAS_CORETYPE=SkylakeX may be faster\n";
+void WarnOfThreads(std::ostream& out, int processes, int threads, int cores) {
+  if (processes * threads <= cores) return;
+  out << "warning     " << processes << " processes of " << threads << " threads share " << cores
+      << " cores: ";
+  if (threads > 1) out << "set OPENBLAS_NUM_THREADS=" << std::max(cores / processes, 1) << " or ";
+  out << "start fewer processes\n";
 }
 
 } // namespace
 
-void PrintInfo(std::ostream& out, MPI_Comm comm) {
+void PrintInfo(std::ostream& out, const Kernels& kernels, MPI_Comm comm) {
   char mpi[MPI_MAX_LIBRARY_VERSION_STRING] = "";
   int length = 0;
   MPI_Get_library_version(mpi, &length);
@@ -102,15 +89,17 @@ void PrintInfo(std::ostream& out, MPI_Comm comm) {
   PrintLibraries(out, "BLAS        ", {"openblas", "blas", "mkl", "blis", "atlas"});
   PrintLibraries(out, "LAPACK      ", {"lapack", "flame"});
   PrintLibraries(out, "ScaLAPACK   ", {"scalapack"});
-  const auto kernelName = FindFunction<char*()>("openblas_get_corename");
-  const std::string kernels = kernelName != nullptr ? kernelName() : "";
-  if (!kernels.empty()) out << "kernels     OpenBLAS for " << kernels << "\n";
+  if (!kernels.inUse.empty())
+    out << "kernels     OpenBLAS for " << kernels.inUse
+        << (kernels.isChosen ? ", chosen by this program\n" : "\n");
   out << "MPI         " << std::string(mpi, std::strcspn(mpi, ",\n")) << "\n"
       << "processes   " << Size(comm) << ", " << processes << " here\n"
       << "threads     " << threads << " of BLAS for each process, " << cores << " cores\n"
       << "models      laplace1d, laplace2d, laplace3d, graph"
       << (HasSiliconModel() ? ", silicon" : "; silicon needs FFTW") << "\n";
-  PrintAdvice(out, processes, threads, cores, kernels);
+  WarnOfThreads(out, processes, threads, cores);
+  PrintAdvice(out, kernels);
+  if (!AreProductsRight()) out << "warning     the BLAS multiplies wrongly: take another one\n";
 }
 
 } // namespace VesTools

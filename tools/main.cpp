@@ -2,6 +2,7 @@
 #include "check.h"
 #include "error.h"
 #include "info.h"
+#include "kernels.h"
 #include "options.h"
 #include "output_files.h"
 #include "parallel.h"
@@ -19,32 +20,38 @@ namespace {
 
 using namespace VesTools;
 
-int Solve(const Options& options, std::ostream& out, MPI_Comm comm) {
+int Solve(const Options& options, const Kernels& kernels, std::ostream& out, MPI_Comm comm) {
   ProbeOutput(options, comm);
   const RunResult result = RunWith(options, comm);
   // Before the report, whose reader may have gone, but without an end to the run by a failure.
   const std::string complaint = Rank(comm) == 0 ? WriteFiles(result, options) : "";
-  if (!options.output.isQuiet) PrintReport(out, result);
+  if (!options.output.isQuiet) {
+    PrintReport(out, result);
+    PrintAdvice(out, kernels);
+  }
   out.flush();
   AgreeOn(complaint, exitInput, comm);
   return result.IsAccepted() ? exitGood : exitNotConverged;
 }
 
-int Obey(const Options& options, std::ostream& out, MPI_Comm comm) {
+int Obey(const Options& options, const Kernels& kernels, std::ostream& out, MPI_Comm comm) {
   switch (options.command) {
   case Command::solve:
-    return Solve(options, out, comm);
+    return Solve(options, kernels, out, comm);
   case Command::check:
     return CheckResult(options.result, out, comm) ? exitGood : exitNotConverged;
   case Command::bench:
     return CompareSolvers(options, out, comm) ? exitGood : exitNotConverged;
   case Command::info:
-    PrintInfo(out, comm);
+    if (options.showsKernels)
+      out << kernels.inUse << "\n";
+    else
+      PrintInfo(out, kernels, comm);
   }
   return exitGood;
 }
 
-int Run(int argc, char** argv) {
+int Run(int argc, char** argv, const Kernels& kernels) {
   const MPI_Comm comm = MPI_COMM_WORLD;
   const bool speaks = Rank(comm) == 0;
   std::ostream silence(nullptr);
@@ -53,7 +60,7 @@ int Run(int argc, char** argv) {
   try {
     Options options;
     const auto parsed = ParseOptions(argc, argv, options, out, err);
-    const int code = parsed ? *parsed : Obey(options, out, comm);
+    const int code = parsed ? *parsed : Obey(options, kernels, out, comm);
     if (!speaks || out.flush()) return code;
     err << "ves: the standard output cannot be written" << std::endl;
     return exitInput;
@@ -76,8 +83,9 @@ int Run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+  const VesTools::Kernels kernels = VesTools::ChooseKernels(argv);
   MPI_Init(&argc, &argv);
-  const int code = Run(argc, argv);
+  const int code = Run(argc, argv, kernels);
   MPI_Finalize();
   return code;
 }

@@ -234,7 +234,12 @@ struct Commands {
   CLI::App* info;
 };
 
-Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench) {
+void DescribeInfo(CLI::App& app, Options& options) {
+  app.add_flag("--kernels", options.showsKernels,
+               "print the kernels of OpenBLAS in use alone, for OPENBLAS_CORETYPE");
+}
+
+Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench, Options& info) {
   app.set_version_flag("--version", std::string("ves ") + VesGetVersion());
   app.footer(exitCodes);
   app.require_subcommand(0, 1);
@@ -252,6 +257,7 @@ Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench)
   DescribeBench(*commands.bench, bench);
   commands.info =
       app.add_subcommand("info", "show version, BLAS and LAPACK found, MPI and threads");
+  DescribeInfo(*commands.info, info);
   return commands;
 }
 
@@ -269,8 +275,8 @@ void RequireProblem(ProblemOptions& problem) {
 std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::ostream& out,
                                 std::ostream& err) {
   CLI::App app(description, "ves");
-  Options solve, check, bench;
-  const Commands commands = Describe(app, solve, check, bench);
+  Options solve, check, bench, info;
+  const Commands commands = Describe(app, solve, check, bench, info);
   try {
     app.parse(argc, argv);
     // After the parsing, which names a command that there is not.
@@ -284,15 +290,18 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::os
   }
   check.command = Command::check;
   bench.command = Command::bench;
-  options = commands.solve->parsed() ? solve : commands.check->parsed() ? check : bench;
-  if (commands.info->parsed()) options.command = Command::info;
+  info.command = Command::info;
+  options = commands.solve->parsed()   ? solve
+            : commands.check->parsed() ? check
+            : commands.bench->parsed() ? bench
+                                       : info;
   return std::nullopt;
 }
 
 void ShowOptions(const std::function<void(CLI::App&)>& show) {
   CLI::App app(description, "ves");
-  Options solve, check, bench;
-  Describe(app, solve, check, bench);
+  Options solve, check, bench, info;
+  Describe(app, solve, check, bench, info);
   show(app);
 }
 

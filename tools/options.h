@@ -64,7 +64,8 @@ struct Options {
   SolverOptions solver;
   PreconditionerOptions preconditioner;
   OutputOptions output;
-  std::string result; ///< file that check judges
+  std::string result;        ///< file that check judges
+  bool showsKernels = false; ///< info: nothing else
 };
 
 /// Reads the command line; prints what was asked for or what is wrong.

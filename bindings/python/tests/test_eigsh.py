@@ -138,7 +138,7 @@ def test_a_run_that_does_not_converge_warns_with_its_result():
     assert np.all(result.values >= line_values(500, 4) - 1e-12)
 
 
-@pytest.mark.filterwarnings("error")
+@pytest.mark.filterwarnings("error::ves.ConvergenceWarning")
 def test_monitor_stops_without_warning():
     result = ves.eigsh(line(500), 4, monitor=lambda progress: progress.iteration == 7)
     assert result.reason == "monitor" and result.iterations == 7

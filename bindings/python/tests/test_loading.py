@@ -10,7 +10,8 @@ SOLVE = "import ves; print(ves.eigsh([[2, 1], [1, 2]], k=1).values.round(9))"
 
 
 def run(code, **environment):
-    environment = {**os.environ, **environment}
+    # Without a warning of kernels that whoever runs the tests has chosen.
+    environment = {**os.environ, "PYTHONWARNINGS": "ignore:OpenBLAS", **environment}
     return subprocess.run([sys.executable, "-c", code], env=environment, timeout=60, text=True,
                           capture_output=True)
 

@@ -10,6 +10,7 @@ installed package, and by the system's loader. Its BLAS, LAPACK and ScaLAPACK ar
 or the libraries listed in VES_PROVIDER.
 """
 
+from ._kernels import KernelWarning
 from ._library import VesError, version
 from ._processes import ProcessError
 from ._results import Check, ConvergenceWarning, EigenResult, Progress, Statistics
@@ -21,6 +22,7 @@ __all__ = [
     "Check",
     "ConvergenceWarning",
     "EigenResult",
+    "KernelWarning",
     "ProcessError",
     "Progress",
     "Settings",

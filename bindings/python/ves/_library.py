@@ -6,6 +6,8 @@ from ctypes import POINTER, c_bool, c_char_p, c_double, c_int, c_longlong, c_siz
 from pathlib import Path
 from typing import Callable, NamedTuple
 
+from ._kernels import newest_while_loading
+
 LIBRARY_NAME = "libves.so.0"
 
 # The library names no provider of BLAS, LAPACK, ScaLAPACK and BLACS. On Debian the first of these
@@ -131,8 +133,14 @@ def check_code(function, code):
 def _load_provider():
     """Makes BLAS, LAPACK and ScaLAPACK visible to the library, which is loaded after them."""
     chosen = os.environ.get("VES_PROVIDER")
+    chosen = chosen.split(os.pathsep) if chosen else []
+    with newest_while_loading(chosen or [name for names in PROVIDER_NAMES for name in names]):
+        _load_names(chosen)
+
+
+def _load_names(chosen):
     if chosen:
-        for name in chosen.split(os.pathsep):
+        for name in chosen:
             try:
                 ctypes.CDLL(name, ctypes.RTLD_GLOBAL)
             except OSError as error:

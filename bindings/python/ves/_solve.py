@@ -6,7 +6,7 @@ import warnings
 
 import numpy as np
 
-from . import _settings
+from . import _kernels, _settings
 from ._handles import Block, Solver
 from ._library import REASONS, StatsStruct, call, check_code, lib
 from ._probe import Probe, random_block
@@ -85,6 +85,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
         Fewer than k pairs have converged and the monitor did not ask for the end. The result is
         complete all the same: converged pairs first, estimates behind. To have an exception, with
         the result as its attribute, use ``warnings.simplefilter("error", ves.ConvergenceWarning)``.
+    KernelWarning
+        OpenBLAS computes with kernels that are older than the processor: once, after the first run.
 
     Raises
     ------
@@ -123,6 +125,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
         result = _Run(problem, settings, monitor, seed).result()
     if not result.converged and result.reason != "monitor":
         warnings.warn(ConvergenceWarning(result.summary(), result), stacklevel=2)
+    if problem.team.rank == 0:
+        _kernels.warn_once(stacklevel=2)
     return result
 
 
