@@ -24,13 +24,16 @@ TITLES = {
 LOBPCG = ("solver=lobpcg", "lock=1")
 BATCH = ("solver=lobpcg-batch", "block=64", "lock=1")
 PPCG = ("solver=ppcg",)
+OWN_CHOICE = "own choice"  # of kernels, by OpenBLAS
 
 
 def environment(coretype, threads=1):
-    """Threads of BLAS, and its kernels chosen by hand where coretype says so."""
+    """Threads of BLAS, and its kernels: those named, its own choice, or by default what is set."""
     env = dict(os.environ, OPENBLAS_NUM_THREADS=str(threads), OMP_NUM_THREADS="1",
                OMPI_MCA_mpi_yield_when_idle="1")
-    if coretype:
+    if coretype == OWN_CHOICE:
+        env.pop("OPENBLAS_CORETYPE", None)
+    elif coretype:
         env["OPENBLAS_CORETYPE"] = coretype
     return env
 
@@ -149,30 +152,30 @@ def guide(bench, _):
     return "\n".join(text)
 
 
-def has_avx512():
-    return "avx512f" in pathlib.Path("/proc/cpuinfo").read_text().split()
+def has(flag):
+    return flag in pathlib.Path("/proc/cpuinfo").read_text().split()
 
 
 def kernels(bench, _):
-    cores = [None, "SkylakeX"] if has_avx512() else [None]
-    rates = [bench.kernels(core) for core in cores]
-    names = ["own choice", "SkylakeX"][:len(cores)]
+    names = {"Haswell": "avx2", "SkylakeX": "avx512vl"}
+    names = [OWN_CHOICE, *(name for name, flag in names.items() if has(flag))]
+    rates = [bench.kernels(name) for name in names]
     cases = {"plane waves 6060, k = 128": ("plane-waves", 12, 128),
              "Laplacian 64000, k = 20": ("laplacian", 40, 20)}
     rows = []
     for title, problem in cases.items():
         for options in (LOBPCG, BATCH if problem[2] > 64 else PPCG):
             case = (*problem, *options)
-            found = list(bench.medians({core: {"case": case, "coretype": core}
-                                        for core in cores}).values())
+            found = list(bench.medians({name: {"case": case, "coretype": name}
+                                        for name in names}).values())
             row = [f"{title}, {name_of(found[0])}"]
             for r in found:
                 row += [f"{r['seconds']:.2f}", f"{r['gflop'] / r['secondsProducts']:.0f}"]
             rows.append(row)
-    text = ("OpenBLAS chooses its kernels by the processor, and old releases do not know the "
-            "AVX-512 of every new one. The environment variable `OPENBLAS_CORETYPE=SkylakeX` "
-            "chooses them by hand; libves leaves that to its user.\n\n")
-    if len(cores) == 1:
+    text = ("OpenBLAS chooses its kernels by the processor, and old releases do not know every new "
+            "one. The environment variable `OPENBLAS_CORETYPE` names them; the library leaves that "
+            "to its user, the program `ves`, Python and the scripts choose.\n\n")
+    if "SkylakeX" not in names:
         text += ("The processor of this run has no AVX-512: its kernels could not be measured"
                  " here.\n\n")
     text += table(["operation, type, n, k", "unit", *names],
