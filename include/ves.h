@@ -159,6 +159,13 @@ VES_EXPORT VesReturnCode VesMatrixSetDim(VesMatrix matrix, int nRows, int nCols)
 VES_EXPORT VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
                                                  VesShellMatVec matVec) VES_NOEXCEPT;
 
+/// Installs a routine that multiplies by the same operator in single precision: elements are float
+/// or complex float where those of the handle are double or complex double. Null removes it. Runs
+/// of mixed precision call it (VesSolverSetMixedPrecision).
+/// \return -7 matrix is null; -6 not a shell operator; -4 the handle is of single precision; 0
+VES_EXPORT VesReturnCode VesMatrixSetShellMatVecLow(VesMatrix matrix, void* userData,
+                                                    VesShellMatVec matVec) VES_NOEXCEPT;
+
 /// Lets the routine be called on processes without rows, too (default off), for one that needs
 /// every process: there as often as elsewhere and with the same number of columns, n = 0, and x and
 /// y that may be null. To be set alike on all processes; holds for every call of the library.
@@ -382,7 +389,8 @@ typedef struct VesSolverStats {
   double secondsOperators; ///< in the routines of A, B and T
   double secondsDense;     ///< in dense factorizations and eigendecompositions
   double secondsTotal;     ///< of the whole run
-  long long reserved[8];   ///< room, zero
+  long long columnsLow;    ///< of columnsA those in single precision
+  long long reserved[7];   ///< room, zero
 } VesSolverStats;
 
 /// What the last run cost on this process; zeros before the first.
@@ -393,7 +401,7 @@ VES_EXPORT VesReturnCode VesGetSolverStats(VesSolver solver, VesSolverStats* sta
 /// until the monitor returns.
 typedef struct VesProgress {
   int iteration;           ///< iterations made, 0 after the start
-  int wanted;              ///< pairs wanted
+  int wanted;              ///< pairs of the run
   int converged;           ///< leading pairs that pass the convergence test
   int locked;              ///< pairs that are no longer changed
   int active;              ///< pairs that are iterated
@@ -441,6 +449,32 @@ VES_EXPORT VesReturnCode VesSolverSetRankRevealerType(VesSolver solver,
 /// that is no wider than three sub-blocks, with A and B applied to as many more columns.
 /// \return -7 solver is null; 0
 VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_NOEXCEPT;
+
+/// Has a run begin in single precision (off by default), where products, reductions and operators
+/// cost half, and go on in double precision from its vectors once it has no more to give there.
+/// The result is that of a run in double precision from a good guess; what goes wrong in single
+/// precision costs time alone. Operators without VesMatrixSetShellMatVecLow are applied by their
+/// routine to copies of some columns. Iterations, columns, monitor and reason are those of the
+/// whole run.
+/// \return -7 solver is null; -4 the solver is of single precision, and isOn; 0
+VES_EXPORT VesReturnCode VesSolverSetMixedPrecision(VesSolver solver, bool isOn) VES_NOEXCEPT;
+
+/// Makes the preconditioner stronger: of every residual r it makes the given number of steps of
+/// conjugate gradients for (A - sigma B) z = r, preconditioned by T, with sigma below the lowest
+/// value (0, the default: T alone). That moves work from the solver into A and T and pays where
+/// these are cheap, most of all without a T. -1: as many as pay by the times of A, T and the solver
+/// in the run, so results differ in rounding from run to run. Must be the same on all processes.
+/// There A and T are applied to up to 16 columns at a time.
+/// \return -7 solver is null; -1 count is not from -1 to 1000; 0
+VES_EXPORT VesReturnCode VesSolverSetInnerSteps(VesSolver solver, int count) VES_NOEXCEPT;
+
+/// Ends a run when the given number of leading pairs have converged, without regard to the others
+/// (0, the default: all pairs of the run). The columns behind them are guards: they come back as
+/// they are, with their values. Some of them make the wanted pairs converge in fewer iterations,
+/// and keep a group of equal values that the last pair cuts from holding up the run. More than
+/// the pairs of a run stands for all. Must be the same on all processes.
+/// \return -7 solver is null; -1 count is negative; 0
+VES_EXPORT VesReturnCode VesSolverSetWanted(VesSolver solver, int count) VES_NOEXCEPT;
 
 /// Forecast of the bytes that a run takes on this process beside the caller's blocks, for nRows
 /// local rows (and leading dimension) and nCols pairs, as the solver is set now. A run that leaves

@@ -72,10 +72,21 @@ public:
   template <typename Callable, typename = std::enable_if_t<std::is_invocable_v<
                                    std::decay_t<Callable>&, View<const Scalar>, View<Scalar>>>>
   explicit Operator(Callable&& callable) {
-    auto routine =
-        std::make_unique<Routine<std::decay_t<Callable>>>(std::forward<Callable>(callable));
-    m_handle = makeMatrix<Scalar>(Routine<std::decay_t<Callable>>::call, routine.get());
+    using Kept = Routine<Scalar, std::decay_t<Callable>>;
+    auto routine = std::make_unique<Kept>(std::forward<Callable>(callable));
+    m_handle = makeMatrix<Scalar>(Kept::call, routine.get());
     m_routine = std::move(routine);
+  }
+
+  /// Keeps a callable that multiplies by the same operator in single precision, on
+  /// View<const float> and View<float> or their complex kin, as VesMatrixSetShellMatVecLow.
+  template <typename Callable>
+  void setLow(Callable&& callable) {
+    using Kept = Routine<Low, std::decay_t<Callable>>;
+    auto routine = std::make_unique<Kept>(std::forward<Callable>(callable));
+    check(VesMatrixSetShellMatVecLow(handle(), routine.get(), Kept::call),
+          "VesMatrixSetShellMatVecLow");
+    m_low = std::move(routine);
   }
 
   /// Has the callable called on processes without rows, too, as VesMatrixSetCalledEverywhere.
@@ -86,27 +97,33 @@ public:
 
   VesMatrix handle() const { return m_handle.get(); } ///< stays the operator's; null for none
   /// What the callable threw since the last time, for those that call the library themselves.
-  std::exception_ptr takeFailure() const { return m_routine ? m_routine->take() : nullptr; }
+  std::exception_ptr takeFailure() const {
+    const std::exception_ptr low = m_low ? m_low->take() : nullptr;
+    const std::exception_ptr kept = m_routine ? m_routine->take() : nullptr;
+    return kept ? kept : low;
+  }
 
 private:
-  template <typename Callable>
+  using Low = std::conditional_t<std::is_same_v<Scalar, Real<Scalar>>, float, std::complex<float>>;
+
+  template <typename Element, typename Callable>
   struct Routine final : Failures {
     template <typename From>
     explicit Routine(From&& from) : callable(std::forward<From>(from)) {}
 
     static void call(void* self, void* x, void* y, int nRows, int nCols, int ld) noexcept {
       auto& routine = *static_cast<Routine*>(self);
-      const View<const Scalar> in(static_cast<const Scalar*>(x), nRows, nCols, ld);
-      const View<Scalar> out(static_cast<Scalar*>(y), nRows, nCols, ld);
+      const View<const Element> in(static_cast<const Element*>(x), nRows, nCols, ld);
+      const View<Element> out(static_cast<Element*>(y), nRows, nCols, ld);
       if (routine.guard([&] { routine.callable(in, out); })) return;
       for (int j = 0; nRows > 0 && j < nCols; ++j)
-        std::fill_n(out.column(j), nRows, std::numeric_limits<Real<Scalar>>::quiet_NaN());
+        std::fill_n(out.column(j), nRows, std::numeric_limits<Real<Element>>::quiet_NaN());
     }
 
     Callable callable;
   };
 
-  std::unique_ptr<Failures> m_routine;
+  std::unique_ptr<Failures> m_routine, m_low;
   MatrixHandle m_handle;
 };
 
@@ -135,6 +152,9 @@ struct Options {
   std::optional<VesOrthogonalizerType> rankRevealer;       ///< VesSolverSetRankRevealerType
   std::optional<VesDenseEigenSolverType> denseEigenSolver; ///< VesSetDenseEigenSolverType
   std::optional<bool> selfCheck;                           ///< VesSolverSetSelfCheck
+  std::optional<bool> mixedPrecision;                      ///< VesSolverSetMixedPrecision
+  std::optional<int> innerSteps;                           ///< VesSolverSetInnerSteps
+  std::optional<int> wanted;                               ///< VesSolverSetWanted
   std::optional<int> batchLimit;                           ///< VesSolverSetBatchLimit
   std::optional<int> batchStart;                           ///< VesSolverSetBatchStart
   std::optional<int> ppcgBatch;                            ///< VesSolverSetPPCGBatch
@@ -156,7 +176,7 @@ struct Outcome {
   int iterations = 0;                       ///< as VesGetSolverIter
   VesSolverStats stats = {};                ///< what the run cost on this process
 
-  /// Whether all pairs converged; that they did not is no error.
+  /// Whether the wanted pairs converged; that they did not is no error.
   bool isConverged() const { return reason == VES_REASON_CONVERGED; }
 };
 
@@ -188,6 +208,9 @@ public:
     VES_SET(VesSolverSetRankRevealerType, rankRevealer);
     VES_SET(VesSetDenseEigenSolverType, denseEigenSolver);
     VES_SET(VesSolverSetSelfCheck, selfCheck);
+    VES_SET(VesSolverSetMixedPrecision, mixedPrecision);
+    VES_SET(VesSolverSetInnerSteps, innerSteps);
+    VES_SET(VesSolverSetWanted, wanted);
     VES_SET(VesSolverSetBatchLimit, batchLimit);
     VES_SET(VesSolverSetBatchStart, batchStart);
     VES_SET(VesSolverSetPPCGBatch, ppcgBatch);

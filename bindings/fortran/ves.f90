@@ -110,7 +110,7 @@ module ves
     private
     type(c_ptr) :: handle = c_null_ptr
     integer :: scalarType = -1
-    type(OperatorLink), pointer :: link => null()
+    type(OperatorLink), pointer :: link => null(), lowLink => null()
   end type VesMatrix
 
   type :: VesVector
@@ -191,6 +191,25 @@ module ves
       integer, intent(out), optional :: ierror
     end subroutine SetRoutineOfC
   end interface VesMatrixSetShellMatVec
+
+  !> Installs what multiplies by the same operator in single precision, in runs of mixed precision:
+  !> an operator of the field of the matrix (VES_ERR_MISMATCH for another one); without one none.
+  interface VesMatrixSetShellMatVecLow
+    module subroutine SetLowFloatOperator(matrix, op, ierror)
+      type(VesMatrix), intent(in) :: matrix
+      class(VesFloatOperator), target, intent(inout) :: op
+      integer, intent(out), optional :: ierror
+    end subroutine SetLowFloatOperator
+    module subroutine SetLowComplexFloatOperator(matrix, op, ierror)
+      type(VesMatrix), intent(in) :: matrix
+      class(VesComplexFloatOperator), target, intent(inout) :: op
+      integer, intent(out), optional :: ierror
+    end subroutine SetLowComplexFloatOperator
+    module subroutine RemoveLowOperator(matrix, ierror)
+      type(VesMatrix), intent(in) :: matrix
+      integer, intent(out), optional :: ierror
+    end subroutine RemoveLowOperator
+  end interface VesMatrixSetShellMatVecLow
 
   ! ------------------------------------------------------------------ blocks of vectors
 
@@ -365,6 +384,25 @@ module ves
       logical, intent(in) :: isOn
       integer, intent(out), optional :: ierror
     end subroutine VesSolverSetSelfCheck
+
+    !> Has a run begin in single precision (default off).
+    module subroutine VesSolverSetMixedPrecision(solver, isOn, ierror)
+      type(VesSolver), intent(in) :: solver
+      logical, intent(in) :: isOn
+      integer, intent(out), optional :: ierror
+    end subroutine VesSolverSetMixedPrecision
+    !> Steps of conjugate gradients around T (default 0); -1: as many as pay.
+    module subroutine VesSolverSetInnerSteps(solver, n, ierror)
+      type(VesSolver), intent(in) :: solver
+      integer, intent(in) :: n
+      integer, intent(out), optional :: ierror
+    end subroutine VesSolverSetInnerSteps
+    !> Leading pairs whose convergence ends a run (default 0: all).
+    module subroutine VesSolverSetWanted(solver, n, ierror)
+      type(VesSolver), intent(in) :: solver
+      integer, intent(in) :: n
+      integer, intent(out), optional :: ierror
+    end subroutine VesSolverSetWanted
 
     !> VES_PROBLEM_STANDARD or VES_PROBLEM_GENERALIZED.
     module subroutine VesSolverSetProblemType(solver, problemType, ierror)

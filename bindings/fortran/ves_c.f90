@@ -61,6 +61,8 @@ module ves_c
   procedure(DestroyFunction), bind(c, name='VesSolverDestroy') :: c_solver_destroy
   procedure(SetFunction), bind(c, name='VesSolverSetProblemType') :: c_set_problem_type
   procedure(SetFunction), bind(c, name='VesSolverSetMaxIter') :: c_set_max_iter
+  procedure(SetFunction), bind(c, name='VesSolverSetInnerSteps') :: c_set_inner_steps
+  procedure(SetFunction), bind(c, name='VesSolverSetWanted') :: c_set_wanted
   procedure(SetFunction), bind(c, name='VesSolverSetMaxOrthoIter') :: c_set_max_ortho_iter
   procedure(SetFunction), bind(c, name='VesSetDenseEigenSolverType') :: c_set_dense_eigensolver
   procedure(SetFunction), bind(c, name='VesSetConvergeDetectorType') :: c_set_converge_detector
@@ -80,6 +82,7 @@ module ves_c
   procedure(SetTwoFunction), bind(c, name='VesVectorSetDim') :: c_vector_set_dim
   procedure(SwitchFunction), bind(c, name='VesMatrixSetCalledEverywhere') :: c_set_called_everywhere
   procedure(SwitchFunction), bind(c, name='VesSolverSetSelfCheck') :: c_set_self_check
+  procedure(SwitchFunction), bind(c, name='VesSolverSetMixedPrecision') :: c_set_mixed_precision
   procedure(GetFunction), bind(c, name='VesGetSolverIter') :: c_get_iter
   procedure(GetFunction), bind(c, name='VesGetSolverConv') :: c_get_conv
   procedure(GetFunction), bind(c, name='VesGetSolverReason') :: c_get_reason
@@ -94,6 +97,13 @@ module ves_c
       type(c_funptr), value :: matVec
       integer(c_int) :: code
     end function c_set_mat_vec
+    function c_set_mat_vec_low(matrix, userData, matVec) &
+        bind(c, name='VesMatrixSetShellMatVecLow') result(code)
+      import :: c_funptr, c_int, c_ptr
+      type(c_ptr), value :: matrix, userData
+      type(c_funptr), value :: matVec
+      integer(c_int) :: code
+    end function c_set_mat_vec_low
     function c_set_comm(vector, slot, comm) bind(c, name='VesVectorSetComm_f') result(code)
       import :: c_int, c_ptr
       type(c_ptr), value :: vector

@@ -10,7 +10,7 @@ contains
     integer :: code
     code = c_matrix_create(matrix%handle, scalarType, matrixType)
     matrix%scalarType = scalarType
-    if (code == VES_GOOD) allocate (matrix%link)
+    if (code == VES_GOOD) allocate (matrix%link, matrix%lowLink)
     call Finish('VesMatrixCreate', code, ierror)
   end procedure VesMatrixCreate
 
@@ -57,6 +57,38 @@ contains
     call Finish('VesMatrixSetShellMatVec', code, ierror)
   end subroutine SetOperator
 
+  module procedure SetLowFloatOperator
+    call SetLowOperator(matrix, op, VES_DOUBLE, c_funloc(CallFloat), ierror)
+  end procedure SetLowFloatOperator
+
+  module procedure SetLowComplexFloatOperator
+    call SetLowOperator(matrix, op, VES_COMPLEX_DOUBLE, c_funloc(CallComplexFloat), ierror)
+  end procedure SetLowComplexFloatOperator
+
+  !> scalarType is that of the matrix.
+  subroutine SetLowOperator(matrix, op, scalarType, routine, ierror)
+    type(VesMatrix), intent(in) :: matrix
+    class(VesOperator), target, intent(inout) :: op
+    integer, intent(in) :: scalarType
+    type(c_funptr), value :: routine
+    integer, intent(out), optional :: ierror
+    integer :: code
+    if (.not. associated(matrix%lowLink)) then
+      code = VES_ERR_NULL_POINTER
+    else if (matrix%scalarType /= scalarType) then
+      code = VES_ERR_MISMATCH
+    else
+      code = c_set_mat_vec_low(matrix%handle, c_loc(matrix%lowLink), routine)
+      if (code == VES_GOOD) matrix%lowLink%op => op
+    end if
+    call Finish('VesMatrixSetShellMatVecLow', code, ierror)
+  end subroutine SetLowOperator
+
+  module procedure RemoveLowOperator
+    call Finish('VesMatrixSetShellMatVecLow', &
+                c_set_mat_vec_low(matrix%handle, c_null_ptr, c_null_funptr), ierror)
+  end procedure RemoveLowOperator
+
   module procedure SetRoutineOfC
     integer :: code
     code = c_set_mat_vec(matrix%handle, userData, matVec)
@@ -71,7 +103,7 @@ contains
 
   module procedure VesMatrixDestroy
     call c_matrix_destroy(matrix%handle)
-    if (associated(matrix%link)) deallocate (matrix%link)
+    if (associated(matrix%link)) deallocate (matrix%link, matrix%lowLink)
     matrix = VesMatrix()
   end procedure VesMatrixDestroy
 

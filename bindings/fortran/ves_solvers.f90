@@ -56,6 +56,19 @@ contains
                 ierror)
   end procedure VesSolverSetSelfCheck
 
+  module procedure VesSolverSetMixedPrecision
+    call Finish('VesSolverSetMixedPrecision', &
+                c_set_mixed_precision(solver%handle, logical(isOn, c_bool)), ierror)
+  end procedure VesSolverSetMixedPrecision
+
+  module procedure VesSolverSetInnerSteps
+    call Finish('VesSolverSetInnerSteps', c_set_inner_steps(solver%handle, n), ierror)
+  end procedure VesSolverSetInnerSteps
+
+  module procedure VesSolverSetWanted
+    call Finish('VesSolverSetWanted', c_set_wanted(solver%handle, n), ierror)
+  end procedure VesSolverSetWanted
+
   module procedure VesSolverSetProblemType
     call Finish('VesSolverSetProblemType', c_set_problem_type(solver%handle, problemType), ierror)
   end procedure VesSolverSetProblemType

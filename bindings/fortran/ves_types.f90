@@ -66,6 +66,7 @@ module ves_types
     real(c_double) :: secondsOperators   !< in the routines of A, B and T
     real(c_double) :: secondsDense       !< in dense factorizations and eigendecompositions
     real(c_double) :: secondsTotal       !< of the whole run
-    integer(c_long_long), private :: reserved(8)
+    integer(c_long_long) :: columnsLow   !< of columnsA those in single precision
+    integer(c_long_long), private :: reserved(7)
   end type VesSolverStats
 end module ves_types

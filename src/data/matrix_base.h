@@ -3,6 +3,8 @@
 
 #include <ves.h>
 
+#include <memory>
+
 struct VesVectorBase;
 
 /// An operator that is known only by its product with a block of vectors.
@@ -12,6 +14,7 @@ struct VES_EXPORT VesMatrixBase {
   int nRows = 0;                   ///< for information only
   int nCols = 0;                   ///< for information only
   bool isCalledEverywhere = false; ///< also on processes without rows
+  std::unique_ptr<VesMatrixBase> lowered; ///< the same operator in single precision, or null
 
   VesMatrixBase() = default;
   VesMatrixBase(const VesMatrixBase&) = delete;

@@ -1,6 +1,8 @@
 #include "../data/matrix_shell.h"
 #include "scalar_dispatch.h"
 
+#include <utility>
+
 using namespace Ves;
 
 VesReturnCode VesMatrixCreate(VesMatrix* out, VesScalarType scalarType,
@@ -36,10 +38,31 @@ VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
   });
 }
 
+VesReturnCode VesMatrixSetShellMatVecLow(VesMatrix matrix, void* userData,
+                                         VesShellMatVec matVec) noexcept {
+  if (matrix == nullptr) return VES_ERR_NULL_POINTER;
+  if (matrix->matrixType != VES_MATRIX_SHELL) return VES_ERR_INCOMPATIBLE;
+  return DispatchScalar(matrix->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
+    using Scalar = typename decltype(tag)::type;
+    using Low = LowType<Scalar>;
+    if (std::is_same_v<Scalar, Low>) return VES_ERR_UNSUPPORTED;
+    std::unique_ptr<MatrixShell<Low>> lowered;
+    if (matVec != nullptr) {
+      lowered = std::make_unique<MatrixShell<Low>>();
+      lowered->SetShellData(userData);
+      lowered->SetShellMatVec(matVec);
+      lowered->isCalledEverywhere = matrix->isCalledEverywhere;
+    }
+    matrix->lowered = std::move(lowered);
+    return VES_GOOD;
+  });
+}
+
 VesReturnCode VesMatrixSetCalledEverywhere(VesMatrix matrix, bool isOn) noexcept {
   if (matrix == nullptr) return VES_ERR_NULL_POINTER;
   if (matrix->matrixType != VES_MATRIX_SHELL) return VES_ERR_INCOMPATIBLE;
   matrix->isCalledEverywhere = isOn;
+  if (matrix->lowered) matrix->lowered->isCalledEverywhere = isOn;
   return VES_GOOD;
 }
 

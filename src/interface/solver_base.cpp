@@ -87,6 +87,25 @@ void VesSolverBase::InstallComponents() const {
   VES_ASSERT_GOOD(this->SetOrthoProjector(this->orthoProjectorType));
 }
 
+void VesSolverBase::TakeSettings(const VesSolverBase& other) {
+  problemType = other.problemType;
+  threshold = other.threshold;
+  maxIter = other.maxIter;
+  maxOrthoIter = other.maxOrthoIter;
+  maxOrthoInnerIter = other.maxOrthoInnerIter;
+  mu = other.mu;
+  selfCheck = other.selfCheck;
+  wantedPairs = other.wantedPairs;
+  innerSteps = other.innerSteps;
+  denseEigenSolverType = other.denseEigenSolverType;
+  convergeDetectorType = other.convergeDetectorType;
+  orthogonalizerType = other.orthogonalizerType;
+  orthoProjectorType = other.orthoProjectorType;
+  chosenLockDetector = other.chosenLockDetector;
+  chosenRankRevealer = other.chosenRankRevealer;
+  InstallComponents();
+}
+
 template <typename Scalar>
 VesReturnCode VesSolverBase::CreateDenseEigenSolver(VesDenseEigenSolverType type) const {
   return Install(DenseEigenSolver, MakeDenseEigenSolver<Scalar>(type), denseEigenSolverType, type);

@@ -52,6 +52,13 @@ VesReturnCode LocalVerdict(const VesSolverBase& solver, const VesMatrixBase& A,
   return FitsSizes(solver, X.ld, X.nCols) ? VES_GOOD : VES_ERR_INVALID_VALUE;
 }
 
+/// Which operators have a routine for single precision: others are applied to fewer columns at a
+/// time.
+int LowRoutines(const VesSolverBase& solver, const VesMatrixBase& A, const VesMatrixBase& B,
+                const VesMatrixBase& T) {
+  return (A.lowered ? 1 : 0) + (UsesB(solver) && B.lowered ? 2 : 0) + (T.lowered ? 4 : 0);
+}
+
 /// All that steers the collective calls of a run: numbers that must be the same on all processes.
 std::vector<int> WhatMustAgree(const VesSolverBase& solver, const VesMatrixBase& A,
                                const VesMatrixBase& B, const VesMatrixBase& T, int nPairs) {
@@ -72,7 +79,10 @@ std::vector<int> WhatMustAgree(const VesSolverBase& solver, const VesMatrixBase&
                            solver.orthogonalizerType,
                            solver.orthoProjectorType,
                            kindOf(solver.chosenRankRevealer),
-                           solver.selfCheck ? 1 : 0};
+                           solver.selfCheck ? 1 : 0,
+                           solver.wantedPairs,
+                           solver.innerSteps,
+                           solver.mixedPrecision ? 1 + LowRoutines(solver, A, B, T) : 0};
   for (const double number : {solver.threshold, solver.mu}) { // bit by bit, also a NaN
     int halves[2];
     static_assert(sizeof(halves) == sizeof(number), "a double is two ints");
@@ -223,6 +233,29 @@ VesReturnCode VesSolverSetRankRevealerType(VesSolver solver, VesOrthogonalizerTy
 VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) noexcept {
   if (solver == nullptr) return VES_ERR_NULL_POINTER;
   solver->selfCheck = isOn;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetMixedPrecision(VesSolver solver, bool isOn) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  const bool isDouble =
+      solver->scalarType == VES_DOUBLE || solver->scalarType == VES_COMPLEX_DOUBLE;
+  if (isOn && !isDouble) return VES_ERR_UNSUPPORTED;
+  solver->mixedPrecision = isOn;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetInnerSteps(VesSolver solver, int count) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  if (count < -1 || count > 1000) return VES_ERR_INVALID_VALUE;
+  solver->innerSteps = count;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetWanted(VesSolver solver, int count) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  if (count < 0) return VES_ERR_INVALID_VALUE;
+  solver->wantedPairs = count;
   return VES_GOOD;
 }
 

@@ -19,6 +19,18 @@ struct RealTypeOf<std::complex<Real>> {
 template <typename Scalar>
 using RealType = typename RealTypeOf<Scalar>::type;
 
+/// The scalar type of the same field in single precision.
+template <typename Scalar>
+struct LowTypeOf {
+  using type = float;
+};
+template <typename Real>
+struct LowTypeOf<std::complex<Real>> {
+  using type = std::complex<float>;
+};
+template <typename Scalar>
+using LowType = typename LowTypeOf<Scalar>::type;
+
 template <typename Scalar>
 inline constexpr bool isComplex = !std::is_same_v<Scalar, RealType<Scalar>>;
 

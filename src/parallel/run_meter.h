@@ -20,6 +20,12 @@ public:
   RunMeter(const RunMeter&) = delete;
   RunMeter& operator=(const RunMeter&) = delete;
 
+  void AddTo(VesSolverStats& stats) const {
+    stats.reductions += reductions;
+    stats.bytesReduced += bytesReduced;
+    stats.secondsDense += secondsDense;
+  }
+
   /// Adds its life to the dense seconds of the current meter, unless another one does already.
   class VES_EXPORT DenseTime {
   public:

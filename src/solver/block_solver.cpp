@@ -5,6 +5,8 @@
 #include "../parallel/agreement.h"
 #include "../parallel/blacs_wrapper.h"
 #include "../parallel/run_meter.h"
+#include "inner_steps.h"
+#include "low_leg.h"
 
 #include <algorithm>
 #include <cmath>
@@ -29,26 +31,77 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
   if (vecQ.nCols == 0) return SolveNothing();
   const RunMeter meter;
   const double start = MPI_Wtime();
-  const int givenIter = iter, givenConv = nConv;
   const MeteredOperator a(matA), b(matB), t(matP);
   meteredA = &a;
-  const VesReturnCode code = SolveDense(a, b, t, AsDense<Scalar>(vecQ), AsDense<Scalar>(vecW));
-  meteredA = nullptr;
-  if (code != VES_GOOD) { // what is known of the run before stays
-    iter = givenIter;
-    nConv = givenConv;
-    return code;
+  Block& vecX = AsDense<Scalar>(vecQ);
+  InnerSteps<Scalar> inner(a, b, t, UsesB(matB), InnerPace(innerSteps, a, b, t),
+                           [&] { return InnerShift(); });
+  LowLeg<Scalar> low(*this, vecX);
+  const VesMatrixBase* preconditioner = &t;
+  VesReturnCode code = VES_GOOD;
+  if (innerSteps != 0) {
+    preconditioner = &inner;
+    code = BeginInner(inner, vecX, matB);
   }
+  if (code == VES_GOOD && mixedPrecision) code = BeginLow(low, matA, matB, matP, vecX);
+  if (code == VES_GOOD) code = SolveInLegs(a, b, *preconditioner, vecX, AsDense<Scalar>(vecW));
+  meteredA = nullptr;
+  earlier = {};
+  if (code != VES_GOOD) return code;
   stats = {};
+  for (const MeteredOperator* const op : {&a, &b, &t})
+    stats.secondsOperators += op->seconds;
   stats.columnsA = a.columns;
   stats.columnsB = b.columns;
   stats.columnsT = t.columns;
-  stats.reductions = meter.reductions;
-  stats.bytesReduced = meter.bytesReduced;
-  stats.secondsOperators = a.seconds + b.seconds + t.seconds;
-  stats.secondsDense = meter.secondsDense;
+  meter.AddTo(stats);
+  low.AddTo(stats);
   stats.secondsTotal = MPI_Wtime() - start;
-  reason = check.Reason(vecQ.nCols);
+  reason = check.Reason(Goal(vecQ.nCols));
+  if (low.IsStopped() && reason == VES_REASON_ITERATIONS) reason = VES_REASON_MONITOR;
+  return VES_GOOD;
+}
+
+template <typename Scalar>
+VesReturnCode BlockSolver<Scalar>::BeginInner(InnerSteps<Scalar>& inner, const Block& vecQ,
+                                              const VesMatrixBase& matB) const {
+  ReadProblem(vecQ, matB);
+  return AllocateOnAll(inner.Plan(nPW, ldQ, nBands));
+}
+
+/// A run that cannot have its workspace is refused before its guess is replaced. One that the
+/// monitor has ended makes no more iterations.
+template <typename Scalar>
+VesReturnCode BlockSolver<Scalar>::BeginLow(LowLeg<Scalar>& low, const VesMatrixBase& matA,
+                                            const VesMatrixBase& matB, const VesMatrixBase& matP,
+                                            Block& vecQ) const {
+  ReadProblem(vecQ, matB);
+  const WorkspacePlan<Scalar> plan = Plan(nPW, ldQ, nBands, isGeneralized);
+  if (const VesReturnCode code = AllocateOnAll(plan); code != VES_GOOD) return code;
+  plan.Free();
+  low.Run(matA, matB, matP, vecQ);
+  earlier = {low.Iterations(), low.ColumnsA(), low.IsStopped()};
+  return VES_GOOD;
+}
+
+template <typename Scalar>
+VesReturnCode BlockSolver<Scalar>::SolveInLegs(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                                               const VesMatrixBase& matP, Block& vecQ,
+                                               Block& vecW) const {
+  constexpr int mostLegs = 3;
+  for (int leg = 1; leg <= mostLegs; ++leg) {
+    const int givenIter = iter, givenConv = nConv;
+    const VesReturnCode code = SolveDense(matA, matB, matP, vecQ, vecW);
+    if (code != VES_GOOD) { // what is known of the run or leg before stays
+      iter = givenIter;
+      nConv = givenConv;
+      if (leg == 1) return code;
+      break;
+    }
+    earlier.iterations += iter;
+    if (!check.IsSatisfied() || nConv >= Goal(vecQ.nCols)) break;
+  }
+  iter = earlier.iterations;
   return VES_GOOD;
 }
 
@@ -86,8 +139,14 @@ std::size_t BlockSolver<Scalar>::Memory(int nRows, int nCols, bool generalized) 
   const std::size_t decomposition = (usesGrid ? 4 : 2) * order * order;
   const std::size_t scratch =
       static_cast<std::size_t>(std::max(nRows, 1)) * (widest + 1) + widest * widest;
-  return plan.Bytes() +
-         sizeof(Scalar) * std::max(decomposition, orthogonalizerType == VES_SVD_QR ? scratch : 0);
+  const std::size_t own =
+      plan.Bytes() +
+      sizeof(Scalar) * std::max(decomposition, orthogonalizerType == VES_SVD_QR ? scratch : 0);
+  const std::size_t inner =
+      innerSteps != 0 ? InnerSteps<Scalar>::Bytes(nRows, nCols, generalized) : 0;
+  const std::size_t low =
+      mixedPrecision ? LowLeg<Scalar>::Memory(*this, nRows, nCols, generalized) : 0;
+  return inner + std::max(own, low);
 }
 
 template <typename Scalar>
@@ -100,11 +159,13 @@ void BlockSolver<Scalar>::ReadProblem(const Block& vecQ, const VesMatrixBase& ma
   MPI_Comm_rank(rowComm, &processRank);
   nRowsTotal = nPW;
   ReduceInPlace(&nRowsTotal, 1, MPI_LONG_LONG, MPI_SUM, rowComm);
-  isGeneralized = problemType == VES_PROBLEM_GENERALIZED && matB.IsPresent();
+  isGeneralized = UsesB(matB);
   orthoTol = Limit::orthogonalizer;
   orthoInnerTol = orthoTol;
+  iterLimit = earlier.isLast ? 0 : maxIter - earlier.iterations;
   info = 0;
-  largestRitz = 0.0;
+  largestRitz = ritzSpread = 0.0;
+  lowestRitz = std::numeric_limits<double>::infinity();
   pairResiduals.assign(static_cast<std::size_t>(nBands), std::nan(""));
   check.Begin();
 }
@@ -147,23 +208,28 @@ template <typename Scalar>
 void BlockSolver<Scalar>::NoteRitzValues(const Block& values) const {
   for (int j = 0; j < values.nRows; ++j)
     largestRitz = std::max(largestRitz, static_cast<double>(std::abs(values(j))));
+  if (values.nRows < 1) return;
+  const auto first = static_cast<double>(std::real(values(0)));
+  lowestRitz = std::min(lowestRitz, first);
+  ritzSpread = static_cast<double>(std::real(values((values.nRows - 1) / 3))) - first;
 }
 
 template <typename Scalar>
 void BlockSolver<Scalar>::Report(int iteration, const Block& estimates, int nConverged,
                                  int nLockedPairs, int nActivePairs) const {
+  if (nConverged >= Goal(nBands) && nConverged < nBands) check.Satisfy();
   if (monitor == nullptr) return;
   std::vector<double> values(pairResiduals.size(), std::numeric_limits<double>::infinity());
   for (int j = 0; j < estimates.nRows; ++j)
     values[static_cast<std::size_t>(j)] = static_cast<double>(std::real(estimates(j)));
-  const VesProgress progress{iteration,
+  const VesProgress progress{earlier.iterations + iteration,
                              static_cast<int>(values.size()),
                              nConverged,
                              nLockedPairs,
                              nActivePairs,
                              values.data(),
                              pairResiduals.data(),
-                             meteredA != nullptr ? meteredA->columns : 0};
+                             earlier.columnsA + (meteredA != nullptr ? meteredA->columns : 0)};
   int answer = monitor(monitorData, &progress) != 0 ? 1 : 0;
   Replicate(answer);
   if (answer != 0) check.Stop();

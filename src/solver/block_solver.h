@@ -13,6 +13,10 @@
 namespace Ves {
 
 class MeteredOperator;
+template <typename Scalar>
+class InnerSteps;
+template <typename Scalar>
+class LowLeg;
 
 /// What the block solvers share: the facts of a run that come from the caller's blocks, the
 /// orthonormalization of the initial guess, and the step that makes a block of new directions
@@ -30,9 +34,12 @@ public:
   mutable long long nRowsTotal = 0; ///< rows of the distributed blocks on all processes
   mutable int processRank = 0;      ///< rank in the communicator of the rows
   mutable int info = 0;             ///< outcome of the last dense eigendecomposition
+  mutable int iterLimit = 0;        ///< of maxIter what earlier legs of the run have left
   mutable MPI_Comm rowComm = MPI_COMM_WORLD;
   mutable MPI_Comm secondComm = MPI_COMM_SELF;
   mutable double largestRitz = 0.0;          ///< largest modulus of a Ritz value met so far
+  mutable double lowestRitz = 0.0; ///< lowest Ritz value met so far, which none of A is above
+  mutable double ritzSpread = 0.0; ///< last distance of Ritz values near the wanted ones
   mutable std::vector<double> pairResiduals; ///< of the wanted pairs when last tested, or NaN
   mutable SelfCheck<Scalar> check;           ///< what watches over the run
 
@@ -46,6 +53,10 @@ public:
   virtual VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                    const VesMatrixBase& matP, Block& vecQ, Block& vecW) const = 0;
 
+  /// A solver of the same kind in single precision, with its own settings the same; null: a run
+  /// cannot begin there.
+  virtual std::unique_ptr<BlockSolver<LowType<Scalar>>> LowTwin() const { return nullptr; }
+
   /// The blocks of a run for so many local rows and pairs.
   virtual WorkspacePlan<Scalar> Plan(int nRows, int ld, int nCols, bool generalized) const = 0;
   /// Those blocks, and what is in use only for a while: the workspace of the largest
@@ -57,6 +68,12 @@ public:
 
 protected:
   BlockSolver();
+
+  bool UsesB(const VesMatrixBase& matB) const {
+    return problemType == VES_PROBLEM_GENERALIZED && matB.IsPresent();
+  }
+  /// Leading pairs, of so many, whose convergence ends a run.
+  int Goal(int nPairs) const { return wantedPairs > 0 ? std::min(wantedPairs, nPairs) : nPairs; }
 
   /// Takes the facts of a run from the caller's block, sets its tolerances, and forgets the run
   /// before.
@@ -104,7 +121,8 @@ protected:
   void KeepResiduals(int first) const;
   /// Remembers the largest Ritz value, for what it says of the size of the operator.
   void NoteRitzValues(const Block& values) const;
-  /// Shows the monitor where the run stands, and takes its answer. Collective when there is one.
+  /// Ends the run where the wanted pairs have converged before the others; shows the monitor where
+  /// it stands, and takes its answer. Collective when there is one.
   void Report(int iteration, const Block& estimates, int nConverged, int nLockedPairs,
               int nActivePairs) const;
   /// @}
@@ -142,6 +160,17 @@ protected:
 private:
   friend class SelfCheck<Scalar>;
 
+  /// Below the lowest value of the problem, as far as a run can tell: the closer, the fewer
+  /// iterations.
+  double InnerShift() const { return lowestRitz - 0.1 * ritzSpread; }
+  VesReturnCode BeginInner(InnerSteps<Scalar>& inner, const Block& vecQ,
+                           const VesMatrixBase& matB) const;
+  VesReturnCode BeginLow(LowLeg<Scalar>& low, const VesMatrixBase& matA, const VesMatrixBase& matB,
+                         const VesMatrixBase& matP, Block& vecQ) const;
+  /// A run is one leg, or more where the wanted pairs had converged but not all were confirmed:
+  /// the next leg goes on from the vectors. \return as SolveDense of the first leg
+  VesReturnCode SolveInLegs(const VesMatrixBase& matA, const VesMatrixBase& matB,
+                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const;
   VesReturnCode SolveNothing() const; ///< a run for no pairs, which has nothing to wait for
   int Orthonormalize(const Pairs& pairs, const VesMatrixBase& matB, bool global) const;
   void FillRandom(const Pairs& pairs, const VesMatrixBase& matB, int attempt) const;
@@ -151,6 +180,13 @@ private:
   }
 
   mutable const MeteredOperator* meteredA = nullptr; ///< of the run under way
+  /// What earlier legs of the run under way have taken.
+  struct Taken {
+    int iterations = 0;
+    long long columnsA = 0;
+    bool isLast = false; ///< no further iterations are made
+  };
+  mutable Taken earlier;
 };
 
 VES_EXTERN_TEMPLATE(BlockSolver);

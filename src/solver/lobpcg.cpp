@@ -24,11 +24,16 @@ VesReturnCode LOBPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMat
 }
 
 template <typename Scalar>
+std::unique_ptr<BlockSolver<LowType<Scalar>>> LOBPCG<Scalar>::LowTwin() const {
+  return std::make_unique<LOBPCG<LowType<Scalar>>>();
+}
+
+template <typename Scalar>
 void LOBPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                              const VesMatrixBase& matP) const {
   iter = -1; // the start counts as no iteration
   this->Report();
-  for (iter = 0; iter < maxIter; ++iter) {
+  for (iter = 0; iter < iterLimit; ++iter) {
     if (info != 0 || check.IsOver()) return;
     if (nR < 1 && !ReplaceStrays()) return;
     this->AddResiduals(matP);
@@ -110,7 +115,7 @@ void LOBPCG<Scalar>::ComputeInitialResidual(const VesMatrixBase& matA,
   if (info != 0) return;
   this->ComputeResidual();
   this->CheckConvergence(matA, matB);
-  if (nLeadingConv == nBands) return;
+  if (nLeadingConv >= this->Goal(nBands)) return;
   nR = nBands;
   nLeadingConv = nConv = 0;
 }

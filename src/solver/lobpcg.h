@@ -16,7 +16,7 @@ public:
   using Base::Columns;
   using Base::info;
   using Base::iter;
-  using Base::maxIter;
+  using Base::iterLimit;
   using Base::nBands;
   using Base::nConv;
   using Base::nDeflated;
@@ -34,6 +34,7 @@ public:
 
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const override;
+  std::unique_ptr<BlockSolver<LowType<Scalar>>> LowTwin() const override;
 
 private:
   void InitParameters(const Block& vecQ, const Block& vecW, const VesMatrixBase& matB) const;

@@ -23,14 +23,22 @@ VesReturnCode LOBPCG_BATCH<Scalar>::SolveDense(const VesMatrixBase& matA, const 
   return VES_GOOD;
 }
 
-/// Up to maxIter + 2 passes.
+template <typename Scalar>
+std::unique_ptr<BlockSolver<LowType<Scalar>>> LOBPCG_BATCH<Scalar>::LowTwin() const {
+  auto twin = std::make_unique<LOBPCG_BATCH<LowType<Scalar>>>();
+  twin->batchLimit = batchLimit;
+  twin->batchStart = batchStart;
+  return twin;
+}
+
+/// Up to iterLimit + 2 passes.
 template <typename Scalar>
 void LOBPCG_BATCH<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                    const VesMatrixBase& matP, const Block& vecQ) const {
-  for (iter = -1; iter <= maxIter; ++iter) {
+  for (iter = -1; iter <= iterLimit; ++iter) {
     const bool isDone = nConv >= nBands || (nP == 0 && nR == 0 && nXnxt == 0);
-    if (isDone && (check.IsStopped() || iter == maxIter || !DropStrays())) return;
-    isLastPass = isLastPass || iter == maxIter;
+    if (isDone && (check.IsStopped() || iter == iterLimit || !DropStrays())) return;
+    isLastPass = isLastPass || iter == iterLimit;
     ExtendBasis(matA, matB, matP, vecQ);
     if (info != 0) return; // the pairs of the last pass are the last there are
     this->WatchProgress(matA, matB);
@@ -136,7 +144,7 @@ void LOBPCG_BATCH<Scalar>::RefillBatch() const {
   if (check.IsSlow() && taken == nXseekMax) nXseekMax = std::min(2 * nXseekMax, this->nActiveMax);
   const bool isRefilled = taken < nXseekMax / 2 || taken == 0 || check.IsSlow();
   nXnxt = isRefilled ? std::min(nBands - nAdded, nXseekMax - taken) : 0;
-  if (iter != maxIter - 1 && !check.IsOver()) return;
+  if (iter != iterLimit - 1 && !check.IsOver()) return;
   isLastPass = true;
   nP = nR = 0;
   nXnxt = nBands - nAdded;

@@ -13,7 +13,7 @@ namespace Ves {
 /// random columns make up for dependent ones. So the dense problems stay small however many pairs
 /// are wanted, and the work grows with nBands times the batch, not with the square of nBands.
 ///
-/// The pass with iter = -1 loads the first batch; the one with iter = maxIter is the last and only
+/// The pass with iter = -1 loads the first batch; the one with iter = iterLimit is the last and only
 /// brings what remains of the guess into the result.
 template <typename Scalar>
 class VES_EXPORT LOBPCG_BATCH : public LobpcgSteps<Scalar> {
@@ -23,7 +23,7 @@ public:
   using Base::Columns;
   using Base::info;
   using Base::iter;
-  using Base::maxIter;
+  using Base::iterLimit;
   using Base::nBands;
   using Base::nConv;
   using Base::nDeflated;
@@ -42,6 +42,7 @@ public:
 
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const override;
+  std::unique_ptr<BlockSolver<LowType<Scalar>>> LowTwin() const override;
 
   std::array<int, 3> OwnSettings() const override { return {batchLimit, batchStart}; }
 

@@ -36,11 +36,20 @@ VesReturnCode PPCG<Scalar>::SolveDense(const VesMatrixBase& matA, const VesMatri
 }
 
 template <typename Scalar>
+std::unique_ptr<BlockSolver<LowType<Scalar>>> PPCG<Scalar>::LowTwin() const {
+  auto twin = std::make_unique<PPCG<LowType<Scalar>>>();
+  twin->softLockingType = softLockingType;
+  twin->nBatch = nBatch;
+  twin->rrPeriod = rrPeriod;
+  return twin;
+}
+
+template <typename Scalar>
 void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP) const {
   iter = -1; // the start counts as no iteration
   Report();
-  for (iter = 0; iter < maxIter; ++iter) {
+  for (iter = 0; iter < iterLimit; ++iter) {
     if (nX < 1 || check.IsOver()) return;
     if (IsRotationDue()) RestartUnlessSound(matA, matB, soundError);
     RayleighRitzRotation(matA, matB);

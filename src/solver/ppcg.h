@@ -27,8 +27,8 @@ public:
   using Base::info;
   using Base::isGeneralized;
   using Base::iter;
+  using Base::iterLimit;
   using Base::ldQ;
-  using Base::maxIter;
   using Base::mu;
   using Base::nBands;
   using Base::nConv;
@@ -44,6 +44,7 @@ public:
 
   VesReturnCode SolveDense(const VesMatrixBase& matA, const VesMatrixBase& matB,
                            const VesMatrixBase& matP, Block& vecQ, Block& vecW) const override;
+  std::unique_ptr<BlockSolver<LowType<Scalar>>> LowTwin() const override;
 
   WorkspacePlan<Scalar> Plan(int nRows, int ld, int nCols, bool generalized) const override;
   std::array<int, 3> OwnSettings() const override { return {softLockingType, nBatch, rrPeriod}; }

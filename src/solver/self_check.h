@@ -33,14 +33,16 @@ public:
 
   /// \name The end of a run
   /// @{
-  void Stop() { m_end = End::stopped; } ///< the monitor asks for it
+  void Stop() { m_end = End::stopped; }      ///< the monitor asks for it
+  void Satisfy() { m_end = End::satisfied; } ///< the wanted pairs have converged, others have not
   /// No further progress is possible.
   void CallStagnated() {
-    if (!IsStopped()) m_end = End::stagnated;
+    if (!IsStopped() && !IsSatisfied()) m_end = End::stagnated;
   }
   void GoOn() { m_end = End::open; } ///< from stagnation, with other pairs
   bool IsOver() const { return m_end != End::open; }
   bool IsStopped() const { return m_end == End::stopped; }
+  bool IsSatisfied() const { return m_end == End::satisfied; }
   bool IsStagnated() const { return m_end == End::stagnated; }
   /// An operator maps finite columns to others.
   void BlameOperators() { m_areOperatorsBroken = true; }
@@ -133,7 +135,7 @@ public:
   /// @}
 
 private:
-  enum class End { open, stagnated, stopped };
+  enum class End { open, stagnated, satisfied, stopped };
 
   double ImageNoise(const VesMatrixBase& matA, const VesMatrixBase& matB, const Pairs& pair,
                     Scalar value, const Pairs& scratch) const;

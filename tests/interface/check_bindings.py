@@ -40,7 +40,7 @@ def compare(door, wanted, found, left_out=()):
 def fortran_signatures(text):
     found = {}
     for name, arguments, bound, result, body in re.findall(
-            r"^ *(?:function|subroutine) (\w+)\((.*?)\) bind\(c(?:, name='(\w+)')?\)"
+            r"^ *(?:function|subroutine) (\w+)\((.*?)\) +bind\(c(?:, name='(\w+)')?\)"
             r"(?: +result\((\w+)\))?\n(.*?)^ *end ", text, re.M | re.S):
         kinds = {word: letter(line) for line in body.splitlines()
                  for word in re.findall(r"\w+", line.partition("::")[2])}

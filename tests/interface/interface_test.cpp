@@ -296,6 +296,7 @@ auto SettingsOf(const VesSolverBase& s) {
       s.threshold, s.mu, s.OwnSettings(), s.ConvergeDetector.get(), s.Orthogonalizer.get(),
       s.DenseEigenSolver.get(),
       std::vector<int>{s.problemType, s.maxIter, s.maxOrthoIter, s.maxOrthoInnerIter, s.selfCheck,
+                       s.mixedPrecision, s.wantedPairs, s.innerSteps,
                        s.denseEigenSolverType, s.convergeDetectorType, s.orthogonalizerType,
                        s.chosenLockDetector.has_value(), s.chosenRankRevealer.has_value()});
 }
@@ -304,7 +305,7 @@ TEST(Solvers, Setters) {
   for (const Setter& set : Setters())
     for (const VesSolverType type : allSolvers) {
       SCOPED_TRACE(testing::Message() << set.name << ", solver " << type);
-      const SolverHandle solver = ves::makeSolver<std::complex<float>>(type);
+      const SolverHandle solver = ves::makeSolver<std::complex<double>>(type);
       const auto before = SettingsOf(*solver);
       const bool isForeign = set.owner.value_or(type) != type;
       EXPECT_EQ(set.call(nullptr, set.wrong.empty() ? 0 : set.wrong[0]), VES_ERR_NULL_POINTER);

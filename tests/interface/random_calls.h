@@ -8,6 +8,7 @@
 
 #include <ves_blocks.hpp>
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstdint>
@@ -335,6 +336,9 @@ private:
     const bool isMissing = solver == nullptr;
     VES_JUDGE(VesSolverSetMaxIter(solver, maxIter), isMissing, none, good);
     VES_JUDGE(VesSolverSetMaxOrthoIter(solver, 1 + Below(3)), isMissing, none, good);
+    VES_JUDGE(VesSolverSetInnerSteps(solver, Below(5) - 1), isMissing, none, good);
+    const int wanted = Below(4);
+    VES_JUDGE(VesSolverSetWanted(solver, wanted), isMissing, none, good);
     m_operator = Below(7);
     m_wanted = x.nCols;
     const Outcome before = Read(solver);
@@ -346,7 +350,7 @@ private:
     const Outcome after = Read(solver);
     if (code == good) {
       ++runs;
-      ExpectSane(after, x, d, maxIter);
+      ExpectSane(after, x, d, maxIter, wanted);
       return;
     }
     ++refusedRuns;
@@ -359,12 +363,13 @@ private:
     return std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0;
   }
 
-  void ExpectSane(const Outcome& o, const Block& x, const Block& d, int maxIter) {
+  void ExpectSane(const Outcome& o, const Block& x, const Block& d, int maxIter, int wanted) {
     Require(o.nConv >= 0 && o.nConv <= x.nCols, "more pairs converged than were wanted");
+    const int goal = wanted > 0 ? std::min(wanted, x.nCols) : x.nCols;
     // The pass that lets the rest of a guess into a batch comes on top.
     Require(o.iter >= 0 && o.iter <= maxIter + 1, "more iterations than allowed");
     Require(o.reason != VES_REASON_NONE &&
-                (o.reason == VES_REASON_CONVERGED) == (o.nConv == x.nCols),
+                (o.reason == VES_REASON_CONVERGED) == (o.nConv >= goal),
             "a reason that does not fit the count");
     const bool isEmpty = x.nCols == 0; // and then made without a word
     Require(o.stats.columnsA >= 0 && o.stats.columnsB >= 0 && o.stats.columnsT >= 0 &&

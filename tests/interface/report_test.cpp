@@ -138,9 +138,9 @@ TEST_P(ReportTest, MonitorOfTheFirstProcessEndsTheRun) {
 TEST_P(ReportTest, CostsAreThoseOfTheLastRun) {
   EXPECT_EQ(VesGetSolverReason(solver, &reason), VES_GOOD);
   EXPECT_EQ(reason, VES_REASON_NONE);
-  stats.columnsA = stats.reserved[7] = 1;
+  stats.columnsA = stats.reserved[6] = 1;
   EXPECT_EQ(VesGetSolverStats(solver, &stats), VES_GOOD);
-  EXPECT_TRUE(stats.columnsA == 0 && stats.secondsTotal == 0.0 && stats.reserved[7] == 0);
+  EXPECT_TRUE(stats.columnsA == 0 && stats.secondsTotal == 0.0 && stats.reserved[6] == 0);
   VesSolverSetMaxIter(solver, 20);
   int products = 0;
   for (SparseOperator<double>* op : {&line.A, &line.B, &line.T})

@@ -115,6 +115,24 @@ TEST(Collectives, SameOnAllProcessesAndAsCounted) {
       }
 }
 
+TEST(Collectives, SameOnAllProcessesWithAdditions) {
+  for (const auto type : allSolvers)
+    for (const bool isFull : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "solver " << type << ", B and T " << isFull);
+      Problem<double> on = Model(isFull, isFull);
+      Settings s{type, 6, 1e-5};
+      s.hasAdditions = true;
+      const Outcome outcomes[] = {RunOn(on, s, false), RunOn(on, s, true), RunOn(on, s, false)};
+      for (const Outcome& o : outcomes) {
+        EXPECT_EQ(o.p.nConv, 6);
+        EXPECT_TRUE(IsSameOver(world, std::vector<std::uint64_t>{o.record.hash}));
+        EXPECT_TRUE(IsSameOver(world, o.p.D));
+        EXPECT_EQ(o.record.others, 0);
+        EXPECT_TRUE(outcomes[0].IsLike(o));
+      }
+    }
+}
+
 /// Over five iterations, which is how often PPCG makes its full step, of sound runs that are far
 /// from converged: what a run scales with.
 TEST(Collectives, ReductionsOfAnIteration) {

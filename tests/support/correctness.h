@@ -39,6 +39,9 @@ struct Settings {
   VesOrthogonalizerType orthogonalizer = VES_CHOLESKY_QR;
   VesDenseEigenSolverType evd = VES_SCALAPACK_DIAG;
   int width = 0; ///< of a batch or a sub-block, where it is not the solver's own
+  /// Inner steps, and in double precision a beginning in single; any test makes them by itself
+  /// with VES_TEST_ADDITIONS in the environment.
+  bool hasAdditions = std::getenv("VES_TEST_ADDITIONS") != nullptr;
 };
 
 inline std::ostream& operator<<(std::ostream& out, const Settings& s) {
@@ -59,6 +62,10 @@ SolverHandle MakeSolver(const Settings& s, bool generalized) {
   VesSetConvergeDetectorType(solver, s.detector);
   VesSetOrthogonalizerType(solver, s.orthogonalizer);
   VesSetDenseEigenSolverType(solver, s.evd);
+  if (s.hasAdditions) {
+    VesSolverSetInnerSteps(solver, 3);
+    VesSolverSetMixedPrecision(solver, isDouble<Scalar>);
+  }
   if (s.width > 0 && s.solver == VES_LOBPCG_BATCH) VesSolverSetBatchLimit(solver, s.width);
   if (s.width > 0 && s.solver == VES_PPCG) VesSolverSetPPCGBatch(solver, s.width);
   return handle;
@@ -102,12 +109,14 @@ struct Pairs {
 
   void Run(VesSolver solver, SparseOperator<Scalar>* A, SparseOperator<Scalar>* B = nullptr,
            SparseOperator<Scalar>* T = nullptr) {
-    const MatrixHandle a = MakeMatrix(A), b = MakeMatrix(B), t = MakeMatrix(T);
+    RunOn(solver, MakeMatrix(A).get(), MakeMatrix(B).get(), MakeMatrix(T).get());
+  }
+  void RunOn(VesSolver solver, VesMatrix a, VesMatrix b, VesMatrix t) {
     const VectorHandle x = MakeVector(rows.comm, rows.local, k, X.data(), ld);
     const VectorHandle d = MakeVector(rows.comm, k, 1, D.data(), std::max(k, 1));
     for (const VesVector block : {x.get(), d.get()})
       EXPECT_EQ(VesVectorSetComm(block, 1, second), VES_GOOD);
-    code = VesRunSolver(solver, a.get(), b.get(), t.get(), x.get(), d.get());
+    code = VesRunSolver(solver, a, b, t, x.get(), d.get());
     EXPECT_EQ(VesGetSolverIter(solver, &iter), VES_GOOD);
     EXPECT_EQ(VesGetSolverConv(solver, &nConv), VES_GOOD);
     EXPECT_EQ(VesGetSolverReason(solver, &reason), VES_GOOD);

@@ -1,0 +1,56 @@
+#ifndef VES_SOLVER_INNER_PACE_H
+#define VES_SOLVER_INNER_PACE_H
+
+#include "../data/metered_operator.h"
+
+namespace Ves {
+
+/// How many inner steps a preconditioner makes: as many as asked for, or as pay by the times of
+/// this run. With m steps an iteration costs a column of the block
+///   C(m) = o + m (a + s),
+/// a in A, B and T, s beside them in an inner step, o in the rest of the iteration, and the run
+/// takes
+///   N(m) = (1/m + f) / (1 + f)
+/// of the iterations, where f = 1/4 with a T, which the steps soon exhaust, and 1/50 without:
+/// Laplacians in two and three dimensions with incomplete Cholesky factors took 0.50 to 0.54, 0.36
+/// to 0.43, 0.25 to 0.35 and 0.20 to 0.33 of them with 2, 3, 6 and 10 steps, without a T 0.46, 0.30,
+/// 0.16 and 0.07 to 0.10. One step is T itself, but scaled. The first applications make it and
+/// measure; then m has the smallest C(m) N(m), where that is well below the cost of T alone.
+class VES_EXPORT InnerPace {
+public:
+  static constexpr int chosenByTimes = -1, mostChosen = 12;
+  static constexpr double worthwhile = 0.85; ///< of the cost of T alone
+
+  /// Times are those of the operators of one run, T absent where there is none.
+  InnerPace(int asked, const MeteredOperator& matA, const MeteredOperator& matB,
+            const MeteredOperator& matT)
+      : m_asked(asked), m_matA(matA), m_matB(matB), m_matT(matT) {}
+
+  /// An application to x begins. \return its steps, the same on all processes: collective where
+  /// they are chosen in it
+  int Begin(const VesVectorBase& x);
+  void End();
+
+  /// By times of a column: in the operators, in an inner step beside them, in the rest of an
+  /// iteration.
+  static int Choose(double operators, double step, double other, bool hasT);
+
+private:
+  /// Seconds since some moment, in the operators and beside them.
+  struct Clock {
+    double operators = 0.0, beside = 0.0;
+  };
+  Clock Now() const;
+  static void Add(Clock& part, const Clock& from, const Clock& to, int columns);
+
+  static constexpr int nMeasured = 4; ///< applications, of which the first is like no other
+  int m_asked;
+  const MeteredOperator &m_matA, &m_matB, &m_matT;
+  int m_nBegun = 0, m_columns = 0, m_chosen = 1;
+  Clock m_begin, m_end;       ///< of the last application
+  Clock m_inside, m_outside;  ///< of columns: in the applications measured, and between them
+};
+
+} // namespace Ves
+
+#endif
