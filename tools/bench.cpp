@@ -1,5 +1,6 @@
 #include "bench.h"
 
+#include "low_operators.h"
 #include "names.h"
 #include "preconditioners.h"
 #include "report.h"
@@ -30,6 +31,7 @@ template <typename Scalar>
 bool Compare(const Options& options, const ProblemData& data, std::ostream& out, MPI_Comm comm) {
   Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, data, comm);
   const std::string preconditioner = AddPreconditioner(options.preconditioner, problem);
+  AddLowOperators(options, data, problem);
   SolverOptions solver = options.solver;
   OutputOptions quiet;
   quiet.isQuiet = true;

@@ -13,6 +13,10 @@ const Names<VesSolverType> solverNames = {
 const Names<VesDenseEigenSolverType> denseNames = {{"lapack", VES_LAPACK_DIAG},
                                                    {"scalapack", VES_SCALAPACK_DIAG}};
 
+const Names<Precision> precisionNames = {{"auto", Precision::automatic},
+                                         {"double", Precision::full},
+                                         {"mixed", Precision::mixed}};
+
 const Names<VesOrthogonalizerType> orthogonalizerNames = {{"cholesky-qr", VES_CHOLESKY_QR},
                                                           {"svd-qr", VES_SVD_QR}};
 
@@ -22,6 +26,7 @@ const Names<Preconditioner> preconditionerNames = {{"auto", Preconditioner::auto
                                                    {"none", Preconditioner::none},
                                                    {"jacobi", Preconditioner::jacobi},
                                                    {"ic", Preconditioner::ic},
-                                                   {"shift-invert", Preconditioner::shiftInvert}};
+                                                   {"shift-invert", Preconditioner::shiftInvert},
+                                                   {"inner", Preconditioner::inner}};
 
 } // namespace VesTools

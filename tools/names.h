@@ -18,6 +18,7 @@ extern const Names<VesScalarType> scalarNames;
 extern const Names<VesSolverType> solverNames;
 extern const Names<VesConvergeDetectorType> detectorNames; ///< made from the table of detectors.cpp
 extern const Names<VesDenseEigenSolverType> denseNames;
+extern const Names<Precision> precisionNames;
 extern const Names<VesOrthogonalizerType> orthogonalizerNames;
 extern const Names<VesOrthoProjectorType> projectorNames;
 extern const Names<Preconditioner> preconditionerNames;

@@ -148,6 +148,33 @@ void DescribeLocking(CLI::App& app, SolverOptions& solver) {
       ->group(group);
 }
 
+/// A number, or auto.
+CLI::Option* AddCount(CLI::App& app, const std::string& name, std::optional<int>& target, int most,
+                      const std::string& help) {
+  const auto take = [&target](const std::string& text) {
+    target = text == "auto" ? std::nullopt : std::optional<int>(std::stoi(text));
+  };
+  const CLI::Validator check(
+      [=](std::string& text) { return text == "auto" ? "" : Between(0, most)(text); }, "");
+  return app.add_option_function<std::string>(name, take, help)
+      ->check(check, "auto")
+      ->type_name("N")
+      ->group("Solver");
+}
+
+void DescribeAdditions(CLI::App& app, SolverOptions& solver) {
+  AddCount(app, "--guard", solver.guard, 32765,
+           "columns iterated behind the wanted pairs, which converge in fewer iterations then; "
+           "auto takes a quarter as many, 2 to 8");
+  AddCount(app, "--inner", solver.innerSteps, 1000,
+           "steps of conjugate gradients around the preconditioner; auto takes what pays by the "
+           "times of the run");
+  AddChoice(app, "--precision", precisionNames, solver.precision,
+            "double, or mixed, which begins in single precision; auto takes mixed but for "
+            "shift-invert")
+      ->group("Solver");
+}
+
 void DescribeSolver(CLI::App& app, SolverOptions& solver) {
   const std::string group = "Solver";
   Names<std::optional<VesSolverType>> names{{"auto", std::nullopt}};
@@ -162,6 +189,7 @@ void DescribeSolver(CLI::App& app, SolverOptions& solver) {
                  "and up to 128 where they come no further")
       ->check(count)
       ->group(group);
+  DescribeAdditions(app, solver);
   DescribeLocking(app, solver);
   app.add_option("--ortho-passes", solver.orthoPasses,
                  "orthogonalization passes; 2, in single precision 3")
@@ -221,6 +249,7 @@ void DescribeBench(CLI::App& app, Options& options) {
   app.get_option("--model")->capture_default_str();
   DescribeProblem(app, options.problem, "Problem");
   DescribeRun(app, options.solver, options.preconditioner);
+  DescribeAdditions(app, options.solver);
 }
 
 const char* const description =

@@ -16,7 +16,8 @@ class App;
 namespace VesTools {
 
 enum class Command { solve, check, bench, info };
-enum class Preconditioner { automatic, none, jacobi, ic, shiftInvert };
+enum class Preconditioner { automatic, none, jacobi, ic, shiftInvert, inner };
+enum class Precision { automatic, full, mixed };
 
 /// Where A and B come from: files, or a model by its name and sizes.
 struct ProblemOptions {
@@ -28,6 +29,9 @@ struct ProblemOptions {
 /// What the library is told; what is not given stays as the library or "auto" has it.
 struct SolverOptions {
   std::optional<int> pairs; ///< 6, or the order if that is less
+  std::optional<int> guard; ///< columns behind them, as far as the order goes
+  std::optional<int> innerSteps;
+  Precision precision = Precision::automatic;
   std::optional<VesSolverType> type;
   double tolerance = 0.0; ///< relative to norms; 0: 1e-8, in single precision 1e-4
   double threshold = 0.0; ///< absolute; 0: by tolerance

@@ -162,9 +162,9 @@ std::string AddPreconditioner(const PreconditionerOptions& options, Problem<Scal
   const Preconditioner kind = options.kind;
   if (options.shift && kind != Preconditioner::shiftInvert)
     throw Error(exitUsage, "--shift needs --precond shift-invert");
-  if (kind == Preconditioner::none) {
+  if (kind == Preconditioner::none || kind == Preconditioner::inner) {
     problem.t = nullptr;
-    return "none";
+    return kind == Preconditioner::none ? "none" : "inner steps";
   }
   if (problem.t) {
     if (kind == Preconditioner::automatic) return "of the model";

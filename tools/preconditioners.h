@@ -11,6 +11,7 @@ namespace VesTools {
 ///   jacobi        the inverse of the absolute diagonal of A
 ///   ic            incomplete Cholesky factors of the diagonal block of each process
 ///   shift-invert  (A - shift B)^-1, on one process, for a shift below all eigenvalues
+///   inner         none, but inner steps of the solver
 ///   automatic     ic where the diagonal of A is positive, else none
 /// A model with a T of its own keeps it, unless there shall be none.
 /// \return what was made of the choice, for the user

@@ -11,9 +11,14 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace VesTools {
+
+/// The scalar type of the same field in single precision.
+template <typename Scalar>
+using Low = std::conditional_t<std::is_floating_point_v<Scalar>, float, std::complex<float>>;
 
 /// y = Op x on the local rows of a block; called on processes with rows alone.
 template <typename Scalar>
@@ -28,6 +33,7 @@ struct Problem {
   RowOffsets offsets;
   std::shared_ptr<const DistributedMatrix<Scalar>> matrixA, matrixB;
   BlockOperator<Scalar> a, b, t; ///< b is empty in the standard problem, t without preconditioner
+  BlockOperator<Low<Scalar>> lowA, lowB, lowT; ///< in single precision; empty where not wanted
   std::vector<double> guessWeights; ///< of the local rows of a random guess; empty for equal ones
 
   int Order() const { return offsets.back(); }

@@ -73,6 +73,7 @@ void PrintCosts(std::ostream& out, const RunResult& result) {
   out << "columns     A " << stats.columnsA;
   if (result.nonZerosB > 0) out << ", B " << stats.columnsB;
   if (stats.columnsT > 0) out << ", preconditioner " << stats.columnsT;
+  if (stats.columnsLow > 0) out << "; of A " << stats.columnsLow << " in single precision";
   out << "\ntime        " << Short(stats.secondsTotal, 3) << " s: operator " << Short(operators)
       << ", preconditioner " << Short(result.secondsT) << ", small problems "
       << Short(stats.secondsDense) << ", rest " << Short(std::max(rest, 0.0)) << "\nmemory      "

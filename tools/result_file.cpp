@@ -68,12 +68,13 @@ Json DescribeSolver(const RunResult& result) {
 
 Json DescribeCosts(const RunResult& result) {
   const VesSolverStats& stats = result.stats;
-  return {{"columnsA", stats.columnsA},         {"columnsB", stats.columnsB},
-          {"columnsT", stats.columnsT},         {"reductions", stats.reductions},
-          {"bytesReduced", stats.bytesReduced}, {"secondsA", result.secondsA},
-          {"secondsB", result.secondsB},        {"secondsT", result.secondsT},
-          {"secondsDense", stats.secondsDense}, {"secondsTotal", stats.secondsTotal},
-          {"bytesTaken", result.bytesTaken},    {"bytesForecast", result.bytesForecast}};
+  return {{"columnsA", stats.columnsA},           {"columnsB", stats.columnsB},
+          {"columnsT", stats.columnsT},           {"columnsLow", stats.columnsLow},
+          {"reductions", stats.reductions},       {"bytesReduced", stats.bytesReduced},
+          {"secondsA", result.secondsA},          {"secondsB", result.secondsB},
+          {"secondsT", result.secondsT},          {"secondsDense", stats.secondsDense},
+          {"secondsTotal", stats.secondsTotal},   {"bytesTaken", result.bytesTaken},
+          {"bytesForecast", result.bytesForecast}};
 }
 
 double LargestKnown(const std::vector<double>& residuals) {

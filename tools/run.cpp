@@ -2,6 +2,7 @@
 
 #include "detectors.h"
 #include "guess.h"
+#include "low_operators.h"
 #include "matrix_market.h"
 #include "memory_meter.h"
 #include "parallel.h"
@@ -10,6 +11,8 @@
 #include "timed_operator.h"
 
 #include <unistd.h>
+
+#include <algorithm>
 
 namespace VesTools {
 namespace {
@@ -44,10 +47,10 @@ void AddCosts(const ves::Solver<Scalar>& solver, const ves::Outcome<Scalar>& fou
               const Problem<Scalar>& problem, double taken, RunResult& result) {
   result.reason = found.reason;
   result.iterations = found.iterations;
-  result.converged = found.converged;
+  result.converged = std::min(found.converged, result.settings.pairs);
   result.stats = found.stats;
-  const std::size_t forecast =
-      solver.memory(problem.LocalRows(), result.settings.pairs, problem.IsGeneralized());
+  const std::size_t forecast = solver.memory(
+      problem.LocalRows(), result.settings.pairs + result.settings.guard, problem.IsGeneralized());
   result.bytesTaken = Largest(taken, problem.comm);
   result.bytesForecast = Largest(static_cast<double>(forecast), problem.comm);
 }
@@ -58,11 +61,12 @@ void AddPairs(const Problem<Scalar>& problem, const ves::Operator<Scalar>& a,
               const ves::Operator<Scalar>& b, const ves::Block<Scalar>& x,
               const std::vector<ves::Real<Scalar>>& values, RunResult& result) {
   result.orthoError = checkEigenpairs(a, b, x, values).orthoError;
-  const auto r = MakePairs(problem, result.settings.pairs);
+  const auto r = MakePairs(problem, x.cols());
   eigResidual(a, b, x, values, *r);
   const auto residuals = columnNorms(*r);
-  result.values.assign(values.begin(), values.end());
-  result.residuals.assign(residuals.begin(), residuals.end());
+  const int pairs = result.settings.pairs; // without the guards
+  result.values.assign(values.begin(), values.begin() + pairs);
+  result.residuals.assign(residuals.begin(), residuals.begin() + pairs);
 }
 
 template <typename Scalar>
@@ -104,16 +108,17 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
   result.preconditioner = preconditioner;
   result.detector = options.detector;
   result.settings = Decide(problem, options);
-  const int pairs = result.settings.pairs;
+  const int pairs = result.settings.pairs, columns = pairs + result.settings.guard;
   double seconds[3] = {};
-  const auto a = TimedOperator(problem.a, seconds[0]), b = TimedOperator(problem.b, seconds[1]),
-             t = TimedOperator(problem.t, seconds[2]);
-  const auto x = MakePairs(problem, pairs);
-  FillGuess(problem, options, pairs, x->data());
+  const auto a = TimedOperator(problem.a, seconds[0], problem.lowA),
+             b = TimedOperator(problem.b, seconds[1], problem.lowB),
+             t = TimedOperator(problem.t, seconds[2], problem.lowT);
+  const auto x = MakePairs(problem, columns);
+  FillGuess(problem, options, columns, x->data());
   const bool isLive = !output.isQuiet && Rank(problem.comm) == 0 && isatty(STDERR_FILENO) != 0;
   ves::Outcome<Scalar> found;
   {
-    RunMonitor monitor(isLive, options.timeLimit);
+    RunMonitor monitor(isLive, options.timeLimit, pairs);
     ves::Options library = LibraryOptions(result.settings, options);
     library.monitor = [&](const VesProgress& progress) { return monitor.Note(progress); };
     ves::Solver<Scalar> solver(library);
@@ -135,8 +140,9 @@ RunResult RunWith(const Options& options, MPI_Comm comm) {
   return WithScalar(data.scalar, [&](auto* tag) {
     using Scalar = std::remove_pointer_t<decltype(tag)>;
     Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, data, comm);
-    data = {};
     const std::string preconditioner = AddPreconditioner(options.preconditioner, problem);
+    AddLowOperators(options, data, problem);
+    data = {};
     return Run(problem, preconditioner, options.solver, options.output);
   });
 }

@@ -15,7 +15,8 @@ namespace VesTools {
 /// How a run is set, with every "auto" decided.
 struct RunSettings {
   VesSolverType solver = VES_LOBPCG;
-  int pairs = 0, batch = 0, batchLimit = 0, orthoPasses = 0;
+  int pairs = 0, guard = 0, innerSteps = 0, batch = 0, batchLimit = 0, orthoPasses = 0;
+  bool isMixed = false;
   VesDenseEigenSolverType dense = VES_LAPACK_DIAG;
   double normA = 0.0;     ///< estimate of ||A||
   double normB = 1.0;     ///< estimate of ||B||, 1 in the standard problem

@@ -22,8 +22,8 @@ void OnInterrupt(int) {
 
 } // namespace
 
-RunMonitor::RunMonitor(bool isLive, double timeLimit)
-    : m_isLive(isLive), m_timeLimit(timeLimit), m_start(MPI_Wtime()),
+RunMonitor::RunMonitor(bool isLive, double timeLimit, int pairs)
+    : m_isLive(isLive), m_timeLimit(timeLimit), m_pairs(pairs), m_start(MPI_Wtime()),
       m_oldHandler(std::signal(SIGINT, OnInterrupt)) {}
 
 RunMonitor::~RunMonitor() {
@@ -35,19 +35,19 @@ bool RunMonitor::Note(const VesProgress& progress) {
   const double now = MPI_Wtime() - m_start;
   if (m_isLive && now - m_lastShown >= secondsBetweenLines) Show(progress, now);
   m_history.push_back({progress.iteration,
-                       progress.converged,
+                       std::min(progress.converged, m_pairs),
                        progress.columnsA,
-                       {progress.residuals, progress.residuals + progress.wanted}});
+                       {progress.residuals, progress.residuals + m_pairs}});
   return isInterrupted != 0 || (m_timeLimit > 0.0 && now > m_timeLimit);
 }
 
 void RunMonitor::Show(const VesProgress& progress, double now) {
   double largest = 0.0;
-  for (int j = 0; j < progress.wanted; ++j)
+  for (int j = 0; j < m_pairs; ++j)
     if (!std::isnan(progress.residuals[j])) largest = std::max(largest, progress.residuals[j]);
   std::fprintf(stderr,
                "\r\033[Kiteration %d: %d of %d pairs converged, largest residual %.1e, %.1f s",
-               progress.iteration, progress.converged, progress.wanted, largest, now);
+               progress.iteration, std::min(progress.converged, m_pairs), m_pairs, largest, now);
   std::fflush(stderr);
   m_lastShown = now;
 }

@@ -22,7 +22,8 @@ class RunMonitor {
 public:
   /// \param isLive     show a line on the standard error
   /// \param timeLimit  seconds; 0: none
-  RunMonitor(bool isLive, double timeLimit);
+  /// \param pairs      wanted: guards behind them are left out
+  RunMonitor(bool isLive, double timeLimit, int pairs);
   ~RunMonitor();
   RunMonitor(const RunMonitor&) = delete;
   RunMonitor& operator=(const RunMonitor&) = delete;
@@ -37,6 +38,7 @@ private:
 
   bool m_isLive;
   double m_timeLimit;
+  int m_pairs;
   double m_start, m_lastShown = -1.0;
   void (*m_oldHandler)(int);
   History m_history;

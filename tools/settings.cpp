@@ -77,6 +77,10 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options)
   if (settings.pairs > problem.Order())
     throw Error(exitUsage, "-k: " + std::to_string(settings.pairs) +
                                " pairs are more than the order " + std::to_string(problem.Order()));
+  settings.guard = std::min(options.guard.value_or(std::clamp(settings.pairs / 4, 2, 8)),
+                            problem.Order() - settings.pairs);
+  settings.innerSteps = options.innerSteps.value_or(-1);
+  settings.isMixed = options.precision == Precision::mixed || problem.lowA;
   const bool isWide =
       settings.pairs > pairsOfOneBatch && (problem.Order() - 1) / orderOfBatches >= settings.pairs;
   settings.solver = options.type.value_or(isWide ? VES_LOBPCG_BATCH : VES_LOBPCG);
@@ -112,6 +116,9 @@ ves::Options LibraryOptions(const RunSettings& settings, const SolverOptions& op
   library.projector = options.projector;
   library.rankRevealer = options.rankRevealer;
   library.selfCheck = options.hasSelfCheck;
+  library.mixedPrecision = settings.isMixed;
+  library.innerSteps = settings.innerSteps;
+  library.wanted = settings.pairs;
   if (settings.solver == VES_LOBPCG_BATCH) {
     library.batchLimit = settings.batchLimit;
     library.batchStart = settings.batch;

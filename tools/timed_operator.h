@@ -12,11 +12,10 @@
 
 namespace VesTools {
 
-/// The operator of the library, none for an empty routine; seconds is what it took and outlives it.
+/// The routine as the library calls it; seconds is what it took and outlives it.
 template <typename Scalar>
-ves::Operator<Scalar> TimedOperator(const BlockOperator<Scalar>& apply, double& seconds) {
-  if (!apply) return {};
-  return ves::Operator<Scalar>([apply, &seconds](auto x, auto y) {
+auto Timed(const BlockOperator<Scalar>& apply, double& seconds) {
+  return [apply, &seconds](auto x, auto y) {
     const double start = MPI_Wtime();
     try {
       apply(x.data(), y.data(), x.cols(), x.ld());
@@ -25,7 +24,17 @@ ves::Operator<Scalar> TimedOperator(const BlockOperator<Scalar>& apply, double& 
       MPI_Abort(MPI_COMM_WORLD, exitInternal);
     }
     seconds += MPI_Wtime() - start;
-  });
+  };
+}
+
+/// The operator of the library, none for an empty routine.
+template <typename Scalar>
+ves::Operator<Scalar> TimedOperator(const BlockOperator<Scalar>& apply, double& seconds,
+                                    const BlockOperator<Low<Scalar>>& low = nullptr) {
+  if (!apply) return {};
+  ves::Operator<Scalar> made(Timed(apply, seconds));
+  if (low) made.setLow(Timed(low, seconds));
+  return made;
 }
 
 } // namespace VesTools

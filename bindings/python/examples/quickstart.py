@@ -21,11 +21,11 @@ frequencies = (2 / h * np.sin(np.arange(1, 4) * np.pi * h / 2)) ** 2
 exact = np.sort(np.add.outer(frequencies, frequencies), axis=None)[:6]
 assert np.allclose(values, exact, rtol=1e-9)
 
-# An approximate inverse saves most of the iterations.
+# An approximate inverse saves most of the products with A.
 solve = scipy.sparse.linalg.splu(A).solve
 preconditioned = ves.eigsh(A, k=6, T=solve)
 print(preconditioned.summary())
-assert preconditioned.iterations < result.iterations / 4
+assert preconditioned.statistics.columns_A < result.statistics.columns_A / 4
 
 # A may be a routine instead, here one that never forms the matrix, and vectors of a neighbouring
 # problem are a good start. The monitor follows the run.
@@ -43,7 +43,7 @@ def drum(X, out):
 
 
 def follow(progress):
-    if progress.iteration % 50 == 0:
+    if progress.iteration % 10 == 0:
         print(f"iteration {progress.iteration}: {progress.converged} of {progress.wanted} pairs")
 
 

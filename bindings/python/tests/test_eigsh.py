@@ -96,11 +96,12 @@ def test_generalized_accuracy_does_not_depend_on_the_scale_of_b():
         assert result.converged and np.allclose(scale * result.values, exact, rtol=rtol, atol=0)
 
 
-def test_preconditioner_and_guess_save_iterations():
+def test_preconditioner_and_guess_save_products():
     A = line(200)
     plain = ves.eigsh(A, 3)
     preconditioned = ves.eigsh(A, 3, T=splu(A.tocsc()).solve)
-    assert preconditioned.converged and preconditioned.iterations < plain.iterations / 5
+    assert preconditioned.converged
+    assert preconditioned.statistics.columns_A < plain.statistics.columns_A / 4
     assert preconditioned.statistics.columns_T > 0
     again = ves.eigsh(A, X0=plain.vectors)
     assert again.iterations == 0 and len(again.values) == 3

@@ -54,6 +54,18 @@ def view_block(address, dtype, rows, columns, ld):
     return np.ndarray((rows, columns), dtype, memory, strides=(size, size * ld))
 
 
+def _routine_of(apply, dtype, guard):
+    """The routine that has apply(x, y) multiply the library's blocks."""
+    def multiply(_, x, y, rows, columns, ld):
+        source = view_block(x, dtype, rows, columns, ld)
+        source.flags.writeable = False
+        target = view_block(y, dtype, rows, columns, ld)
+        if not guard.attempt_together(apply, source, target):
+            target[...] = np.nan
+
+    return MATVEC(multiply)
+
+
 class Operator(_Handle):
     """An operator that calls apply(x, y) on views of the library's blocks, x read-only.
 
@@ -61,19 +73,17 @@ class Operator(_Handle):
     """
 
     def __init__(self, apply, dtype, guard):
-        dtype = np.dtype(dtype)
         super().__init__("Matrix", dtype, _library.SHELL_MATRIX)
-
-        def multiply(_, x, y, rows, columns, ld):
-            source = view_block(x, dtype, rows, columns, ld)
-            source.flags.writeable = False
-            target = view_block(y, dtype, rows, columns, ld)
-            if not guard.attempt_together(apply, source, target):
-                target[...] = np.nan
-
-        self._routine = MATVEC(multiply)  # lives as long as the library may call it
+        self._guard = guard
+        # The library may call a routine as long as the handle lives.
+        self._routine = _routine_of(apply, np.dtype(dtype), guard)
         call("VesMatrixSetShellMatVec", self.handle, None, self._routine)
         call("VesMatrixSetCalledEverywhere", self.handle, guard.calls_everywhere)
+
+    def set_low(self, apply, dtype):
+        """Installs the routine of the same operator in single precision."""
+        self._low = _routine_of(apply, np.dtype(dtype), self._guard)
+        call("VesMatrixSetShellMatVecLow", self.handle, None, self._low)
 
 
 class Solver(_Handle):
@@ -86,6 +96,9 @@ class Solver(_Handle):
         call("VesSolverSetLockFactor", self.handle, settings.lock_factor)
         detector = _library.DETECTORS[settings.detector].kind
         call("VesSetConvergeDetectorType", self.handle, detector)
+        call("VesSolverSetWanted", self.handle, settings.k)
+        call("VesSolverSetMixedPrecision", self.handle, settings.is_mixed)
+        call("VesSolverSetInnerSteps", self.handle, settings.inner)
         if settings.generalized:
             call("VesSolverSetProblemType", self.handle, _library.GENERALIZED)
         if settings.uses_lapack:

@@ -64,7 +64,7 @@ class StatsStruct(ctypes.Structure):
     _fields_ = [(name, c_longlong) for name in
                 ("columnsA", "columnsB", "columnsT", "reductions", "bytesReduced")]
     _fields_ += [(name, c_double) for name in ("secondsOperators", "secondsDense", "secondsTotal")]
-    _fields_ += [("reserved", c_longlong * 8)]
+    _fields_ += [("columnsLow", c_longlong), ("reserved", c_longlong * 7)]
 
 
 # (shellData, x, y, nRows, nCols, ld) and (data, progress)
@@ -75,6 +75,7 @@ MONITOR = ctypes.CFUNCTYPE(c_int, c_void_p, POINTER(ProgressStruct))
 _PROTOTYPES = {
     "VesMatrixCreate": (POINTER(c_void_p), c_int, c_int),
     "VesMatrixSetShellMatVec": (c_void_p, c_void_p, MATVEC),
+    "VesMatrixSetShellMatVecLow": (c_void_p, c_void_p, MATVEC),
     "VesMatrixSetCalledEverywhere": (c_void_p, c_bool),
     "VesVectorCreate": (POINTER(c_void_p), c_int, c_int),
     "VesVectorSetComm_f": (c_void_p, c_int, c_int),
@@ -88,6 +89,9 @@ _PROTOTYPES = {
     "VesSolverSetMaxOrthoIter": (c_void_p, c_int),
     "VesSolverSetThreshold": (c_void_p, c_double),
     "VesSolverSetLockFactor": (c_void_p, c_double),
+    "VesSolverSetMixedPrecision": (c_void_p, c_bool),
+    "VesSolverSetInnerSteps": (c_void_p, c_int),
+    "VesSolverSetWanted": (c_void_p, c_int),
     "VesSolverSetBatchLimit": (c_void_p, c_int),
     "VesSolverSetBatchStart": (c_void_p, c_int),
     "VesSolverSetPPCGBatch": (c_void_p, c_int),

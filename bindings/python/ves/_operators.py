@@ -1,5 +1,6 @@
 """What a caller may give as A, B or T, made into routines on blocks."""
 
+import copy
 import inspect
 
 import numpy as np
@@ -31,6 +32,11 @@ class Operand:
     def prepare(self, dtype):
         """Gets ready for blocks of the given dtype."""
 
+    def lowered(self, dtype):
+        """The same operand with entries of a dtype of single precision; None: there are none, or
+        they leave its range."""
+        return None
+
     def require_definite(self):
         """Refuses what its entries tell not to be positive definite."""
 
@@ -60,6 +66,15 @@ class _Matrix(Operand):
         entries = self._matrix.data if scipy.sparse.issparse(self._matrix) else self._matrix
         if not np.all(np.isfinite(entries)):
             raise ValueError(f"{self.name} contains NaN or infinity")
+
+    def lowered(self, dtype):
+        low = copy.copy(self)
+        with np.errstate(over="ignore"):
+            try:
+                low.prepare(dtype)
+            except ValueError:
+                return None
+        return low
 
     def require_definite(self):
         if np.any(self._matrix.diagonal().real <= 0):

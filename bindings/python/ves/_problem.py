@@ -113,6 +113,11 @@ class Problem:
         if self.B is not None:
             self.B.require_definite()
 
+    @property
+    def has_entries(self):
+        """Whether A and B are matrices, of which copies can be made."""
+        return self.A.is_matrix and (self.B is None or self.B.is_matrix)
+
     def require_fit(self, k, wanted_columns):
         """Refuses more pairs than rows, and blocks that the library cannot count. Local."""
         if k > self.total_rows:
@@ -121,11 +126,17 @@ class Problem:
             raise ValueError(f"{wanted_columns} columns of {self.rows} rows are more than 2**31 - 1"
                              " entries: spread the rows over more processes")
 
-    def operator(self, stack, operand):
-        """Handle of an operand's routine, which the stack releases; null for None."""
+    def operator(self, stack, operand, is_mixed=False):
+        """Handle of an operand's routine, which the stack releases; null for None. For runs that
+        begin in single precision a matrix multiplies there with a copy of its entries."""
         if operand is None:
             return None
-        return stack.enter_context(Operator(operand.apply, self.dtype, self.guard)).handle
+        operator = stack.enter_context(Operator(operand.apply, self.dtype, self.guard))
+        low_dtype = np.dtype(np.complex64 if self.dtype.kind == "c" else np.float32)
+        low = self.guard.attempt(operand.lowered, low_dtype) if is_mixed else None
+        if low is not None:
+            operator.set_low(low.apply, low_dtype)
+        return operator.handle
 
     def agreed(self, choose):
         """What choose() returns, which must be the same on all processes. Collective."""

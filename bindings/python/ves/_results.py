@@ -25,18 +25,19 @@ class Progress(NamedTuple):
     iteration: int  #: iterations made, 0 after the start
     wanted: int  #: pairs wanted
     converged: int  #: leading pairs that pass the convergence test
-    locked: int  #: pairs that are no longer changed
-    active: int  #: pairs that are iterated
+    locked: int  #: pairs that are no longer changed, guards among them
+    active: int  #: pairs that are iterated, guards among them
     values: np.ndarray  #: eigenvalue estimates, shape (wanted,), infinity where unknown
     residuals: np.ndarray  #: residual norms when last tested, shape (wanted,), NaN where unknown
     columns_A: int  #: columns that A was applied to so far
 
     @classmethod
-    def from_struct(cls, struct):
-        """Copy of the library's record, which lives only as long as its call."""
-        arrays = (np.ctypeslib.as_array(pointer, (struct.wanted,)).copy()
+    def from_struct(cls, struct, k):
+        """Copy of the library's record, which lives only as long as its call, for the first k
+        pairs: without the guards."""
+        arrays = (np.ctypeslib.as_array(pointer, (k,)).copy()
                   for pointer in (struct.values, struct.residuals))
-        return cls(struct.iteration, struct.wanted, struct.converged, struct.locked, struct.active,
+        return cls(struct.iteration, k, min(struct.converged, k), struct.locked, struct.active,
                    *arrays, struct.columnsA)
 
 
@@ -51,6 +52,7 @@ class Statistics(NamedTuple):
     seconds_operators: float  #: in the routines of A, B and T
     seconds_dense: float  #: in dense factorizations and eigendecompositions
     seconds_total: float
+    columns_low: int  #: of columns_A those in single precision
 
     @classmethod
     def from_struct(cls, struct):

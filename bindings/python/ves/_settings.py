@@ -15,6 +15,7 @@ WIDEST_AT_ONCE = 64  # "auto" iterates more pairs than these in batches of as ma
 FROM_ORDER = 4  # ... where the order is more than so many times the pairs
 WIDEST_BATCH = 128  # to which such a batch grows where it comes no further
 SUB_BLOCK = 64  # columns of a sub-block of PPCG, where none is given
+CHOSEN_BY_TIMES = -1  # inner steps, in a run
 MOST_FOR_LAPACK = 4  # processes; beyond, the dense problems are spread over them
 
 
@@ -23,6 +24,9 @@ class Settings:
     """Settings of a run, the same on all processes."""
 
     k: int
+    guard: int
+    inner: int
+    is_mixed: bool
     dtype: np.dtype
     solver: str
     batch: Optional[int]
@@ -39,11 +43,16 @@ class Settings:
     everywhere: bool
 
     @property
+    def columns(self):
+        """Wanted pairs and guards."""
+        return self.k + self.guard
+
+    @property
     def widest_block(self):
         """Columns of the widest block of a run."""
         if self.solver != "lobpcg_batch":
-            return 3 * self.k
-        return self.k + 2 * min(self.k, self.batch_limit)
+            return 3 * self.columns
+        return self.columns + 2 * min(self.columns, self.batch_limit)
 
     def threshold(self, norm_A, norm_B):
         """What the convergence test compares with."""
@@ -108,9 +117,24 @@ def _at_once(solver, batch, k):
     return k if solver == "lobpcg" else min(k, batch or SUB_BLOCK)
 
 
-def complete(k, order, dtype, team, *, solver="auto", batch=None, tol=None, absolute_tol=None,
-             maxiter=1000, lock_factor=1.0, detector="residuals", passes=None, generalized=False,
-             preconditioned=False, everywhere=False):
+def _guards(guard, k, order):
+    """Columns behind the wanted ones: "auto" takes a quarter as many, 2 to 8."""
+    if guard == "auto":
+        guard = min(max(k // 4, 2), 8)
+    return min(whole("guard", guard, 0, LARGEST_ORDER), max(order - k, 0))
+
+
+def _is_mixed(precision, is_single, has_entries):
+    """Whether a run begins in single precision; "auto" does where matrices can be copied to it."""
+    if _one_of("precision", precision, ("auto", "double", "mixed")) == "mixed" and is_single:
+        raise ValueError("precision 'mixed' needs a problem in double precision")
+    return precision == "mixed" or (precision == "auto" and has_entries and not is_single)
+
+
+def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="auto",
+             solver="auto", batch=None, tol=None, absolute_tol=None, maxiter=1000,
+             lock_factor=1.0, detector="residuals", passes=None, generalized=False,
+             preconditioned=False, has_entries=False, everywhere=False):
     """Settings with the defaults of their precision and number of pairs filled in.
 
     Raises
@@ -119,8 +143,9 @@ def complete(k, order, dtype, team, *, solver="auto", batch=None, tol=None, abso
         A setting that no run can have.
     """
     k = whole("k", k, 1, LARGEST_ORDER)
+    guard = _guards(guard, k, order)
     solver, batch, batch_limit = _choose_solver(solver, batch, k, order)
-    if 3 * _at_once(solver, batch, k) > LARGEST_ORDER:
+    if 3 * _at_once(solver, batch, k + guard) > LARGEST_ORDER:
         raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems"
                          f" of an order above {LARGEST_ORDER}: take 'lobpcg_batch' and a smaller"
                          " batch")
@@ -131,7 +156,9 @@ def complete(k, order, dtype, team, *, solver="auto", batch=None, tol=None, abso
     is_single = np.dtype(dtype) in (np.float32, np.complex64)
     default_tol, default_passes = (1e-4, 3) if is_single else (1e-8, 2)
     return Settings(
-        k=k, dtype=np.dtype(dtype), solver=solver, batch=batch, batch_limit=batch_limit,
+        k=k, guard=guard, inner=CHOSEN_BY_TIMES if inner == "auto" else whole("inner", inner, 0, 1000),
+        is_mixed=_is_mixed(precision, is_single, has_entries), dtype=np.dtype(dtype),
+        solver=solver, batch=batch, batch_limit=batch_limit,
         tol=_positive("tol", tol) or default_tol,
         absolute_tol=_positive("absolute_tol", absolute_tol),
         maxiter=whole("maxiter", maxiter, 1), lock_factor=float(lock_factor),

@@ -14,9 +14,10 @@ from ._problem import Problem
 from ._results import ConvergenceWarning, EigenResult, Progress, Statistics
 
 
-def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None,
-          absolute_tol=None, maxiter=1000, batch=None, lock_factor=1.0, detector="residuals",
-          passes=None, dtype=None, comm=None, everywhere=False, monitor=None, seed=0):
+def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="auto",
+          inner="auto", precision="auto", tol=None, absolute_tol=None, maxiter=1000, batch=None,
+          lock_factor=1.0, detector="residuals", passes=None, dtype=None, comm=None,
+          everywhere=False, monitor=None, seed=0):
     """Lowest eigenpairs of a Hermitian problem A x = lambda x or A x = lambda B x.
 
     Parameters
@@ -38,6 +39,18 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     solver : {"auto", "lobpcg", "lobpcg_batch", "ppcg"}
         "auto" is LOBPCG, and LOBPCG in batches above 64 pairs of a problem of more than four
         times their number, or where `batch` is given.
+    guard : "auto" or int
+        Columns that are iterated behind the wanted pairs and not handed back, as far as the order
+        goes. With some of them the wanted pairs converge in fewer iterations. "auto" takes a
+        quarter as many, 2 to 8.
+    inner : "auto" or int
+        Steps of conjugate gradients around T, which make it stronger at the cost of A and T; they
+        pay where these are cheap. "auto" takes as many as pay by the times of the run, so that
+        results differ in rounding from run to run; 0 is T alone.
+    precision : {"auto", "double", "mixed"}
+        "mixed" begins in single precision, where products cost half, and goes on in double
+        precision; the result is as accurate. Matrices are copied to single precision, other
+        operators are applied to copies. "auto" does so where A and B are matrices.
     tol : float, optional
         Threshold of the convergence test relative to an estimate of the 2-norm of A, by default
         1e-8, in single precision 1e-4. In the generalized problem vectors have unit norm in B and
@@ -110,7 +123,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", tol=None
     with Problem.opened(comm, everywhere, A, B, T, "X0", X0, n, dtype) as problem:
         def choose():
             settings = _settings.complete(
-                _wanted(k, problem), problem.total_rows, problem.dtype, problem.team, solver=solver,
+                _wanted(k, problem), problem.total_rows, problem.dtype, problem.team, guard=guard,
+                inner=inner, precision=precision, has_entries=problem.has_entries, solver=solver,
                 tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch,
                 lock_factor=lock_factor, detector=detector, passes=passes,
                 generalized=B is not None,
@@ -151,7 +165,7 @@ class _Run:
         norm_B = 1.0 if problem.B is None else probe.norm(problem.B, definite=True)
         self._threshold = settings.threshold(self._norm_A or 1.0, norm_B)
         self._require_measurable()
-        self._values = np.zeros((settings.k, 1), problem.dtype, order="F")
+        self._values = np.zeros((settings.columns, 1), problem.dtype, order="F")
         self._vectors = problem.guard.attempt(self._guess, seed)
         problem.guard.settle()  # memory may have been short on one process alone
 
@@ -166,7 +180,8 @@ class _Run:
 
     def _guess(self, seed):
         problem = self._problem
-        guess = random_block(problem.rows, self._settings.k, problem.dtype, seed + 1, problem.team)
+        guess = random_block(problem.rows, self._settings.columns, problem.dtype, seed + 1,
+                             problem.team)
         if problem.columns is not None:
             guess[:, :problem.columns.shape[1]] = problem.columns
         return guess
@@ -175,7 +190,8 @@ class _Run:
         """Runs the solver. Collective."""
         problem, team = self._problem, self._problem.team
         with contextlib.ExitStack() as stack:
-            A, B, T = (problem.operator(stack, each) for each in (problem.A, problem.B, problem.T))
+            A, B, T = (problem.operator(stack, each, self._settings.is_mixed)
+                       for each in (problem.A, problem.B, problem.T))
             X = stack.enter_context(Block(self._vectors, team)).handle
             D = stack.enter_context(Block(self._values, team)).handle
             solver = stack.enter_context(Solver(self._settings))
@@ -193,7 +209,7 @@ class _Run:
 
     def _note(self, struct):
         """Remembers where the run stands, and says whether the caller asks for its end."""
-        progress = Progress.from_struct(struct)
+        progress = Progress.from_struct(struct, self._settings.k)
         self._history.append(progress)
         return self._monitor is not None and bool(self._monitor(progress))
 
@@ -212,12 +228,13 @@ class _Run:
     def _describe(self, solver, residuals):
         stats = StatsStruct()
         call("VesGetSolverStats", solver.handle, ctypes.byref(stats))
-        result = EigenResult(self._values.real[:, 0].copy(), self._vectors)
-        n_converged = solver.ask_int("VesGetSolverConv")
+        k = self._settings.k
+        result = EigenResult(self._values.real[:k, 0].copy(), self._vectors[:, :k])
+        n_converged = min(solver.ask_int("VesGetSolverConv"), k)
         vars(result).update(
-            n_converged=n_converged, converged=n_converged == self._settings.k,
+            n_converged=n_converged, converged=n_converged == k,
             reason=REASONS[solver.ask_int("VesGetSolverReason")],
-            iterations=solver.ask_int("VesGetSolverIter"), residuals=residuals,
+            iterations=solver.ask_int("VesGetSolverIter"), residuals=residuals[:k],
             threshold=self._threshold, norm_estimate=self._norm_A, history=self._history,
             statistics=Statistics.from_struct(stats), settings=self._settings,
             memory_forecast=solver.memory(*self._vectors.shape, self._settings.generalized))

@@ -89,4 +89,4 @@ def memory_forecast(n, k=6, *, dtype=np.float64, generalized=False, solver="auto
     settings = _settings.complete(k, n, dtype, Alone(), solver=solver, batch=batch,
                                   generalized=bool(generalized))
     with Solver(settings) as handle:
-        return handle.memory(n, settings.k, settings.generalized)
+        return handle.memory(n, settings.columns, settings.generalized)

@@ -1,0 +1,32 @@
+#include "low_operators.h"
+
+#include "error.h"
+#include "preconditioners.h"
+
+#include <complex>
+
+namespace VesTools {
+
+template <typename Scalar>
+void AddLowOperators(const Options& options, const ProblemData& data, Problem<Scalar>& problem) {
+  const Precision precision = options.solver.precision;
+  const bool isExact = options.preconditioner.kind == Preconditioner::shiftInvert;
+  if constexpr (std::is_same_v<Scalar, Low<Scalar>>) {
+    if (precision == Precision::mixed)
+      throw Error(exitUsage, "--precision mixed needs a problem in double precision");
+  } else if (!data.isPlaneWaves && (precision == Precision::mixed ||
+                                    (precision == Precision::automatic && !isExact))) {
+    auto low = MakeProblem<Low<Scalar>>(options.problem, data, problem.comm);
+    if (!isExact) AddPreconditioner(options.preconditioner, low);
+    problem.lowA = low.a;
+    problem.lowB = low.b;
+    problem.lowT = low.t;
+  }
+}
+
+template void AddLowOperators(const Options&, const ProblemData&, Problem<double>&);
+template void AddLowOperators(const Options&, const ProblemData&, Problem<float>&);
+template void AddLowOperators(const Options&, const ProblemData&, Problem<std::complex<double>>&);
+template void AddLowOperators(const Options&, const ProblemData&, Problem<std::complex<float>>&);
+
+} // namespace VesTools
