@@ -75,36 +75,35 @@ VesReturnCode InnerSteps<Scalar>::Apply(const VesVectorBase& x, VesVectorBase& y
   const double sigma = m_sigma();
   for (int first = 0; first < x.nCols; first += m_r.nCols) {
     const int count = std::min(x.nCols - first, m_r.nCols);
-    const Block from(residuals, 0, first, x.nRows, count), to(solution, 0, first, x.nRows, count);
-    Improve(from, to, sigma, steps);
-    KeepWithinRange(from, to);
+    const Block from(residuals, 0, first, x.nRows, count);
+    Block to(solution, 0, first, x.nRows, count);
+    Precondition(from, to);
+    if (steps > 0) Improve(from, to, sigma, steps);
   }
   m_pace.End();
   return VES_GOOD;
 }
 
-/// Before the first step z = p = T r.
+/// Solution holds T r, which is z until the first step.
 template <typename Scalar>
 void InnerSteps<Scalar>::Improve(const Block& residuals, const Block& solution, double sigma,
                                  int steps) const {
   const int n = residuals.nRows, k = residuals.nCols;
-  Block z(solution, 0, 0, n, k);
-  Precondition(residuals, z);
-  if (steps == 0) return;
   Block r(m_r, 0, 0, n, k), p(m_p, 0, 0, n, k), q(m_q, 0, 0, n, k);
   Block y(m_matT.IsPresent() ? m_y : m_r, 0, 0, n, k);
   VES_ASSERT_GOOD(r.CopyData(residuals));
-  VES_ASSERT_GOOD(p.CopyData(z));
+  VES_ASSERT_GOOD(p.CopyData(solution));
   m_isOpen.assign(static_cast<std::size_t>(k), true);
   Numbers product = Products(r, p);
   for (int step = 1;; ++step) {
     const Numbers alpha = Quotients(product, Curvatures(p, q, sigma));
     ForEachOpen(n, [&](std::size_t j, int first, int count) {
-      if (step == 1) std::fill_n(At(z, j, first), count, Scalar(0)); // p until now
-      Add(count, alpha[j], At(p, j, first), At(z, j, first));
+      if (step == 1) std::fill_n(At(solution, j, first), count, Scalar(0)); // p until now
+      Add(count, alpha[j], At(p, j, first), At(solution, j, first));
       Add(count, -alpha[j], At(q, j, first), At(r, j, first));
     });
-    if (step == steps || !IsAnyOpen()) return;
+    if (step == 1) m_isImproved = m_isOpen;
+    if (step == steps || !IsAnyOpen()) break;
     if (m_matT.IsPresent()) Precondition(r, y);
     const Numbers next = Products(r, y), beta = Quotients(next, product);
     ForEachOpen(n, [&](std::size_t j, int first, int count) {
@@ -112,6 +111,7 @@ void InnerSteps<Scalar>::Improve(const Block& residuals, const Block& solution, 
     });
     product = next;
   }
+  KeepWithinRange(residuals, solution);
 }
 
 /// T r, or r where there is no T.
@@ -168,10 +168,10 @@ auto InnerSteps<Scalar>::Quotients(const Numbers& over, const Numbers& under) co
 
 template <typename Scalar>
 void InnerSteps<Scalar>::KeepWithinRange(const Block& residuals, const Block& solution) const {
-  m_isOpen.assign(static_cast<std::size_t>(solution.nCols), true);
+  m_isOpen = m_isImproved; // what T makes is for the solver to judge
   const Numbers squares = Products(solution, solution);
   for (int j = 0; j < solution.nCols; ++j)
-    if (!std::isfinite(squares[static_cast<std::size_t>(j)]))
+    if (!std::isfinite(squares[static_cast<std::size_t>(j)])) // 0 where nothing was improved
       std::copy_n(residuals.Column(j), residuals.nRows, solution.Column(j));
 }
 

@@ -53,7 +53,8 @@ private:
   mutable InnerPace m_pace;
   std::function<double()> m_sigma;
   mutable Block m_r, m_y, m_p, m_q, m_bp;
-  mutable std::vector<bool> m_isOpen; ///< of the columns at hand those that are still improved
+  /// Of the columns at hand those that are still improved, and those that ever were.
+  mutable std::vector<bool> m_isOpen, m_isImproved;
 };
 
 VES_EXTERN_TEMPLATE(InnerSteps);

@@ -124,9 +124,11 @@ int LowLeg<Scalar>::Follow(void* self, const VesProgress* progress) {
   return leg.m_isStopped != 0 || leg.IsAtEnd(*progress) ? 1 : 0;
 }
 
-/// A guess may be better than single precision can be; the threshold is known from then on.
+/// A guess may be better than single precision can be. The threshold is known after the start; from
+/// then on the twin ends by itself, with all its checks.
 template <typename Scalar>
 bool LowLeg<Scalar>::IsAtEnd(const VesProgress& progress) const {
+  if (progress.iteration > 0) return false;
   const int wanted = m_run.wantedPairs > 0 ? std::min(m_run.wantedPairs, progress.wanted)
                                            : progress.wanted;
   return std::all_of(progress.residuals, progress.residuals + wanted,
