@@ -10,7 +10,7 @@ namespace VesTools {
 template <typename Scalar>
 void AddLowOperators(const Options& options, const ProblemData& data, Problem<Scalar>& problem) {
   const Precision precision = options.solver.precision;
-  const bool isExact = options.preconditioner.kind == Preconditioner::shiftInvert;
+  const bool isExact = problem.isInverseExact;
   if constexpr (std::is_same_v<Scalar, Low<Scalar>>) {
     if (precision == Precision::mixed)
       throw Error(exitUsage, "--precision mixed needs a problem in double precision");

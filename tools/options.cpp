@@ -115,7 +115,8 @@ void DescribeRun(CLI::App& app, SolverOptions& solver, PreconditionerOptions& pr
             "what is compared with the threshold; residuals if not given")
       ->group("Convergence");
   AddChoice(app, "--precond", preconditionerNames, preconditioner.kind,
-            "preconditioner; auto takes ic where the diagonal is positive, else none")
+            "preconditioner; auto takes shift-invert where its factors are cheap, or ic, where the "
+            "diagonal is positive, else none")
       ->group("Preconditioner");
   app.add_option("--shift", preconditioner.shift,
                  "of shift-invert, below all eigenvalues; found if not given")
@@ -165,7 +166,7 @@ CLI::Option* AddCount(CLI::App& app, const std::string& name, std::optional<int>
 void DescribeAdditions(CLI::App& app, SolverOptions& solver) {
   AddCount(app, "--guard", solver.guard, 32765,
            "columns iterated behind the wanted pairs, which converge in fewer iterations then; "
-           "auto takes a quarter as many, 2 to 8");
+           "auto takes a quarter as many, 2 to 8, or none with shift-invert");
   AddCount(app, "--inner", solver.innerSteps, 1000,
            "steps of conjugate gradients around the preconditioner; auto takes what pays by the "
            "times of the run");

@@ -83,7 +83,21 @@ std::string AddIncompleteCholesky(Problem<Scalar>& problem) {
 }
 
 template <typename Scalar>
-using ExactFactors = Eigen::SimplicialLDLT<BySparseColumns<Scalar>>;
+struct ExactFactors : Eigen::SimplicialLDLT<BySparseColumns<Scalar>> {
+  /// Of L, once the pattern has been analyzed.
+  Eigen::Index NonZeros() const { return this->m_matrix.nonZeros(); }
+};
+
+template <typename Scalar>
+BySparseColumns<Scalar> Shifted(const Problem<Scalar>& problem, double shift) {
+  BySparseColumns<Scalar> b(problem.Order(), problem.Order());
+  if (problem.matrixB)
+    b = problem.matrixB->DiagonalBlock();
+  else
+    b.setIdentity();
+  const BySparseColumns<Scalar> a = problem.matrixA->DiagonalBlock();
+  return a - static_cast<RealOf<Scalar>>(shift) * b;
+}
 
 // The largest sum of absolute values in a row, a bound of the 2-norm.
 template <typename Scalar>
@@ -103,13 +117,7 @@ double RowSumNorm(const DistributedMatrix<Scalar>& matrix) {
 // \return their number; -1 when the factorization broke down
 template <typename Scalar>
 long CountBelow(const Problem<Scalar>& problem, double shift, ExactFactors<Scalar>& factors) {
-  BySparseColumns<Scalar> b(problem.Order(), problem.Order());
-  if (problem.matrixB)
-    b = problem.matrixB->DiagonalBlock();
-  else
-    b.setIdentity();
-  const BySparseColumns<Scalar> a = problem.matrixA->DiagonalBlock();
-  factors.compute(a - static_cast<RealOf<Scalar>>(shift) * b);
+  factors.compute(Shifted(problem, shift));
   if (factors.info() != Eigen::Success || !factors.vectorD().allFinite()) return -1;
   return static_cast<long>((factors.vectorD().real().array() <= RealOf<Scalar>(0)).count());
 }
@@ -144,15 +152,32 @@ std::string AddShiftInvert(const std::optional<double>& wanted, Problem<Scalar>&
                                  text.str() + "; the shift must be below all of them");
   }
   problem.t = SolveWith<Scalar, ExactFactors<Scalar>>(factors);
+  problem.isInverseExact = true;
   return "shift-invert at " + text.str();
 }
 
-// Incomplete factors help matrices like those of differential equations, and mislead on others.
+// A solve with factors of few entries costs less than the iterations that it saves.
+template <typename Scalar>
+bool AreExactFactorsCheap(const Problem<Scalar>& problem) {
+  constexpr Eigen::Index mostFilled = 20, small = 100000;
+  if (Size(problem.comm) > 1) return false;
+  const BySparseColumns<Scalar> matrix = Shifted(problem, 1.0);
+  ExactFactors<Scalar> factors;
+  factors.analyzePattern(matrix);
+  return factors.NonZeros() <= std::max(small, mostFilled * matrix.nonZeros());
+}
+
+// Factors help matrices like those of differential equations, and incomplete ones mislead on others.
 template <typename Scalar>
 std::string AddDefault(Problem<Scalar>& problem) {
   const auto diagonal = Diagonal(problem);
   const bool isPositive = diagonal.size() == 0 || diagonal.minCoeff() > RealOf<Scalar>(0);
-  return Sum(isPositive ? 0LL : 1LL, problem.comm) == 0 ? AddIncompleteCholesky(problem) : "none";
+  if (Sum(isPositive ? 0LL : 1LL, problem.comm) > 0) return "none";
+  try {
+    if (AreExactFactorsCheap(problem)) return AddShiftInvert({}, problem);
+  } catch (const Error&) { // B is not positive definite, which the run will say
+  }
+  return AddIncompleteCholesky(problem);
 }
 
 } // namespace

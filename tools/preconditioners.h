@@ -12,7 +12,8 @@ namespace VesTools {
 ///   ic            incomplete Cholesky factors of the diagonal block of each process
 ///   shift-invert  (A - shift B)^-1, on one process, for a shift below all eigenvalues
 ///   inner         none, but inner steps of the solver
-///   automatic     ic where the diagonal of A is positive, else none
+///   automatic     where the diagonal of A is positive shift-invert, if its factors hold few
+///                 entries, and else ic; none otherwise
 /// A model with a T of its own keeps it, unless there shall be none.
 /// \return what was made of the choice, for the user
 /// Throws Error for a choice that cannot be had. Collective.

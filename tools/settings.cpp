@@ -77,9 +77,9 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options)
   if (settings.pairs > problem.Order())
     throw Error(exitUsage, "-k: " + std::to_string(settings.pairs) +
                                " pairs are more than the order " + std::to_string(problem.Order()));
-  settings.guard = std::min(options.guard.value_or(std::clamp(settings.pairs / 4, 2, 8)),
-                            problem.Order() - settings.pairs);
-  settings.innerSteps = options.innerSteps.value_or(-1);
+  const int guards = problem.isInverseExact ? 0 : std::clamp(settings.pairs / 4, 2, 8);
+  settings.guard = std::min(options.guard.value_or(guards), problem.Order() - settings.pairs);
+  settings.innerSteps = options.innerSteps.value_or(problem.isInverseExact ? 0 : -1);
   settings.isMixed = options.precision == Precision::mixed || problem.lowA;
   const bool isWide =
       settings.pairs > pairsOfOneBatch && (problem.Order() - 1) / orderOfBatches >= settings.pairs;

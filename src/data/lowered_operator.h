@@ -19,10 +19,11 @@ void Convert(const VectorDense<From>& from, const VectorDense<To>& to) {
 /// Room for some columns and their images.
 template <typename Scalar>
 struct ColumnScratch {
-  static constexpr int width = 16;
+  static constexpr int mostColumns = 16;
   VectorDense<Scalar> x, y;
 
   explicit ColumnScratch(const VesVectorBase& like) {
+    const int width = std::min(like.nCols, mostColumns);
     for (VectorDense<Scalar>* const block : {&x, &y})
       block->SetShape(like.comm, like.auxComm, like.nRows, width, like.nRows);
   }
@@ -56,8 +57,8 @@ public:
     if (m_inner.lowered) return m_inner.lowered->Apply(x, y);
     if (!IsPresent()) return VES_GOOD;
     const auto &from = AsDense<Low>(x), &to = AsDense<Low>(y);
-    for (int first = 0; first < x.nCols; first += m_scratch.width) {
-      const int count = std::min(x.nCols - first, m_scratch.width);
+    for (int first = 0; first < x.nCols; first += m_scratch.x.nCols) {
+      const int count = std::min(x.nCols - first, m_scratch.x.nCols);
       const VectorDense<Scalar> part(m_scratch.x, 0, 0, x.nRows, count);
       VectorDense<Scalar> image(m_scratch.y, 0, 0, x.nRows, count);
       Convert(VectorDense<Low>(from, 0, first, x.nRows, count), part);

@@ -58,7 +58,8 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
   low.AddTo(stats);
   stats.secondsTotal = MPI_Wtime() - start;
   reason = check.Reason(Goal(vecQ.nCols));
-  if (low.IsStopped() && reason == VES_REASON_ITERATIONS) reason = VES_REASON_MONITOR;
+  const bool isOpen = reason == VES_REASON_ITERATIONS || reason == VES_REASON_STAGNATED;
+  if (low.IsStopped() && isOpen) reason = VES_REASON_MONITOR;
   return VES_GOOD;
 }
 
@@ -80,7 +81,7 @@ VesReturnCode BlockSolver<Scalar>::BeginLow(LowLeg<Scalar>& low, const VesMatrix
   if (const VesReturnCode code = AllocateOnAll(plan); code != VES_GOOD) return code;
   plan.Free();
   low.Run(matA, matB, matP, vecQ);
-  earlier = {low.Iterations(), low.ColumnsA(), low.IsStopped()};
+  earlier = {low.Iterations(), low.ColumnsA(), low.IsStopped(), false};
   return VES_GOOD;
 }
 
@@ -88,18 +89,19 @@ template <typename Scalar>
 VesReturnCode BlockSolver<Scalar>::SolveInLegs(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                                const VesMatrixBase& matP, Block& vecQ,
                                                Block& vecW) const {
-  constexpr int mostLegs = 3;
-  for (int leg = 1; leg <= mostLegs; ++leg) {
+  for (;;) {
     const int givenIter = iter, givenConv = nConv;
     const VesReturnCode code = SolveDense(matA, matB, matP, vecQ, vecW);
     if (code != VES_GOOD) { // what is known of the run or leg before stays
       iter = givenIter;
       nConv = givenConv;
-      if (leg == 1) return code;
+      if (!earlier.wasCut) return code;
       break;
     }
     earlier.iterations += iter;
-    if (!check.IsSatisfied() || nConv >= Goal(vecQ.nCols)) break;
+    const bool isCut = check.IsSatisfied() && nConv < Goal(vecQ.nCols);
+    if (!isCut || earlier.iterations >= maxIter) break;
+    earlier.wasCut = true;
   }
   iter = earlier.iterations;
   return VES_GOOD;
@@ -218,7 +220,7 @@ template <typename Scalar>
 void BlockSolver<Scalar>::Report(int iteration, const Block& estimates, int nConverged,
                                  int nLockedPairs, int nActivePairs) const {
   if (nConverged >= Goal(nBands) && nConverged < nBands) check.Satisfy();
-  if (monitor == nullptr) return;
+  if (monitor == nullptr || earlier.isLast) return;
   std::vector<double> values(pairResiduals.size(), std::numeric_limits<double>::infinity());
   for (int j = 0; j < estimates.nRows; ++j)
     values[static_cast<std::size_t>(j)] = static_cast<double>(std::real(estimates(j)));

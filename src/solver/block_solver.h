@@ -73,7 +73,9 @@ protected:
     return problemType == VES_PROBLEM_GENERALIZED && matB.IsPresent();
   }
   /// Leading pairs, of so many, whose convergence ends a run.
-  int Goal(int nPairs) const { return wantedPairs > 0 ? std::min(wantedPairs, nPairs) : nPairs; }
+  int Goal(int nPairs) const {
+    return wantedPairs > 0 && !earlier.wasCut ? std::min(wantedPairs, nPairs) : nPairs;
+  }
 
   /// Takes the facts of a run from the caller's block, sets its tolerances, and forgets the run
   /// before.
@@ -167,8 +169,9 @@ private:
                            const VesMatrixBase& matB) const;
   VesReturnCode BeginLow(LowLeg<Scalar>& low, const VesMatrixBase& matA, const VesMatrixBase& matB,
                          const VesMatrixBase& matP, Block& vecQ) const;
-  /// A run is one leg, or more where the wanted pairs had converged but not all were confirmed:
-  /// the next leg goes on from the vectors. \return as SolveDense of the first leg
+  /// A run is one leg, or two where the wanted pairs had converged but not all were confirmed: the
+  /// second goes on from the vectors until all pairs have, since only then what stands among them in
+  /// error is taken out. \return as SolveDense of the first leg
   VesReturnCode SolveInLegs(const VesMatrixBase& matA, const VesMatrixBase& matB,
                             const VesMatrixBase& matP, Block& vecQ, Block& vecW) const;
   VesReturnCode SolveNothing() const; ///< a run for no pairs, which has nothing to wait for
@@ -185,6 +188,7 @@ private:
     int iterations = 0;
     long long columnsA = 0;
     bool isLast = false; ///< no further iterations are made
+    bool wasCut = false; ///< wanted pairs had converged, but turned out not to be the lowest
   };
   mutable Taken earlier;
 };

@@ -23,7 +23,8 @@ int InnerPace::Begin(const VesVectorBase& x) {
   m_columns = x.nCols;
   if (m_nBegun > 1 && m_nBegun <= nMeasured) Add(m_outside, m_end, m_begin, m_columns);
   if (m_nBegun == nMeasured) {
-    m_chosen = Choose(m_inside.operators, m_inside.beside, m_outside.beside, m_matT.IsPresent());
+    m_chosen = Choose(m_inside.operators, m_inside.beside, m_outside.operators, m_outside.beside,
+                      m_matT.IsPresent());
     Replicate(m_chosen, x);
   }
   ++m_nBegun;
@@ -36,10 +37,10 @@ void InnerPace::End() {
   if (m_nBegun > 1 && m_nBegun <= nMeasured) Add(m_inside, m_begin, m_end, m_columns);
 }
 
-int InnerPace::Choose(double operators, double step, double other, bool hasT) {
+int InnerPace::Choose(double operators, double step, double images, double other, bool hasT) {
   const double floor = hasT ? 0.25 : 0.02;
   const auto cost = [&](int m) {
-    return (other + m * (operators + step)) * (1.0 / m + floor) / (1.0 + floor);
+    return (other + images + m * (operators + step)) * (1.0 / m + floor) / (1.0 + floor);
   };
   int best = 0;
   double least = worthwhile * (other + operators);

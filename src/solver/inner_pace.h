@@ -8,7 +8,8 @@ namespace Ves {
 /// How many inner steps a preconditioner makes: as many as asked for, or as pay by the times of
 /// this run. With m steps an iteration costs a column of the block
 ///   C(m) = o + m (a + s),
-/// a in A, B and T, s beside them in an inner step, o in the rest of the iteration, and the run
+/// a in A, B and T, s beside them in an inner step, o in the rest of the iteration with its images
+/// under A and B, and the run
 /// takes
 ///   N(m) = (1/m + f) / (1 + f)
 /// of the iterations, where f = 1/4 with a T, which the steps soon exhaust, and 1/50 without:
@@ -31,9 +32,9 @@ public:
   int Begin(const VesVectorBase& x);
   void End();
 
-  /// By times of a column: in the operators, in an inner step beside them, in the rest of an
-  /// iteration.
-  static int Choose(double operators, double step, double other, bool hasT);
+  /// By times of a column: in A, B and T, in an inner step beside them, in A and B of the rest of an
+  /// iteration, and beside them there.
+  static int Choose(double operators, double step, double images, double other, bool hasT);
 
 private:
   /// Seconds since some moment, in the operators and beside them.

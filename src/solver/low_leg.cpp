@@ -18,6 +18,8 @@ namespace {
 constexpr double lowestFloor = 32.0, highestFloor = 512.0, closeToFloor = 1024.0;
 /// Iterations without an improvement by a tenth that raise the floor.
 constexpr int patience = 3;
+/// ... that end the leg, wherever it is.
+constexpr int mostIdle = 20;
 
 } // namespace
 
@@ -35,7 +37,7 @@ template <typename Scalar>
 void LowLeg<Scalar>::Run(const VesMatrixBase& matA, const VesMatrixBase& matB,
                          const VesMatrixBase& matP, Block& vecQ) {
   if (m_run.maxIter > 1) m_twin = m_run.LowTwin();
-  if (!m_twin || !Lower(vecQ)) return;
+  if (!m_twin || !Lower(vecQ)) return Release();
   Configure();
   const LoweredOperator<Scalar> a(matA, m_scratch), b(matB, m_scratch), t(matP, m_scratch);
   const VesReturnCode code = m_twin->Solve(a, b, t, m_vecX, m_vecD);
@@ -45,12 +47,13 @@ void LowLeg<Scalar>::Run(const VesMatrixBase& matA, const VesMatrixBase& matB,
 }
 
 /// The settings of the run, but that pairs are locked when they have converged, by their residuals,
-/// since nothing is gained by going on with them here.
+/// since nothing is gained by going on with them here, and that half of the iterations are left.
 template <typename Scalar>
 void LowLeg<Scalar>::Configure() {
   m_twin->TakeSettings(m_run);
-  m_twin->maxIter = m_run.maxIter - 1;
+  m_twin->maxIter = (m_run.maxIter + 1) / 2;
   m_twin->mu = 1.0;
+  m_twin->chosenLockDetector.reset();
   VES_ASSERT_GOOD(m_twin->SetConvergeDetector(VES_RESIDUALS));
   m_twin->monitor = Follow;
   m_twin->monitorData = this;
@@ -61,7 +64,6 @@ void LowLeg<Scalar>::Configure() {
 template <typename Scalar>
 bool LowLeg<Scalar>::Lower(const Block& vecQ) {
   VesReturnCode verdict = VES_GOOD;
-  Block scaled(vecQ.comm, vecQ.auxComm, vecQ.nRows, 1, vecQ.nRows);
   try {
     m_scratch.Allocate();
     for (LowBlock* const block : {&m_vecX, &m_vecD})
@@ -124,10 +126,11 @@ int LowLeg<Scalar>::Follow(void* self, const VesProgress* progress) {
   return leg.m_isStopped != 0 || leg.IsAtEnd(*progress) ? 1 : 0;
 }
 
-/// A guess may be better than single precision can be. The threshold is known after the start; from
-/// then on the twin ends by itself, with all its checks.
+/// A guess may be better than single precision can be: the threshold is known after the start. From
+/// then on the twin ends by itself, with all its checks, unless it comes no further.
 template <typename Scalar>
 bool LowLeg<Scalar>::IsAtEnd(const VesProgress& progress) const {
+  if (m_nIdle >= mostIdle) return true;
   if (progress.iteration > 0) return false;
   const int wanted = m_run.wantedPairs > 0 ? std::min(m_run.wantedPairs, progress.wanted)
                                            : progress.wanted;
@@ -203,7 +206,10 @@ std::size_t LowLeg<Scalar>::Memory(const BlockSolver<Scalar>& run, int nRows, in
   const auto rows = static_cast<std::size_t>(std::max(nRows, 1));
   return twin->Memory(nRows, nCols, generalized) +
          rows * (sizeof(Low) * (static_cast<std::size_t>(nCols) + 1) +
-                 2 * sizeof(Scalar) * (ColumnScratch<Scalar>::width + 1));
+                 2 * sizeof(Scalar) *
+                     (std::min<std::size_t>(static_cast<std::size_t>(nCols),
+                                            ColumnScratch<Scalar>::mostColumns) +
+                      1));
 }
 
 VES_INSTANTIATE(LowLeg);

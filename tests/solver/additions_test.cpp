@@ -170,6 +170,28 @@ TYPED_TEST(AdditionsTest, InnerStepsOnUnsuitedPreconditioners) {
     }
 }
 
+/// An exact vector of the guess passes at once and may stand in for a lower pair that no column has
+/// come near to yet.
+TYPED_TEST(AdditionsTest, ExactVectorAmongTheWanted) {
+  const auto value = [](int i) { return i < 3 ? 1.0 + i : 100.0 + 0.01 * (i - 3); };
+  auto on = OnDiagonal<TypeParam>(400, value);
+  const Guess<TypeParam> random = RandomGuess<TypeParam>();
+  for (const auto solver : allSolvers)
+    for (const int place : {0, 3, 5}) {
+      SCOPED_TRACE(testing::Message() << "solver " << solver << ", column " << place);
+      Settings s = WithinReach<TypeParam>(solver, 6);
+      s.threshold = 1e-5;
+      const SolverHandle run = MakeSolver<TypeParam>(s, false);
+      EXPECT_EQ(VesSolverSetWanted(run.get(), 4), VES_GOOD);
+      const Pairs<TypeParam> p = SolveBy(run.get(), on, s.nBands, [&](int i, int j) {
+        return j == place ? Number<TypeParam>(i == 53 ? 1.0 : 0.0) : random(i, j);
+      });
+      for (int j = 0; j < std::min(p.nConv, 4); ++j)
+        EXPECT_NEAR(p.Value(j), value(j), 1e-6) << "pair " << j << " of " << p.nConv;
+      EXPECT_GE(p.nConv, 3);
+    }
+}
+
 /// A guess that is better than single precision can be is not replaced by what it makes of it.
 TYPED_TEST(AdditionsTest, GoodGuessStays) {
   auto on = OnBoxes<TypeParam>(true, false);

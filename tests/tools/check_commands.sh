@@ -116,7 +116,7 @@ tridiagonal 100 5.2333333333333333e-9 1.3083333333333333e-9 >m.mtx
 expect 0 "4 of 4 pairs" solve k.mtx m.mtx -k 4 --detector relative-residuals --tol 1e-4 --json steel.json
 chain 100 4 1 >exact
 agree steel.json 1e-7 7.85e-14
-expect 0 "preconditioner ic" solve a.mtx --scalar float -k 4
+expect 0 "preconditioner ic" solve a.mtx --scalar float -k 4 --precond ic
 expect 0 "complex-float" solve a.mtx --scalar complex-float -k 4 --tol 1e-3 --ortho svd-qr \
   --json cf.json --vectors cf.x
 expect 0 "good   residuals" check cf.json

@@ -118,7 +118,7 @@ TEST(Rows, AreSharedByEntries) {
 
 TEST(Preconditioner, IncompleteFactorsArePositiveAndNearTheInverse) {
   Problem<std::complex<double>> problem = ProblemOf<std::complex<double>>(Sample(40, true));
-  EXPECT_EQ(AddPreconditioner({}, problem), "ic");
+  EXPECT_EQ(AddPreconditioner({Preconditioner::ic, {}}, problem), "ic");
   const int rows = problem.LocalRows();
   const auto t = LocalMatrix(problem.t, rows);
   const Eigen::MatrixXcd block = problem.matrixA->DiagonalBlock();

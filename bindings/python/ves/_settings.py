@@ -120,7 +120,7 @@ def _at_once(solver, batch, k):
 def _guards(guard, k, order):
     """Columns behind the wanted ones: "auto" takes a quarter as many, 2 to 8."""
     if guard == "auto":
-        guard = min(max(k // 4, 2), 8)
+        guard = min(max(k // 4, 2), 8, max(LARGEST_ORDER // 3 - k, 0))
     return min(whole("guard", guard, 0, LARGEST_ORDER), max(order - k, 0))
 
 

@@ -99,7 +99,7 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
         complete all the same: converged pairs first, estimates behind. To have an exception, with
         the result as its attribute, use ``warnings.simplefilter("error", ves.ConvergenceWarning)``.
     KernelWarning
-        OpenBLAS computes with kernels that are older than the processor: once, after the first run.
+        OpenBLAS computes with kernels that are older than the processor: once, before the first run.
 
     Raises
     ------
@@ -133,14 +133,14 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
             _settings.whole("seed", seed, 0, np.inf)
             if monitor is not None and not callable(monitor):
                 raise TypeError("monitor must be callable")
+            if problem.team.rank == 0:
+                _kernels.warn_once(stacklevel=5)
             return settings
 
         settings = problem.agreed(choose)
         result = _Run(problem, settings, monitor, seed).result()
     if not result.converged and result.reason != "monitor":
         warnings.warn(ConvergenceWarning(result.summary(), result), stacklevel=2)
-    if problem.team.rank == 0:
-        _kernels.warn_once(stacklevel=2)
     return result
 
 

@@ -64,7 +64,8 @@ def check(A, values, vectors, B=None, *, comm=None, everywhere=False):
     return Check(residual.value, ortho_error.value)
 
 
-def memory_forecast(n, k=6, *, dtype=np.float64, generalized=False, solver="auto", batch=None):
+def memory_forecast(n, k=6, *, dtype=np.float64, generalized=False, solver="auto", batch=None,
+                    guard="auto", inner="auto", precision="auto"):
     """Bytes that a run takes beside the arrays of values and vectors.
 
     Parameters
@@ -76,8 +77,8 @@ def memory_forecast(n, k=6, *, dtype=np.float64, generalized=False, solver="auto
     dtype : float32, float64, complex64 or complex128
     generalized : bool
         Whether there is a B.
-    solver, batch
-        As in `eigsh`.
+    solver, batch, guard, inner, precision
+        As in `eigsh`, for an A that is a matrix; its copy in single precision is left out.
 
     Returns
     -------
@@ -86,7 +87,8 @@ def memory_forecast(n, k=6, *, dtype=np.float64, generalized=False, solver="auto
     if np.dtype(dtype) not in SCALAR_TYPES:
         raise TypeError(f"dtype must be float32, float64, complex64 or complex128, not {dtype}")
     n = _settings.whole("n", n, 0)
-    settings = _settings.complete(k, n, dtype, Alone(), solver=solver, batch=batch,
-                                  generalized=bool(generalized))
+    settings = _settings.complete(k, n, dtype, Alone(), solver=solver,
+                                  batch=batch, guard=guard, inner=inner, precision=precision,
+                                  has_entries=True, generalized=bool(generalized))
     with Solver(settings) as handle:
         return handle.memory(n, settings.columns, settings.generalized)
