@@ -453,10 +453,10 @@ VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_
 /// Has a run begin in single precision (off by default), where products, reductions and operators
 /// cost half, and go on in double precision from its vectors once it has no more to give there.
 /// The result is that of a run in double precision from a good guess; what goes wrong in single
-/// precision costs time alone. Where double precision takes over, the monitor sees its start under the
-/// same number of iterations, with the pairs that pass there. Operators without VesMatrixSetShellMatVecLow are applied by their
+/// precision costs time alone. Operators without VesMatrixSetShellMatVecLow are applied by their
 /// routine to copies of some columns. Iterations, columns, monitor and reason are those of the
-/// whole run.
+/// whole run; where double precision takes over, the monitor sees its start under the same number
+/// of iterations, with the pairs that pass there.
 /// \return -7 solver is null; -4 the solver is of single precision, and isOn; 0
 VES_EXPORT VesReturnCode VesSolverSetMixedPrecision(VesSolver solver, bool isOn) VES_NOEXCEPT;
 

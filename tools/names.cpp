@@ -13,9 +13,8 @@ const Names<VesSolverType> solverNames = {
 const Names<VesDenseEigenSolverType> denseNames = {{"lapack", VES_LAPACK_DIAG},
                                                    {"scalapack", VES_SCALAPACK_DIAG}};
 
-const Names<Precision> precisionNames = {{"auto", Precision::automatic},
-                                         {"double", Precision::full},
-                                         {"mixed", Precision::mixed}};
+const Names<Precision> precisionNames = {
+    {"auto", Precision::automatic}, {"double", Precision::full}, {"mixed", Precision::mixed}};
 
 const Names<VesOrthogonalizerType> orthogonalizerNames = {{"cholesky-qr", VES_CHOLESKY_QR},
                                                           {"svd-qr", VES_SVD_QR}};

@@ -167,7 +167,7 @@ bool AreExactFactorsCheap(const Problem<Scalar>& problem) {
   return factors.NonZeros() <= std::max(small, mostFilled * matrix.nonZeros());
 }
 
-// Factors help matrices like those of differential equations, and incomplete ones mislead on others.
+// Factors help matrices like those of differential equations; incomplete ones mislead on others.
 template <typename Scalar>
 std::string AddDefault(Problem<Scalar>& problem) {
   const auto diagonal = Diagonal(problem);

@@ -34,7 +34,7 @@ struct Problem {
   std::shared_ptr<const DistributedMatrix<Scalar>> matrixA, matrixB;
   BlockOperator<Scalar> a, b, t; ///< b is empty in the standard problem, t without preconditioner
   BlockOperator<Low<Scalar>> lowA, lowB, lowT; ///< in single precision; empty where not wanted
-  bool isInverseExact = false; ///< t is (A - s B)^-1
+  bool isInverseExact = false;                 ///< t is (A - s B)^-1
   std::vector<double> guessWeights; ///< of the local rows of a random guess; empty for equal ones
 
   int Order() const { return offsets.back(); }

@@ -11,9 +11,9 @@ struct VesVectorBase;
 struct VES_EXPORT VesMatrixBase {
   VesScalarType scalarType = VES_DOUBLE;
   VesMatrixType matrixType = VES_MATRIX_EMPTY;
-  int nRows = 0;                   ///< for information only
-  int nCols = 0;                   ///< for information only
-  bool isCalledEverywhere = false; ///< also on processes without rows
+  int nRows = 0;                          ///< for information only
+  int nCols = 0;                          ///< for information only
+  bool isCalledEverywhere = false;        ///< also on processes without rows
   std::unique_ptr<VesMatrixBase> lowered; ///< the same operator in single precision, or null
 
   VesMatrixBase() = default;

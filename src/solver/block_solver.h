@@ -37,9 +37,9 @@ public:
   mutable int iterLimit = 0;        ///< of maxIter what earlier legs of the run have left
   mutable MPI_Comm rowComm = MPI_COMM_WORLD;
   mutable MPI_Comm secondComm = MPI_COMM_SELF;
-  mutable double largestRitz = 0.0;          ///< largest modulus of a Ritz value met so far
-  mutable double lowestRitz = 0.0; ///< lowest Ritz value met so far, which none of A is above
-  mutable double ritzSpread = 0.0; ///< last distance of Ritz values near the wanted ones
+  mutable double largestRitz = 0.0; ///< largest modulus of a Ritz value met so far
+  mutable double lowestRitz = 0.0;  ///< lowest Ritz value met so far, which none of A is above
+  mutable double ritzSpread = 0.0;  ///< last distance of Ritz values near the wanted ones
   mutable std::vector<double> pairResiduals; ///< of the wanted pairs when last tested, or NaN
   mutable SelfCheck<Scalar> check;           ///< what watches over the run
 
@@ -170,8 +170,8 @@ private:
   VesReturnCode BeginLow(LowLeg<Scalar>& low, const VesMatrixBase& matA, const VesMatrixBase& matB,
                          const VesMatrixBase& matP, Block& vecQ) const;
   /// A run is one leg, or two where the wanted pairs had converged but not all were confirmed: the
-  /// second goes on from the vectors until all pairs have, since only then what stands among them in
-  /// error is taken out. \return as SolveDense of the first leg
+  /// second goes on from the vectors until all pairs have, since only then what stands among them
+  /// in error is taken out. \return as SolveDense of the first leg
   VesReturnCode SolveInLegs(const VesMatrixBase& matA, const VesMatrixBase& matB,
                             const VesMatrixBase& matP, Block& vecQ, Block& vecW) const;
   VesReturnCode SolveNothing() const; ///< a run for no pairs, which has nothing to wait for

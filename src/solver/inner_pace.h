@@ -14,9 +14,9 @@ namespace Ves {
 ///   N(m) = (1/m + f) / (1 + f)
 /// of the iterations, where f = 1/4 with a T, which the steps soon exhaust, and 1/50 without:
 /// Laplacians in two and three dimensions with incomplete Cholesky factors took 0.50 to 0.54, 0.36
-/// to 0.43, 0.25 to 0.35 and 0.20 to 0.33 of them with 2, 3, 6 and 10 steps, without a T 0.46, 0.30,
-/// 0.16 and 0.07 to 0.10. One step is T itself, but scaled. The first applications make it and
-/// measure; then m has the smallest C(m) N(m), where that is well below the cost of T alone.
+/// to 0.43, 0.25 to 0.35 and 0.20 to 0.33 of them with 2, 3, 6 and 10 steps, without a T 0.46,
+/// 0.30, 0.16 and 0.07 to 0.10. One step is T itself, but scaled. The first applications make it
+/// and measure; then m has the smallest C(m) N(m), where that is well below the cost of T alone.
 class VES_EXPORT InnerPace {
 public:
   static constexpr int chosenByTimes = -1, mostChosen = 12;
@@ -32,8 +32,8 @@ public:
   int Begin(const VesVectorBase& x);
   void End();
 
-  /// By times of a column: in A, B and T, in an inner step beside them, in A and B of the rest of an
-  /// iteration, and beside them there.
+  /// By times of a column: in A, B and T, in an inner step beside them, in A and B of the rest of
+  /// an iteration, and beside them there.
   static int Choose(double operators, double step, double images, double other, bool hasT);
 
 private:
@@ -48,8 +48,8 @@ private:
   int m_asked;
   const MeteredOperator &m_matA, &m_matB, &m_matT;
   int m_nBegun = 0, m_columns = 0, m_chosen = 1;
-  Clock m_begin, m_end;       ///< of the last application
-  Clock m_inside, m_outside;  ///< of columns: in the applications measured, and between them
+  Clock m_begin, m_end;      ///< of the last application
+  Clock m_inside, m_outside; ///< of columns: in the applications measured, and between them
 };
 
 } // namespace Ves

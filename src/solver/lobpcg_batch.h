@@ -13,8 +13,8 @@ namespace Ves {
 /// random columns make up for dependent ones. So the dense problems stay small however many pairs
 /// are wanted, and the work grows with nBands times the batch, not with the square of nBands.
 ///
-/// The pass with iter = -1 loads the first batch; the one with iter = iterLimit is the last and only
-/// brings what remains of the guess into the result.
+/// The pass with iter = -1 loads the first batch; the one with iter = iterLimit is the last and
+/// only brings what remains of the guess into the result.
 template <typename Scalar>
 class VES_EXPORT LOBPCG_BATCH : public LobpcgSteps<Scalar> {
 public:

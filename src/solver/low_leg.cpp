@@ -132,8 +132,8 @@ template <typename Scalar>
 bool LowLeg<Scalar>::IsAtEnd(const VesProgress& progress) const {
   if (m_nIdle >= mostIdle) return true;
   if (progress.iteration > 0) return false;
-  const int wanted = m_run.wantedPairs > 0 ? std::min(m_run.wantedPairs, progress.wanted)
-                                           : progress.wanted;
+  const int wanted =
+      m_run.wantedPairs > 0 ? std::min(m_run.wantedPairs, progress.wanted) : progress.wanted;
   return std::all_of(progress.residuals, progress.residuals + wanted,
                      [&](double residual) { return residual < m_twin->threshold; });
 }

@@ -368,8 +368,7 @@ private:
     const int goal = wanted > 0 ? std::min(wanted, x.nCols) : x.nCols;
     // The pass that lets the rest of a guess into a batch comes on top.
     Require(o.iter >= 0 && o.iter <= maxIter + 1, "more iterations than allowed");
-    Require(o.reason != VES_REASON_NONE &&
-                (o.reason == VES_REASON_CONVERGED) == (o.nConv >= goal),
+    Require(o.reason != VES_REASON_NONE && (o.reason == VES_REASON_CONVERGED) == (o.nConv >= goal),
             "a reason that does not fit the count");
     const bool isEmpty = x.nCols == 0; // and then made without a word
     Require(o.stats.columnsA >= 0 && o.stats.columnsB >= 0 && o.stats.columnsT >= 0 &&

@@ -66,8 +66,8 @@ using DoubleScalars = testing::Types<double, std::complex<double>>;
 TYPED_TEST_SUITE(AdditionsTest, DoubleScalars);
 
 TYPED_TEST(AdditionsTest, LeadingPairsAreRightAndConverged) {
-  const Asked table[] = {{7},       {0, 0, true}, {0, 0, true, true}, {7, 0, true, true},
-                         {0, 4},    {0, -1},      {7, 4, true, true}, {7, 1, true}};
+  const Asked table[] = {{7},    {0, 0, true}, {0, 0, true, true}, {7, 0, true, true},
+                         {0, 4}, {0, -1},      {7, 4, true, true}, {7, 1, true}};
   for (const bool generalized : {false, true})
     for (const bool preconditioned : {false, true}) {
       auto on = OnBoxes<TypeParam>(generalized, preconditioned);
@@ -135,7 +135,8 @@ TYPED_TEST(AdditionsTest, WhatSinglePrecisionCannotHold) {
       return Number<TypeParam>(c.scaleGuess) * HashedNumber<TypeParam>(i, j);
     };
     for (const auto solver : allSolvers)
-      for (const Asked& asked : {Asked{0, 0, true, false}, {0, 0, true, true}, {0, 3, true, true}}) {
+      for (const Asked& asked :
+           {Asked{0, 0, true, false}, {0, 0, true, true}, {0, 3, true, true}}) {
         SCOPED_TRACE(testing::Message() << c.name << ", solver " << solver << asked);
         Settings s = WithinReach<TypeParam>(solver, k);
         s.threshold = 1e-7 * c.scaleA;
@@ -219,8 +220,8 @@ struct Followed {
 
   static int Note(void* data, const VesProgress* progress) {
     auto& seen = *static_cast<Followed*>(data);
-    seen.isOrdered = seen.isOrdered && progress->iteration >= seen.last &&
-                     progress->columnsA >= seen.columns;
+    seen.isOrdered =
+        seen.isOrdered && progress->iteration >= seen.last && progress->columnsA >= seen.columns;
     seen.last = progress->iteration;
     seen.columns = progress->columnsA;
     return progress->iteration >= seen.stopAt ? 1 : 0;

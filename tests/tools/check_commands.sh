@@ -117,6 +117,9 @@ expect 0 "4 of 4 pairs" solve k.mtx m.mtx -k 4 --detector relative-residuals --t
 chain 100 4 1 >exact
 agree steel.json 1e-7 7.85e-14
 expect 0 "preconditioner ic" solve a.mtx --scalar float -k 4 --precond ic
+expect 0 "in single precision" solve a.mtx -k 4 --precond inner --guard 3 --inner 4
+expect 2 "double precision" solve a.mtx --scalar float --precision mixed
+expect 2 "--inner" solve a.mtx --inner many
 expect 0 "complex-float" solve a.mtx --scalar complex-float -k 4 --tol 1e-3 --ortho svd-qr \
   --json cf.json --vectors cf.x
 expect 0 "good   residuals" check cf.json

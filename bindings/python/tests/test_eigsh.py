@@ -109,6 +109,23 @@ def test_preconditioner_and_guess_save_products():
     assert more.converged and np.allclose(more.values, line_values(200, 5), atol=1e-9)
 
 
+def test_precision_inner_steps_and_guards():
+    A, exact = line(400), line_values(400, 5)
+    plain = ves.eigsh(A, 5, precision="double", inner=0, guard=0)
+    helped = ves.eigsh(A, 5, precision="mixed", inner=8, guard=3)
+    assert plain.statistics.columns_low == 0 < helped.statistics.columns_low
+    assert helped.iterations < plain.iterations / 4
+    assert ves.eigsh(A.dot, 5, n=400).statistics.columns_low == 0  # nothing to copy
+    for result in plain, helped:
+        assert result.converged and np.allclose(result.values, exact, rtol=0, atol=1e-11)
+        assert result.vectors.shape == (400, 5) and result.history[-1].wanted == 5
+    for wrong in ({"precision": "low"}, {"inner": -1}, {"guard": -1}):
+        with pytest.raises(ValueError):
+            ves.eigsh(A, 5, **wrong)
+    with pytest.raises(ValueError, match="double precision"):
+        ves.eigsh(A, 5, dtype=np.float32, precision="mixed")
+
+
 def test_result_tells_of_the_run():
     seen = []
     assert ves.eigsh(line(100), 70).settings.solver == "lobpcg"  # which spans all of it at once

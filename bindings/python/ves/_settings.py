@@ -155,8 +155,9 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
         raise ValueError(f"lock_factor must be from 0 to 1, not {lock_factor!r}")
     is_single = np.dtype(dtype) in (np.float32, np.complex64)
     default_tol, default_passes = (1e-4, 3) if is_single else (1e-8, 2)
+    steps = CHOSEN_BY_TIMES if inner == "auto" else whole("inner", inner, 0, 1000)
     return Settings(
-        k=k, guard=guard, inner=CHOSEN_BY_TIMES if inner == "auto" else whole("inner", inner, 0, 1000),
+        k=k, guard=guard, inner=steps,
         is_mixed=_is_mixed(precision, is_single, has_entries), dtype=np.dtype(dtype),
         solver=solver, batch=batch, batch_limit=batch_limit,
         tol=_positive("tol", tol) or default_tol,

@@ -99,7 +99,7 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
         complete all the same: converged pairs first, estimates behind. To have an exception, with
         the result as its attribute, use ``warnings.simplefilter("error", ves.ConvergenceWarning)``.
     KernelWarning
-        OpenBLAS computes with kernels that are older than the processor: once, before the first run.
+        OpenBLAS computes with kernels older than the processor: once, before the first run.
 
     Raises
     ------
@@ -134,7 +134,7 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
             if monitor is not None and not callable(monitor):
                 raise TypeError("monitor must be callable")
             if problem.team.rank == 0:
-                _kernels.warn_once(stacklevel=5)
+                _kernels.warn_once(stacklevel=6)
             return settings
 
         settings = problem.agreed(choose)
