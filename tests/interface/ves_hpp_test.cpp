@@ -62,17 +62,18 @@ TYPED_TEST(VesHpp, SolvesWithWhatWasMoved) {
 
 TEST(VesHppAdditions, LowRoutineIsCalled) {
   int calls = 0;
-  ves::Operator<double> A([](auto x, auto y) {
+  const int first = 60 * RankIn(MPI_COMM_WORLD); // of 60 rows on every process
+  ves::Operator<double> A([first](auto x, auto y) {
     for (int j = 0; j < x.cols(); ++j)
       for (int i = 0; i < x.rows(); ++i)
-        y(i, j) = (1.0 + i) * x(i, j);
+        y(i, j) = (1.0 + first + i) * x(i, j);
   });
-  A.setLow([&calls](auto x, auto y) {
+  A.setLow([&calls, first](auto x, auto y) {
     static_assert(std::is_same_v<std::decay_t<decltype(y(0, 0))>, float>);
     ++calls;
     for (int j = 0; j < x.cols(); ++j)
       for (int i = 0; i < x.rows(); ++i)
-        y(i, j) = static_cast<float>(1 + i) * x(i, j);
+        y(i, j) = static_cast<float>(1 + first + i) * x(i, j);
   });
   ves::Options options;
   options.mixedPrecision = true;
@@ -80,7 +81,7 @@ TEST(VesHppAdditions, LowRoutineIsCalled) {
   options.wanted = 3;
   const ves::Operator<double> moved = std::move(A);
   const auto found = solve(moved, {}, {}, 60, 5, options);
-  EXPECT_TRUE(found.isConverged() || found.converged >= 3);
+  EXPECT_GE(found.converged, 3);
   EXPECT_TRUE(calls > 0 && found.stats.columnsLow > 0);
   EXPECT_NEAR(found.values[2], 3.0, 1e-9);
 }
