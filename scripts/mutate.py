@@ -32,8 +32,8 @@ TESTS = {
     "detector": [("detector_test", 1)],
     "orthogonalizer": [("orthogonalizer_test", 1)],
     "projector": [("orthogonalizer_test", 1)],
-    "solver": [("report_test", 1), ("solver_test", 1), ("collectives_test", 4), ("trust_test", 1),
-               ("memory_test", 1)],
+    "solver": [("report_test", 1), ("solver_test", 1), ("batch_test", 1), ("collectives_test", 4),
+               ("trust_test", 1), ("memory_test", 1)],
     "interface": [("interface_test", 1), ("report_test", 1)],
 }
 

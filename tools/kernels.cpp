@@ -162,7 +162,8 @@ void PrintAdvice(std::ostream& out, const Kernels& kernels) {
         << ", older than this processor: OPENBLAS_CORETYPE=" << kernels.better
         << " may be much faster\n";
   if (kernels.refused.empty()) return;
-  out << "warning     OpenBLAS lacks kernels for this processor, or multiplies wrongly with them:";
+  out << "warning     OpenBLAS lacks kernels for this processor, multiplies wrongly with them, or "
+         "could not be tried:";
   for (const std::string& each : kernels.refused)
     out << " " << each;
   out << "\n";

@@ -122,8 +122,10 @@ void DescribeRun(CLI::App& app, SolverOptions& solver, PreconditionerOptions& pr
                  "of shift-invert, below all eigenvalues; found if not given")
       ->check(finite)
       ->group("Preconditioner");
-  app.add_option("--seed", solver.seed, "of the random guess")
-      ->capture_default_str()
+  app.add_option(
+         "--seed", solver.seed,
+         "of the random guess, 1 by default; where it is given nothing is decided by times, "
+         "so that a run can be repeated to the last bit")
       ->group("Guess");
 }
 
@@ -169,7 +171,7 @@ void DescribeAdditions(CLI::App& app, SolverOptions& solver) {
            "auto takes a quarter as many, 2 to 8, or none with shift-invert");
   AddCount(app, "--inner", solver.innerSteps, 1000,
            "steps of conjugate gradients around the preconditioner; auto takes what pays by the "
-           "times of the run");
+           "times of the run, none with --seed");
   AddChoice(app, "--precision", precisionNames, solver.precision,
             "double, or mixed, which begins in single precision; auto takes mixed but for "
             "shift-invert")

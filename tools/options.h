@@ -48,8 +48,8 @@ struct SolverOptions {
   std::optional<int> batchLimit, ppcgBatch, rrPeriod, softLocking;
   std::optional<double> ppcgLockFactor;
   bool hasSelfCheck = true;
-  std::string start; ///< file of the guess
-  unsigned long long seed = 1;
+  std::string start;                      ///< file of the guess
+  std::optional<unsigned long long> seed; ///< given where a run shall be repeatable
 };
 
 struct PreconditionerOptions {

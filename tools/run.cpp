@@ -36,7 +36,7 @@ std::unique_ptr<ves::Block<Scalar>> MakePairs(const Problem<Scalar>& problem, in
 template <typename Scalar>
 void FillGuess(const Problem<Scalar>& problem, const SolverOptions& options, int pairs,
                Scalar* values) {
-  FillRandom(values, problem.LocalRows(), pairs, problem.FirstRow(), options.seed,
+  FillRandom(values, problem.LocalRows(), pairs, problem.FirstRow(), options.seed.value_or(1),
              problem.guessWeights);
   if (!options.start.empty()) ReadBlock(options.start, problem, pairs, values);
 }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
+#include <limits>
 #include <sstream>
 
 namespace VesTools {
@@ -68,6 +69,17 @@ void RequireSolverOf(const SolverOptions& options, VesSolverType solver) {
   require(options.ppcgLockFactor.has_value(), "--ppcg-lock-factor", VES_PPCG);
 }
 
+// Guards of a run that is not told how many, which they do not make too large for the library: it
+// counts the entries of three blocks by 32 bits. Collective.
+template <typename Scalar>
+int GuardsOf(const Problem<Scalar>& problem, int pairs) {
+  if (problem.isInverseExact) return 0;
+  const double rows = std::max(Largest(problem.LocalRows(), problem.comm), 1.0);
+  const double room = std::numeric_limits<int>::max() / (3.0 * rows) - pairs;
+  const int most = std::clamp(static_cast<int>(room), 0, 8);
+  return std::clamp(pairs / 4, std::min(2, most), most);
+}
+
 } // namespace
 
 template <typename Scalar>
@@ -77,9 +89,10 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options)
   if (settings.pairs > problem.Order())
     throw Error(exitUsage, "-k: " + std::to_string(settings.pairs) +
                                " pairs are more than the order " + std::to_string(problem.Order()));
-  const int guards = problem.isInverseExact ? 0 : std::clamp(settings.pairs / 4, 2, 8);
-  settings.guard = std::min(options.guard.value_or(guards), problem.Order() - settings.pairs);
-  settings.innerSteps = options.innerSteps.value_or(problem.isInverseExact ? 0 : -1);
+  settings.guard = std::min(options.guard.value_or(GuardsOf(problem, settings.pairs)),
+                            problem.Order() - settings.pairs);
+  settings.innerSteps =
+      options.innerSteps.value_or(problem.isInverseExact || options.seed.has_value() ? 0 : -1);
   settings.isMixed = options.precision == Precision::mixed || problem.lowA;
   const bool isWide =
       settings.pairs > pairsOfOneBatch && (problem.Order() - 1) / orderOfBatches >= settings.pairs;

@@ -179,7 +179,7 @@ TEST(BatchPasses, AsManyAsTheLimitSays) {
       {"the first batch and the rest", 40, 16, 0, 1, 16 + 24},
       {"one iteration between them", 40, 16, 1, 2, 16 + 16 + 24},
       {"nothing remains for a last pass", 12, 16, 1, 1, 12 + 12},
-      {"the last pass is far wider than the batch", 600, 256, 3, 4, 4 * 256 + 344},
+      {"the last pass is far wider than the batch", 150, 64, 3, 4, 4 * 64 + 86},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.reason);

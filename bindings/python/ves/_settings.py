@@ -117,10 +117,12 @@ def _at_once(solver, batch, k):
     return k if solver == "lobpcg" else min(k, batch or SUB_BLOCK)
 
 
-def _guards(guard, k, order):
-    """Columns behind the wanted ones: "auto" takes a quarter as many, 2 to 8."""
+def _guards(guard, k, order, processes):
+    """Columns behind the wanted ones: "auto" takes a quarter as many, 2 to 8, as far as the library
+    can count the order of dense problems and the entries of three blocks."""
     if guard == "auto":
-        guard = min(max(k // 4, 2), 8, max(LARGEST_ORDER // 3 - k, 0))
+        most = min(LARGEST_ORDER, LARGEST_INT // max(order // processes, 1)) // 3
+        guard = min(max(k // 4, 2), 8, max(most - k, 0))
     return min(whole("guard", guard, 0, LARGEST_ORDER), max(order - k, 0))
 
 
@@ -134,7 +136,7 @@ def _is_mixed(precision, is_single, has_entries):
 def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="auto",
              solver="auto", batch=None, tol=None, absolute_tol=None, maxiter=1000,
              lock_factor=1.0, detector="residuals", passes=None, generalized=False,
-             preconditioned=False, has_entries=False, everywhere=False):
+             preconditioned=False, repeatable=False, has_entries=False, everywhere=False):
     """Settings with the defaults of their precision and number of pairs filled in.
 
     Raises
@@ -143,7 +145,7 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
         A setting that no run can have.
     """
     k = whole("k", k, 1, LARGEST_ORDER)
-    guard = _guards(guard, k, order)
+    guard = _guards(guard, k, order, team.size)
     solver, batch, batch_limit = _choose_solver(solver, batch, k, order)
     if 3 * _at_once(solver, batch, k + guard) > LARGEST_ORDER:
         raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems"
@@ -155,9 +157,12 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
         raise ValueError(f"lock_factor must be from 0 to 1, not {lock_factor!r}")
     is_single = np.dtype(dtype) in (np.float32, np.complex64)
     default_tol, default_passes = (1e-4, 3) if is_single else (1e-8, 2)
-    steps = CHOSEN_BY_TIMES if inner == "auto" else whole("inner", inner, 0, 1000)
+    if inner == "auto":
+        inner = 0 if repeatable else CHOSEN_BY_TIMES
+    else:
+        inner = whole("inner", inner, 0, 1000)
     return Settings(
-        k=k, guard=guard, inner=steps,
+        k=k, guard=guard, inner=inner,
         is_mixed=_is_mixed(precision, is_single, has_entries), dtype=np.dtype(dtype),
         solver=solver, batch=batch, batch_limit=batch_limit,
         tol=_positive("tol", tol) or default_tol,

@@ -17,7 +17,7 @@ from ._results import ConvergenceWarning, EigenResult, Progress, Statistics
 def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="auto",
           inner="auto", precision="auto", tol=None, absolute_tol=None, maxiter=1000, batch=None,
           lock_factor=1.0, detector="residuals", passes=None, dtype=None, comm=None,
-          everywhere=False, monitor=None, seed=0):
+          everywhere=False, monitor=None, seed=None):
     """Lowest eigenpairs of a Hermitian problem A x = lambda x or A x = lambda B x.
 
     Parameters
@@ -45,8 +45,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
         quarter as many, 2 to 8.
     inner : "auto" or int
         Steps of conjugate gradients around T, which make it stronger at the cost of A and T; they
-        pay where these are cheap. "auto" takes as many as pay by the times of the run, so that
-        results differ in rounding from run to run; 0 is T alone.
+        pay where these are cheap; 0 is T alone. "auto" takes as many as pay by the times of the
+        run, so that results differ in rounding from run to run, or none where a seed is given.
     precision : {"auto", "double", "mixed"}
         "mixed" begins in single precision, where products cost half, and goes on in double
         precision; the result is as accurate. Matrices are copied to single precision, other
@@ -84,8 +84,9 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
     monitor : callable, optional
         Called with a `Progress` after the start and after each iteration, on every process. The
         run ends when it returns True on any.
-    seed : int
-        Of random columns.
+    seed : int, optional
+        Of random columns, by default 0. Where it is given nothing is decided by times, and the same
+        call gives the same bits.
 
     Returns
     -------
@@ -128,9 +129,11 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
                 tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch,
                 lock_factor=lock_factor, detector=detector, passes=passes,
                 generalized=B is not None,
-                preconditioned=T is not None, everywhere=bool(everywhere))
+                preconditioned=T is not None, repeatable=seed is not None,
+                everywhere=bool(everywhere))
             problem.require_fit(settings.k, settings.widest_block)
-            _settings.whole("seed", seed, 0, np.inf)
+            if seed is not None:
+                _settings.whole("seed", seed, 0, np.inf)
             if monitor is not None and not callable(monitor):
                 raise TypeError("monitor must be callable")
             if problem.team.rank == 0:
@@ -138,7 +141,7 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
             return settings
 
         settings = problem.agreed(choose)
-        result = _Run(problem, settings, monitor, seed).result()
+        result = _Run(problem, settings, monitor, seed or 0).result()
     if not result.converged and result.reason != "monitor":
         warnings.warn(ConvergenceWarning(result.summary(), result), stacklevel=2)
     return result
