@@ -112,6 +112,8 @@ protected:
   /// Passes around orthogonalizer and projector, and within them.
   int Passes() const { return RaisedPasses(maxOrthoIter); }
   int InnerPasses() const { return RaisedPasses(maxOrthoInnerIter); }
+  /// What passes around them go on for.
+  double PassTol() const { return check.IsCareful() ? Limit::carefulOrthogonalizer : orthoTol; }
 
   /// max_j |x_j^H B x_j - 1|: what a rotation by orthonormal coefficients lost because its basis
   /// was not B-orthonormal. Collective: one reduction of a number per column.

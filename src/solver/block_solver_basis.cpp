@@ -108,7 +108,7 @@ void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Pairs& y, Pairs& c,
   VES_ASSERT_GOOD(c.X.Normalize(c.BX, global));
   RestoreZeroColumns(c.X, c.BX);
   RepeatPasses(
-      Passes(), orthoTol, secondComm,
+      Passes(), PassTol(), secondComm,
       [&](bool) {
         VES_ASSERT_GOOD(this->OrthoProjector->Run(y.X, y.BX, c.X, c.BX, matB, global, InnerPasses(),
                                                   orthoInnerTol));

@@ -31,6 +31,10 @@ struct Tolerances {
   static constexpr double brokenColumn = 0.1;
   /// Passes after a restart, which has shown that fewer do not do.
   static constexpr int carefulPasses = 3;
+  /// Their tolerance. What the basis [X P] errs by, the projection of R against it leaves in R, and
+  /// from there it comes into the next P: near the floor of rounding, where R and P are almost
+  /// parallel, it grows threefold an iteration up to the tolerance, and residuals stand at it.
+  static constexpr double carefulOrthogonalizer = 16.0 * epsilon;
   /// @}
 
   /// \name Multiples of rounding
