@@ -1,11 +1,11 @@
-#include "large_problem.h"
-
-#include <fftw3.h>
+#include "fftw_of.h"
+#include "large_problem_of.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <stdexcept>
+#include <type_traits>
 
 namespace VesBench {
 
@@ -27,8 +27,12 @@ std::vector<double> Lowest(std::vector<double> all, int count) {
   return all;
 }
 
-class Laplacian : public LargeProblem {
+template <typename Real>
+class Laplacian {
 public:
+  using Number = Real;
+  static constexpr bool isComplex = false, isGeneralized = false;
+
   Laplacian(int size, MPI_Comm givenComm) : n(size), comm(givenComm) {
     int nProcesses = 1;
     MPI_Comm_rank(comm, &rank);
@@ -40,38 +44,38 @@ public:
     above = rank + 1 < nProcesses ? rank + 1 : MPI_PROC_NULL;
   }
 
-  int LocalRows() const override { return planes * n * n; }
-  int FirstRow() const override { return first * n * n; }
-  long long Order() const override { return static_cast<long long>(n) * n * n; }
+  int LocalRows() const { return planes * n * n; }
+  int FirstRow() const { return first * n * n; }
+  long long Order() const { return static_cast<long long>(n) * n * n; }
 
-  void ApplyA(const void* x, void* y, int nCols, int ld) override {
-    Exchange(static_cast<const double*>(x), nCols, ld);
+  void ApplyA(const Real* x, Real* y, int nCols, int ld) {
+    Exchange(x, nCols, ld);
     for (int j = 0; j < nCols; ++j)
-      Stencil(At(static_cast<const double*>(x), j, ld), At(static_cast<double*>(y), j, ld), j);
+      Stencil(At(x, j, ld), At(y, j, ld), j);
   }
 
   /// Chebyshev iteration from zero for A y = x on [upper / 30, upper].
-  void ApplyT(const void* x, void* y, int nCols, int ld) override {
-    const double upper = 12.0, lower = upper / 30;
-    const double centre = (upper + lower) / 2, radius = (upper - lower) / 2;
-    const double sigma = centre / radius;
+  void ApplyT(const Real* x, Real* y, int nCols, int ld) {
+    const Real upper = 12, lower = upper / 30;
+    const Real centre = (upper + lower) / 2, radius = (upper - lower) / 2;
+    const Real sigma = centre / radius;
     const auto rows = static_cast<std::size_t>(LocalRows());
     const std::size_t size = rows * static_cast<std::size_t>(nCols);
     step.resize(size);
     image.resize(rows);
-    double rho = 1 / sigma;
+    Real rho = 1 / sigma;
     for (int j = 0; j < nCols; ++j)
       for (std::size_t i = 0; i < rows; ++i) {
-        const double start = At(static_cast<const double*>(x), j, ld)[i] / centre;
-        At(step.data(), j, LocalRows())[i] = At(static_cast<double*>(y), j, ld)[i] = start;
+        const Real start = At(x, j, ld)[i] / centre;
+        At(step.data(), j, LocalRows())[i] = At(y, j, ld)[i] = start;
       }
     for (int k = 1; k < 6; ++k) {
-      Exchange(static_cast<double*>(y), nCols, ld);
-      const double next = 1 / (2 * sigma - rho), keep = next * rho, add = 2 * next / radius;
+      Exchange(y, nCols, ld);
+      const Real next = 1 / (2 * sigma - rho), keep = next * rho, add = 2 * next / radius;
       for (int j = 0; j < nCols; ++j) {
-        const double* const xj = At(static_cast<const double*>(x), j, ld);
-        double* const yj = At(static_cast<double*>(y), j, ld);
-        double* const sj = At(step.data(), j, LocalRows());
+        const Real* const xj = At(x, j, ld);
+        Real* const yj = At(y, j, ld);
+        Real* const sj = At(step.data(), j, LocalRows());
         Stencil(yj, image.data(), j);
         for (std::size_t i = 0; i < rows; ++i) {
           sj[i] = keep * sj[i] + add * (xj[i] - image[i]);
@@ -82,7 +86,7 @@ public:
     }
   }
 
-  std::vector<double> Exact(int count) const override {
+  std::vector<double> Exact(int count) const {
     std::vector<double> axis, all;
     for (int i = 1; i <= n; ++i)
       axis.push_back(2 - 2 * std::cos(i * pi / (n + 1)));
@@ -95,39 +99,43 @@ public:
     return Lowest(all, count);
   }
 
+  void ApplyB(const Real*, Real*, int, int) {}
+  double Weight(int) const { return 1.0; }
+
 private:
   /// Planes of the neighbours for all columns at once.
-  void Exchange(const double* x, int nCols, int ld) {
+  void Exchange(const Real* x, int nCols, int ld) {
     const int plane = n * n;
     const auto size = static_cast<std::size_t>(plane) * static_cast<std::size_t>(nCols);
-    for (std::vector<double>* const buffer : {&halo[0], &halo[1]})
-      buffer->assign(size, 0.0);
+    for (std::vector<Real>* const buffer : {&halo[0], &halo[1]})
+      buffer->assign(size, Real(0));
     if (below == MPI_PROC_NULL && above == MPI_PROC_NULL) return;
     send.resize(2 * size);
     for (int j = 0; j < nCols; ++j) {
-      const double* const xj = At(x, j, ld);
+      const Real* const xj = At(x, j, ld);
       std::copy_n(xj, plane, At(send.data(), j, plane));
       std::copy_n(xj + LocalRows() - plane, plane, At(send.data() + size, j, plane));
     }
     const int count = static_cast<int>(size);
-    MPI_Sendrecv(send.data(), count, MPI_DOUBLE, below, 0, halo[1].data(), count, MPI_DOUBLE, above,
-                 0, comm, MPI_STATUS_IGNORE);
-    MPI_Sendrecv(send.data() + size, count, MPI_DOUBLE, above, 1, halo[0].data(), count, MPI_DOUBLE,
-                 below, 1, comm, MPI_STATUS_IGNORE);
+    const MPI_Datatype type = std::is_same_v<Real, double> ? MPI_DOUBLE : MPI_FLOAT;
+    MPI_Sendrecv(send.data(), count, type, below, 0, halo[1].data(), count, type, above, 0, comm,
+                 MPI_STATUS_IGNORE);
+    MPI_Sendrecv(send.data() + size, count, type, above, 1, halo[0].data(), count, type, below, 1,
+                 comm, MPI_STATUS_IGNORE);
   }
 
-  void Stencil(const double* x, double* y, int column) const {
+  void Stencil(const Real* x, Real* y, int column) const {
     const int plane = n * n;
     for (int p = 0; p < planes; ++p) {
-      const double* const lower = p > 0 ? x + (p - 1) * plane : At(halo[0].data(), column, plane);
-      const double* const upper =
+      const Real* const lower = p > 0 ? x + (p - 1) * plane : At(halo[0].data(), column, plane);
+      const Real* const upper =
           p + 1 < planes ? x + (p + 1) * plane : At(halo[1].data(), column, plane);
       for (int r = 0; r < n; ++r)
         Line(x + p * plane + r * n, lower + r * n, upper + r * n, r, y + p * plane + r * n);
     }
   }
 
-  void Line(const double* x, const double* lower, const double* upper, int r, double* y) const {
+  void Line(const Real* x, const Real* lower, const Real* upper, int r, Real* y) const {
     for (int i = 0; i < n; ++i)
       y[i] = 6 * x[i] - lower[i] - upper[i];
     for (int i = 1; i < n; ++i)
@@ -142,59 +150,61 @@ private:
 
   int n, first = 0, planes = 0, rank = 0, below = 0, above = 0;
   MPI_Comm comm;
-  std::vector<double> halo[2], send, step, image;
+  std::vector<Real> halo[2], send, step, image;
 };
 
-class Elements : public LargeProblem {
+template <typename Real>
+class Elements {
 public:
+  using Number = Real;
+  static constexpr bool isComplex = false, isGeneralized = true;
+
   Elements(int size, MPI_Comm comm) : n(size), h(1.0 / (size + 1)) {
     int nProcesses = 1;
     MPI_Comm_size(comm, &nProcesses);
     if (nProcesses > 1) throw std::runtime_error("the elements run on one process");
     grid.resize(static_cast<std::size_t>(n) * static_cast<std::size_t>(n));
     line.resize(grid.size());
-    plan =
-        fftw_plan_r2r_2d(n, n, grid.data(), grid.data(), FFTW_RODFT00, FFTW_RODFT00, FFTW_MEASURE);
+    plan = Fftw::sines(n, n, grid.data(), grid.data(), FFTW_RODFT00, FFTW_RODFT00, FFTW_MEASURE);
   }
   Elements(const Elements&) = delete;
   Elements& operator=(const Elements&) = delete;
-  ~Elements() override { fftw_destroy_plan(plan); }
+  ~Elements() { Fftw::destroy(plan); }
 
-  int LocalRows() const override { return n * n; }
-  int FirstRow() const override { return 0; }
-  long long Order() const override { return LocalRows(); }
-  bool IsGeneralized() const override { return true; }
+  int LocalRows() const { return n * n; }
+  int FirstRow() const { return 0; }
+  long long Order() const { return LocalRows(); }
 
-  void ApplyA(const void* x, void* y, int nCols, int ld) override {
-    const Tridiagonal stiffness{2 / h, -1 / h}, mass{4 * h / 6, h / 6};
+  void ApplyA(const Real* x, Real* y, int nCols, int ld) {
+    const Tridiagonal stiffness = Of(2 / h, -1 / h), mass = Of(4 * h / 6, h / 6);
     for (int j = 0; j < nCols; ++j) {
-      const double* const xj = At(static_cast<const double*>(x), j, ld);
-      double* const yj = At(static_cast<double*>(y), j, ld);
+      const Real* const xj = At(x, j, ld);
+      Real* const yj = At(y, j, ld);
       Tensor(stiffness, mass, xj, yj, false);
       Tensor(mass, stiffness, xj, yj, true);
     }
   }
-  void ApplyB(const void* x, void* y, int nCols, int ld) override {
-    const Tridiagonal mass{4 * h / 6, h / 6};
+  void ApplyB(const Real* x, Real* y, int nCols, int ld) {
+    const Tridiagonal mass = Of(4 * h / 6, h / 6);
     for (int j = 0; j < nCols; ++j)
-      Tensor(mass, mass, At(static_cast<const double*>(x), j, ld),
-             At(static_cast<double*>(y), j, ld), false);
+      Tensor(mass, mass, At(x, j, ld), At(y, j, ld), false);
   }
 
-  void ApplyT(const void* x, void* y, int nCols, int ld) override {
+  void ApplyT(const Real* x, Real* y, int nCols, int ld) {
     const double scale = 1.0 / (4.0 * (n + 1) * (n + 1));
     for (int j = 0; j < nCols; ++j) {
-      std::copy_n(At(static_cast<const double*>(x), j, ld), n * n, grid.data());
-      fftw_execute(plan);
+      std::copy_n(At(x, j, ld), n * n, grid.data());
+      Fftw::execute(plan);
       for (int i = 0, at = 0; i < n; ++i)
         for (int k = 0; k < n; ++k, ++at)
-          grid[static_cast<std::size_t>(at)] *= scale / (Difference(i + 1) + Difference(k + 1));
-      fftw_execute(plan);
-      std::copy_n(grid.data(), n * n, At(static_cast<double*>(y), j, ld));
+          grid[static_cast<std::size_t>(at)] *=
+              static_cast<Real>(scale / (Difference(i + 1) + Difference(k + 1)));
+      Fftw::execute(plan);
+      std::copy_n(grid.data(), n * n, At(y, j, ld));
     }
   }
 
-  std::vector<double> Exact(int count) const override {
+  std::vector<double> Exact(int count) const {
     std::vector<double> axis, all; // stiffness over mass of one axis
     for (int i = 1; i <= std::min(n, count); ++i) {
       const double c = std::cos(i * pi * h);
@@ -206,30 +216,37 @@ public:
     return Lowest(all, count);
   }
 
+  double Weight(int) const { return 1.0; }
+
 private:
+  using Fftw = silicon::FftwOf<Real>;
+
   struct Tridiagonal {
-    double diagonal, off;
+    Real diagonal, off;
   };
+  static Tridiagonal Of(double diagonal, double off) {
+    return {static_cast<Real>(diagonal), static_cast<Real>(off)};
+  }
 
   /// Eigenvalue of tridiag(-1, 2, -1).
   double Difference(int i) const { return 2 - 2 * std::cos(i * pi * h); }
 
   /// y (+)= (first x second) x for matrices of the two axes.
-  void Tensor(Tridiagonal first, Tridiagonal second, const double* x, double* y, bool adds) {
+  void Tensor(Tridiagonal first, Tridiagonal second, const Real* x, Real* y, bool adds) {
     for (int i = 0; i < n; ++i)
       AlongLine(second, x + i * n, line.data() + i * n);
     for (int i = 0; i < n; ++i) {
-      const double* const here = line.data() + i * n;
-      double* const out = y + i * n;
+      const Real* const here = line.data() + i * n;
+      Real* const out = y + i * n;
       for (int k = 0; k < n; ++k)
-        out[k] = (adds ? out[k] : 0.0) + first.diagonal * here[k];
+        out[k] = (adds ? out[k] : Real(0)) + first.diagonal * here[k];
       for (int k = 0; i > 0 && k < n; ++k)
         out[k] += first.off * here[k - n];
       for (int k = 0; i + 1 < n && k < n; ++k)
         out[k] += first.off * here[k + n];
     }
   }
-  void AlongLine(Tridiagonal t, const double* x, double* y) const {
+  void AlongLine(Tridiagonal t, const Real* x, Real* y) const {
     for (int k = 0; k < n; ++k)
       y[k] = t.diagonal * x[k];
     for (int k = 1; k < n; ++k)
@@ -240,18 +257,18 @@ private:
 
   int n;
   double h;
-  std::vector<double> grid, line;
-  fftw_plan plan = nullptr;
+  std::vector<Real> grid, line;
+  typename Fftw::Plan plan = nullptr;
 };
 
 } // namespace
 
 std::unique_ptr<LargeProblem> MakeLaplacian(int size, MPI_Comm comm) {
-  return std::make_unique<Laplacian>(size, comm);
+  return std::make_unique<LargeProblemOf<Laplacian>>(size, comm);
 }
 
 std::unique_ptr<LargeProblem> MakeElements(int size, MPI_Comm comm) {
-  return std::make_unique<Elements>(size, comm);
+  return std::make_unique<LargeProblemOf<Elements>>(size, comm);
 }
 
 std::unique_ptr<LargeProblem> MakeLargeProblem(const std::string& name, double size,

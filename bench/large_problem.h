@@ -19,18 +19,23 @@ public:
   virtual int LocalRows() const = 0;
   virtual int FirstRow() const = 0; ///< number of this process's first row
   virtual long long Order() const = 0;
-  virtual bool IsComplex() const { return false; }
-  virtual bool IsGeneralized() const { return false; }
+  virtual bool IsComplex() const = 0;
+  virtual bool IsGeneralized() const = 0;
 
   virtual void ApplyA(const void* x, void* y, int nCols, int ld) = 0;
-  virtual void ApplyB(const void*, void*, int, int) {}
+  virtual void ApplyB(const void* x, void* y, int nCols, int ld) = 0;
   virtual void ApplyT(const void* x, void* y, int nCols, int ld) = 0;
 
+  /// The same in single precision, on blocks of float or complex float.
+  virtual void ApplyLowA(const void* x, void* y, int nCols, int ld) = 0;
+  virtual void ApplyLowB(const void* x, void* y, int nCols, int ld) = 0;
+  virtual void ApplyLowT(const void* x, void* y, int nCols, int ld) = 0;
+
   /// How much of the guess row i gets: smooth vectors make better guesses than noise.
-  virtual double Weight(int) const { return 1.0; }
+  virtual double Weight(int localRow) const = 0;
 
   /// The lowest values by a closed form; none where there is no such form.
-  virtual std::vector<double> Exact(int) const { return {}; }
+  virtual std::vector<double> Exact(int count) const = 0;
 };
 
 /// Seven-point Dirichlet Laplacian (6, -1) on size^3 points, planes dealt out; most values are

@@ -1,16 +1,18 @@
 #include "hamiltonian.h"
-#include "large_problem.h"
+#include "large_problem_of.h"
 #include "plane_waves.h"
 
 namespace VesBench {
 
 namespace {
 
-using silicon::Complex;
-
-class PlaneWavesProblem : public LargeProblem {
+template <typename Real>
+class PlaneWaves {
 public:
-  PlaneWavesProblem(double cutoff, MPI_Comm comm)
+  using Number = std::complex<Real>;
+  static constexpr bool isComplex = true, isGeneralized = false;
+
+  PlaneWaves(double cutoff, MPI_Comm comm)
       : crystal(silicon::Crystal::Supercell(2)), basis(crystal, {0.1, 0.07, 0.03}, cutoff, comm),
         hamiltonian(crystal, basis, comm) {
     int local = basis.LocalSize(), sum = 0;
@@ -18,32 +20,31 @@ public:
     first = sum - local;
   }
 
-  int LocalRows() const override { return basis.LocalSize(); }
-  int FirstRow() const override { return first; }
-  long long Order() const override { return basis.Size(); }
-  bool IsComplex() const override { return true; }
+  int LocalRows() const { return basis.LocalSize(); }
+  int FirstRow() const { return first; }
+  long long Order() const { return basis.Size(); }
 
-  void ApplyA(const void* x, void* y, int nCols, int ld) override {
-    hamiltonian.Apply(static_cast<const Complex*>(x), static_cast<Complex*>(y), nCols, ld);
+  void ApplyA(const Number* x, Number* y, int nCols, int ld) { hamiltonian.Apply(x, y, nCols, ld); }
+  void ApplyB(const Number*, Number*, int, int) {}
+  void ApplyT(const Number* x, Number* y, int nCols, int ld) {
+    hamiltonian.Precondition(x, y, nCols, ld);
   }
-  void ApplyT(const void* x, void* y, int nCols, int ld) override {
-    hamiltonian.Precondition(static_cast<const Complex*>(x), static_cast<Complex*>(y), nCols, ld);
-  }
-  double Weight(int localRow) const override {
+  double Weight(int localRow) const {
     return 1 / (1 + basis.Local()[static_cast<std::size_t>(localRow)].kinetic);
   }
+  std::vector<double> Exact(int) const { return {}; }
 
 private:
   silicon::Crystal crystal;
   silicon::PlaneWaves basis;
-  silicon::Hamiltonian hamiltonian;
+  silicon::Hamiltonian<Real> hamiltonian;
   int first = 0;
 };
 
 } // namespace
 
 std::unique_ptr<LargeProblem> MakePlaneWaves(double cutoff, MPI_Comm comm) {
-  return std::make_unique<PlaneWavesProblem>(cutoff, comm);
+  return std::make_unique<LargeProblemOf<PlaneWaves>>(cutoff, comm);
 }
 
 } // namespace VesBench

@@ -14,8 +14,7 @@ void AddLowOperators(const Options& options, const ProblemData& data, Problem<Sc
   if constexpr (std::is_same_v<Scalar, Low<Scalar>>) {
     if (precision == Precision::mixed)
       throw Error(exitUsage, "--precision mixed needs a problem in double precision");
-  } else if (!data.isPlaneWaves &&
-             (precision == Precision::mixed || (precision == Precision::automatic && !isExact))) {
+  } else if (precision == Precision::mixed || (precision == Precision::automatic && !isExact)) {
     auto low = MakeProblem<Low<Scalar>>(options.problem, data, problem.comm);
     if (!isExact) AddPreconditioner(options.preconditioner, low);
     problem.lowA = low.a;

@@ -32,7 +32,8 @@ EntryList ReadGraph(const std::string& path, MPI_Comm comm);
 
 /// Plane waves of a silicon supercell at Gamma, arguments as in supercell=2,ecut=10, with its
 /// preconditioner. Throws Error; always when this program was built without the model. Collective.
-Problem<std::complex<double>> SiliconModel(const std::string& arguments, MPI_Comm comm);
+template <typename Real>
+Problem<std::complex<Real>> SiliconModel(const std::string& arguments, MPI_Comm comm);
 
 /// Whether this program was built with the silicon model.
 bool HasSiliconModel();

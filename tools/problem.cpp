@@ -87,8 +87,6 @@ ProblemData LoadProblem(const ProblemOptions& options, MPI_Comm comm) {
     LoadModel(options.model, data, comm);
   const bool isComplex = data.isPlaneWaves || data.a.isComplex || data.b.isComplex;
   data.scalar = options.scalar.value_or(isComplex ? VES_COMPLEX_DOUBLE : VES_DOUBLE);
-  if (data.isPlaneWaves && data.scalar != VES_COMPLEX_DOUBLE)
-    throw Error(exitUsage, "--scalar: the model silicon is computed in type complex alone");
   if (isComplex && !IsComplexType(data.scalar))
     throw Error(exitUsage, "--scalar: " + data.title + " is complex, type " +
                                NameOf(scalarNames, data.scalar) + " would drop imaginary parts");
@@ -97,8 +95,10 @@ ProblemData LoadProblem(const ProblemOptions& options, MPI_Comm comm) {
 
 template <typename Scalar>
 Problem<Scalar> MakeProblem(const ProblemOptions& options, const ProblemData& data, MPI_Comm comm) {
-  if constexpr (std::is_same_v<Scalar, std::complex<double>>)
-    if (data.isPlaneWaves) return SiliconModel(ParseModelName(options.model).arguments, comm);
+  if constexpr (!std::is_floating_point_v<Scalar>)
+    if (data.isPlaneWaves)
+      return SiliconModel<typename Scalar::value_type>(ParseModelName(options.model).arguments,
+                                                       comm);
   Problem<Scalar> problem;
   problem.title = data.title;
   problem.comm = comm;

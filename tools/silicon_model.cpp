@@ -44,12 +44,13 @@ SiliconSizes ParseSilicon(const std::string& text) {
   return sizes;
 }
 
-Problem<std::complex<double>> MakeSilicon(const SiliconSizes& sizes, MPI_Comm comm) {
+template <typename Real>
+Problem<std::complex<Real>> MakeSilicon(const SiliconSizes& sizes, MPI_Comm comm) {
   const silicon::Crystal crystal = silicon::Crystal::Supercell(sizes.supercell);
   const auto basis =
       std::make_shared<silicon::PlaneWaves>(crystal, silicon::Vec3{}, sizes.cutoff, comm);
-  const auto hamiltonian = std::make_shared<silicon::Hamiltonian>(crystal, *basis, comm);
-  Problem<std::complex<double>> problem;
+  const auto hamiltonian = std::make_shared<silicon::Hamiltonian<Real>>(crystal, *basis, comm);
+  Problem<std::complex<Real>> problem;
   const int atoms = 8 * sizes.supercell * sizes.supercell * sizes.supercell;
   problem.title = "silicon, " + std::to_string(atoms) + " atoms in plane waves";
   problem.comm = comm;
@@ -59,7 +60,7 @@ Problem<std::complex<double>> MakeSilicon(const SiliconSizes& sizes, MPI_Comm co
   problem.offsets = {0};
   for (const int count : counts)
     problem.offsets.push_back(problem.offsets.back() + count);
-  using Complex = std::complex<double>;
+  using Complex = std::complex<Real>;
   problem.a = [hamiltonian](const Complex* x, Complex* y, int nCols, int ld) {
     hamiltonian->Apply(x, y, nCols, ld);
   };
@@ -77,9 +78,10 @@ bool HasSiliconModel() {
   return true;
 }
 
-Problem<std::complex<double>> SiliconModel(const std::string& arguments, MPI_Comm comm) {
+template <typename Real>
+Problem<std::complex<Real>> SiliconModel(const std::string& arguments, MPI_Comm comm) {
   try {
-    return MakeSilicon(ParseSilicon(arguments), comm);
+    return MakeSilicon<Real>(ParseSilicon(arguments), comm);
   } catch (const silicon::Error& error) {
     throw Error(exitUsage, std::string("--model silicon: ") + error.what());
   }
@@ -91,11 +93,15 @@ bool HasSiliconModel() {
   return false;
 }
 
-Problem<std::complex<double>> SiliconModel(const std::string&, MPI_Comm) {
+template <typename Real>
+Problem<std::complex<Real>> SiliconModel(const std::string&, MPI_Comm) {
   throw Error(exitUsage,
               "--model silicon: this program was built without FFTW and has no such model");
 }
 
 #endif
+
+template Problem<std::complex<double>> SiliconModel(const std::string&, MPI_Comm);
+template Problem<std::complex<float>> SiliconModel(const std::string&, MPI_Comm);
 
 } // namespace VesTools

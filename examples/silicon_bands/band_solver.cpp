@@ -104,7 +104,7 @@ Bands SolveBands(const Crystal& crystal, const Vec3& k, double cutoff, int bands
   const PlaneWaves& basis = *result.basis;
   const int computed = std::min(bands + options.spareBands, basis.Size());
   result.computed = computed;
-  Hamiltonian hamiltonian(crystal, basis, comm);
+  Hamiltonian<double> hamiltonian(crystal, basis, comm);
   const ves::Operator<Complex> a(
       [&](auto x, auto y) { hamiltonian.Apply(x.data(), y.data(), x.cols(), x.ld()); });
   const ves::Operator<Complex> t(

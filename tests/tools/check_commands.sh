@@ -118,6 +118,8 @@ chain 100 4 1 >exact
 agree steel.json 1e-7 7.85e-14
 expect 0 "preconditioner ic" solve a.mtx --scalar float -k 4 --precond ic
 expect 0 "in single precision" solve a.mtx -k 4 --precond inner --guard 3 --inner 4
+! "$ves" info | grep -q ", silicon" ||
+  expect 0 "in single precision" solve --model silicon:ecut=5 -k 4
 expect 2 "double precision" solve a.mtx --scalar float --precision mixed
 expect 2 "--inner" solve a.mtx --inner many
 expect 0 "complex-float" solve a.mtx --scalar complex-float -k 4 --tol 1e-3 --ortho svd-qr \
