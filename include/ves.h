@@ -477,6 +477,18 @@ VES_EXPORT VesReturnCode VesSolverSetInnerSteps(VesSolver solver, int count) VES
 /// \return -7 solver is null; -1 count is negative; 0
 VES_EXPORT VesReturnCode VesSolverSetWanted(VesSolver solver, int count) VES_NOEXCEPT;
 
+/// Keeps the vectors of a run B-orthogonal to the columns of Y, n x m and distributed as the vectors
+/// are: the null space of A, rigid motions, pairs of an earlier run. They need not be orthonormal;
+/// dependent ones are left out. A run finds the lowest pairs of P^H A P in the range of
+/// P = 1 - Y (Y^H B Y)^-1 Y^H B, and tests the residuals of that: where the columns of Y are no
+/// eigenvectors, A x - lambda B x has a part in B Y as well. B and A are applied to them, m columns of
+/// each, in runs that begin in single precision twice. The block is read in each run and must live
+/// as long, unchanged; null (the default): nothing is kept out. m must be the same on all
+/// processes. A run then is refused with -7 where Y has no storage, -5 where it is distributed
+/// otherwise, -1 where a column is not finite, B is not definite on it, or nothing is left beside Y.
+/// \return -7 solver is null; -5 Y is of another scalar type; -4 Y is no dense block; 0
+VES_EXPORT VesReturnCode VesSolverSetDeflation(VesSolver solver, VesVector Y) VES_NOEXCEPT;
+
 /// Forecast of the bytes that a run takes on this process beside the caller's blocks, for nRows
 /// local rows (and leading dimension) and nCols pairs, as the solver is set now. A run that leaves
 /// 32 bits is refused: with k pairs and b = min(k, batch limit or sub-block) the widest block has

@@ -228,6 +228,15 @@ public:
     return m_handle.get();
   } ///< stays the solver's
 
+  /// Keeps the vectors of runs B-orthogonal to the columns of Y, as VesSolverSetDeflation: Y must
+  /// outlive the runs, or the call of stopDeflating. Throws Error.
+  void deflate(const Block<Scalar>& Y) {
+    check(VesSolverSetDeflation(handle(), Y.handle()), "VesSolverSetDeflation");
+  }
+  void stopDeflating() {
+    check(VesSolverSetDeflation(handle(), nullptr), "VesSolverSetDeflation");
+  }
+
   /// The lowest pairs of A x = lambda x, or with a B of A x = lambda B x, as VesRunSolver: X holds
   /// the guess and then the vectors. B and T may be none. Collective. Throws Error as VesRunSolver,
   /// and what operators and monitor threw; X then holds anything.

@@ -54,10 +54,9 @@ void JudgeResiduals(const Claim& claim, const std::vector<double>& residuals,
 template <typename Scalar>
 Verdict Judge(const Claim& claim, const Problem<Scalar>& problem) {
   const auto pairs = static_cast<int>(claim.values.size());
-  const ves::Block<Scalar> x(problem.LocalRows(), pairs, problem.comm);
-  const int columns = ReadBlock(claim.vectors, problem, pairs, x.data());
-  if (columns != pairs)
-    throw Error(exitInput, claim.vectors + ": " + std::to_string(columns) + " vectors for " +
+  const ves::Block<Scalar> x = ReadBlock(claim.vectors, problem);
+  if (x.cols() != pairs)
+    throw Error(exitInput, claim.vectors + ": " + std::to_string(x.cols()) + " vectors for " +
                                std::to_string(pairs) + " eigenvalues");
   const std::vector<ves::Real<Scalar>> values(claim.values.begin(), claim.values.end());
   double seconds = 0.0;

@@ -3,7 +3,6 @@
 #include "matrix_market.h"
 #include "parallel.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 
@@ -40,25 +39,19 @@ void FillRandom(Scalar* values, int rows, int columns, int firstRow, unsigned lo
 }
 
 template <typename Scalar>
-int ReadBlock(const std::string& path, const Problem<Scalar>& problem, int columns,
-              Scalar* values) {
+ves::Block<Scalar> ReadBlock(const std::string& path, const Problem<Scalar>& problem) {
   EntryList block = ReadMatrixMarket(path, problem.comm);
   const auto refuse = [&](const std::string& why) { throw Error(exitInput, path + ": " + why); };
   if (block.rows != problem.Order())
     refuse("a block of " + std::to_string(block.rows) + " rows does not fit a problem of order " +
            std::to_string(problem.Order()));
-  if (block.columns > columns)
-    refuse(std::to_string(block.columns) + " columns are more than the " + std::to_string(columns) +
-           " pairs");
   if (block.isComplex && std::is_floating_point_v<Scalar>)
     refuse("a complex block does not fit a real problem");
   MoveToOwners(block, problem.offsets, problem.comm);
-  const auto rows = static_cast<std::size_t>(problem.LocalRows());
-  std::fill_n(values, rows * static_cast<std::size_t>(block.columns), Scalar(0));
+  ves::Block<Scalar> read(problem.LocalRows(), block.columns, problem.comm);
   for (const Entry& entry : block.entries)
-    values[static_cast<std::size_t>(entry.row - problem.FirstRow()) +
-           static_cast<std::size_t>(entry.column) * rows] = Convert<Scalar>(entry.value);
-  return block.columns;
+    read(entry.row - problem.FirstRow(), entry.column) = Convert<Scalar>(entry.value);
+  return read;
 }
 
 template void FillRandom(double*, int, int, int, unsigned long long, const std::vector<double>&);
@@ -67,11 +60,11 @@ template void FillRandom(std::complex<double>*, int, int, int, unsigned long lon
                          const std::vector<double>&);
 template void FillRandom(std::complex<float>*, int, int, int, unsigned long long,
                          const std::vector<double>&);
-template int ReadBlock(const std::string&, const Problem<double>&, int, double*);
-template int ReadBlock(const std::string&, const Problem<float>&, int, float*);
-template int ReadBlock(const std::string&, const Problem<std::complex<double>>&, int,
-                       std::complex<double>*);
-template int ReadBlock(const std::string&, const Problem<std::complex<float>>&, int,
-                       std::complex<float>*);
+template ves::Block<double> ReadBlock(const std::string&, const Problem<double>&);
+template ves::Block<float> ReadBlock(const std::string&, const Problem<float>&);
+template ves::Block<std::complex<double>> ReadBlock(const std::string&,
+                                                    const Problem<std::complex<double>>&);
+template ves::Block<std::complex<float>> ReadBlock(const std::string&,
+                                                   const Problem<std::complex<float>>&);
 
 } // namespace VesTools

@@ -3,6 +3,8 @@
 
 #include "problem.h"
 
+#include <ves.hpp>
+
 #include <string>
 #include <vector>
 
@@ -14,10 +16,9 @@ template <typename Scalar>
 void FillRandom(Scalar* values, int rows, int columns, int firstRow, unsigned long long seed,
                 const std::vector<double>& weights);
 
-/// Reads the local rows of a block of as many rows as the problem and at most columns columns into
-/// the first columns of values; \return how many there were. Throws Error. Collective.
+/// A block of as many rows as the problem from a file. Throws Error. Collective.
 template <typename Scalar>
-int ReadBlock(const std::string& path, const Problem<Scalar>& problem, int columns, Scalar* values);
+ves::Block<Scalar> ReadBlock(const std::string& path, const Problem<Scalar>& problem);
 
 } // namespace VesTools
 

@@ -223,6 +223,11 @@ void DescribeSolve(CLI::App& app, Options& options) {
       ->type_name("FILE");
   DescribeModel(app, options.problem);
   DescribeProblem(app, options.problem, "Problem");
+  app.add_option("--deflate", options.solver.deflate,
+                 "columns of a Matrix Market file that vectors are kept orthogonal to, in B")
+      ->check(filled)
+      ->type_name("FILE")
+      ->group("Problem");
   DescribeRun(app, options.solver, options.preconditioner);
   app.add_option("--start", options.solver.start, "guess from a Matrix Market file")
       ->check(filled)
@@ -251,6 +256,11 @@ void DescribeBench(CLI::App& app, Options& options) {
   DescribeModel(app, options.problem);
   app.get_option("--model")->capture_default_str();
   DescribeProblem(app, options.problem, "Problem");
+  app.add_option("--deflate", options.solver.deflate,
+                 "columns of a Matrix Market file that vectors are kept orthogonal to, in B")
+      ->check(filled)
+      ->type_name("FILE")
+      ->group("Problem");
   DescribeRun(app, options.solver, options.preconditioner);
   DescribeAdditions(app, options.solver);
 }

@@ -49,6 +49,7 @@ struct SolverOptions {
   std::optional<double> ppcgLockFactor;
   bool hasSelfCheck = true;
   std::string start;                      ///< file of the guess
+  std::string deflate;                    ///< file of columns that vectors are kept orthogonal to
   std::optional<unsigned long long> seed; ///< given where a run shall be repeatable
 };
 

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 
 namespace VesTools {
 namespace {
@@ -38,7 +39,23 @@ void FillGuess(const Problem<Scalar>& problem, const SolverOptions& options, int
                Scalar* values) {
   FillRandom(values, problem.LocalRows(), pairs, problem.FirstRow(), options.seed.value_or(1),
              problem.guessWeights);
-  if (!options.start.empty()) ReadBlock(options.start, problem, pairs, values);
+  if (options.start.empty()) return;
+  const ves::Block<Scalar> given = ReadBlock(options.start, problem);
+  if (given.cols() > pairs)
+    throw Error(exitInput, options.start + ": " + std::to_string(given.cols()) +
+                               " columns are more than the " + std::to_string(pairs) + " pairs");
+  for (int j = 0; j < given.cols(); ++j)
+    values = std::copy_n(given.column(j), given.rows(), values);
+}
+
+// What is deflated must live as long as the solver. Collective.
+template <typename Scalar>
+std::optional<ves::Block<Scalar>> Deflate(const Problem<Scalar>& problem, const std::string& path,
+                                          ves::Solver<Scalar>& solver) {
+  if (path.empty()) return std::nullopt;
+  std::optional<ves::Block<Scalar>> columns(ReadBlock(path, problem));
+  solver.deflate(*columns);
+  return columns;
 }
 
 // Collective.
@@ -122,6 +139,7 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
     ves::Options library = LibraryOptions(result.settings, options);
     library.monitor = [&](const VesProgress& progress) { return monitor.Note(progress); };
     ves::Solver<Scalar> solver(library);
+    const auto deflated = Deflate(problem, options.deflate, solver);
     const MemoryMeter memory;
     found = solver.solve(a, b, t, *x);
     result.history = monitor.GetHistory();

@@ -404,6 +404,14 @@ module ves
       integer, intent(out), optional :: ierror
     end subroutine VesSolverSetWanted
 
+    !> Keeps the vectors of runs B-orthogonal to the columns of Y, which must live as long; without
+    !> Y nothing is kept out (default).
+    module subroutine VesSolverSetDeflation(solver, Y, ierror)
+      type(VesSolver), intent(in) :: solver
+      type(VesVector), intent(in), optional :: Y
+      integer, intent(out), optional :: ierror
+    end subroutine VesSolverSetDeflation
+
     !> VES_PROBLEM_STANDARD or VES_PROBLEM_GENERALIZED.
     module subroutine VesSolverSetProblemType(solver, problemType, ierror)
       type(VesSolver), intent(in) :: solver

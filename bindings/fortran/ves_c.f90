@@ -22,6 +22,11 @@ module ves_c
       integer(c_int), value :: number
       integer(c_int) :: code
     end function SetFunction
+    function SetHandleFunction(handle, other) bind(c) result(code)
+      import :: c_int, c_ptr
+      type(c_ptr), value :: handle, other
+      integer(c_int) :: code
+    end function SetHandleFunction
     function SetDoubleFunction(handle, number) bind(c) result(code)
       import :: c_double, c_int, c_ptr
       type(c_ptr), value :: handle
@@ -63,6 +68,7 @@ module ves_c
   procedure(SetFunction), bind(c, name='VesSolverSetMaxIter') :: c_set_max_iter
   procedure(SetFunction), bind(c, name='VesSolverSetInnerSteps') :: c_set_inner_steps
   procedure(SetFunction), bind(c, name='VesSolverSetWanted') :: c_set_wanted
+  procedure(SetHandleFunction), bind(c, name='VesSolverSetDeflation') :: c_set_deflation
   procedure(SetFunction), bind(c, name='VesSolverSetMaxOrthoIter') :: c_set_max_ortho_iter
   procedure(SetFunction), bind(c, name='VesSetDenseEigenSolverType') :: c_set_dense_eigensolver
   procedure(SetFunction), bind(c, name='VesSetConvergeDetectorType') :: c_set_converge_detector

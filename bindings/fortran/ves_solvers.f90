@@ -69,6 +69,13 @@ contains
     call Finish('VesSolverSetWanted', c_set_wanted(solver%handle, n), ierror)
   end procedure VesSolverSetWanted
 
+  module procedure VesSolverSetDeflation
+    type(c_ptr) :: space
+    space = c_null_ptr
+    if (present(Y)) space = Y%handle
+    call Finish('VesSolverSetDeflation', c_set_deflation(solver%handle, space), ierror)
+  end procedure VesSolverSetDeflation
+
   module procedure VesSolverSetProblemType
     call Finish('VesSolverSetProblemType', c_set_problem_type(solver%handle, problemType), ierror)
   end procedure VesSolverSetProblemType

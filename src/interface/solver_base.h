@@ -44,10 +44,11 @@ struct VES_EXPORT VesSolverBase {
   mutable double orthoInnerTol = -1.0;   ///< tolerance handed to orthogonalizer and projector
   double mu = 0.01;                      ///< the lock detector runs with threshold * mu
   VesSolverType solverType = VES_LOBPCG; ///< algorithm of the derived class
-  bool selfCheck = true;       ///< tests every rotation and restarts where the basis broke down
-  bool mixedPrecision = false; ///< a run begins in single precision
-  int innerSteps = 0;          ///< of the preconditioner; -1: as many as pay
-  int wantedPairs = 0;         ///< leading pairs whose convergence ends a run; 0 stands for all
+  bool selfCheck = true;         ///< tests every rotation and restarts where the basis broke down
+  bool mixedPrecision = false;   ///< a run begins in single precision
+  int innerSteps = 0;            ///< of the preconditioner; -1: as many as pay
+  int wantedPairs = 0;           ///< leading pairs whose convergence ends a run; 0 stands for all
+  VesVector deflation = nullptr; ///< columns that a run keeps its vectors B-orthogonal to
   std::optional<VesConvergeDetectorType> chosenLockDetector; ///< in place of the solver's own
   std::optional<VesOrthogonalizerType> chosenRankRevealer;   ///< in place of the solver's own
   VesMonitor monitor = nullptr;                              ///< called after each iteration
@@ -90,7 +91,7 @@ struct VES_EXPORT VesSolverBase {
   virtual std::array<int, 3> OwnSettings() const { return {}; }
 
   /// Takes over all settings of this class, in the scalar type of this solver, but those that a
-  /// run of its own has: the monitor and mixed precision. Components become new ones.
+  /// run of its own has: the monitor, mixed precision and what it deflates. Components become new ones.
   void TakeSettings(const VesSolverBase& other);
 
   /// Each setter replaces its component and stores the kind.

@@ -39,6 +39,17 @@ bool FitsSizes(const VesSolverBase& solver, int ld, int nCols) {
          sizes.denseOrder <= VesSolverBase::largestDenseOrder;
 }
 
+/// Columns to be deflated are distributed as the vectors are.
+template <typename Scalar>
+VesReturnCode DeflationVerdict(const VesSolverBase& solver, const VectorDense<Scalar>& X) {
+  if (solver.deflation == nullptr) return VES_GOOD;
+  const auto& Y = AsDense<Scalar>(*solver.deflation);
+  if (!HaveStorage(Y, Y)) return VES_ERR_NULL_POINTER;
+  if (Y.comm != X.comm || Y.auxComm != X.auxComm || Y.nRows != X.nRows) return VES_ERR_MISMATCH;
+  const bool isCounted = static_cast<double>(Y.nRows) * Y.nCols <= std::numeric_limits<int>::max();
+  return isCounted && (Y.nCols == 0 || Y.ld >= Y.nRows) ? VES_GOOD : VES_ERR_INVALID_VALUE;
+}
+
 /// What this process alone can see of the blocks and operators of a run.
 template <typename Scalar>
 VesReturnCode LocalVerdict(const VesSolverBase& solver, const VesMatrixBase& A,
@@ -49,6 +60,7 @@ VesReturnCode LocalVerdict(const VesSolverBase& solver, const VesMatrixBase& A,
   if (UsesB(solver) && LacksRoutine(B)) return VES_ERR_NULL_POINTER;
   if (X.comm != D.comm || X.auxComm != D.auxComm) return VES_ERR_MISMATCH;
   if ((X.nCols > 0 && X.ld < X.nRows) || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
+  if (const VesReturnCode code = DeflationVerdict(solver, X); code != VES_GOOD) return code;
   return FitsSizes(solver, X.ld, X.nCols) ? VES_GOOD : VES_ERR_INVALID_VALUE;
 }
 
@@ -81,6 +93,7 @@ std::vector<int> WhatMustAgree(const VesSolverBase& solver, const VesMatrixBase&
                            kindOf(solver.chosenRankRevealer),
                            solver.selfCheck ? 1 : 0,
                            solver.wantedPairs,
+                           solver.deflation != nullptr ? solver.deflation->nCols : -1,
                            solver.innerSteps,
                            solver.mixedPrecision ? 1 + LowRoutines(solver, A, B, T) : 0};
   for (const double number : {solver.threshold, solver.mu}) { // bit by bit, also a NaN
@@ -256,6 +269,17 @@ VesReturnCode VesSolverSetWanted(VesSolver solver, int count) noexcept {
   if (solver == nullptr) return VES_ERR_NULL_POINTER;
   if (count < 0) return VES_ERR_INVALID_VALUE;
   solver->wantedPairs = count;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetDeflation(VesSolver solver, VesVector Y) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  if (Y != nullptr && Y->scalarType != solver->scalarType) return VES_ERR_MISMATCH;
+  const bool isDense = Y == nullptr || DispatchScalar(solver->scalarType, false, [&](auto tag) {
+                         return AllDense<typename decltype(tag)::type>(*Y);
+                       });
+  if (!isDense) return VES_ERR_UNSUPPORTED;
+  solver->deflation = Y;
   return VES_GOOD;
 }
 

@@ -34,17 +34,20 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
   const MeteredOperator a(matA), b(matB), t(matP);
   meteredA = &a;
   Block& vecX = AsDense<Scalar>(vecQ);
-  InnerSteps<Scalar> inner(a, b, t, UsesB(matB), InnerPace(innerSteps, a, b, t),
+  VesReturnCode code = BeginDeflation(vecX, b);
+  const DeflatedOperator<Scalar> seenA(a, outside, DeflatedOperator<Scalar>::images),
+      seenT(t, outside, DeflatedOperator<Scalar>::vectors);
+  InnerSteps<Scalar> inner(seenA, b, seenT, UsesB(matB), InnerPace(innerSteps, a, b, t),
                            [&] { return InnerShift(); });
   LowLeg<Scalar> low(*this, vecX);
-  const VesMatrixBase* preconditioner = &t;
-  VesReturnCode code = VES_GOOD;
+  const VesMatrixBase* preconditioner = &seenT;
   if (innerSteps != 0) {
     preconditioner = &inner;
-    code = BeginInner(inner, vecX, matB);
+    if (code == VES_GOOD) code = BeginInner(inner, vecX, matB);
   }
   if (code == VES_GOOD && mixedPrecision) code = BeginLow(low, matA, matB, matP, vecX);
-  if (code == VES_GOOD) code = SolveInLegs(a, b, *preconditioner, vecX, AsDense<Scalar>(vecW));
+  if (code == VES_GOOD) code = SolveInLegs(seenA, b, *preconditioner, vecX, AsDense<Scalar>(vecW));
+  EndDeflation();
   meteredA = nullptr;
   earlier = {};
   if (code != VES_GOOD) return code;
@@ -61,6 +64,30 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
   const bool isOpen = reason == VES_REASON_ITERATIONS || reason == VES_REASON_STAGNATED;
   if (low.IsStopped() && isOpen) reason = VES_REASON_MONITOR;
   return VES_GOOD;
+}
+
+/// Makes the space of the run and sets the projector that keeps it out. Collective where there is
+/// one. \return -1 there is no storage for it, its columns are not finite or B is not definite on
+/// them, or nothing is left beside it
+template <typename Scalar>
+VesReturnCode BlockSolver<Scalar>::BeginDeflation(const Block& vecQ,
+                                                  const VesMatrixBase& matB) const {
+  if (deflation == nullptr) return VES_GOOD;
+  ReadProblem(vecQ, matB);
+  const Block& given = AsDense<Scalar>(*deflation);
+  const VesReturnCode code = AllocateOnAll(outside.Plan(nPW, given.nCols, isGeneralized));
+  if (code != VES_GOOD) return code;
+  this->OrthoProjector =
+      std::make_unique<DeflatingProjector<Scalar>>(std::move(this->OrthoProjector), outside);
+  return outside.Take(given, matB) && outside.Rank() < nRowsTotal ? VES_GOOD
+                                                                  : VES_ERR_INVALID_VALUE;
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::EndDeflation() const {
+  outside.End();
+  if (auto* const projector = dynamic_cast<DeflatingProjector<Scalar>*>(OrthoProjector.get()))
+    OrthoProjector = projector->Release();
 }
 
 template <typename Scalar>
@@ -146,9 +173,12 @@ std::size_t BlockSolver<Scalar>::Memory(int nRows, int nCols, bool generalized) 
       sizeof(Scalar) * std::max(decomposition, orthogonalizerType == VES_SVD_QR ? scratch : 0);
   const std::size_t inner =
       innerSteps != 0 ? InnerSteps<Scalar>::Bytes(nRows, nCols, generalized) : 0;
+  const std::size_t left =
+      deflation != nullptr ? Deflation<Scalar>().Plan(nRows, deflation->nCols, generalized).Bytes()
+                           : 0;
   const std::size_t low =
       mixedPrecision ? LowLeg<Scalar>::Memory(*this, nRows, nCols, generalized) : 0;
-  return inner + std::max(own, low);
+  return left + inner + std::max(own, low);
 }
 
 template <typename Scalar>
@@ -161,6 +191,7 @@ void BlockSolver<Scalar>::ReadProblem(const Block& vecQ, const VesMatrixBase& ma
   MPI_Comm_rank(rowComm, &processRank);
   nRowsTotal = nPW;
   ReduceInPlace(&nRowsTotal, 1, MPI_LONG_LONG, MPI_SUM, rowComm);
+  nRowsTotal -= outside.Rank();
   isGeneralized = UsesB(matB);
   orthoTol = Limit::orthogonalizer;
   orthoInnerTol = orthoTol;

@@ -4,6 +4,7 @@
 #include "../data/imaged.h"
 #include "../data/replicate.h"
 #include "../interface/solver_base.h"
+#include "deflation.h"
 #include "self_check.h"
 #include "workspace_plan.h"
 
@@ -31,7 +32,7 @@ public:
   mutable int nPW = 0;              ///< local rows of every tall block
   mutable int nBands = 0;           ///< wanted pairs; fewer when the guess has no such rank
   mutable int ldQ = 1;              ///< leading dimension of every tall block
-  mutable long long nRowsTotal = 0; ///< rows of the distributed blocks on all processes
+  mutable long long nRowsTotal = 0; ///< dimensions of the space that is searched
   mutable int processRank = 0;      ///< rank in the communicator of the rows
   mutable int info = 0;             ///< outcome of the last dense eigendecomposition
   mutable int iterLimit = 0;        ///< of maxIter what earlier legs of the run have left
@@ -42,6 +43,7 @@ public:
   mutable double ritzSpread = 0.0;  ///< last distance of Ritz values near the wanted ones
   mutable std::vector<double> pairResiduals; ///< of the wanted pairs when last tested, or NaN
   mutable SelfCheck<Scalar> check;           ///< what watches over the run
+  mutable Deflation<Scalar> outside;         ///< the space that the run leaves out
 
   /// A run, with operators that count, inside the bookkeeping that every solver needs: it leaves
   /// costs and reason.
@@ -167,6 +169,8 @@ private:
   /// Below the lowest value of the problem, as far as a run can tell: the closer, the fewer
   /// iterations.
   double InnerShift() const { return lowestRitz - 0.1 * ritzSpread; }
+  VesReturnCode BeginDeflation(const Block& vecQ, const VesMatrixBase& matB) const;
+  void EndDeflation() const;
   VesReturnCode BeginInner(InnerSteps<Scalar>& inner, const Block& vecQ,
                            const VesMatrixBase& matB) const;
   VesReturnCode BeginLow(LowLeg<Scalar>& low, const VesMatrixBase& matA, const VesMatrixBase& matB,

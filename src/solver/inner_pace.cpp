@@ -12,21 +12,23 @@ InnerPace::Clock InnerPace::Now() const {
   return {operators, MPI_Wtime() - operators};
 }
 
-void InnerPace::Add(Clock& part, const Clock& from, const Clock& to, int columns) {
-  part.operators += (to.operators - from.operators) / std::max(columns, 1);
-  part.beside += (to.beside - from.beside) / std::max(columns, 1);
+void InnerPace::Times::Add(const Clock& from, const Clock& to, int columns) {
+  sum.operators += (to.operators - from.operators) / std::max(columns, 1);
+  sum.beside += (to.beside - from.beside) / std::max(columns, 1);
+  ++count;
 }
 
 int InnerPace::Begin(const VesVectorBase& x) {
   if (m_asked != chosenByTimes) return m_asked;
   m_begin = Now();
   m_columns = x.nCols;
-  if (m_nBegun > 1 && m_nBegun <= nMeasured) Add(m_outside, m_end, m_begin, m_columns);
-  if (m_nBegun == nMeasured) {
-    m_chosen = Choose(m_inside.operators, m_inside.beside, m_outside.operators, m_outside.beside,
-                      m_matT.IsPresent());
-    Replicate(m_chosen, x);
-  }
+  if (m_nBegun > 1) m_outside.Add(m_end, m_begin, m_columns);
+  const bool isStepped = m_nBegun == nAlone + nStepped && m_chosen == 1;
+  if (m_nBegun == nAlone) m_chosen = CouldPay() ? 1 : 0;
+  if (isStepped)
+    m_chosen = Choose(m_stepped.Operators(), m_stepped.Beside(), m_outside.Operators(),
+                      m_outside.Beside(), m_matT.IsPresent());
+  if (m_nBegun == nAlone || isStepped) Replicate(m_chosen, x);
   ++m_nBegun;
   return m_chosen;
 }
@@ -34,7 +36,16 @@ int InnerPace::Begin(const VesVectorBase& x) {
 void InnerPace::End() {
   if (m_asked != chosenByTimes) return;
   m_end = Now();
-  if (m_nBegun > 1 && m_nBegun <= nMeasured) Add(m_inside, m_begin, m_end, m_columns);
+  if (m_nBegun > 1 && m_nBegun <= nAlone) m_alone.Add(m_begin, m_end, m_columns);
+  if (m_nBegun > nAlone && m_nBegun <= nAlone + nStepped) m_stepped.Add(m_begin, m_end, m_columns);
+}
+
+/// With steps that take no time but that of A, B and T, of which A and B take what they take in the
+/// rest of an iteration.
+bool InnerPace::CouldPay() const {
+  const double images = m_outside.Operators();
+  return Choose(m_alone.Operators() + images, 0.0, images, m_outside.Beside(), m_matT.IsPresent()) >
+         0;
 }
 
 int InnerPace::Choose(double operators, double step, double images, double other, bool hasT) {

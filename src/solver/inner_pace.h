@@ -3,6 +3,8 @@
 
 #include "../data/metered_operator.h"
 
+#include <algorithm>
+
 namespace Ves {
 
 /// How many inner steps a preconditioner makes: as many as asked for, or as pay by the times of
@@ -15,8 +17,9 @@ namespace Ves {
 /// of the iterations, where f = 1/4 with a T, which the steps soon exhaust, and 1/50 without:
 /// Laplacians in two and three dimensions with incomplete Cholesky factors took 0.50 to 0.54, 0.36
 /// to 0.43, 0.25 to 0.35 and 0.20 to 0.33 of them with 2, 3, 6 and 10 steps, without a T 0.46,
-/// 0.30, 0.16 and 0.07 to 0.10. One step is T itself, but scaled. The first applications make it
-/// and measure; then m has the smallest C(m) N(m), where that is well below the cost of T alone.
+/// 0.30, 0.16 and 0.07 to 0.10. The first applications are T alone; where steps could pay that cost
+/// nothing beside the operators, the next ones make one, which is T scaled, and then m has the
+/// smallest C(m) N(m), where that is well below the cost of T alone.
 class VES_EXPORT InnerPace {
 public:
   static constexpr int chosenByTimes = -1, mostChosen = 12;
@@ -42,14 +45,23 @@ private:
     double operators = 0.0, beside = 0.0;
   };
   Clock Now() const;
-  static void Add(Clock& part, const Clock& from, const Clock& to, int columns);
+  /// Mean times of a column.
+  struct Times {
+    Clock sum;
+    int count = 0;
+    void Add(const Clock& from, const Clock& to, int columns);
+    double Operators() const { return sum.operators / std::max(count, 1); }
+    double Beside() const { return sum.beside / std::max(count, 1); }
+  };
+  bool CouldPay() const;
 
-  static constexpr int nMeasured = 4; ///< applications, of which the first is like no other
+  /// Applications without steps, the first of which is like no other, and then with one.
+  static constexpr int nAlone = 3, nStepped = 2;
   int m_asked;
   const MeteredOperator &m_matA, &m_matB, &m_matT;
-  int m_nBegun = 0, m_columns = 0, m_chosen = 1;
-  Clock m_begin, m_end;      ///< of the last application
-  Clock m_inside, m_outside; ///< of columns: in the applications measured, and between them
+  int m_nBegun = 0, m_columns = 0, m_chosen = 0;
+  Clock m_begin, m_end;                ///< of the last application
+  Times m_alone, m_stepped, m_outside; ///< in the applications of both kinds, and between them
 };
 
 } // namespace Ves

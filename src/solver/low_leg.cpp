@@ -26,8 +26,10 @@ constexpr int mostIdle = 20;
 template <typename Scalar>
 LowLeg<Scalar>::LowLeg(const BlockSolver<Scalar>& run, const Block& vecQ)
     : m_run(run), m_vecX(vecQ.comm, vecQ.auxComm, vecQ.nRows, vecQ.nCols, vecQ.nRows),
-      m_vecD(vecQ.comm, vecQ.auxComm, vecQ.nCols, 1, vecQ.nCols), m_scratch(vecQ),
-      m_first(static_cast<std::size_t>(vecQ.nCols), std::nan("")), m_last(m_first),
+      m_vecD(vecQ.comm, vecQ.auxComm, vecQ.nCols, 1, vecQ.nCols),
+      m_vecY(vecQ.comm, vecQ.auxComm, vecQ.nRows,
+             run.deflation != nullptr ? run.deflation->nCols : 0, vecQ.nRows),
+      m_scratch(vecQ), m_first(static_cast<std::size_t>(vecQ.nCols), std::nan("")), m_last(m_first),
       m_floor(lowestFloor) {}
 
 template <typename Scalar>
@@ -57,6 +59,9 @@ void LowLeg<Scalar>::Configure() {
   VES_ASSERT_GOOD(m_twin->SetConvergeDetector(VES_RESIDUALS));
   m_twin->monitor = Follow;
   m_twin->monitorData = this;
+  if (m_run.deflation == nullptr) return;
+  Convert(AsDense<Scalar>(*m_run.deflation), m_vecY);
+  m_twin->deflation = &m_vecY;
 }
 
 /// Columns of the guess with unit norm, which none of them leaves the range of single precision by.
@@ -66,7 +71,7 @@ bool LowLeg<Scalar>::Lower(const Block& vecQ) {
   VesReturnCode verdict = VES_GOOD;
   try {
     m_scratch.Allocate();
-    for (LowBlock* const block : {&m_vecX, &m_vecD})
+    for (LowBlock* const block : {&m_vecX, &m_vecD, &m_vecY})
       VES_ASSERT_GOOD(block->AllocateMem());
   } catch (const std::bad_alloc&) {
     verdict = VES_ERR_INVALID_VALUE;
@@ -111,7 +116,7 @@ void LowLeg<Scalar>::Raise(Block& vecQ) const {
 
 template <typename Scalar>
 void LowLeg<Scalar>::Release() {
-  for (LowBlock* const block : {&m_vecX, &m_vecD})
+  for (LowBlock* const block : {&m_vecX, &m_vecD, &m_vecY})
     VES_ASSERT_GOOD(block->FreeMem());
   m_scratch.Free();
 }
@@ -204,8 +209,11 @@ std::size_t LowLeg<Scalar>::Memory(const BlockSolver<Scalar>& run, int nRows, in
   if (!twin) return 0;
   twin->TakeSettings(run);
   const auto rows = static_cast<std::size_t>(std::max(nRows, 1));
+  const std::size_t left =
+      run.deflation != nullptr ? static_cast<std::size_t>(run.deflation->nCols) + 1 : 0;
   return twin->Memory(nRows, nCols, generalized) +
-         rows * (sizeof(Low) * (static_cast<std::size_t>(nCols) + 1) +
+         (left > 0 ? Deflation<Low>().Plan(nRows, run.deflation->nCols, generalized).Bytes() : 0) +
+         rows * (sizeof(Low) * (static_cast<std::size_t>(nCols) + 1 + left) +
                  2 * sizeof(Scalar) *
                      (std::min<std::size_t>(static_cast<std::size_t>(nCols),
                                             ColumnScratch<Scalar>::mostColumns) +

@@ -54,7 +54,7 @@ private:
 
   const BlockSolver<Scalar>& m_run;
   std::unique_ptr<BlockSolver<Low>> m_twin;
-  LowBlock m_vecX, m_vecD;
+  LowBlock m_vecX, m_vecD, m_vecY; ///< vectors, values, and what the run deflates
   ColumnScratch<Scalar> m_scratch;
   int m_isStopped = 0;
   std::vector<double> m_first, m_last; ///< residual of each pair when first and last known

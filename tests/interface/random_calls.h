@@ -339,6 +339,9 @@ private:
     VES_JUDGE(VesSolverSetInnerSteps(solver, Below(5) - 1), isMissing, none, good);
     const int wanted = Below(4);
     VES_JUDGE(VesSolverSetWanted(solver, wanted), isMissing, none, good);
+    const Block& y = AnyVector(2);
+    VesVector const space = y.Fits() && OneIn(3) ? y.get() : nullptr;
+    VES_JUDGE(VesSolverSetDeflation(solver, space), isMissing, none, mismatch, unsupported, good);
     m_operator = Below(7);
     m_wanted = x.nCols;
     const Outcome before = Read(solver);
@@ -348,6 +351,7 @@ private:
                   isMissing || A == nullptr || x.get() == nullptr || d.get() == nullptr, bad,
                   mismatch, unsupported, none, bad, good);
     const Outcome after = Read(solver);
+    VES_JUDGE(VesSolverSetDeflation(solver, nullptr), isMissing, none, good);
     if (code == good) {
       ++runs;
       ExpectSane(after, x, d, maxIter, wanted);

@@ -103,6 +103,9 @@ agree results/a.json 1e-8
 expect 0 "good   residuals" check results/a.json
 on_one_process expect 0 "good   orthogonality" check results/a.json
 expect 0 "in 0 iterations" solve a.mtx -k 8 --start results/a.x
+chain 100 12 0 | tail -4 >exact
+expect 0 "4 of 4" solve a.mtx -k 4 --deflate results/a.x --json beside.json --tol 1e-9
+agree beside.json 1e-8
 expect 0 "" solve a.mtx -k 3 --quiet
 [ -s output ] && fail "--quiet was not"
 chain 100 6 1 >exact

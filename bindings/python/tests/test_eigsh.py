@@ -109,6 +109,20 @@ def test_preconditioner_and_guess_save_products():
     assert more.converged and np.allclose(more.values, line_values(200, 5), atol=1e-9)
 
 
+def test_deflation():
+    A, B = line(120), mass(120)
+    exact = scipy.linalg.eigvalsh(A.toarray(), B.toarray())
+    first = ves.eigsh(A, 3, B)
+    mixed = first.vectors @ np.array([[2.0, 1, 0, 3], [0, 1, 0, 1], [0, 0, 5, 5]])
+    beside = ves.eigsh(A, 4, B, deflate=mixed, precision="mixed")
+    assert beside.converged and np.allclose(beside.values, exact[3:7], rtol=0, atol=1e-9)
+    assert np.max(np.abs(mixed.T @ (B @ beside.vectors))) < 1e-9
+    whole = ves.eigsh(ring(12, 0), 11, deflate=np.ones(12))  # all but the constant vector
+    assert whole.converged and whole.values[0] > -1.8
+    with pytest.raises(ValueError, match="beside what is deflated"):
+        ves.eigsh(A, 118, deflate=mixed)
+
+
 def test_precision_inner_steps_and_guards():
     A, exact = line(400), line_values(400, 5)
     plain = ves.eigsh(A, 5, precision="double", inner=0, guard=0)

@@ -92,6 +92,7 @@ _PROTOTYPES = {
     "VesSolverSetMixedPrecision": (c_void_p, c_bool),
     "VesSolverSetInnerSteps": (c_void_p, c_int),
     "VesSolverSetWanted": (c_void_p, c_int),
+    "VesSolverSetDeflation": (c_void_p, c_void_p),
     "VesSolverSetBatchLimit": (c_void_p, c_int),
     "VesSolverSetBatchStart": (c_void_p, c_int),
     "VesSolverSetPPCGBatch": (c_void_p, c_int),

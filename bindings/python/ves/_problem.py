@@ -75,6 +75,8 @@ class Problem:
         The columns that were given, a guess or vectors to be checked.
     rows : int
         Rows of this process.
+    deflated : ndarray or None
+        Columns that vectors are kept orthogonal to.
     total_rows : int
         Rows on all processes.
     dtype : numpy.dtype
@@ -90,6 +92,7 @@ class Problem:
 
     def __init__(self, team, guard, A, B, T, columns_name, columns, n, dtype):
         self.team, self.guard = team, guard
+        self.deflated = None
         guard.attempt(self._take, A, B, T, columns_name, columns, n, dtype)
         guard.settle()
         self.total_rows = int(team.total(self.rows))
@@ -113,6 +116,22 @@ class Problem:
         if self.B is not None:
             self.B.require_definite()
 
+    def take_deflated(self, given):
+        """Takes columns that a run keeps its vectors orthogonal to, None for none. Local."""
+        if given is None:
+            return
+        given = _as_columns("deflate", given)
+        if given.shape[0] != self.rows:
+            raise ValueError(f"deflate has {given.shape[0]} rows in a problem of {self.rows}")
+        if given.dtype.kind == "c" and self.dtype.kind != "c":
+            raise TypeError("deflate is complex in a real problem; pass dtype=numpy.complex128")
+        self.deflated = np.array(given, self.dtype, order="F")
+
+    @property
+    def order(self):
+        """Dimensions of the space that is searched."""
+        return self.total_rows - (0 if self.deflated is None else self.deflated.shape[1])
+
     @property
     def has_entries(self):
         """Whether A and B are matrices, of which copies can be made."""
@@ -120,8 +139,9 @@ class Problem:
 
     def require_fit(self, k, wanted_columns):
         """Refuses more pairs than rows, and blocks that the library cannot count. Local."""
-        if k > self.total_rows:
-            raise ValueError(f"k = {k} pairs are wanted of a problem with {self.total_rows} rows")
+        if k > self.order:
+            beside = " beside what is deflated" if self.deflated is not None else ""
+            raise ValueError(f"k = {k} pairs are wanted of a problem with {self.order} rows{beside}")
         if max(self.rows, 1) * wanted_columns > _settings.LARGEST_INT:
             raise ValueError(f"{wanted_columns} columns of {self.rows} rows are more than 2**31 - 1"
                              " entries: spread the rows over more processes")

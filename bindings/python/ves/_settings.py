@@ -41,6 +41,7 @@ class Settings:
     preconditioned: bool
     uses_lapack: bool
     everywhere: bool
+    deflated: int
 
     @property
     def columns(self):
@@ -136,7 +137,8 @@ def _is_mixed(precision, is_single, has_entries):
 def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="auto",
              solver="auto", batch=None, tol=None, absolute_tol=None, maxiter=1000,
              lock_factor=1.0, detector="residuals", passes=None, generalized=False,
-             preconditioned=False, repeatable=False, has_entries=False, everywhere=False):
+             preconditioned=False, repeatable=False, deflated=0, has_entries=False,
+             everywhere=False):
     """Settings with the defaults of their precision and number of pairs filled in.
 
     Raises
@@ -171,4 +173,4 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
         detector=_one_of("detector", detector, tuple(DETECTORS)),
         passes=default_passes if passes is None else whole("passes", passes, 1),
         generalized=generalized, preconditioned=preconditioned,
-        uses_lapack=team.size <= MOST_FOR_LAPACK, everywhere=everywhere)
+        uses_lapack=team.size <= MOST_FOR_LAPACK, everywhere=everywhere, deflated=deflated)

@@ -14,7 +14,7 @@ from ._problem import Problem
 from ._results import ConvergenceWarning, EigenResult, Progress, Statistics
 
 
-def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="auto",
+def eigsh(A, k=None, B=None, T=None, X0=None, *, deflate=None, n=None, solver="auto", guard="auto",
           inner="auto", precision="auto", tol=None, absolute_tol=None, maxiter=1000, batch=None,
           lock_factor=1.0, detector="residuals", passes=None, dtype=None, comm=None,
           everywhere=False, monitor=None, seed=None):
@@ -34,6 +34,10 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
         Preconditioner, Hermitian positive definite: an approximate inverse of A.
     X0 : array of shape (n, up to k), optional
         Guess. Missing columns are random.
+    deflate : array of shape (n, m), optional
+        Columns that the vectors are kept orthogonal to, in B: the null space of A, rigid motions,
+        vectors of an earlier run. They need not be orthonormal. Residuals of the run are those of
+        the problem beside them.
     n : int, optional
         Order of the problem, where neither A nor X0 tells it.
     solver : {"auto", "lobpcg", "lobpcg_batch", "ppcg"}
@@ -123,14 +127,15 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, n=None, solver="auto", guard="a
     """
     with Problem.opened(comm, everywhere, A, B, T, "X0", X0, n, dtype) as problem:
         def choose():
+            problem.take_deflated(deflate)
             settings = _settings.complete(
-                _wanted(k, problem), problem.total_rows, problem.dtype, problem.team, guard=guard,
+                _wanted(k, problem), problem.order, problem.dtype, problem.team, guard=guard,
                 inner=inner, precision=precision, has_entries=problem.has_entries, solver=solver,
                 tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch,
                 lock_factor=lock_factor, detector=detector, passes=passes,
                 generalized=B is not None,
                 preconditioned=T is not None, repeatable=seed is not None,
-                everywhere=bool(everywhere))
+                everywhere=bool(everywhere), deflated=problem.total_rows - problem.order)
             problem.require_fit(settings.k, settings.widest_block)
             if seed is not None:
                 _settings.whole("seed", seed, 0, np.inf)
@@ -151,7 +156,7 @@ def _wanted(k, problem):
     """Number of wanted pairs, which a guess has no more columns than."""
     guess = problem.columns
     if k is None:
-        return min(6, problem.total_rows) if guess is None else guess.shape[1]
+        return min(6, problem.order) if guess is None else guess.shape[1]
     if guess is not None and guess.shape[1] > _settings.whole("k", k, 1):
         raise ValueError(f"X0 has {guess.shape[1]} columns for k = {k} pairs")
     return k
@@ -199,6 +204,9 @@ class _Run:
             D = stack.enter_context(Block(self._values, team)).handle
             solver = stack.enter_context(Solver(self._settings))
             call("VesSolverSetThreshold", solver.handle, self._threshold)
+            if problem.deflated is not None:
+                Y = stack.enter_context(Block(problem.deflated, team)).handle
+                call("VesSolverSetDeflation", solver.handle, Y)
             solver.set_monitor(self._follow)
             code = lib.VesRunSolver(solver.handle, A, B, T, X, D)
             problem.guard.settle()
