@@ -1,4 +1,4 @@
-"""The lowest eigenvalues of a square drum, from the first call to a preconditioned one."""
+"""The lowest eigenvalues of a square drum, from the first call to one without a matrix."""
 
 import numpy as np
 import scipy.sparse as sparse
@@ -12,7 +12,8 @@ h = 1 / (points + 1)
 line = sparse.diags([-1, 2, -1], [-1, 0, 1], shape=(points, points)) / h**2
 A = sparse.kronsum(line, line, format="csc")
 
-# A matrix is all that is needed. The result unpacks, and knows more than values and vectors.
+# A matrix is all that is needed: the preconditioner, an approximate inverse, is chosen by its entries.
+# The result unpacks, and knows more than values and vectors.
 values, vectors = result = ves.eigsh(A, k=6)
 print(result.summary())
 
@@ -21,11 +22,12 @@ frequencies = (2 / h * np.sin(np.arange(1, 4) * np.pi * h / 2)) ** 2
 exact = np.sort(np.add.outer(frequencies, frequencies), axis=None)[:6]
 assert np.allclose(values, exact, rtol=1e-9)
 
-# An approximate inverse saves most of the products with A.
-solve = scipy.sparse.linalg.splu(A).solve
-preconditioned = ves.eigsh(A, k=6, T=solve)
-print(preconditioned.summary())
-assert preconditioned.statistics.columns_A < result.statistics.columns_A / 4
+# What it saves, and one of your own, here the factors of a shifted matrix.
+plain = ves.eigsh(A, k=6, T=None)
+print(plain.summary())
+factors = scipy.sparse.linalg.splu(A - 10 * sparse.identity(points**2, format="csc"))
+own = ves.eigsh(A, k=6, T=factors, inner=0)
+assert max(result.iterations, own.iterations) < plain.iterations
 
 # A may be a routine instead, here one that never forms the matrix, and vectors of a neighbouring
 # problem are a good start. The monitor follows the run.

@@ -90,7 +90,7 @@ def test_operators_that_need_every_process():
 
     # A matrix of no rows takes part as well.
     B, T = 2 * scipy.sparse.eye(chain.rows, format="csr"), lambda X: joint(X) + X
-    result = ves.eigsh(joint, 3, B, T, n=chain.rows, comm=WORLD, everywhere=True)
+    result = ves.eigsh(joint, 3, B, T=T, n=chain.rows, comm=WORLD, everywhere=True)
     assert result.converged and np.allclose(result.values, chain.exact(3) / 2, atol=1e-7)
     assert ves.check(joint, *result, B, comm=WORLD, everywhere=True).max_residual < 1e-5
 

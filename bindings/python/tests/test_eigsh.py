@@ -98,7 +98,7 @@ def test_generalized_accuracy_does_not_depend_on_the_scale_of_b():
 
 def test_preconditioner_and_guess_save_products():
     A = line(200)
-    plain = ves.eigsh(A, 3)
+    plain = ves.eigsh(A, 3, T=None)
     preconditioned = ves.eigsh(A, 3, T=splu(A.tocsc()).solve)
     assert preconditioned.converged
     assert preconditioned.statistics.columns_A < plain.statistics.columns_A / 4
@@ -125,8 +125,8 @@ def test_deflation():
 
 def test_precision_inner_steps_and_guards():
     A, exact = line(400), line_values(400, 5)
-    plain = ves.eigsh(A, 5, precision="double", inner=0, guard=0)
-    helped = ves.eigsh(A, 5, precision="mixed", inner=8, guard=3)
+    plain = ves.eigsh(A, 5, T=None, precision="double", inner=0, guard=0)
+    helped = ves.eigsh(A, 5, T=None, precision="mixed", inner=8, guard=3)
     assert plain.statistics.columns_low == 0 < helped.statistics.columns_low
     assert helped.iterations < plain.iterations / 4
     assert ves.eigsh(A.dot, 5, n=400).statistics.columns_low == 0  # nothing to copy
@@ -164,7 +164,7 @@ def test_absolute_threshold():
 
 def test_a_run_that_does_not_converge_warns_with_its_result():
     with pytest.warns(ves.ConvergenceWarning, match="0 of 4 pairs.*iterations") as record:
-        result = ves.eigsh(line(500), 4, maxiter=5)
+        result = ves.eigsh(line(500), 4, T=None, maxiter=5)
     assert not result.converged and result.reason == "iterations" and result.iterations == 5
     assert record[0].message.result is result and record[0].filename == __file__
     assert np.all(result.values >= line_values(500, 4) - 1e-12)
@@ -172,7 +172,7 @@ def test_a_run_that_does_not_converge_warns_with_its_result():
 
 @pytest.mark.filterwarnings("error::ves.ConvergenceWarning")
 def test_monitor_stops_without_warning():
-    result = ves.eigsh(line(500), 4, monitor=lambda progress: progress.iteration == 7)
+    result = ves.eigsh(line(500), 4, T=None, monitor=lambda progress: progress.iteration == 7)
     assert result.reason == "monitor" and result.iterations == 7
 
 

@@ -44,6 +44,14 @@ REFUSED = [
     (ValueError, "read-only", dict(A=lambda X: X.__imul__(2), n=9)),
     (ValueError, "B must be positive definite, with", dict(B=-np.eye(9))),
     (ValueError, "B must be positive definite$", dict(B=lambda X: -X)),
+    (ValueError, "B must be positive definite, with", dict(B=np.eye(9)[::-1])),
+    (ValueError, "T must be positive definite", dict(T=np.diag(np.arange(9) - 0.5))),
+    (ValueError, "T must be one of 'auto'", dict(T="cholesky")),
+    (ValueError, "needs a sparse matrix", dict(A=identity, n=9, T="ic")),
+    (ValueError, "sigma must lie outside", dict(A=line(9), sigma=2.0)),
+    (ValueError, "leave T out", dict(A=line(9), sigma=0.0, T=identity)),
+    (ValueError, "ves.scipy.eigsh knows it", dict(which="LM")),
+    (TypeError, "another name of B", dict(B=np.eye(9), M=np.eye(9))),
     (ValueError, "B is for 8 rows, but A for 9", dict(B=np.eye(8))),
     (ValueError, "X0 is for 8 rows", dict(X0=np.ones((8, 1)))),
     (ValueError, "X0 has 3 columns", dict(k=2, X0=np.eye(9, 3))),
@@ -82,7 +90,7 @@ def test_handles_are_released_after_a_failure(monkeypatch):
             ves._library.lib, name): (released.append(handle.value), destroy(handle)))
     monitor = iter([None] * 9).__next__
     with pytest.raises(StopIteration):
-        ves.eigsh(line(300), 2, identity, identity, monitor=lambda progress: monitor())
+        ves.eigsh(line(300), 2, identity, T=identity, monitor=lambda progress: monitor())
     assert created and sorted(created) == sorted(released)
 
 

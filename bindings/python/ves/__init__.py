@@ -17,6 +17,7 @@ from ._results import Check, ConvergenceWarning, EigenResult, Progress, Statisti
 from ._settings import Settings
 from ._solve import eigsh
 from ._tools import check, memory_forecast
+from .scipy import lobpcg
 
 __all__ = [
     "Check",
@@ -30,6 +31,9 @@ __all__ = [
     "VesError",
     "check",
     "eigsh",
+    "lobpcg",
     "memory_forecast",
     "version",
 ]
+
+__version__ = version()

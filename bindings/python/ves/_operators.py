@@ -20,9 +20,20 @@ class Operand:
     dtype : numpy.dtype or None
     is_matrix : bool
         Whether it is an array or a sparse matrix, whose entries are at hand.
+    entries : sparse matrix or None
+        Those of a sparse matrix.
+    columns : int
+        Columns that it was applied to on this process.
     """
 
     is_matrix = False
+    entries = None
+    columns = 0
+
+    def multiply(self, x, y):
+        """apply(x, y), counted."""
+        self.columns += x.shape[1]
+        self.apply(x, y)
 
     def __init__(self, name, order, dtype):
         self.name = name
@@ -77,8 +88,13 @@ class _Matrix(Operand):
         return low
 
     def require_definite(self):
-        if np.any(self._matrix.diagonal().real <= 0):
-            raise ValueError(f"{self.name} must be positive definite, with a positive diagonal")
+        diagonal = self._matrix.diagonal().real
+        if np.any(diagonal < 0) or np.any(self._row_sizes()[diagonal == 0] > 0):
+            raise ValueError(f"{self.name} must be positive definite, with a positive diagonal but"
+                             " where its rows are empty")
+
+    def _row_sizes(self):
+        return np.asarray(abs(self._matrix).sum(axis=1)).ravel()
 
 
 class _DenseMatrix(_Matrix):
@@ -96,8 +112,35 @@ class _SparseMatrix(_Matrix):
     def __init__(self, name, matrix):
         super().__init__(name, matrix if matrix.format in _KEPT_FORMATS else matrix.tocsr())
 
+    @property
+    def entries(self):
+        return self._matrix
+
     def apply(self, x, y):
         y[...] = self._matrix @ x
+
+
+class Negated(Operand):
+    """-A, whose lowest values are the highest of A."""
+
+    def __init__(self, inner):
+        super().__init__(inner.name, inner.order, inner.dtype)
+        self._inner, self.is_matrix = inner, inner.is_matrix
+
+    @property
+    def entries(self):
+        return None if self._inner.entries is None else -self._inner.entries
+
+    def prepare(self, dtype):
+        self._inner.prepare(dtype)
+
+    def lowered(self, dtype):
+        low = self._inner.lowered(dtype)
+        return None if low is None else Negated(low)
+
+    def apply(self, x, y):
+        self._inner.apply(x, y)
+        np.negative(y, out=y)
 
 
 class _Linear(Operand):

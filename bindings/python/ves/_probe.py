@@ -31,10 +31,8 @@ class Probe:
         Raises
         ------
         ValueError
-            The operand gave NaN or infinity, is not Hermitian, or not positive definite where it
-            has to be.
+            The operand gave NaN or infinity, or is not positive definite where it has to be.
         """
-        self._require_hermitian(operand)
         norm, lowest = self._estimate_spectrum(operand)
         if not np.isfinite(norm):
             self._refuse_numbers(operand)
@@ -56,7 +54,7 @@ class Probe:
         y = np.zeros_like(x)
         x.flags.writeable = False
         if self._guard.takes_part:
-            self._guard.attempt_together(operand.apply, x, y)
+            self._guard.attempt_together(operand.multiply, x, y)
         self._guard.settle()
         return y
 
@@ -68,6 +66,23 @@ class Probe:
             local = np.array([x.conj().T @ x, y.conj().T @ y, x.conj().T @ y], dtype=complex)
         xx, yy, xy = self._team.total(local)
         return np.sqrt([xx.diagonal().real, yy.diagonal().real]), xy
+
+    def require_useful_T(self):
+        """Refuses a preconditioner with a negative Ritz value, with a ValueError."""
+        T = self._problem.T
+        norm, lowest = self._estimate_spectrum(T)
+        if not np.isfinite(norm):
+            self._refuse_numbers(T)
+        if lowest < -np.sqrt(np.finfo(self._start.dtype).eps) * norm:
+            raise ValueError(f"T must be positive definite, but has a value of at most"
+                             f" {lowest:.2g}: an inverse of A - s B does where s lies inside the"
+                             " spectrum")
+
+    def require_hermitian(self):
+        """Refuses an A or B that is not Hermitian, or gives NaN or infinity, with a ValueError."""
+        for operand in self._problem.A, self._problem.B:
+            if operand is not None:
+                self._require_hermitian(operand)
 
     def _require_hermitian(self, operand):
         # Rounding errors of a Hermitian operator stay far below; a fault of one entry in a million

@@ -6,7 +6,7 @@ import threading
 
 import numpy as np
 
-from . import _operators, _settings
+from . import _operators, _preconditioners, _settings
 from ._guard import Guard
 from ._handles import Operator
 from ._processes import open_team
@@ -75,6 +75,8 @@ class Problem:
         The columns that were given, a guess or vectors to be checked.
     rows : int
         Rows of this process.
+    is_turned : bool
+        Whether A is the negative of what was given.
     deflated : ndarray or None
         Columns that vectors are kept orthogonal to.
     total_rows : int
@@ -92,7 +94,7 @@ class Problem:
 
     def __init__(self, team, guard, A, B, T, columns_name, columns, n, dtype):
         self.team, self.guard = team, guard
-        self.deflated = None
+        self.deflated, self.is_turned = None, False
         guard.attempt(self._take, A, B, T, columns_name, columns, n, dtype)
         guard.settle()
         self.total_rows = int(team.total(self.rows))
@@ -101,8 +103,9 @@ class Problem:
     def _take(self, A, B, T, columns_name, columns, n, dtype):
         if A is None:
             raise TypeError("A must be a matrix, a LinearOperator or a callable, not None")
-        names = ("A", A), ("B", B), ("T", T)
-        operands = self.A, self.B, self.T = [_operators.as_operand(*each) for each in names]
+        self.A, self.B = _operators.as_operand("A", A), _operators.as_operand("B", B)
+        self.T = _preconditioners.given(T)
+        operands = self.A, self.B, self.T
         if self.A.is_matrix and self.team.size > 1:
             raise TypeError("on several processes A must be a LinearOperator or a callable that"
                             " multiplies the rows of this process")
@@ -115,6 +118,33 @@ class Problem:
                 operand.prepare(self.dtype)
         if self.B is not None:
             self.B.require_definite()
+
+    def turn(self):
+        """Goes for the other end of the spectrum. Local."""
+        self.A, self.is_turned = _operators.Negated(self.A), True
+
+    def columns_applied(self):
+        """Columns that A and B were applied to on this process, as an array of two."""
+        return np.array([0 if each is None else each.columns for each in (self.A, self.B)])
+
+    def choose_preconditioner(self, T, sigma):
+        """T by its name, and by a shift for one that inverts exactly. Local.
+
+        Returns
+        -------
+        name : str or None
+            Of what was chosen, "given" for a T that is no name.
+        is_exact : bool
+        """
+        if not isinstance(T, str) and sigma is None:
+            return None if self.T is None else "given", False
+        if self.T is not None or T is None:
+            raise ValueError("sigma makes a preconditioner: leave T out")
+        entries = self.A.entries if self.B is None or self.B.entries is not None else None
+        chosen = _preconditioners.chosen(T, entries, self.B and self.B.entries, sigma, self.dtype,
+                                         self.team.size == 1)
+        self.T = chosen.operand
+        return chosen.name, chosen.is_exact
 
     def take_deflated(self, given):
         """Takes columns that a run keeps its vectors orthogonal to, None for none. Local."""
@@ -151,11 +181,11 @@ class Problem:
         begin in single precision a matrix multiplies there with a copy of its entries."""
         if operand is None:
             return None
-        operator = stack.enter_context(Operator(operand.apply, self.dtype, self.guard))
+        operator = stack.enter_context(Operator(operand.multiply, self.dtype, self.guard))
         low_dtype = np.dtype(np.complex64 if self.dtype.kind == "c" else np.float32)
         low = self.guard.attempt(operand.lowered, low_dtype) if is_mixed else None
         if low is not None:
-            operator.set_low(low.apply, low_dtype)
+            operator.set_low(low.multiply, low_dtype)
         return operator.handle
 
     def agreed(self, choose):

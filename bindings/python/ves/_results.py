@@ -71,27 +71,28 @@ class EigenResult(_Pairs):
     Attributes
     ----------
     values : ndarray of shape (k,)
-        Eigenvalues in ascending order, real.
+        Eigenvalues in ascending order, real, also where they are the highest.
     vectors : ndarray of shape (n, k)
         Eigenvectors as columns, orthonormal (in B where it is given); the rows of this process.
     converged : bool
         Whether all k pairs passed the convergence test.
     n_converged : int
-        Leading pairs that passed it.
+        Pairs that passed it, from the wanted end of the spectrum on.
     reason : str
         Why the run ended: "converged", "iterations" (their limit), "monitor", "stagnated" (rounding
         allows no more) or "nonfinite" (an operator gave NaN or infinity).
     iterations : int
     residuals : ndarray of shape (k,)
-        2-norms of A x - lambda B x, recomputed after the run.
+        2-norms of A x - lambda B x, recomputed after the run, or as the run knew them.
     threshold : float
         What the convergence test compared with.
-    norm_estimate : float
+    norm_estimate : float or None
         Estimate of the 2-norm of A, from above in all but contrived cases; `tol` is relative to it.
+        None with `absolute_tol`.
     history : list of Progress
         The run after its start and after each iteration, with 2 k numbers for each.
     statistics : Statistics
-        Cost on this process, without the estimate before the run and the residuals after it.
+        Cost on this process; columns of A and B with those before the run and after it.
     memory_forecast : int
         Bytes that the run was forecast to take on this process beside values and vectors.
     settings : Settings

@@ -38,10 +38,16 @@ class Settings:
     detector: str
     passes: int
     generalized: bool
-    preconditioned: bool
+    preconditioner: Optional[str]
     uses_lapack: bool
     everywhere: bool
     deflated: int
+    which: str
+
+    @property
+    def is_highest(self):
+        """Whether the highest pairs are wanted."""
+        return self.which == "LA"
 
     @property
     def columns(self):
@@ -118,26 +124,40 @@ def _at_once(solver, batch, k):
     return k if solver == "lobpcg" else min(k, batch or SUB_BLOCK)
 
 
-def _guards(guard, k, order, processes):
+def _guards(guard, k, order, processes, is_exact):
     """Columns behind the wanted ones: "auto" takes a quarter as many, 2 to 8, as far as the library
-    can count the order of dense problems and the entries of three blocks."""
-    if guard == "auto":
+    can count the order of dense problems and the entries of three blocks, none where T is exact."""
+    if guard == "auto" and is_exact:
+        guard = 0
+    elif guard == "auto":
         most = min(LARGEST_ORDER, LARGEST_INT // max(order // processes, 1)) // 3
         guard = min(max(k // 4, 2), 8, max(most - k, 0))
     return min(whole("guard", guard, 0, LARGEST_ORDER), max(order - k, 0))
 
 
 def _is_mixed(precision, is_single, has_entries):
-    """Whether a run begins in single precision; "auto" does where matrices can be copied to it."""
+    """Whether a run begins in single precision; "auto" does where matrices can be copied to it and
+    T, which is double, is not exact."""
     if _one_of("precision", precision, ("auto", "double", "mixed")) == "mixed" and is_single:
         raise ValueError("precision 'mixed' needs a problem in double precision")
     return precision == "mixed" or (precision == "auto" and has_entries and not is_single)
 
 
+def is_highest(which):
+    """Whether the highest pairs are wanted, or the lowest."""
+    instead = {"LM": "the largest values are at an end of the spectrum: take 'LA' or 'SA'",
+               "SM": "take 'SA' for an A without negative values, scipy.sparse.linalg.eigsh for"
+                     " others",
+               "BE": "call it for 'SA' and for 'LA'"}
+    if which in instead:
+        raise ValueError(f"which = {which!r}: {instead[which]}; ves.scipy.eigsh knows it")
+    return _one_of("which", which, ("SA", "LA")) == "LA"
+
+
 def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="auto",
              solver="auto", batch=None, tol=None, absolute_tol=None, maxiter=1000,
              lock_factor=1.0, detector="residuals", passes=None, generalized=False,
-             preconditioned=False, repeatable=False, deflated=0, has_entries=False,
+             preconditioner=None, is_exact=False, repeatable=False, deflated=0, which="SA", has_entries=False,
              everywhere=False):
     """Settings with the defaults of their precision and number of pairs filled in.
 
@@ -147,7 +167,7 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
         A setting that no run can have.
     """
     k = whole("k", k, 1, LARGEST_ORDER)
-    guard = _guards(guard, k, order, team.size)
+    guard = _guards(guard, k, order, team.size, is_exact)
     solver, batch, batch_limit = _choose_solver(solver, batch, k, order)
     if 3 * _at_once(solver, batch, k + guard) > LARGEST_ORDER:
         raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems"
@@ -160,17 +180,18 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
     is_single = np.dtype(dtype) in (np.float32, np.complex64)
     default_tol, default_passes = (1e-4, 3) if is_single else (1e-8, 2)
     if inner == "auto":
-        inner = 0 if repeatable else CHOSEN_BY_TIMES
+        inner = 0 if repeatable or is_exact else CHOSEN_BY_TIMES
     else:
         inner = whole("inner", inner, 0, 1000)
     return Settings(
         k=k, guard=guard, inner=inner,
-        is_mixed=_is_mixed(precision, is_single, has_entries), dtype=np.dtype(dtype),
+        is_mixed=_is_mixed(precision, is_single, has_entries and not is_exact), dtype=np.dtype(dtype),
         solver=solver, batch=batch, batch_limit=batch_limit,
         tol=_positive("tol", tol) or default_tol,
         absolute_tol=_positive("absolute_tol", absolute_tol),
         maxiter=whole("maxiter", maxiter, 1), lock_factor=float(lock_factor),
         detector=_one_of("detector", detector, tuple(DETECTORS)),
         passes=default_passes if passes is None else whole("passes", passes, 1),
-        generalized=generalized, preconditioned=preconditioned,
-        uses_lapack=team.size <= MOST_FOR_LAPACK, everywhere=everywhere, deflated=deflated)
+        generalized=generalized, preconditioner=preconditioner,
+        uses_lapack=team.size <= MOST_FOR_LAPACK, everywhere=everywhere, deflated=deflated,
+        which=which)

@@ -2,6 +2,7 @@
 
 import contextlib
 import ctypes
+import sys
 import warnings
 
 import numpy as np
@@ -14,11 +15,12 @@ from ._problem import Problem
 from ._results import ConvergenceWarning, EigenResult, Progress, Statistics
 
 
-def eigsh(A, k=None, B=None, T=None, X0=None, *, deflate=None, n=None, solver="auto", guard="auto",
-          inner="auto", precision="auto", tol=None, absolute_tol=None, maxiter=1000, batch=None,
-          lock_factor=1.0, detector="residuals", passes=None, dtype=None, comm=None,
-          everywhere=False, monitor=None, seed=None):
-    """Lowest eigenpairs of a Hermitian problem A x = lambda x or A x = lambda B x.
+def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, deflate=None, n=None,
+          M=None, v0=None, solver="auto", guard="auto", inner="auto", precision="auto", tol=None,
+          absolute_tol=None, maxiter=1000, batch=None, lock_factor=1.0, detector="residuals",
+          passes=None, dtype=None, comm=None, everywhere=False, verify=True, monitor=None,
+          progress=False, seed=None, return_eigenvectors=True):
+    """Lowest or highest eigenpairs of a Hermitian problem A x = lambda x or A x = lambda B x.
 
     Parameters
     ----------
@@ -29,11 +31,22 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, deflate=None, n=None, solver="a
     k : int, optional
         Number of wanted pairs, by default as many as X0 has columns, or 6, or n where that is less.
     B : as A, optional
-        Hermitian positive definite operator of the generalized problem.
-    T : as A, optional
-        Preconditioner, Hermitian positive definite: an approximate inverse of A.
+        Hermitian positive definite operator of the generalized problem. A matrix may have empty
+        rows, as finite elements leave them where values are prescribed. M is another name.
+    which : {"SA", "LA"}
+        The lowest pairs, or the highest, for which T and the steps of a run go for -A. Values
+        ascend in both.
+    T : {"auto", "shift-invert", "ic", "jacobi", "inner"}, as A, or None
+        Preconditioner, Hermitian positive definite: an approximate inverse of A. Also an object of
+        `scipy.sparse.linalg.splu`, a hierarchy of pyamg, or a PC or KSP of petsc4py. By name, for
+        a sparse matrix in one process: exact factors of A - s B with s below the spectrum,
+        incomplete ones, the inverse diagonal; "inner" is none but inner steps. "auto" takes exact
+        factors where they hold few entries, else incomplete ones, where the diagonal of A is
+        positive, and none elsewhere.
+    sigma : float, optional
+        Shift of exact factors, outside the spectrum, for a sparse matrix A in one process.
     X0 : array of shape (n, up to k), optional
-        Guess. Missing columns are random.
+        Guess. Missing columns are random. v0 is another name.
     deflate : array of shape (n, m), optional
         Columns that the vectors are kept orthogonal to, in B: the null space of A, rigid motions,
         vectors of an earlier run. They need not be orthonormal. Residuals of the run are those of
@@ -54,7 +67,8 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, deflate=None, n=None, solver="a
     precision : {"auto", "double", "mixed"}
         "mixed" begins in single precision, where products cost half, and goes on in double
         precision; the result is as accurate. Matrices are copied to single precision, other
-        operators are applied to copies. "auto" does so where A and B are matrices.
+        operators are applied to copies. "auto" does so where A and B are matrices and T is not
+        exact.
     tol : float, optional
         Threshold of the convergence test relative to an estimate of the 2-norm of A, by default
         1e-8, in single precision 1e-4. In the generalized problem vectors have unit norm in B and
@@ -85,12 +99,22 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, deflate=None, n=None, solver="a
     everywhere : bool
         Whether A, B and T are called on processes without rows, too, with X of shape (0, columns):
         what works on all processes of comm, such as a preconditioner of another library, needs it.
+    verify : bool
+        Whether A and B are tested to be Hermitian before the run, on two columns, and B and a T
+        of yours to be positive definite, on up to 20, and residuals are recomputed after it, by A
+        and B on all columns. Without, residuals are those of the
+        last test of the run; the norms of A and B, by up to 20 columns, are estimated where a
+        threshold is relative to them.
     monitor : callable, optional
         Called with a `Progress` after the start and after each iteration, on every process. The
         run ends when it returns True on any.
+    progress : bool
+        Whether process 0 writes a line for each iteration to standard error.
     seed : int, optional
         Of random columns, by default 0. Where it is given nothing is decided by times, and the same
         call gives the same bits.
+    return_eigenvectors : bool
+        False: only the values are returned, as an array.
 
     Returns
     -------
@@ -120,21 +144,25 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, deflate=None, n=None, solver="a
     -----
     Collective over comm: all its processes make the call, with the same settings. Threads of a
     process wait for each other; with several processes only one thread may be in a run. An operator
-    may itself call `eigsh`. A is applied to two dozen random columns before the run, B too, to
-    estimate its norm and to refuse one that is not Hermitian, and to k columns after it for the
-    residuals. On several processes each call of an operator is followed by a reduction of an int,
-    by which they learn of exceptions. For the highest eigenvalues pass -A.
+    may itself call `eigsh`. On several processes each call of an operator is followed by a reduction
+    of an int, by which they learn of exceptions. Statistics count all columns that A, B and T are
+    applied to.
     """
+    B, X0 = _either("B", B, "M", M), _either("X0", X0, "v0", v0)
     with Problem.opened(comm, everywhere, A, B, T, "X0", X0, n, dtype) as problem:
         def choose():
+            if _settings.is_highest(which):
+                problem.turn()
             problem.take_deflated(deflate)
+            name, is_exact = problem.choose_preconditioner(
+                T, -sigma if problem.is_turned and sigma is not None else sigma)
             settings = _settings.complete(
                 _wanted(k, problem), problem.order, problem.dtype, problem.team, guard=guard,
                 inner=inner, precision=precision, has_entries=problem.has_entries, solver=solver,
-                tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch,
+                which=which, tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch,
                 lock_factor=lock_factor, detector=detector, passes=passes,
                 generalized=B is not None,
-                preconditioned=T is not None, repeatable=seed is not None,
+                preconditioner=name, is_exact=is_exact, repeatable=seed is not None,
                 everywhere=bool(everywhere), deflated=problem.total_rows - problem.order)
             problem.require_fit(settings.k, settings.widest_block)
             if seed is not None:
@@ -146,10 +174,28 @@ def eigsh(A, k=None, B=None, T=None, X0=None, *, deflate=None, n=None, solver="a
             return settings
 
         settings = problem.agreed(choose)
-        result = _Run(problem, settings, monitor, seed or 0).result()
+        follow = _printing(monitor) if progress and problem.team.rank == 0 else monitor
+        result = _Run(problem, settings, follow, seed or 0, verify).result()
     if not result.converged and result.reason != "monitor":
         warnings.warn(ConvergenceWarning(result.summary(), result), stacklevel=2)
-    return result
+    return result if return_eigenvectors else result.values
+
+
+def _either(name, value, other, same):
+    if value is not None and same is not None:
+        raise TypeError(f"{other} is another name of {name}: give one of them")
+    return value if same is None else same
+
+
+def _printing(monitor):
+    def follow(state):
+        open_residuals = state.residuals[~np.isnan(state.residuals)]
+        worst = f", largest residual {np.max(open_residuals):.2e}" if len(open_residuals) else ""
+        print(f"ves: iteration {state.iteration}: {state.converged} of {state.wanted} pairs{worst}",
+              file=sys.stderr, flush=True)
+        return monitor is not None and monitor(state)
+
+    return follow
 
 
 def _wanted(k, problem):
@@ -165,26 +211,37 @@ def _wanted(k, problem):
 class _Run:
     """One run of a solver, from the guess to the result."""
 
-    def __init__(self, problem, settings, monitor, seed):
+    def __init__(self, problem, settings, monitor, seed, verify):
         self._problem, self._settings, self._monitor = problem, settings, monitor
-        self._history = []
+        self._verify, self._history = verify, []
         probe = Probe(problem, seed)
-        self._norm_A = probe.norm(problem.A)
-        norm_B = 1.0 if problem.B is None else probe.norm(problem.B, definite=True)
-        self._threshold = settings.threshold(self._norm_A or 1.0, norm_B)
+        if verify:
+            probe.require_hermitian()
+            if settings.preconditioner == "given":
+                probe.require_useful_T()
+        self._norm_A, self._threshold = None, settings.absolute_tol
+        norm_B = 1.0
+        if problem.B is not None and (verify or self._threshold is None):
+            norm_B = probe.norm(problem.B, definite=True)
+        if self._threshold is None:
+            self._norm_A = probe.norm(problem.A)
+            self._threshold = settings.threshold(self._norm_A or 1.0, norm_B)
         self._require_measurable()
         self._values = np.zeros((settings.columns, 1), problem.dtype, order="F")
         self._vectors = problem.guard.attempt(self._guess, seed)
         problem.guard.settle()  # memory may have been short on one process alone
+        self._probed = problem.columns_applied()
 
     def _require_measurable(self):
         """Residuals are measured by the sum of their squares, which must be numbers of the type:
         from those at the threshold, or at rounding errors of A, up to the norm of A."""
-        limits = np.finfo(self._settings.dtype)
-        smallest = max(self._threshold, float(limits.eps) * self._norm_A)
-        if smallest**2 < limits.tiny or self._norm_A**2 > limits.max:
-            raise ValueError(f"A is of norm {self._norm_A:.0e}: squares of its residuals leave the"
-                             f" range of {limits.dtype}; scale the problem")
+        if self._norm_A is None:
+            return
+        limits, norm = np.finfo(self._settings.dtype), self._norm_A
+        smallest = max(self._threshold, float(limits.eps) * norm)
+        if smallest**2 < limits.tiny or norm**2 > limits.max:
+            raise ValueError(f"A is of norm {norm:.0e}: squares of its residuals leave the range of"
+                             f" {limits.dtype}; scale the problem")
 
     def _guess(self, seed):
         problem = self._problem
@@ -211,8 +268,12 @@ class _Run:
             code = lib.VesRunSolver(solver.handle, A, B, T, X, D)
             problem.guard.settle()
             check_code("VesRunSolver", code)
-            residuals = self._residuals(stack, A, B, X, D)
-            return self._describe(solver, residuals)
+            in_run = problem.columns_applied()
+            residuals = self._history[-1].residuals
+            if self._verify:
+                residuals = self._residuals(stack, A, B, X, D)
+            beside = self._probed + problem.columns_applied() - in_run
+            return self._describe(solver, residuals, beside)
 
     def _follow(self, struct):
         guard = self._problem.guard
@@ -221,6 +282,8 @@ class _Run:
     def _note(self, struct):
         """Remembers where the run stands, and says whether the caller asks for its end."""
         progress = Progress.from_struct(struct, self._settings.k)
+        if self._settings.is_highest:
+            progress = progress._replace(values=-progress.values)
         self._history.append(progress)
         return self._monitor is not None and bool(self._monitor(progress))
 
@@ -236,16 +299,23 @@ class _Run:
         call("VesVectorNorm", R.handle, norms.handle)
         return norms.array.real[:, 0].copy()
 
-    def _describe(self, solver, residuals):
+    def _describe(self, solver, residuals, beside):
+        """The result of a run, with the columns of A and B that were multiplied beside it."""
         stats = StatsStruct()
         call("VesGetSolverStats", solver.handle, ctypes.byref(stats))
+        stats.columnsA += int(beside[0])
+        stats.columnsB += int(beside[1])
         k = self._settings.k
-        result = EigenResult(self._values.real[:k, 0].copy(), self._vectors[:, :k])
+        values, vectors = self._values.real[:k, 0].copy(), self._vectors[:, :k]
+        residuals = residuals[:k]
+        if self._settings.is_highest:
+            values, vectors, residuals = -values[::-1], vectors[:, ::-1], residuals[::-1]
+        result = EigenResult(values, vectors)
         n_converged = min(solver.ask_int("VesGetSolverConv"), k)
         vars(result).update(
             n_converged=n_converged, converged=n_converged == k,
             reason=REASONS[solver.ask_int("VesGetSolverReason")],
-            iterations=solver.ask_int("VesGetSolverIter"), residuals=residuals[:k],
+            iterations=solver.ask_int("VesGetSolverIter"), residuals=residuals,
             threshold=self._threshold, norm_estimate=self._norm_A, history=self._history,
             statistics=Statistics.from_struct(stats), settings=self._settings,
             memory_forecast=solver.memory(*self._vectors.shape, self._settings.generalized))
