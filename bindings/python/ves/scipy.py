@@ -3,17 +3,22 @@
 >>> from ves.scipy import eigsh, lobpcg  # in place of scipy.sparse.linalg
 
 Values are the same but for their accuracy: `tol` bounds residuals here. What a block method cannot
-do, pairs in the middle of the spectrum, is refused by a ValueError that names the way.
+do, pairs in the middle of the spectrum of a large problem, is refused by a ValueError that names the
+way.
 """
+
+import warnings
 
 import numpy as np
 from scipy.sparse.linalg import aslinearoperator
 
 from . import _solve
+from ._results import ConvergenceWarning
 
 __all__ = ["eigsh", "lobpcg"]
 
 FINEST = 1e-10  # relative threshold of tol = 0, which in scipy stands for rounding
+WHOLE = 64  # order up to which all pairs are computed
 
 
 def eigsh(A, k=6, M=None, sigma=None, which="LM", v0=None, ncv=None, maxiter=None, tol=0,
@@ -25,18 +30,21 @@ def eigsh(A, k=6, M=None, sigma=None, which="LM", v0=None, ncv=None, maxiter=Non
     A, k, M, v0, return_eigenvectors
         As there: k values in ascending order, and vectors that are orthonormal in M.
     sigma : float, optional
-        As there with which = "LM", but below or above all values: the pairs next to it. A is a
-        sparse matrix then, or OPinv is given.
+        As there, but above an order of 64 with which = "LM" alone, and below or above all values:
+        the pairs next to it. A is a sparse matrix then, or OPinv is given.
     which : {"LM", "SA", "LA", "SM", "BE"}
-        "LM" looks at both ends where it must; "SM" wants an A without negative values.
+        "LM" looks at both ends where it must; "SM" wants an A without negative values where the
+        order is above 64.
     maxiter : int, optional
         Iterations of a block method, by default 1000.
     tol : float
         Relative accuracy of values; 0 for 1e-10.
     OPinv : LinearOperator, optional
         (A - sigma M)^-1.
-    ncv, Minv, mode
-        Not needed; a mode other than "normal" is refused.
+    mode : {"normal", "buckling", "cayley"}
+        How values are measured beside sigma; above an order of 64 "normal" alone.
+    ncv, Minv
+        Not needed.
 
     Returns
     -------
@@ -47,24 +55,53 @@ def eigsh(A, k=6, M=None, sigma=None, which="LM", v0=None, ncv=None, maxiter=Non
     Raises
     ------
     ValueError
-        For pairs in the middle of the spectrum.
+        For pairs in the middle of the spectrum of a large problem.
     """
-    if mode != "normal":
-        raise ValueError(f"mode = {mode!r}: only 'normal' is known; take scipy.sparse.linalg.eigsh")
+    if which not in _ENDS:
+        raise ValueError(f"which must be one of {', '.join(map(repr, _ENDS))}, not {which!r}")
+    if mode not in _MEASURES:
+        raise ValueError(f"mode must be one of {', '.join(map(repr, _MEASURES))}, not {mode!r}")
     settings = dict(B=M, X0=v0, maxiter=maxiter or 1000)
     if np.dtype(getattr(A, "dtype", float)) not in (np.float32, np.complex64):
         settings["tol"] = max(tol, FINEST)
     elif tol > 0:
         settings["tol"] = tol
-    if sigma is not None:
-        if which != "LM":
-            raise ValueError(f"sigma with which = {which!r}: only 'LM', the pairs next to it")
-        pairs = _next_to(A, k, sigma, OPinv, settings)
-    elif which in _ENDS:
+    order = _order(A)
+    if order is not None and k <= order <= WHOLE:
+        pairs = _of_all(A, k, order, sigma, which, mode, settings)
+    elif sigma is None:
         pairs = _ENDS[which](A, k, settings)
+    elif which == "LM" and mode == "normal":
+        pairs = _next_to(A, k, sigma, OPinv, settings)
     else:
-        raise ValueError(f"which must be one of {', '.join(map(repr, _ENDS))}, not {which!r}")
+        raise ValueError(f"sigma with which = {which!r} and mode = {mode!r}: only 'LM' and"
+                         " 'normal', the pairs next to it")
     return pairs if return_eigenvectors else pairs[0]
+
+
+def _order(A):
+    shape = getattr(A, "shape", None) or np.shape(A)
+    return shape[0] if shape else None
+
+
+def _of_all(A, k, order, sigma, which, mode, settings):
+    """Chosen from all pairs, by what scipy measures values by."""
+    guess = settings.pop("X0")
+    if guess is not None:
+        settings["X0"] = np.reshape(guess, (order, -1))
+    values, vectors = _solve.eigsh(A, order, guard=0, precision="double", **settings)
+    with np.errstate(divide="ignore"):
+        measured = values if sigma is None else _MEASURES[mode](values, sigma)
+    ranks = np.argsort(measured)
+    size = np.argsort(np.abs(measured))
+    chosen = {"SA": ranks[:k], "LA": ranks[order - k:], "SM": size[:k], "LM": size[order - k:],
+              "BE": np.r_[ranks[:k // 2], ranks[order - (k - k // 2):]]}[which]
+    chosen = np.sort(chosen)  # values ascend
+    return values[chosen], vectors[:, chosen]
+
+
+_MEASURES = {"normal": lambda w, sigma: 1 / (w - sigma), "buckling": lambda w, sigma: w / (w - sigma),
+             "cayley": lambda w, sigma: (w + sigma) / (w - sigma)}
 
 
 def _lowest(A, k, settings):
@@ -156,10 +193,15 @@ def lobpcg(A, X, B=None, M=None, Y=None, tol=None, maxiter=None, largest=True, v
     X = np.asarray(X)
     if X.ndim != 2:
         raise ValueError(f"X must have a column for each pair, not the shape {X.shape}")
-    result = _solve.eigsh(
-        A, X.shape[1], B, which="LA" if largest else "SA", T=M, X0=X, deflate=Y,
-        absolute_tol=np.sqrt(1e-15) * X.shape[0] if tol is None else tol,
-        maxiter=1000 if maxiter is None else max(maxiter, 1), progress=verbosityLevel > 0)
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", ConvergenceWarning)
+        result = _solve.eigsh(
+            A, X.shape[1], B, which="LA" if largest else "SA", T=M, X0=X, deflate=Y,
+            absolute_tol=np.sqrt(1e-15) * X.shape[0] if tol is None else tol,
+            maxiter=1000 if maxiter is None else max(maxiter, 1), progress=verbosityLevel > 0)
+    if not result.converged:
+        text = f"Exited at iteration {result.iterations}: {result.summary()}"
+        warnings.warn(ConvergenceWarning(text, result), stacklevel=2)
     order = slice(None, None, -1) if largest else slice(None)
     found = [result.values[order], result.vectors[:, order]]
     if retLambdaHistory:
