@@ -183,6 +183,29 @@ def _required_arguments(name, function):
     return max(required, 1)
 
 
+def is_of_petsc(given):
+    """Whether it is an object of petsc4py, which need not be installed."""
+    return type(given).__module__.startswith("petsc4py")
+
+
+def _by_columns(given):
+    """A Mat, PC or KSP of petsc4py, which take a vector at a time."""
+    kind = type(given).__name__
+    if kind not in ("Mat", "PC", "KSP"):
+        raise TypeError(f"a {kind} of petsc4py is no operator: take a Mat, PC or KSP")
+    mat = given if kind == "Mat" else given.getOperators()[0]
+    x, y = mat.createVecs()
+    multiply = {"Mat": "mult", "PC": "apply", "KSP": "solve"}[kind]
+
+    def columns(X, out):
+        for source, target in zip(X.T, out.T):
+            x.array[:] = source
+            getattr(given, multiply)(x, y)
+            target[:] = y.array
+
+    return columns
+
+
 def as_operand(name, given):
     """Operand of a matrix, LinearOperator or callable; None for None.
 
@@ -199,6 +222,8 @@ def as_operand(name, given):
         return _Linear(name, given)
     if hasattr(given, "matvec") and hasattr(given, "shape"):
         return _Linear(name, aslinearoperator(given))
+    if is_of_petsc(given):
+        return _Routine(name, _by_columns(given))
     if callable(given):
         return _Routine(name, given)
     matrix = np.asarray(given)

@@ -39,9 +39,7 @@ def given(T):
         return _operators.as_operand("T", _factors(T))
     if hasattr(T, "aspreconditioner"):
         return _operators.as_operand("T", T.aspreconditioner())
-    if type(T).__module__.startswith("petsc4py"):
-        return _operators.as_operand("T", _petsc(T))
-    if not callable(T) and not hasattr(T, "shape") and not isinstance(T, (list, tuple)):
+    if not callable(T) and not hasattr(T, "shape") and not _operators.is_of_petsc(T) and not isinstance(T, (list, tuple)):
         raise TypeError(f"T must be a matrix, a LinearOperator, a callable, one of"
                         f" {', '.join(map(repr, NAMES))} or None, not {T!r}")
     return _operators.as_operand("T", T)
@@ -57,22 +55,6 @@ def _factors(lu):
         return lu.solve(np.ascontiguousarray(x, dtype))
 
     return LinearOperator(lu.shape, matvec=solve, matmat=solve, dtype=dtype)
-
-
-def _petsc(pc):
-    """A PC or KSP, which takes a vector at a time."""
-    x, y = pc.getOperators()[0].createVecs()
-    apply = getattr(pc, "apply", None) or pc.solve
-
-    def columns(X):
-        Y = np.empty(X.shape, y.array.dtype)
-        for source, target in zip(X.T, Y.T):
-            x.array[:] = source
-            apply(x, y)
-            target[:] = y.array
-        return Y
-
-    return columns
 
 
 def chosen(name, A, B, sigma, dtype, alone):
