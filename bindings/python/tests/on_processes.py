@@ -7,6 +7,7 @@ import threading
 import traceback
 
 import numpy as np
+import scipy.linalg
 import scipy.sparse.linalg
 from mpi4py import MPI
 
@@ -93,6 +94,26 @@ def test_operators_that_need_every_process():
     result = ves.eigsh(joint, 3, B, T=T, n=chain.rows, comm=WORLD, everywhere=True)
     assert result.converged and np.allclose(result.values, chain.exact(3) / 2, atol=1e-7)
     assert ves.check(joint, *result, B, comm=WORLD, everywhere=True).max_residual < 1e-5
+
+
+def test_rows_of_a_sparse_matrix():
+    chain, size = Chain(WORLD), WORLD.size
+    whole = scipy.sparse.diags([-1, 2, -1, 0.1, 0.1], [-1, 0, 1, 70, -70], shape=(chain.n,) * 2)
+    mass = scipy.sparse.diags([1, 4, 1], [-1, 0, 1], shape=(chain.n,) * 2) / 6
+    own = slice(chain.first, chain.first + chain.rows)
+    A, B = whole.tocsr()[own], mass.tocsr()[own]
+    exact = scipy.linalg.eigvalsh(whole.toarray(), mass.toarray())
+    for T in "auto", "jacobi", "inner":
+        result = ves.eigsh(A, 4, B, T=T, comm=WORLD)
+        assert result.converged and np.allclose(result.values, exact[:4], atol=1e-9)
+    assert ves.check(A, *result, B, comm=WORLD).max_residual < 2 * result.threshold
+    highest = ves.eigsh(A, 3, which="LA", comm=WORLD)
+    assert np.allclose(highest.values, np.linalg.eigvalsh(whole.toarray())[-3:], atol=1e-9)
+    if size > 1:
+        expect(ValueError if WORLD.rank == 0 else (ValueError, ves.ProcessError), "",
+               lambda: ves.eigsh(A[:, :-1], 3, comm=WORLD))
+        expect_failure_on(size - 1, TypeError, "rows of a sparse", lambda: ves.eigsh(
+            chain if WORLD.rank == size - 1 else A, 3, n=chain.rows, comm=WORLD))
 
 
 class Mute(BaseException):
@@ -186,7 +207,7 @@ def test_wrong_arguments_are_refused_on_all():
     if WORLD.size > 1:
         expect(ValueError, "called differently", lambda: ves.eigsh(
             chain, n=chain.rows, maxiter=10 + WORLD.rank, comm=WORLD))
-        expect(TypeError, "multiplies the rows", lambda: ves.eigsh(np.eye(9), comm=WORLD))
+        expect(TypeError, "multiplies these rows", lambda: ves.eigsh(np.eye(9), comm=WORLD))
     expect(ValueError, "pairs are wanted", lambda: ves.eigsh(
         lambda X: X, 9, n=1, comm=WORLD))
 

@@ -90,6 +90,23 @@ def chosen(name, A, B, sigma, dtype, alone):
     return _incomplete(A, dtype) or _jacobi(A, dtype)
 
 
+def chosen_by_blocks(name, block, is_positive, dtype):
+    """The same on several processes, each with the block of A that couples its own rows, and whether
+    the whole diagonal is positive."""
+    if name not in ("auto", "ic", "jacobi"):
+        raise ValueError(f"T = {name!r} needs all rows on one process; on several there are 'ic',"
+                         " 'jacobi' and 'inner'")
+    if name == "auto" and not is_positive:
+        return Preconditioner()
+    made = None
+    if block.shape[0] > 0:
+        made = name != "jacobi" and _incomplete(block, dtype) or _jacobi(block, dtype)
+    if made is None or made.operand is None:  # there are no rows, or only a diagonal of zeros
+        made = Preconditioner("jacobi", lambda x: x, block.shape[0], dtype)
+    made.name = "ic" if name == "auto" else name  # on all processes
+    return made
+
+
 def _jacobi(A, dtype):
     diagonal = np.abs(A.diagonal())
     largest = np.max(diagonal, initial=0)

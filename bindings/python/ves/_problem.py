@@ -5,8 +5,10 @@ import os
 import threading
 
 import numpy as np
+import scipy.sparse as sparse
 
 from . import _operators, _preconditioners, _settings
+from ._distributed import Rows
 from ._guard import Guard
 from ._handles import Operator
 from ._processes import open_team
@@ -94,21 +96,23 @@ class Problem:
 
     def __init__(self, team, guard, A, B, T, columns_name, columns, n, dtype):
         self.team, self.guard = team, guard
-        self.deflated, self.is_turned = None, False
+        self.deflated, self.is_turned, self.is_positive = None, False, False
         guard.attempt(self._take, A, B, T, columns_name, columns, n, dtype)
         guard.settle()
+        self._connect()
         self.total_rows = int(team.total(self.rows))
         guard.have_rows(self.rows > 0)
 
     def _take(self, A, B, T, columns_name, columns, n, dtype):
         if A is None:
             raise TypeError("A must be a matrix, a LinearOperator or a callable, not None")
-        self.A, self.B = _operators.as_operand("A", A), _operators.as_operand("B", B)
+        self.A, self.B = self._as_operand("A", A), self._as_operand("B", B)
         self.T = _preconditioners.given(T)
         operands = self.A, self.B, self.T
-        if self.A.is_matrix and self.team.size > 1:
-            raise TypeError("on several processes A must be a LinearOperator or a callable that"
-                            " multiplies the rows of this process")
+        if self.team.size > 1 and self.A.is_matrix and not isinstance(self.A, Rows):
+            raise TypeError("on several processes A must be a sparse matrix with the rows of this"
+                            " process and the columns of all, or a LinearOperator or a callable"
+                            " that multiplies these rows")
         self.columns = None if columns is None else _as_columns(columns_name, columns)
         n = None if n is None else _settings.whole("n", n, 0)
         self.rows = _operators.common_order(operands, columns_name, self.columns, n)
@@ -118,6 +122,35 @@ class Problem:
                 operand.prepare(self.dtype)
         if self.B is not None:
             self.B.require_definite()
+
+    def _as_operand(self, name, given):
+        """On several processes A, and a B that is not square, are rows of a sparse matrix."""
+        if self.team.size > 1 and sparse.issparse(given) and given.ndim == 2 and (
+                name == "A" or given.shape[0] != given.shape[1]):
+            return Rows(name, given)
+        return _operators.as_operand(name, given)
+
+    def _connect(self):
+        """Has processes with rows of a matrix agree on what they exchange. Collective."""
+        for operand in self.A, self.B:
+            if self.team.any(isinstance(operand, Rows)):
+                self.guard.attempt(self._require_rows, operand)
+                self.guard.settle()
+                self.guard.attempt(self._complain, operand.connect(self.team))
+                self.guard.settle()
+        if isinstance(self.A, Rows):
+            diagonal = self.A.diagonal_block.diagonal().real
+            self.is_positive = not self.team.any(bool(np.any(diagonal <= 0)))
+
+    @staticmethod
+    def _require_rows(operand):
+        if not isinstance(operand, Rows):
+            raise TypeError("other processes gave rows of a sparse matrix")
+
+    @staticmethod
+    def _complain(text):
+        if text is not None:
+            raise ValueError(text)
 
     def turn(self):
         """Goes for the other end of the spectrum. Local."""
@@ -140,9 +173,13 @@ class Problem:
             return None if self.T is None else "given", False
         if self.T is not None or T is None:
             raise ValueError("sigma makes a preconditioner: leave T out")
-        entries = self.A.entries if self.B is None or self.B.entries is not None else None
-        chosen = _preconditioners.chosen(T, entries, self.B and self.B.entries, sigma, self.dtype,
-                                         self.team.size == 1)
+        if isinstance(self.A, Rows) and T != "inner" and sigma is None:
+            chosen = _preconditioners.chosen_by_blocks(T, self.A.diagonal_block, self.is_positive,
+                                                       self.dtype)
+        else:
+            entries = self.A.entries if self.B is None or self.B.entries is not None else None
+            chosen = _preconditioners.chosen(T, entries, self.B and self.B.entries, sigma,
+                                             self.dtype, self.team.size == 1)
         self.T = chosen.operand
         return chosen.name, chosen.is_exact
 
