@@ -481,8 +481,8 @@ VES_EXPORT VesReturnCode VesSolverSetWanted(VesSolver solver, int count) VES_NOE
 /// are: the null space of A, rigid motions, pairs of an earlier run. They need not be orthonormal;
 /// dependent ones are left out. A run finds the lowest pairs of P^H A P in the range of
 /// P = 1 - Y (Y^H B Y)^-1 Y^H B, and tests the residuals of that: where the columns of Y are no
-/// eigenvectors, A x - lambda B x has a part in B Y as well. B and A are applied to them, m columns of
-/// each, in runs that begin in single precision twice. The block is read in each run and must live
+/// eigenvectors, A x - lambda B x has a part in B Y as well. B is applied to them, to m
+/// columns, in runs that begin in single precision twice. The block is read in each run and must live
 /// as long, unchanged; null (the default): nothing is kept out. m must be the same on all
 /// processes. A run then is refused with -7 where Y has no storage, -5 where it is distributed
 /// otherwise, -1 where a column is not finite, B is not definite on it, or nothing is left beside Y.

@@ -48,16 +48,6 @@ void FillGuess(const Problem<Scalar>& problem, const SolverOptions& options, int
     values = std::copy_n(given.column(j), given.rows(), values);
 }
 
-// What is deflated must live as long as the solver. Collective.
-template <typename Scalar>
-std::optional<ves::Block<Scalar>> Deflate(const Problem<Scalar>& problem, const std::string& path,
-                                          ves::Solver<Scalar>& solver) {
-  if (path.empty()) return std::nullopt;
-  std::optional<ves::Block<Scalar>> columns(ReadBlock(path, problem));
-  solver.deflate(*columns);
-  return columns;
-}
-
 // Collective.
 template <typename Scalar>
 void AddCosts(const ves::Solver<Scalar>& solver, const ves::Outcome<Scalar>& found,
@@ -124,7 +114,9 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
   DescribeProblem(problem, result);
   result.preconditioner = preconditioner;
   result.detector = options.detector;
-  result.settings = Decide(problem, options);
+  std::optional<ves::Block<Scalar>> deflated; // lives as long as the solver
+  if (!options.deflate.empty()) deflated = ReadBlock(options.deflate, problem);
+  result.settings = Decide(problem, options, deflated ? deflated->cols() : 0);
   const int pairs = result.settings.pairs, columns = pairs + result.settings.guard;
   double seconds[3] = {};
   const auto a = TimedOperator(problem.a, seconds[0], problem.lowA),
@@ -139,7 +131,7 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
     ves::Options library = LibraryOptions(result.settings, options);
     library.monitor = [&](const VesProgress& progress) { return monitor.Note(progress); };
     ves::Solver<Scalar> solver(library);
-    const auto deflated = Deflate(problem, options.deflate, solver);
+    if (deflated) solver.deflate(*deflated);
     const MemoryMeter memory;
     found = solver.solve(a, b, t, *x);
     result.history = monitor.GetHistory();

@@ -83,14 +83,17 @@ int GuardsOf(const Problem<Scalar>& problem, int pairs) {
 } // namespace
 
 template <typename Scalar>
-RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options) {
+RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options, int deflated) {
   RunSettings settings;
-  settings.pairs = options.pairs.value_or(std::min(pairsByDefault, problem.Order()));
-  if (settings.pairs > problem.Order())
+  const int order = problem.Order() - deflated;
+  if (order < 1) throw Error(exitUsage, "--deflate: nothing is left beside its columns");
+  settings.pairs = options.pairs.value_or(std::min(pairsByDefault, order));
+  if (settings.pairs > order)
     throw Error(exitUsage, "-k: " + std::to_string(settings.pairs) +
-                               " pairs are more than the order " + std::to_string(problem.Order()));
-  settings.guard = std::min(options.guard.value_or(GuardsOf(problem, settings.pairs)),
-                            problem.Order() - settings.pairs);
+                               " pairs are more than the order " + std::to_string(order) +
+                               (deflated > 0 ? " that is left" : ""));
+  settings.guard =
+      std::min(options.guard.value_or(GuardsOf(problem, settings.pairs)), order - settings.pairs);
   settings.innerSteps =
       options.innerSteps.value_or(problem.isInverseExact || options.seed.has_value() ? 0 : -1);
   settings.isMixed = options.precision == Precision::mixed || problem.lowA;
@@ -143,9 +146,9 @@ ves::Options LibraryOptions(const RunSettings& settings, const SolverOptions& op
   return library;
 }
 
-template RunSettings Decide(const Problem<double>&, const SolverOptions&);
-template RunSettings Decide(const Problem<float>&, const SolverOptions&);
-template RunSettings Decide(const Problem<std::complex<double>>&, const SolverOptions&);
-template RunSettings Decide(const Problem<std::complex<float>>&, const SolverOptions&);
+template RunSettings Decide(const Problem<double>&, const SolverOptions&, int);
+template RunSettings Decide(const Problem<float>&, const SolverOptions&, int);
+template RunSettings Decide(const Problem<std::complex<double>>&, const SolverOptions&, int);
+template RunSettings Decide(const Problem<std::complex<float>>&, const SolverOptions&, int);
 
 } // namespace VesTools

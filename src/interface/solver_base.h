@@ -91,7 +91,8 @@ struct VES_EXPORT VesSolverBase {
   virtual std::array<int, 3> OwnSettings() const { return {}; }
 
   /// Takes over all settings of this class, in the scalar type of this solver, but those that a
-  /// run of its own has: the monitor, mixed precision and what it deflates. Components become new ones.
+  /// run of its own has: the monitor, mixed precision and what it deflates. Components become new
+  /// ones.
   void TakeSettings(const VesSolverBase& other);
 
   /// Each setter replaces its component and stores the kind.

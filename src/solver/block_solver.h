@@ -108,8 +108,8 @@ protected:
   int OrthonormalizeGuess(const Pairs& basis, const VesMatrixBase& matB, int first,
                           int count) const;
 
-  /// Largest orthogonality error of count columns of a basis from first on, among themselves and
-  /// against those before.
+  /// Largest orthogonality error of count columns of a basis from first on, among themselves, against
+  /// those before and what is deflated.
   double OrthoError(const Pairs& basis, int first, int count) const;
   /// Passes around orthogonalizer and projector, and within them.
   int Passes() const { return RaisedPasses(maxOrthoIter); }

@@ -64,7 +64,10 @@ double BlockSolver<Scalar>::OrthoError(const Pairs& basis, int first, int count)
   double among = 0.0, against = 0.0;
   VES_ASSERT_GOOD(pairs.X.CheckOrthogonality(pairs.BX, among, true, true));
   VES_ASSERT_GOOD(basis.Columns(0, first).BX.CheckOrthogonality(pairs.X, against, false, true));
-  double worst = std::isnan(against) ? against : std::max(among, against);
+  const double left = outside.Error(pairs.X);
+  double worst = among;
+  for (const double error : {against, left})
+    if (!(error <= worst)) worst = error; // also a NaN
   Replicate(worst);
   return worst;
 }

@@ -1,9 +1,11 @@
 #include "deflation.h"
 
 #include "../data/replicate.h"
-#include "../detector/flag_pairs.h"
+#include "../parallel/run_meter.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace Ves {
 namespace {
@@ -28,11 +30,24 @@ double NormInB(const Imaged<Scalar>& column) {
 }
 
 template <typename Scalar>
-void Scale(const Imaged<Scalar>& column, double factor) {
+void Divide(const Imaged<Scalar>& column, double divisor) {
   column.ForEach([&](VectorDense<Scalar>& block) {
     for (int i = 0; i < block.nRows; ++i)
-      block(i, 0) *= static_cast<RealType<Scalar>>(factor);
+      block(i, 0) /= static_cast<RealType<Scalar>>(divisor);
   });
+}
+
+/// The largest entry of a column on all processes, infinite where one is no number. Collective.
+template <typename Scalar>
+double LargestEntry(const VectorDense<Scalar>& column) {
+  double largest = 0.0;
+  for (int i = 0; i < column.nRows; ++i)
+    for (const auto part : {std::real(column(i)), std::imag(column(i))})
+      largest = std::isfinite(part) ? std::max(largest, std::abs(static_cast<double>(part)))
+                                    : std::numeric_limits<double>::infinity();
+  ReduceInPlace(&largest, 1, MPI_DOUBLE, MPI_MAX, column.comm);
+  Replicate(&largest, 1, column.comm, column.auxComm);
+  return largest;
 }
 
 } // namespace
@@ -52,20 +67,18 @@ bool Deflation<Scalar>::Take(const Block& given, const VesMatrixBase& matB) {
   for (int j = 0; j < given.nCols; ++j) {
     const Pairs column = Columns(m_rank, 1);
     VES_ASSERT_GOOD(column.X.CopyData(Block(given, 0, j, given.nRows, 1)));
-    const double largest = ColumnNorms(column.X).front();
-    if (!KeepIfIndependent(column, matB, largest)) return false;
+    if (!KeepIfIndependent(column, matB)) return false;
   }
   return true;
 }
 
 /// Collective. \return as Take
 template <typename Scalar>
-bool Deflation<Scalar>::KeepIfIndependent(const Pairs& column, const VesMatrixBase& matB,
-                                          double norm) {
-  Replicate(&norm, 1, column.X.comm, column.X.auxComm);
-  if (norm == 0.0) return true;
-  if (!std::isfinite(norm)) return false;
-  Scale(column, 1.0 / norm); // before its image, lest that leaves the range of numbers
+bool Deflation<Scalar>::KeepIfIndependent(const Pairs& column, const VesMatrixBase& matB) {
+  const double largest = LargestEntry(column.X);
+  if (largest == 0.0) return true;
+  if (!std::isfinite(largest)) return false;
+  Divide(Pairs(column.X, column.X), largest); // lest squares or images leave the range of numbers
   column.RefreshB(matB);
   double whole = NormInB(column);
   if (!(whole > 0.0) || !std::isfinite(whole)) return false;
@@ -73,7 +86,7 @@ bool Deflation<Scalar>::KeepIfIndependent(const Pairs& column, const VesMatrixBa
     Project(column);
     const double rest = NormInB(column);
     if (!(rest > independent * whole)) return true;
-    Scale(column, 1.0 / rest);
+    Divide(column, rest);
     whole = 1.0;
   }
   ++m_rank;
@@ -85,6 +98,14 @@ void Deflation<Scalar>::End() {
   m_rank = 0;
   for (Block* const block : {&m_y, &m_by})
     VES_ASSERT_GOOD(block->FreeMem());
+}
+
+template <typename Scalar>
+double Deflation<Scalar>::Error(const Block& vecX) const {
+  double error = 0.0;
+  if (m_rank > 0)
+    VES_ASSERT_GOOD(Columns(0, m_rank).BX.CheckOrthogonality(vecX, error, false, true));
+  return error;
 }
 
 template <typename Scalar>

@@ -27,6 +27,9 @@ public:
   /// Gives the storage back.
   void End();
 
+  Block Vectors() const { return Block(m_y, 0, 0, m_y.nRows, m_rank); } ///< Y
+  /// Largest |Y^H B X| by columns, as CheckOrthogonality gives it; 0 without a space. Collective.
+  double Error(const Block& vecX) const;
   /// X := P X, images under B alike. Collective.
   void Project(const Pairs& pairs) const;
   /// Z := P^H Z, for images under A. Collective.
@@ -40,15 +43,15 @@ private:
   Pairs Columns(int first, int count) const {
     return Pairs(m_y, m_hasB ? m_by : m_y).Columns(first, count);
   }
-  bool KeepIfIndependent(const Pairs& column, const VesMatrixBase& matB, double norm);
+  bool KeepIfIndependent(const Pairs& column, const VesMatrixBase& matB);
 
   Block m_y, m_by;
   bool m_hasB = false;
   int m_rank = 0;
 };
 
-/// A as seen through the projection, P^H A, or a preconditioner, P T; both for vectors and residuals
-/// that are within the range. An absent preconditioner becomes P.
+/// A as seen through the projection, P^H A, or a preconditioner, P T; both for vectors and
+/// residuals that are within the range. An absent preconditioner becomes P.
 template <typename Scalar>
 class VES_EXPORT DeflatedOperator final : public VesMatrixBase {
 public:

@@ -59,9 +59,7 @@ void LowLeg<Scalar>::Configure() {
   VES_ASSERT_GOOD(m_twin->SetConvergeDetector(VES_RESIDUALS));
   m_twin->monitor = Follow;
   m_twin->monitorData = this;
-  if (m_run.deflation == nullptr) return;
-  Convert(AsDense<Scalar>(*m_run.deflation), m_vecY);
-  m_twin->deflation = &m_vecY;
+  if (m_run.deflation != nullptr) m_twin->deflation = &m_vecY;
 }
 
 /// Columns of the guess with unit norm, which none of them leaves the range of single precision by.
@@ -79,13 +77,22 @@ bool LowLeg<Scalar>::Lower(const Block& vecQ) {
   for (const MPI_Comm comm : {vecQ.comm, vecQ.auxComm})
     verdict = AgreeOn(verdict, {}, comm);
   if (verdict != VES_GOOD) return false;
-  std::vector<double> norms = ColumnNorms(vecQ);
-  Replicate(norms.data(), vecQ.nCols, vecQ.comm, vecQ.auxComm);
-  for (int j = 0; j < vecQ.nCols; ++j) {
+  m_vecY.nCols = m_run.outside.Rank();
+  // A space that was never made is on no communicator.
+  const bool isLeft = m_vecY.nCols == 0 || LowerColumns(m_run.outside.Vectors(), m_vecY);
+  return isLeft && LowerColumns(vecQ, m_vecX);
+}
+
+/// Copies with unit norm. \return all are finite
+template <typename Scalar>
+bool LowLeg<Scalar>::LowerColumns(const Block& from, LowBlock& to) {
+  std::vector<double> norms = ColumnNorms(from);
+  Replicate(norms.data(), from.nCols, from.comm, from.auxComm);
+  for (int j = 0; j < from.nCols; ++j) {
     const double norm = norms[static_cast<std::size_t>(j)];
     if (!std::isfinite(norm)) return false;
     const auto factor = static_cast<RealType<Scalar>>(norm > 0.0 ? 1.0 / norm : 1.0);
-    std::transform(vecQ.Column(j), vecQ.Column(j) + vecQ.nRows, m_vecX.Column(j),
+    std::transform(from.Column(j), from.Column(j) + from.nRows, to.Column(j),
                    [&](const Scalar& value) { return static_cast<Low>(factor * value); });
   }
   return true;

@@ -44,6 +44,7 @@ public:
 private:
   void Configure();
   bool Lower(const Block& vecQ);
+  static bool LowerColumns(const Block& from, LowBlock& to);
   void Raise(Block& vecQ) const;
   void Release();
   bool IsGain() const;

@@ -207,6 +207,8 @@ def test_wrong_arguments_are_refused_on_all():
     if WORLD.size > 1:
         expect(ValueError, "called differently", lambda: ves.eigsh(
             chain, n=chain.rows, maxiter=10 + WORLD.rank, comm=WORLD))
+        expect(ValueError, "called differently", lambda: ves.eigsh(
+            chain, n=chain.rows, verify=WORLD.rank == 0, comm=WORLD))
         expect(TypeError, "multiplies these rows", lambda: ves.eigsh(np.eye(9), comm=WORLD))
     expect(ValueError, "pairs are wanted", lambda: ves.eigsh(
         lambda X: X, 9, n=1, comm=WORLD))

@@ -119,6 +119,8 @@ def test_deflation():
     assert np.max(np.abs(mixed.T @ (B @ beside.vectors))) < 1e-9
     whole = ves.eigsh(ring(12, 0), 11, deflate=np.ones(12))  # all but the constant vector
     assert whole.converged and whole.values[0] > -1.8
+    again = ves.eigsh(A, 3, B, X0=first.vectors, deflate=first.vectors[:, :2] * 1e-200)
+    assert again.converged and np.allclose(again.values, exact[2:5], rtol=0, atol=1e-9)
     with pytest.raises(ValueError, match="beside what is deflated"):
         ves.eigsh(A, 118, deflate=mixed)
 

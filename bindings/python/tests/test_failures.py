@@ -9,7 +9,7 @@ import weakref
 import numpy as np
 import pytest
 import scipy.sparse as sparse
-from scipy.sparse.linalg import LinearOperator
+from scipy.sparse.linalg import LinearOperator, splu
 
 import ves
 from problems import line, line_values
@@ -46,6 +46,10 @@ REFUSED = [
     (ValueError, "B must be positive definite$", dict(B=lambda X: -X)),
     (ValueError, "B must be positive definite, with", dict(B=np.eye(9)[::-1])),
     (ValueError, "T must be positive definite", dict(T=np.diag(np.arange(9) - 0.5))),
+    (ValueError, "T must be positive definite", dict(A=line(9), T=splu(
+        (line(9) - 0.5 * sparse.identity(9)).tocsc(), permc_spec="NATURAL", diag_pivot_thresh=0))),
+    (ValueError, "highest values are infinite", dict(B=np.diag([0.0] + 8 * [1]), which="LA")),
+    (ValueError, "leave nothing", dict(deflate=np.eye(9))),
     (ValueError, "T must be one of 'auto'", dict(T="cholesky")),
     (ValueError, "needs a sparse matrix", dict(A=identity, n=9, T="ic")),
     (ValueError, "sigma must lie outside", dict(A=line(9), sigma=2.0)),

@@ -24,6 +24,10 @@ def test_ends_of_the_spectrum(dtype):
         values, vectors = ours.eigsh(A, 5, which=which)
         assert np.allclose(values, expected, rtol=0, atol=accuracy), which
         assert ves.check(A, values, vectors).max_residual < 10 * accuracy
+    negative = np.diag(np.arange(-100.0, 0))
+    assert np.allclose(ours.eigsh(negative, 60)[0], np.arange(-100, -40))  # ends that meet
+    path = sparse.diags(np.r_[1, np.full(198, 2.0), 1]) - sparse.diags([1, 1], [1, -1], (200, 200))
+    assert abs(ours.eigsh(path, 1, which="SM")[0][0]) < 1e-9
     alone = ours.eigsh(A, 5, which="LA", return_eigenvectors=False)
     assert np.allclose(alone, exact[-5:], rtol=0, atol=accuracy)
 

@@ -22,13 +22,15 @@ class Operand:
         Whether it is an array or a sparse matrix, whose entries are at hand.
     entries : sparse matrix or None
         Those of a sparse matrix.
+    empty_rows : int
+        Those of a matrix B, on this process.
     columns : int
         Columns that it was applied to on this process.
     """
 
     is_matrix = False
     entries = None
-    columns = 0
+    columns = empty_rows = 0
 
     def multiply(self, x, y):
         """apply(x, y), counted."""
@@ -89,7 +91,8 @@ class _Matrix(Operand):
 
     def require_definite(self):
         diagonal = self._matrix.diagonal().real
-        if np.any(diagonal < 0) or np.any(self._row_sizes()[diagonal == 0] > 0):
+        self.empty_rows = int(np.count_nonzero(self._row_sizes() == 0))
+        if np.any(diagonal < 0) or np.count_nonzero(diagonal == 0) > self.empty_rows:
             raise ValueError(f"{self.name} must be positive definite, with a positive diagonal but"
                              " where its rows are empty")
 

@@ -8,6 +8,7 @@ from scipy.sparse.linalg import LinearOperator, spilu, splu
 from . import _operators
 
 NAMES = ("auto", "shift-invert", "ic", "jacobi", "inner")
+UNKNOWN = object()
 SMALL, MOST_FILLED = 100_000, 20  # entries of exact factors that are cheap; times those of A
 
 
@@ -36,6 +37,9 @@ def given(T):
     if T is None or isinstance(T, str):
         return None
     if hasattr(T, "solve") and hasattr(T, "perm_c"):
+        if np.array_equal(T.perm_r, T.perm_c) and np.any(T.U.diagonal().real < 0):
+            raise ValueError("T must be positive definite, but has negative values: an inverse of"
+                             " A - s B does where s lies inside the spectrum")
         return _operators.as_operand("T", _factors(T))
     if hasattr(T, "aspreconditioner"):
         return _operators.as_operand("T", T.aspreconditioner())
@@ -58,34 +62,40 @@ def _factors(lu):
 
 
 def chosen(name, A, B, sigma, dtype, alone):
-    """The preconditioner of that name for sparse matrices A and B (None: the identity).
+    """The preconditioner of that name for sparse matrices A and B.
 
     Parameters
     ----------
-    A, B : sparse matrix or None
+    A : sparse matrix or None
         None for an A without entries.
+    B : sparse matrix, None or UNKNOWN
+        None for the identity, UNKNOWN for a B without entries.
     sigma : float or None
         Shift of an exact inverse, below all values.
     alone : bool
         Whether all rows are on this process.
     """
-    if sigma is not None:
-        name = "shift-invert"
     if name not in NAMES:
         raise ValueError(f"T must be one of {', '.join(map(repr, NAMES))}, not {name!r}")
+    if sigma is not None:
+        if name not in ("auto", "shift-invert"):
+            raise ValueError(f"sigma makes a preconditioner: leave T = {name!r} out")
+        name = "shift-invert"
     if name == "inner":
         return Preconditioner("inner")
-    if A is None or not alone:
+    needs_B = B is UNKNOWN and name == "shift-invert"
+    if A is None or not alone or needs_B:
         if name == "auto":
             return Preconditioner()
-        raise ValueError(f"T = {name!r} needs a sparse matrix A on one process")
+        raise ValueError(f"T = {name!r} needs a sparse matrix {'B' if needs_B else 'A'} on one"
+                         " process")
     if name == "shift-invert":
         return _shift_invert(A, B, sigma, dtype)
     if name == "jacobi":
         return _jacobi(A, dtype)
     if name == "auto" and np.any(A.diagonal().real <= 0):
         return Preconditioner()
-    if name == "auto" and _are_factors_cheap(A, B):
+    if name == "auto" and B is not UNKNOWN and _are_factors_cheap(A, B):
         return _shift_invert(A, B, None, dtype)
     return _incomplete(A, dtype) or _jacobi(A, dtype)
 

@@ -154,6 +154,8 @@ class Problem:
 
     def turn(self):
         """Goes for the other end of the spectrum. Local."""
+        if self.B is not None and self.B.empty_rows > 0:
+            raise ValueError("B has empty rows: the highest values are infinite")
         self.A, self.is_turned = _operators.Negated(self.A), True
 
     def columns_applied(self):
@@ -177,9 +179,11 @@ class Problem:
             chosen = _preconditioners.chosen_by_blocks(T, self.A.diagonal_block, self.is_positive,
                                                        self.dtype)
         else:
-            entries = self.A.entries if self.B is None or self.B.entries is not None else None
-            chosen = _preconditioners.chosen(T, entries, self.B and self.B.entries, sigma,
-                                             self.dtype, self.team.size == 1)
+            B = None
+            if self.B is not None:
+                B = _preconditioners.UNKNOWN if self.B.entries is None else self.B.entries
+            chosen = _preconditioners.chosen(T, self.A.entries, B, sigma, self.dtype,
+                                             self.team.size == 1)
         self.T = chosen.operand
         return chosen.name, chosen.is_exact
 
@@ -193,11 +197,17 @@ class Problem:
         if given.dtype.kind == "c" and self.dtype.kind != "c":
             raise TypeError("deflate is complex in a real problem; pass dtype=numpy.complex128")
         self.deflated = np.array(given, self.dtype, order="F")
+        if self.order < 1:
+            raise ValueError(f"deflate has {given.shape[1]} columns, which leave nothing of a"
+                             f" problem with {self.total_rows} rows")
 
     @property
     def order(self):
-        """Dimensions of the space that is searched."""
-        return self.total_rows - (0 if self.deflated is None else self.deflated.shape[1])
+        """Dimensions of the space that is searched: without what is deflated, and without empty
+        rows of B, which only have infinite values."""
+        deflated = 0 if self.deflated is None else self.deflated.shape[1]
+        empty = self.B.empty_rows if self.B is not None and self.team.size == 1 else 0
+        return self.total_rows - deflated - empty
 
     @property
     def has_entries(self):
@@ -208,7 +218,8 @@ class Problem:
         """Refuses more pairs than rows, and blocks that the library cannot count. Local."""
         if k > self.order:
             beside = " beside what is deflated" if self.deflated is not None else ""
-            raise ValueError(f"k = {k} pairs are wanted of a problem with {self.order} rows{beside}")
+            raise ValueError(f"k = {k} pairs are wanted of a problem with {self.order}"
+                             f" rows{beside}")
         if max(self.rows, 1) * wanted_columns > _settings.LARGEST_INT:
             raise ValueError(f"{wanted_columns} columns of {self.rows} rows are more than 2**31 - 1"
                              " entries: spread the rows over more processes")

@@ -43,6 +43,7 @@ class Settings:
     everywhere: bool
     deflated: int
     which: str
+    verify: bool
 
     @property
     def is_highest(self):
@@ -157,8 +158,8 @@ def is_highest(which):
 def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="auto",
              solver="auto", batch=None, tol=None, absolute_tol=None, maxiter=1000,
              lock_factor=1.0, detector="residuals", passes=None, generalized=False,
-             preconditioner=None, is_exact=False, repeatable=False, deflated=0, which="SA", has_entries=False,
-             everywhere=False):
+             preconditioner=None, is_exact=False, repeatable=False, deflated=0, which="SA",
+             verify=True, has_entries=False, everywhere=False):
     """Settings with the defaults of their precision and number of pairs filled in.
 
     Raises
@@ -185,7 +186,8 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
         inner = whole("inner", inner, 0, 1000)
     return Settings(
         k=k, guard=guard, inner=inner,
-        is_mixed=_is_mixed(precision, is_single, has_entries and not is_exact), dtype=np.dtype(dtype),
+        is_mixed=_is_mixed(precision, is_single, has_entries and not is_exact),
+        dtype=np.dtype(dtype),
         solver=solver, batch=batch, batch_limit=batch_limit,
         tol=_positive("tol", tol) or default_tol,
         absolute_tol=_positive("absolute_tol", absolute_tol),
@@ -194,4 +196,4 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
         passes=default_passes if passes is None else whole("passes", passes, 1),
         generalized=generalized, preconditioner=preconditioner,
         uses_lapack=team.size <= MOST_FOR_LAPACK, everywhere=everywhere, deflated=deflated,
-        which=which)
+        which=which, verify=bool(verify))

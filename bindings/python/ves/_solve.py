@@ -49,8 +49,8 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
         Guess. Missing columns are random. v0 is another name.
     deflate : array of shape (n, m), optional
         Columns that the vectors are kept orthogonal to, in B: the null space of A, rigid motions,
-        vectors of an earlier run. They need not be orthonormal. Residuals of the run are those of
-        the problem beside them.
+        vectors of an earlier run. They need not be orthonormal, and each counts as a dimension
+        that is no longer there. Residuals of the run are those of the problem beside them.
     n : int, optional
         Order of the problem, where neither A nor X0 tells it.
     solver : {"auto", "lobpcg", "lobpcg_batch", "ppcg"}
@@ -102,8 +102,8 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
     verify : bool
         Whether A and B are tested to be Hermitian before the run, on two columns, and B and a T
         of yours to be positive definite, on up to 20, and residuals are recomputed after it, by A
-        and B on all columns. Without, residuals are those of the
-        last test of the run; the norms of A and B, by up to 20 columns, are estimated where a
+        and B on all columns. Without, residuals are those of the last test of the run, if it was
+        one of residuals; the norms of A and B, by up to 20 columns, are estimated where a
         threshold is relative to them.
     monitor : callable, optional
         Called with a `Progress` after the start and after each iteration, on every process. The
@@ -144,8 +144,8 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
     -----
     Collective over comm: all its processes make the call, with the same settings. Threads of a
     process wait for each other; with several processes only one thread may be in a run. An operator
-    may itself call `eigsh`. On several processes each call of an operator is followed by a reduction
-    of an int, by which they learn of exceptions. Statistics count all columns that A, B and T are
+    may itself call `eigsh`. On several processes each call of an operator is followed by a
+    reduction of an int, by which they learn of exceptions. Statistics count all columns that A, B and T are
     applied to.
     """
     B, X0 = _either("B", B, "M", M), _either("X0", X0, "v0", v0)
@@ -159,7 +159,7 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
             settings = _settings.complete(
                 _wanted(k, problem), problem.order, problem.dtype, problem.team, guard=guard,
                 inner=inner, precision=precision, has_entries=problem.has_entries, solver=solver,
-                which=which, tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch,
+                which=which, verify=verify, tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch,
                 lock_factor=lock_factor, detector=detector, passes=passes,
                 generalized=B is not None,
                 preconditioner=name, is_exact=is_exact, repeatable=seed is not None,
@@ -175,7 +175,7 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
 
         settings = problem.agreed(choose)
         follow = _printing(monitor) if progress and problem.team.rank == 0 else monitor
-        result = _Run(problem, settings, follow, seed or 0, verify).result()
+        result = _Run(problem, settings, follow, seed or 0).result()
     if not result.converged and result.reason != "monitor":
         warnings.warn(ConvergenceWarning(result.summary(), result), stacklevel=2)
     return result if return_eigenvectors else result.values
@@ -211,17 +211,17 @@ def _wanted(k, problem):
 class _Run:
     """One run of a solver, from the guess to the result."""
 
-    def __init__(self, problem, settings, monitor, seed, verify):
+    def __init__(self, problem, settings, monitor, seed):
         self._problem, self._settings, self._monitor = problem, settings, monitor
-        self._verify, self._history = verify, []
+        self._history = []
         probe = Probe(problem, seed)
-        if verify:
+        if settings.verify:
             probe.require_hermitian()
             if settings.preconditioner == "given":
                 probe.require_useful_T()
         self._norm_A, self._threshold = None, settings.absolute_tol
         norm_B = 1.0
-        if problem.B is not None and (verify or self._threshold is None):
+        if problem.B is not None and (settings.verify or self._threshold is None):
             norm_B = probe.norm(problem.B, definite=True)
         if self._threshold is None:
             self._norm_A = probe.norm(problem.A)
@@ -270,7 +270,7 @@ class _Run:
             check_code("VesRunSolver", code)
             in_run = problem.columns_applied()
             residuals = self._history[-1].residuals
-            if self._verify:
+            if self._settings.verify or np.any(np.isnan(residuals)):
                 residuals = self._residuals(stack, A, B, X, D)
             beside = self._probed + problem.columns_applied() - in_run
             return self._describe(solver, residuals, beside)

@@ -3,8 +3,8 @@
 >>> from ves.scipy import eigsh, lobpcg  # in place of scipy.sparse.linalg
 
 Values are the same but for their accuracy: `tol` bounds residuals here. What a block method cannot
-do, pairs in the middle of the spectrum of a large problem, is refused by a ValueError that names the
-way.
+do, pairs in the middle of the spectrum of a large problem, is refused by a ValueError that names
+the way.
 """
 
 import warnings
@@ -100,7 +100,8 @@ def _of_all(A, k, order, sigma, which, mode, settings):
     return values[chosen], vectors[:, chosen]
 
 
-_MEASURES = {"normal": lambda w, sigma: 1 / (w - sigma), "buckling": lambda w, sigma: w / (w - sigma),
+_MEASURES = {"normal": lambda w, sigma: 1 / (w - sigma),
+             "buckling": lambda w, sigma: w / (w - sigma),
              "cayley": lambda w, sigma: (w + sigma) / (w - sigma)}
 
 
@@ -125,16 +126,16 @@ def _largest_magnitude(A, k, settings):
     lowest = _lowest(A, 1, settings)
     if -lowest[0][0] <= high[0][0] or k == high[1].shape[0]:
         return high
-    return _joined(_lowest(A, k, settings), high, lambda values: np.argsort(-np.abs(values))[:k])
+    low = _lowest(A, min(k, high[1].shape[0] - k), settings)  # none of them is in both
+    return _joined(low, high, lambda values: np.argsort(-np.abs(values))[:k])
 
 
 def _smallest_magnitude(A, k, settings):
-    pairs = _lowest(A, k, settings)
-    noise = 1e-8 * np.max(np.abs(pairs[0]))
-    if np.any(pairs[0] < -noise):
+    pairs = _solve.eigsh(A, k, which="SA", **settings)
+    if np.any(pairs.values < -max(pairs.threshold, 1e-8 * (pairs.norm_estimate or 0.0))):
         raise ValueError("which = 'SM': A has negative values, so these are in the middle of the"
                          " spectrum; take scipy.sparse.linalg.eigsh with sigma = 0")
-    return pairs
+    return tuple(pairs)
 
 
 def _both_ends(A, k, settings):
@@ -154,7 +155,10 @@ def _next_to(A, k, sigma, inverse, settings):
         x = np.random.default_rng(0).standard_normal(inverse.shape[0])
         is_below = np.vdot(x, inverse.matvec(x)).real > 0
         T = inverse if is_below else lambda X: -inverse.matmat(X)
-        return tuple(_solve.eigsh(A, k, which="SA" if is_below else "LA", T=T, **settings))
+        values, vectors = _solve.eigsh(A, k, which="SA" if is_below else "LA", T=T, **settings)
+        if np.any((values > sigma) != is_below):
+            raise ValueError("sigma must lie outside the spectrum, at the end that is wanted")
+        return values, vectors
     refusals = []
     for which in "SA", "LA":
         try:
@@ -174,7 +178,7 @@ def lobpcg(A, X, B=None, M=None, Y=None, tol=None, maxiter=None, largest=True, v
         As there: operator, guess, operator of the generalized problem, preconditioner, columns
         that vectors are kept orthogonal to in B, and the end of the spectrum.
     tol : float, optional
-        Bound of residuals, by default sqrt(1e-15) n as there.
+        Bound of residuals, by default and for 0 sqrt(1e-15) n.
     maxiter : int, optional
         By default 1000.
     verbosityLevel : int
@@ -197,7 +201,7 @@ def lobpcg(A, X, B=None, M=None, Y=None, tol=None, maxiter=None, largest=True, v
         warnings.simplefilter("ignore", ConvergenceWarning)
         result = _solve.eigsh(
             A, X.shape[1], B, which="LA" if largest else "SA", T=M, X0=X, deflate=Y,
-            absolute_tol=np.sqrt(1e-15) * X.shape[0] if tol is None else tol,
+            absolute_tol=tol if tol is not None and tol > 0 else np.sqrt(1e-15) * X.shape[0],
             maxiter=1000 if maxiter is None else max(maxiter, 1), progress=verbosityLevel > 0)
     if not result.converged:
         text = f"Exited at iteration {result.iterations}: {result.summary()}"

@@ -1,6 +1,7 @@
 """scikit-learn on libves: spectral embedding of a swiss roll, and clusters of moons.
 
-scikit-learn looks for the pairs next to sigma = 1 of a negative Laplacian, which lie at its upper end.
+scikit-learn looks for the pairs next to sigma = 1 of a negative Laplacian, which lie at its upper
+end.
 """
 
 import pathlib

@@ -28,8 +28,8 @@ EXPECTED = {
     "test_maxit": "counts the iterations that scipy's function makes",
     "test_diagonal_data_types[3-20]": "wants 1e-5 of values of 6 in single precision",
 }
-NOT_OF_EIGSH = ("not nonsymmetric and not eigs_for and not real_eigs and not bad and not deallocation"
-                " and not modes")
+NOT_OF_EIGSH = ("not nonsymmetric and not eigs_for and not real_eigs and not bad"
+                " and not deallocation and not modes")
 
 
 def pytest_collection_modifyitems(items):
@@ -55,7 +55,8 @@ def modes():
     from scipy.sparse.linalg._eigen.arpack.tests import test_arpack
     problems, agreed, made = test_arpack.SymmetricParams(), 0, 0
     test_arpack.eigsh = ves.scipy.eigsh
-    for is_complex, cases in ((False, problems.real_test_cases), (True, problems.complex_test_cases)):
+    for is_complex in False, True:
+        cases = problems.complex_test_cases if is_complex else problems.real_test_cases
         for case, kind, which, form, (sigma, names) in itertools.product(
                 cases, "FD" if is_complex else "fd", problems.which, problems.mattypes,
                 problems.sigmas_modes.items()):
@@ -79,7 +80,8 @@ def main():
     for part in "arpack", "lobpcg":
         outcomes = Outcomes()
         with contextlib.redirect_stdout(io.StringIO()):
-            pytest.main(["-q", "-p", "no:cacheprovider", "-k", NOT_OF_EIGSH if part == "arpack" else "", "--pyargs",
+            pytest.main(["-q", "-p", "no:cacheprovider",
+                         "-k", NOT_OF_EIGSH if part == "arpack" else "", "--pyargs",
                          f"scipy.sparse.linalg._eigen.{part}.tests.test_{part}"],
                         plugins=[sys.modules[__name__], outcomes])
         print(f"test_{part}: {len(outcomes.passed)} pass, {len(outcomes.failed)} do not")
