@@ -39,10 +39,10 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
     T : {"auto", "shift-invert", "ic", "jacobi", "inner"}, as A, or None
         Preconditioner, Hermitian positive definite: an approximate inverse of A. Also an object of
         `scipy.sparse.linalg.splu`, a hierarchy of pyamg, or a PC or KSP of petsc4py. By name, for
-        a sparse matrix in one process: exact factors of A - s B with s below the spectrum,
-        incomplete ones, the inverse diagonal; "inner" is none but inner steps. "auto" takes exact
-        factors where they hold few entries, else incomplete ones, where the diagonal of A is
-        positive, and none elsewhere.
+        a sparse matrix: exact factors of A - s B with s below the spectrum, in one process;
+        incomplete ones, on several processes of the block of each; the inverse diagonal; "inner" is
+        none but inner steps. "auto" takes exact factors where they hold few entries, else incomplete
+        ones, where the diagonal of A is positive, and none elsewhere.
     sigma : float, optional
         Shift of exact factors, outside the spectrum, for a sparse matrix A in one process.
     X0 : array of shape (n, up to k), optional
@@ -92,10 +92,11 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
         Scalar type of the computation, by default the one that A, B and T have in common, complex
         where X0 is. Integers are taken as float64, and callables that do not tell as float64.
     comm : mpi4py.MPI.Intracomm, optional
-        Processes that solve the problem together, each with its own rows: n, X0 and the result
-        are those of this process, and A multiplies them, with messages among the processes that
-        hold rows (it is not called on others). A matrix given as B or T acts on these rows alone.
-        Without comm this process solves the problem alone.
+        Processes that solve the problem together, each with its own rows: n, X0, deflate and the
+        result are those of this process, and A multiplies them, with messages among the processes
+        that hold rows (it is not called on others). A and B may be these rows of a sparse matrix,
+        with the columns of all processes; a square B and a matrix given as T act on these rows
+        alone. Without comm this process solves the problem alone.
     everywhere : bool
         Whether A, B and T are called on processes without rows, too, with X of shape (0, columns):
         what works on all processes of comm, such as a preconditioner of another library, needs it.
