@@ -43,7 +43,8 @@ def given(T):
         return _operators.as_operand("T", _factors(T))
     if hasattr(T, "aspreconditioner"):
         return _operators.as_operand("T", T.aspreconditioner())
-    if not callable(T) and not hasattr(T, "shape") and not _operators.is_of_petsc(T) and not isinstance(T, (list, tuple)):
+    is_operator = callable(T) or hasattr(T, "shape") or _operators.is_of_petsc(T)
+    if not is_operator and not isinstance(T, (list, tuple)):
         raise TypeError(f"T must be a matrix, a LinearOperator, a callable, one of"
                         f" {', '.join(map(repr, NAMES))} or None, not {T!r}")
     return _operators.as_operand("T", T)
@@ -101,8 +102,8 @@ def chosen(name, A, B, sigma, dtype, alone):
 
 
 def chosen_by_blocks(name, block, is_positive, dtype):
-    """The same on several processes, each with the block of A that couples its own rows, and whether
-    the whole diagonal is positive."""
+    """The same on several processes, each with the block of A that couples its own rows, and
+    whether the whole diagonal is positive."""
     if name not in ("auto", "ic", "jacobi"):
         raise ValueError(f"T = {name!r} needs all rows on one process; on several there are 'ic',"
                          " 'jacobi' and 'inner'")

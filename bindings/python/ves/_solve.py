@@ -41,8 +41,8 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
         `scipy.sparse.linalg.splu`, a hierarchy of pyamg, or a PC or KSP of petsc4py. By name, for
         a sparse matrix: exact factors of A - s B with s below the spectrum, in one process;
         incomplete ones, on several processes of the block of each; the inverse diagonal; "inner" is
-        none but inner steps. "auto" takes exact factors where they hold few entries, else incomplete
-        ones, where the diagonal of A is positive, and none elsewhere.
+        none but inner steps. "auto" takes exact factors where they hold few entries, else
+        incomplete ones, where the diagonal of A is positive, and none elsewhere.
     sigma : float, optional
         Shift of exact factors, outside the spectrum, for a sparse matrix A in one process.
     X0 : array of shape (n, up to k), optional
@@ -146,8 +146,8 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
     Collective over comm: all its processes make the call, with the same settings. Threads of a
     process wait for each other; with several processes only one thread may be in a run. An operator
     may itself call `eigsh`. On several processes each call of an operator is followed by a
-    reduction of an int, by which they learn of exceptions. Statistics count all columns that A, B and T are
-    applied to.
+    reduction of an int, by which they learn of exceptions. Statistics count all columns that A, B
+    and T are applied to.
     """
     B, X0 = _either("B", B, "M", M), _either("X0", X0, "v0", v0)
     with Problem.opened(comm, everywhere, A, B, T, "X0", X0, n, dtype) as problem:
@@ -160,11 +160,12 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
             settings = _settings.complete(
                 _wanted(k, problem), problem.order, problem.dtype, problem.team, guard=guard,
                 inner=inner, precision=precision, has_entries=problem.has_entries, solver=solver,
-                which=which, verify=verify, tol=tol, absolute_tol=absolute_tol, maxiter=maxiter, batch=batch,
-                lock_factor=lock_factor, detector=detector, passes=passes,
+                which=which, verify=verify, tol=tol, absolute_tol=absolute_tol, maxiter=maxiter,
+                batch=batch, lock_factor=lock_factor, detector=detector, passes=passes,
                 generalized=B is not None,
                 preconditioner=name, is_exact=is_exact, repeatable=seed is not None,
-                everywhere=bool(everywhere), deflated=problem.total_rows - problem.order)
+                everywhere=bool(everywhere),
+                deflated=0 if deflate is None else problem.deflated.shape[1])
             problem.require_fit(settings.k, settings.widest_block)
             if seed is not None:
                 _settings.whole("seed", seed, 0, np.inf)
