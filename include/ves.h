@@ -460,12 +460,14 @@ VES_EXPORT VesReturnCode VesSolverSetSelfCheck(VesSolver solver, bool isOn) VES_
 /// \return -7 solver is null; -4 the solver is of single precision, and isOn; 0
 VES_EXPORT VesReturnCode VesSolverSetMixedPrecision(VesSolver solver, bool isOn) VES_NOEXCEPT;
 
-/// Makes the preconditioner stronger: of every residual r it makes the given number of steps of
-/// conjugate gradients for (A - sigma B) z = r, preconditioned by T, with sigma below the lowest
+/// Makes the preconditioner stronger: of every residual r it makes the given number of steps of the
+/// Chebyshev iteration for (A - sigma B) z = r, preconditioned by T, with sigma below the lowest
 /// value (0, the default: T alone). That moves work from the solver into A and T and pays where
-/// these are cheap, most of all without a T. -1: as many as pay by the times of A, T and the solver
-/// in the run, so results differ in rounding from run to run. Must be the same on all processes.
-/// There A and T are applied to up to 16 columns at a time.
+/// these are cheap, most of all without a T; it suits spectra like those of differential equations,
+/// not those with a few values far above all others, which a T should take down first. -1: as many
+/// as pay by the times of A, T and the solver in the run, so results differ in rounding from run to
+/// run. Must be the same on all processes. There A and T are applied to up to 16 columns at a time,
+/// and to a few columns more, one by one, that tell how far the spectrum reaches.
 /// \return -7 solver is null; -1 count is not from -1 to 1000; 0
 VES_EXPORT VesReturnCode VesSolverSetInnerSteps(VesSolver solver, int count) VES_NOEXCEPT;
 

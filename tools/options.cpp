@@ -170,7 +170,7 @@ void DescribeAdditions(CLI::App& app, SolverOptions& solver) {
            "columns iterated behind the wanted pairs, which converge in fewer iterations then; "
            "auto takes a quarter as many, 2 to 8, or none with shift-invert");
   AddCount(app, "--inner", solver.innerSteps, 1000,
-           "steps of conjugate gradients around the preconditioner; auto takes what pays by the "
+           "Chebyshev steps around the preconditioner; auto takes what pays by the "
            "times of the run, none with --seed");
   AddChoice(app, "--precision", precisionNames, solver.precision,
             "double, or mixed, which begins in single precision; auto takes mixed but for "

@@ -391,7 +391,7 @@ module ves
       logical, intent(in) :: isOn
       integer, intent(out), optional :: ierror
     end subroutine VesSolverSetMixedPrecision
-    !> Steps of conjugate gradients around T (default 0); -1: as many as pay.
+    !> Steps of the Chebyshev iteration around T (default 0); -1: as many as pay.
     module subroutine VesSolverSetInnerSteps(solver, n, ierror)
       type(VesSolver), intent(in) :: solver
       integer, intent(in) :: n

@@ -1,3 +1,4 @@
+#include "../data/matrix_base.h"
 #include "../solver/short_lanczos.h"
 #include "operand_checks.h"
 
@@ -17,15 +18,18 @@ VesReturnCode VesMatrixEstimateSpectrum(VesMatrix A, VesVector like, double* nor
       verdict = VES_ERR_NULL_POINTER;
     verdict = AgreeOn(verdict, {PartOf(*A)}, like->comm);
     if (verdict != VES_GOOD) return verdict;
-    ShortLanczos<Scalar> lanczos(*like);
+    ShortLanczos<Scalar> lanczos;
+    WorkspacePlan<Scalar> plan(like->nRows, like->nRows);
+    lanczos.AddTo(plan);
     try {
-      lanczos.Allocate();
+      plan.Shape(like->comm, like->auxComm);
+      plan.Allocate();
     } catch (const std::bad_alloc&) {
       verdict = VES_ERR_INVALID_VALUE;
     }
     verdict = AgreeOn(verdict, {}, like->comm);
     if (verdict != VES_GOOD) return verdict;
-    const Spectrum found = lanczos.Run(*A);
+    const Spectrum found = lanczos.Run(*A, VesMatrixEmpty());
     *norm = found.norm;
     if (lowest != nullptr) *lowest = found.lowest;
     return VES_GOOD;

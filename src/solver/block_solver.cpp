@@ -90,6 +90,13 @@ void BlockSolver<Scalar>::EndDeflation() const {
     OrthoProjector = projector->Release();
 }
 
+/// So far below the lowest Ritz value that few values lie below it long before that has converged.
+template <typename Scalar>
+SpectralShift BlockSolver<Scalar>::InnerShift() const {
+  const double distance = 0.1 * ritzSpread;
+  return {lowestRitz - distance, distance};
+}
+
 template <typename Scalar>
 VesReturnCode BlockSolver<Scalar>::BeginInner(InnerSteps<Scalar>& inner, const Block& vecQ,
                                               const VesMatrixBase& matB) const {

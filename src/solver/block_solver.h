@@ -16,6 +16,7 @@ namespace Ves {
 class MeteredOperator;
 template <typename Scalar>
 class InnerSteps;
+struct SpectralShift;
 template <typename Scalar>
 class LowLeg;
 
@@ -168,7 +169,7 @@ private:
 
   /// Below the lowest value of the problem, as far as a run can tell: the closer, the fewer
   /// iterations.
-  double InnerShift() const { return lowestRitz - 0.1 * ritzSpread; }
+  SpectralShift InnerShift() const;
   VesReturnCode BeginDeflation(const Block& vecQ, const VesMatrixBase& matB) const;
   void EndDeflation() const;
   VesReturnCode BeginInner(InnerSteps<Scalar>& inner, const Block& vecQ,

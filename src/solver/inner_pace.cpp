@@ -26,8 +26,8 @@ int InnerPace::Begin(const VesVectorBase& x) {
   const bool isStepped = m_nBegun == nAlone + nStepped && m_chosen == 1;
   if (m_nBegun == nAlone) m_chosen = CouldPay() ? 1 : 0;
   if (isStepped)
-    m_chosen = Choose(m_stepped.Operators(), m_stepped.Beside(), m_outside.Operators(),
-                      m_outside.Beside(), m_matT.IsPresent());
+    m_chosen = Choose(m_outside.Whole(), m_alone.Whole(), m_stepped.Whole() - m_alone.Whole(),
+                      m_matT.IsPresent());
   if (m_nBegun == nAlone || isStepped) Replicate(m_chosen, x);
   ++m_nBegun;
   return m_chosen;
@@ -43,19 +43,18 @@ void InnerPace::End() {
 /// With steps that take no time but that of A, B and T, of which A and B take what they take in the
 /// rest of an iteration.
 bool InnerPace::CouldPay() const {
-  const double images = m_outside.Operators();
-  return Choose(m_alone.Operators() + images, 0.0, images, m_outside.Beside(), m_matT.IsPresent()) >
-         0;
+  return Choose(m_outside.Whole(), m_alone.Whole(), m_outside.Operators() + m_alone.Operators(),
+                m_matT.IsPresent()) > 0;
 }
 
-int InnerPace::Choose(double operators, double step, double images, double other, bool hasT) {
-  const double floor = hasT ? 0.25 : 0.02;
+int InnerPace::Choose(double other, double alone, double step, bool hasT) {
+  const double floor = hasT ? 0.125 : 0.02;
   const auto cost = [&](int m) {
-    return (other + images + m * (operators + step)) * (1.0 / m + floor) / (1.0 + floor);
+    return (other + alone + m * std::max(step, 0.0)) * (1.0 / (m + 1) + floor) / (1.0 + floor);
   };
   int best = 0;
-  double least = worthwhile * (other + operators);
-  for (int m = 2; m <= mostChosen; ++m)
+  double least = worthwhile * (other + alone);
+  for (int m = 1; m <= mostChosen; ++m)
     if (cost(m) < least) {
       best = m;
       least = cost(m);

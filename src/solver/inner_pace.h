@@ -9,17 +9,16 @@ namespace Ves {
 
 /// How many inner steps a preconditioner makes: as many as asked for, or as pay by the times of
 /// this run. With m steps an iteration costs a column of the block
-///   C(m) = o + m (a + s),
-/// a in A, B and T, s beside them in an inner step, o in the rest of the iteration with its images
-/// under A and B, and the run
-/// takes
-///   N(m) = (1/m + f) / (1 + f)
-/// of the iterations, where f = 1/4 with a T, which the steps soon exhaust, and 1/50 without:
-/// Laplacians in two and three dimensions with incomplete Cholesky factors took 0.50 to 0.54, 0.36
-/// to 0.43, 0.25 to 0.35 and 0.20 to 0.33 of them with 2, 3, 6 and 10 steps, without a T 0.46,
-/// 0.30, 0.16 and 0.07 to 0.10. The first applications are T alone; where steps could pay that cost
-/// nothing beside the operators, the next ones make one, which is T scaled, and then m has the
-/// smallest C(m) N(m), where that is well below the cost of T alone.
+///   C(m) = o + t + m s,
+/// t in T alone, s in a step with A, B and T, o in the rest, with its images under A and B, and the
+/// run takes
+///   N(m) = (1 / (m + 1) + f) / (1 + f)
+/// of the iterations, where f = 1/8 with a T, which the steps soon exhaust, and 1/50 without:
+/// Laplacians in two and three dimensions with incomplete Cholesky factors took 0.53 to 0.66, 0.29
+/// to 0.46, 0.21 to 0.46 and 0.12 to 0.49 of them with 1, 3, 4 and 10 steps, without a T 0.52 to
+/// 0.56, 0.26 to 0.28, 0.20 to 0.22 and 0.09 to 0.15. The first applications are T alone; where
+/// steps could pay that cost nothing beside the operators, the next ones make one, and then m has
+/// the smallest C(m) N(m), where that is well below the cost of T alone.
 class VES_EXPORT InnerPace {
 public:
   static constexpr int chosenByTimes = -1, mostChosen = 12;
@@ -33,11 +32,12 @@ public:
   /// An application to x begins. \return its steps, the same on all processes: collective where
   /// they are chosen in it
   int Begin(const VesVectorBase& x);
+  /// What was done since it began is not of it.
+  void Resume() { m_begin = Now(); }
   void End();
 
-  /// By times of a column: in A, B and T, in an inner step beside them, in A and B of the rest of
-  /// an iteration, and beside them there.
-  static int Choose(double operators, double step, double images, double other, bool hasT);
+  /// By times of a column: o, t and s.
+  static int Choose(double other, double alone, double step, bool hasT);
 
 private:
   /// Seconds since some moment, in the operators and beside them.
@@ -51,7 +51,7 @@ private:
     int count = 0;
     void Add(const Clock& from, const Clock& to, int columns);
     double Operators() const { return sum.operators / std::max(count, 1); }
-    double Beside() const { return sum.beside / std::max(count, 1); }
+    double Whole() const { return (sum.operators + sum.beside) / std::max(count, 1); }
   };
   bool CouldPay() const;
 

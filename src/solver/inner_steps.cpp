@@ -4,48 +4,42 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 namespace Ves {
 namespace {
 
-/// y += factor x
-template <typename Scalar>
-void Add(int count, double times, const Scalar* x, Scalar* y) {
-  const auto factor = static_cast<RealType<Scalar>>(times);
-  for (int i = 0; i < count; ++i)
-    y[i] += factor * x[i];
-}
+/// The recurrence of the scaled Chebyshev polynomials on [b / degree^2, b].
+class Chebyshev {
+public:
+  Chebyshev(double largest, int degree)
+      : theta(largest * (1.0 + 1.0 / (degree * degree)) / 2.0), m_delta(largest - theta),
+        m_rho(m_delta / theta) {}
+  struct Factors {
+    double ofDirection, ofResidual;
+  };
+  Factors Next() {
+    const double before = std::exchange(m_rho, 1.0 / (2.0 * theta / m_delta - m_rho));
+    return {m_rho * before, 2.0 * m_rho / m_delta};
+  }
+  /// Of the polynomial of that degree at a value below 0, at most.
+  static double Growth(int degree, double largest, double value) {
+    return std::cosh(degree * std::acosh(1.0 - 2.0 * value / largest));
+  }
 
-/// Re x^H y
-template <typename Scalar>
-double Product(int count, const Scalar* x, const Scalar* y) {
-  const int one = MathConstants<int>::ONE;
-  return static_cast<double>(std::real(MathKernel<Scalar>::Dot(&count, x, &one, y, &one)));
-}
+  const double theta;
 
-template <typename Scalar>
-Scalar* At(const VectorDense<Scalar>& block, std::size_t column, int row) {
-  return block.Column(static_cast<int>(column)) + row;
-}
-
-/// y = x + factor y
-template <typename Scalar>
-void Extend(int count, double times, const Scalar* x, Scalar* y) {
-  const auto factor = static_cast<RealType<Scalar>>(times);
-  for (int i = 0; i < count; ++i)
-    y[i] = x[i] + factor * y[i];
-}
+private:
+  double m_delta, m_rho;
+};
 
 } // namespace
 
 template <typename Scalar>
 InnerSteps<Scalar>::InnerSteps(const VesMatrixBase& matA, const VesMatrixBase& matB,
                                const VesMatrixBase& matT, bool generalized, const InnerPace& pace,
-                               std::function<double()> sigma)
-    : m_matA(matA), m_matB(matB), m_matT(matT), m_isGeneralized(generalized), m_pace(pace),
-      m_sigma(std::move(sigma)) {
+                               std::function<SpectralShift()> shift)
+    : m_matT(matT), m_shifted(matA, matB, generalized), m_pace(pace), m_shift(std::move(shift)) {
   scalarType = matA.scalarType;
   matrixType = VES_MATRIX_SHELL;
 }
@@ -54,9 +48,10 @@ template <typename Scalar>
 WorkspacePlan<Scalar> InnerSteps<Scalar>::Plan(int rows, int ld, int cols) {
   WorkspacePlan<Scalar> plan(rows, ld);
   const int width = std::min(cols, mostColumns);
-  for (Block* const block : {&m_r, &m_y, &m_p, &m_q})
+  for (Block* const block : {&m_r, &m_d, &m_q})
     plan.AddTall(*block, width);
-  if (m_isGeneralized) plan.AddTall(m_bp, width);
+  if (m_shifted.HasB()) plan.AddTall(m_shifted.image, width);
+  m_lanczos.AddTo(plan);
   return plan;
 }
 
@@ -71,119 +66,96 @@ std::size_t InnerSteps<Scalar>::Bytes(int rows, int cols, bool generalized) {
 template <typename Scalar>
 VesReturnCode InnerSteps<Scalar>::Apply(const VesVectorBase& x, VesVectorBase& y) const {
   const auto &residuals = AsDense<Scalar>(x), &solution = AsDense<Scalar>(y);
-  const int steps = m_pace.Begin(x);
-  const double sigma = m_sigma();
+  int steps = m_pace.Begin(x);
+  if (steps > 0) {
+    FollowShift();
+    steps = Allowed(steps);
+    m_pace.Resume();
+  }
   for (int first = 0; first < x.nCols; first += m_r.nCols) {
     const int count = std::min(x.nCols - first, m_r.nCols);
     const Block from(residuals, 0, first, x.nRows, count);
     Block to(solution, 0, first, x.nRows, count);
     Precondition(from, to);
-    if (steps > 0) Improve(from, to, sigma, steps);
+    if (steps > 0) Improve(from, to, steps);
   }
   m_pace.End();
   return VES_GOOD;
 }
 
-/// Solution holds T r, which is z until the first step.
+/// The shift settles with the lowest Ritz value. M keeps the one whose spectrum is known, and takes
+/// another in the second, fourth, eighth application and so on, where it is no longer near.
 template <typename Scalar>
-void InnerSteps<Scalar>::Improve(const Block& residuals, const Block& solution, double sigma,
-                                 int steps) const {
+void InnerSteps<Scalar>::FollowShift() const {
+  const SpectralShift shift = m_shift();
+  const bool isDue = (m_nApplied & (m_nApplied + 1)) == 0;
+  const bool isNear = std::abs(shift.sigma - m_shifted.sigma) <= shift.distance;
+  if (m_nApplied++ > 0 && (!isDue || isNear)) return;
+  m_shifted.sigma = shift.sigma;
+  m_spectrum = m_lanczos.Run(m_shifted, m_matT, stepsOfLanczos);
+}
+
+template <typename Scalar>
+int InnerSteps<Scalar>::Allowed(int steps) const {
+  const double b = m_spectrum.norm, lowest = std::min(m_spectrum.lowest, 0.0);
+  if (!(std::isfinite(b) && b > 0.0)) return 0;
+  while (steps > 0 && Chebyshev::Growth(steps + 1, b, lowest) > mostGrowth)
+    --steps;
+  return steps;
+}
+
+/// Solution holds T r.
+template <typename Scalar>
+void InnerSteps<Scalar>::Improve(const Block& residuals, Block& solution, int steps) const {
   const int n = residuals.nRows, k = residuals.nCols;
-  Block r(m_r, 0, 0, n, k), p(m_p, 0, 0, n, k), q(m_q, 0, 0, n, k);
-  Block y(m_matT.IsPresent() ? m_y : m_r, 0, 0, n, k);
+  Block r(m_r, 0, 0, n, k), d(m_d, 0, 0, n, k), q(m_q, 0, 0, n, k);
+  const bool hasT = m_matT.IsPresent();
+  const Block& y = hasT ? q : r;
+  Chebyshev chebyshev(m_spectrum.norm, steps + 1);
+  Numbers products(static_cast<std::size_t>(2 * k));
+  AddProducts(residuals, solution, products.data());
   VES_ASSERT_GOOD(r.CopyData(residuals));
-  VES_ASSERT_GOOD(p.CopyData(solution));
-  m_isOpen.assign(static_cast<std::size_t>(k), true);
-  Numbers product = Products(r, p);
-  for (int step = 1;; ++step) {
-    const Numbers alpha = Quotients(product, Curvatures(p, q, sigma));
-    ForEachOpen(n, [&](std::size_t j, int first, int count) {
-      if (step == 1) std::fill_n(At(solution, j, first), count, Scalar(0)); // p until now
-      Add(count, alpha[j], At(p, j, first), At(solution, j, first));
-      Add(count, -alpha[j], At(q, j, first), At(r, j, first));
+  VES_ASSERT_GOOD(solution.ScaleByVal(static_cast<RealType<Scalar>>(1.0 / chebyshev.theta)));
+  VES_ASSERT_GOOD(d.CopyData(solution));
+  for (int step = 1; step <= steps; ++step) {
+    const auto [ofDirection, ofResidual] = chebyshev.Next();
+    const auto advance = [&, d1 = ofDirection, r1 = ofResidual](int j, int first, int count) {
+      Combine(count, d1, r1, At(y, j, first), At(d, j, first));
+      Combine(count, 1.0, 1.0, At(d, j, first), At(solution, j, first));
+    };
+    const Block& image = m_shifted.ApplyParts(d, q);
+    ForEachPiece(n, k, [&](int j, int first, int count) {
+      Combine(count, 1.0, -1.0, At(q, j, first), At(r, j, first));
+      Combine(count, 1.0, m_shifted.sigma, At(image, j, first), At(r, j, first));
+      if (!hasT) advance(j, first, count);
     });
-    if (step == 1) m_isImproved = m_isOpen;
-    if (step == steps || !IsAnyOpen()) break;
-    if (m_matT.IsPresent()) Precondition(r, y);
-    const Numbers next = Products(r, y), beta = Quotients(next, product);
-    ForEachOpen(n, [&](std::size_t j, int first, int count) {
-      Extend(count, beta[j], At(y, j, first), At(p, j, first));
-    });
-    product = next;
+    if (!hasT) continue;
+    Precondition(r, q);
+    ForEachPiece(n, k, advance);
   }
-  KeepWithinRange(residuals, solution);
+  AddProducts(r, y, products.data() + k);
+  RestoreGrown(residuals, solution, products);
+}
+
+/// Products hold r^H T r of each column, then those after the steps. All processes see them alike.
+template <typename Scalar>
+void InnerSteps<Scalar>::RestoreGrown(const Block& residuals, const Block& solution,
+                                      Numbers& products) const {
+  MpiWrapper<double>::AllReduce(products.data(), products.size(), MPI_SUM, m_r.comm);
+  Replicate(products.data(), static_cast<int>(products.size()), m_r.comm, m_r.auxComm);
+  const double* const before = products.data();
+  const double* const after = before + residuals.nCols;
+  for (int j = 0; j < residuals.nCols; ++j) {
+    if (before[j] >= 0.0 && after[j] <= mostGrowth * mostGrowth * before[j]) continue;
+    Block column(solution, 0, j, residuals.nRows, 1);
+    Precondition(Block(residuals, 0, j, residuals.nRows, 1), column);
+  }
 }
 
 /// T r, or r where there is no T.
 template <typename Scalar>
 void InnerSteps<Scalar>::Precondition(const Block& r, Block& y) const {
   VES_ASSERT_GOOD(m_matT.IsPresent() ? m_matT.Apply(r, y) : y.CopyData(r));
-}
-
-/// q = (A - sigma B) p. \return p^H q of each column
-template <typename Scalar>
-auto InnerSteps<Scalar>::Curvatures(const Block& p, Block& q, double sigma) const -> Numbers {
-  VES_ASSERT_GOOD(m_matA.Apply(p, q));
-  Block image(m_isGeneralized ? m_bp : m_p, 0, 0, p.nRows, p.nCols);
-  if (m_isGeneralized) VES_ASSERT_GOOD(m_matB.Apply(p, image));
-  Numbers products(m_isOpen.size());
-  ForEachOpen(p.nRows, [&](std::size_t j, int first, int count) {
-    Add(count, -sigma, At(image, j, first), At(q, j, first));
-    products[j] += Product(count, At(p, j, first), At(q, j, first));
-  });
-  Sum(products);
-  return products;
-}
-
-template <typename Scalar>
-auto InnerSteps<Scalar>::Products(const Block& x, const Block& y) const -> Numbers {
-  Numbers products(m_isOpen.size());
-  ForEachOpen(x.nRows, [&](std::size_t j, int first, int count) {
-    products[j] += Product(count, At(x, j, first), At(y, j, first));
-  });
-  Sum(products);
-  return products;
-}
-
-/// Over all processes, and the same on all of them, since a column is closed on all or on none.
-/// Collective: one reduction, and broadcasts over both communicators.
-template <typename Scalar>
-void InnerSteps<Scalar>::Sum(Numbers& products) const {
-  MpiWrapper<double>::AllReduce(products.data(), products.size(), MPI_SUM, m_r.comm);
-  Replicate(products.data(), static_cast<int>(products.size()), m_r.comm, m_r.auxComm);
-}
-
-/// Of products that must be positive: a column without closes.
-template <typename Scalar>
-auto InnerSteps<Scalar>::Quotients(const Numbers& over, const Numbers& under) const -> Numbers {
-  constexpr auto largest = static_cast<double>(std::numeric_limits<RealType<Scalar>>::max());
-  Numbers quotients(over.size());
-  for (std::size_t j = 0; j < over.size(); ++j) {
-    quotients[j] = over[j] / under[j];
-    const bool isPositive = over[j] > 0.0 && under[j] > 0.0;
-    m_isOpen[j] = m_isOpen[j] && isPositive && quotients[j] > 0.0 && quotients[j] < largest;
-  }
-  return quotients;
-}
-
-template <typename Scalar>
-void InnerSteps<Scalar>::KeepWithinRange(const Block& residuals, const Block& solution) const {
-  m_isOpen = m_isImproved; // what T makes is for the solver to judge
-  const Numbers squares = Products(solution, solution);
-  for (int j = 0; j < solution.nCols; ++j)
-    if (!std::isfinite(squares[static_cast<std::size_t>(j)])) // 0 where nothing was improved
-      std::copy_n(residuals.Column(j), residuals.nRows, solution.Column(j));
-}
-
-/// Calls change(j, first, count) for the columns that are open, by rows that stay in the cache from
-/// one vector operation to the next.
-template <typename Scalar>
-template <typename Change>
-void InnerSteps<Scalar>::ForEachOpen(int rows, Change change) const {
-  constexpr int most = 1024;
-  for (std::size_t j = 0; j < m_isOpen.size(); ++j)
-    for (int first = 0; m_isOpen[j] && first < rows; first += most)
-      change(j, first, std::min(most, rows - first));
 }
 
 VES_INSTANTIATE(InnerSteps);

@@ -2,31 +2,43 @@
 #define VES_SOLVER_INNER_STEPS_H
 
 #include "inner_pace.h"
-#include "workspace_plan.h"
+#include "shifted_operator.h"
+#include "short_lanczos.h"
 
-#include <algorithm>
 #include <functional>
 #include <vector>
 
 namespace Ves {
 
-/// A preconditioner made of others: some steps of preconditioned conjugate gradients for
-///   (A - sigma B) z = r
-/// from z = 0, with T inside, every column with scalars of its own:
-///   y = T r, p = y + (r^H y / r'^H y') p, q = (A - sigma B) p, alpha = r^H y / p^H q,
-///   z += alpha p, r -= alpha q.
-/// A column whose curvature p^H q or product r^H y is not positive, or not a number, keeps the z it
-/// has, in the first step T r; one that leaves the range of numbers is r itself. Sigma is asked for
-/// at every application; it belongs below the lowest value, where A - sigma B is positive definite.
-/// Two reductions a step, of a number a column.
+/// Where to shift a spectrum to make it positive: to sigma, which is meant to lie so far below the
+/// lowest value.
+struct SpectralShift {
+  double sigma = 0.0, distance = 0.0;
+};
+
+/// A preconditioner made of others: m steps of the Chebyshev iteration for
+///   M z = r,  M = A - sigma B,
+/// from z = 0, with T inside. With theta and delta the middle and half the length of an interval
+/// [a, b] and rho_0 = delta / theta:
+///   d = T r / theta, z = d, and in each step
+///   r -= M d, rho_i = 1 / (2 theta / delta - rho_(i-1)), d = rho_i (rho_(i-1) d + 2 T r / delta),
+///   z += d,
+/// which multiplies r by the polynomial in M T of degree m + 1 that is 1 at 0 and least on [a, b].
+/// b, the largest eigenvalue of T M, is found by a Lanczos process; a = b / (m + 1)^2, which such a
+/// polynomial still reaches. Below 0 it grows, which is as it should be for the lowest pairs, but
+/// would leave nothing else of a column if sigma were far above them: then fewer steps are made.
+/// T r stays as it is where T M is seen to be no operator of that kind, and in a column whose
+/// r^H T r is negative, grows beyond what the polynomial allows or is not a number.
+/// One reduction, of two numbers a column, and two in a step of Lanczos.
 template <typename Scalar>
 class VES_EXPORT InnerSteps final : public VesMatrixBase {
 public:
   using Block = VectorDense<Scalar>;
 
-  /// B is read where the problem is generalized alone; T may be absent.
+  /// B is read where the problem is generalized alone; T may be absent. The shift must be the same
+  /// on all processes.
   InnerSteps(const VesMatrixBase& matA, const VesMatrixBase& matB, const VesMatrixBase& matT,
-             bool generalized, const InnerPace& pace, std::function<double()> sigma);
+             bool generalized, const InnerPace& pace, std::function<SpectralShift()> shift);
   /// The scratch, for so many local rows: of a few columns, which are improved at a time.
   WorkspacePlan<Scalar> Plan(int rows, int ld, int cols);
   static std::size_t Bytes(int rows, int cols, bool generalized);
@@ -35,26 +47,23 @@ public:
 
 private:
   using Numbers = std::vector<double>;
+  static constexpr int mostColumns = 16, stepsOfLanczos = 12;
+  static constexpr double mostGrowth = 100.0;
 
-  void Improve(const Block& residuals, const Block& solution, double sigma, int steps) const;
-  void KeepWithinRange(const Block& residuals, const Block& solution) const;
+  void FollowShift() const;
+  int Allowed(int steps) const;
+  void Improve(const Block& residuals, Block& solution, int steps) const;
+  void RestoreGrown(const Block& residuals, const Block& solution, Numbers& products) const;
   void Precondition(const Block& r, Block& y) const;
-  Numbers Curvatures(const Block& p, Block& q, double sigma) const;
-  Numbers Products(const Block& x, const Block& y) const;
-  void Sum(Numbers& products) const;
-  Numbers Quotients(const Numbers& over, const Numbers& under) const;
-  bool IsAnyOpen() const { return std::count(m_isOpen.begin(), m_isOpen.end(), true) > 0; }
-  template <typename Change>
-  void ForEachOpen(int rows, Change change) const;
 
-  static constexpr int mostColumns = 16;
-  const VesMatrixBase &m_matA, &m_matB, &m_matT;
-  bool m_isGeneralized;
+  const VesMatrixBase& m_matT;
+  mutable ShiftedOperator<Scalar> m_shifted; ///< M
   mutable InnerPace m_pace;
-  std::function<double()> m_sigma;
-  mutable Block m_r, m_y, m_p, m_q, m_bp;
-  /// Of the columns at hand those that are still improved, and those that ever were.
-  mutable std::vector<bool> m_isOpen, m_isImproved;
+  std::function<SpectralShift()> m_shift;
+  mutable ShortLanczos<Scalar> m_lanczos;
+  mutable Block m_r, m_d, m_q;
+  mutable int m_nApplied = 0;
+  mutable Spectrum m_spectrum; ///< of T M
 };
 
 VES_EXTERN_TEMPLATE(InnerSteps);

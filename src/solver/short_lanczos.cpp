@@ -11,26 +11,23 @@
 namespace Ves {
 
 template <typename Scalar>
-ShortLanczos<Scalar>::ShortLanczos(const VesVectorBase& like)
-    : m_ring(like.comm, like.auxComm, like.nRows, 3, like.nRows),
-      m_number(like.comm, like.auxComm, 1, 1, 1) {}
-
-template <typename Scalar>
-void ShortLanczos<Scalar>::Allocate() {
-  VES_ASSERT_GOOD(m_ring.AllocateMem());
-  VES_ASSERT_GOOD(m_number.AllocateMem());
+void ShortLanczos<Scalar>::AddTo(WorkspacePlan<Scalar>& plan) {
+  plan.AddTall(m_ring, 3);
+  plan.AddTall(m_v, 1);
+  plan.AddSmall(m_number, 1, 1);
 }
 
 template <typename Scalar>
-Spectrum ShortLanczos<Scalar>::Run(const VesMatrixBase& matA) {
+Spectrum ShortLanczos<Scalar>::Run(const VesMatrixBase& matA, const VesMatrixBase& matT,
+                                   int steps) {
   m_alpha.clear();
   m_beta.clear();
   // What is left below is rounding errors, and not orthogonal to the vectors before.
   constexpr double epsilon = std::numeric_limits<RealType<Scalar>>::epsilon();
   constexpr double smallest = std::max(1e-6, 1e3 * epsilon);
   double largest = 0.0;
-  for (bool isOpen = Start(); isOpen && m_beta.size() < mostSteps;) {
-    Step(matA);
+  for (bool isOpen = Start(matT); isOpen && static_cast<int>(m_beta.size()) < steps;) {
+    Step(matA, matT);
     largest = std::max(largest, std::abs(m_alpha.back()));
     isOpen = m_beta.back() > smallest * largest; // nor is it where a number is none
   }
@@ -39,40 +36,46 @@ Spectrum ShortLanczos<Scalar>::Run(const VesMatrixBase& matA) {
 
 /// \return false: the vectors have no entries
 template <typename Scalar>
-bool ShortLanczos<Scalar>::Start() {
+bool ShortLanczos<Scalar>::Start(const VesMatrixBase& matT) {
   int rank = 0;
   MPI_Comm_rank(m_ring.comm, &rank);
-  Block v = V(0);
-  VES_ASSERT_GOOD(v.Set2Random(rank));
-  const double norm = NormOf(v);
-  VES_ASSERT_GOOD(v.ScaleByVal(static_cast<RealType<Scalar>>(1.0 / norm)));
-  return norm > 0.0;
+  VES_ASSERT_GOOD(U(0).Set2Random(rank));
+  return Normalize(0, matT) > 0.0;
 }
 
 template <typename Scalar>
-void ShortLanczos<Scalar>::Step(const VesMatrixBase& matA) {
+void ShortLanczos<Scalar>::Step(const VesMatrixBase& matA, const VesMatrixBase& matT) {
   const int j = static_cast<int>(m_beta.size());
-  const Block v = V(j);
-  Block w = V(j + 1);
+  const Block v = V(j, matT);
+  Block w = U(j + 1);
   VES_ASSERT_GOOD(matA.Apply(v, w));
   VES_ASSERT_GOOD(m_number.InnerProduct(v, w));
   Replicate(m_number);
   m_number(0) = std::real(m_number(0));
   m_alpha.push_back(static_cast<double>(std::real(m_number(0))));
-  VES_ASSERT_GOOD(w.ScaleAdd(w, v, m_number, -1));
+  VES_ASSERT_GOOD(w.ScaleAdd(w, U(j), m_number, -1));
   if (j > 0) {
     m_number(0) = static_cast<RealType<Scalar>>(m_beta.back());
-    VES_ASSERT_GOOD(w.ScaleAdd(w, V(j - 1), m_number, -1));
+    VES_ASSERT_GOOD(w.ScaleAdd(w, U(j - 1), m_number, -1));
   }
-  m_beta.push_back(NormOf(w));
-  VES_ASSERT_GOOD(w.ScaleByVal(static_cast<RealType<Scalar>>(1.0 / m_beta.back())));
+  m_beta.push_back(Normalize(j + 1, matT));
 }
 
+/// u = u / beta, v = T u. \return beta
 template <typename Scalar>
-double ShortLanczos<Scalar>::NormOf(const Block& column) {
-  VES_ASSERT_GOOD(m_number.Norm(column));
+double ShortLanczos<Scalar>::Normalize(int j, const VesMatrixBase& matT) {
+  Block u = U(j), v = V(j, matT);
+  if (matT.IsPresent()) {
+    VES_ASSERT_GOOD(matT.Apply(u, v));
+    VES_ASSERT_GOOD(m_number.InnerProduct(u, v));
+    m_number(0) = std::sqrt(std::real(m_number(0)));
+  } else
+    VES_ASSERT_GOOD(m_number.Norm(u));
   Replicate(m_number);
-  return static_cast<double>(std::real(m_number(0)));
+  const auto norm = std::real(m_number(0));
+  VES_ASSERT_GOOD(u.ScaleByVal(1 / norm));
+  if (matT.IsPresent()) VES_ASSERT_GOOD(v.ScaleByVal(1 / norm));
+  return static_cast<double>(norm);
 }
 
 /// With T the tridiagonal matrix of alpha and beta and T s = theta s, some eigenvalue is within

@@ -61,7 +61,7 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
         goes. With some of them the wanted pairs converge in fewer iterations. "auto" takes a
         quarter as many, 2 to 8.
     inner : "auto" or int
-        Steps of conjugate gradients around T, which make it stronger at the cost of A and T; they
+        Steps of a Chebyshev iteration around T, which make it stronger at the cost of A and T; they
         pay where these are cheap; 0 is T alone. "auto" takes as many as pay by the times of the
         run, so that results differ in rounding from run to run, or none where a seed is given.
     precision : {"auto", "double", "mixed"}
