@@ -20,7 +20,7 @@ VesReturnCode VesMatrixEstimateSpectrum(VesMatrix A, VesVector like, double* nor
     if (verdict != VES_GOOD) return verdict;
     ShortLanczos<Scalar> lanczos;
     WorkspacePlan<Scalar> plan(like->nRows, like->nRows);
-    lanczos.AddTo(plan);
+    lanczos.AddTo(plan, false);
     try {
       plan.Shape(like->comm, like->auxComm);
       plan.Allocate();

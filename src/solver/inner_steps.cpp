@@ -51,7 +51,7 @@ WorkspacePlan<Scalar> InnerSteps<Scalar>::Plan(int rows, int ld, int cols) {
   for (Block* const block : {&m_r, &m_d, &m_q})
     plan.AddTall(*block, width);
   if (m_shifted.HasB()) plan.AddTall(m_shifted.image, width);
-  m_lanczos.AddTo(plan);
+  m_lanczos.AddTo(plan, true);
   return plan;
 }
 
@@ -97,11 +97,16 @@ void InnerSteps<Scalar>::FollowShift() const {
 
 template <typename Scalar>
 int InnerSteps<Scalar>::Allowed(int steps) const {
-  const double b = m_spectrum.norm, lowest = std::min(m_spectrum.lowest, 0.0);
-  if (!(std::isfinite(b) && b > 0.0)) return 0;
-  while (steps > 0 && Chebyshev::Growth(steps + 1, b, lowest) > mostGrowth)
+  if (!(std::isfinite(m_spectrum.norm) && m_spectrum.norm > 0.0)) return 0;
+  while (steps > 0 && Growth(steps + 1) > mostGrowth)
     --steps;
   return steps;
+}
+
+/// Of the polynomial of that degree on what is known of the spectrum, at most.
+template <typename Scalar>
+double InnerSteps<Scalar>::Growth(int degree) const {
+  return Chebyshev::Growth(degree, m_spectrum.norm, std::min(m_spectrum.lowest, 0.0));
 }
 
 /// Solution holds T r.
@@ -134,22 +139,39 @@ void InnerSteps<Scalar>::Improve(const Block& residuals, Block& solution, int st
     ForEachPiece(n, k, advance);
   }
   AddProducts(r, y, products.data() + k);
-  RestoreGrown(residuals, solution, products);
+  Sum(products);
+  const double growth = 2.0 * Growth(steps + 1);
+  for (int j = 0; j < k; ++j) {
+    const double before = products.data()[j], after = products.data()[k + j];
+    const bool isSound = std::isfinite(before) && std::abs(after) <= growth * growth * before;
+    if (isSound) continue;
+    LearnFrom(Block(y, 0, j, n, 1), after);
+    Block column(solution, 0, j, n, 1);
+    Precondition(Block(residuals, 0, j, n, 1), column);
+  }
 }
 
-/// Products hold r^H T r of each column, then those after the steps. All processes see them alike.
+/// What has grown in y = T r tells of a value beyond the spectrum that was found: near the Rayleigh
+/// quotient y^H M y / r^H y.
 template <typename Scalar>
-void InnerSteps<Scalar>::RestoreGrown(const Block& residuals, const Block& solution,
-                                      Numbers& products) const {
+void InnerSteps<Scalar>::LearnFrom(const Block& y, double product) const {
+  Block image(m_d, 0, 0, y.nRows, 1);
+  VES_ASSERT_GOOD(m_shifted.Apply(y, image));
+  Numbers curvature(1);
+  AddProducts(y, image, curvature.data());
+  Sum(curvature);
+  const double value = curvature.front() / product;
+  if (!std::isfinite(value)) return;
+  m_spectrum.norm = std::max(m_spectrum.norm, 1.05 * value);
+  m_spectrum.lowest = std::min(m_spectrum.lowest, value);
+}
+
+/// Over all processes, and the same on all of them. Collective: a reduction, and broadcasts over
+/// both communicators.
+template <typename Scalar>
+void InnerSteps<Scalar>::Sum(Numbers& products) const {
   MpiWrapper<double>::AllReduce(products.data(), products.size(), MPI_SUM, m_r.comm);
   Replicate(products.data(), static_cast<int>(products.size()), m_r.comm, m_r.auxComm);
-  const double* const before = products.data();
-  const double* const after = before + residuals.nCols;
-  for (int j = 0; j < residuals.nCols; ++j) {
-    if (before[j] >= 0.0 && after[j] <= mostGrowth * mostGrowth * before[j]) continue;
-    Block column(solution, 0, j, residuals.nRows, 1);
-    Precondition(Block(residuals, 0, j, residuals.nRows, 1), column);
-  }
 }
 
 /// T r, or r where there is no T.

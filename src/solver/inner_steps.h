@@ -28,8 +28,9 @@ struct SpectralShift {
 /// polynomial still reaches. Below 0 it grows, which is as it should be for the lowest pairs, but
 /// would leave nothing else of a column if sigma were far above them: then fewer steps are made.
 /// T r stays as it is where T M is seen to be no operator of that kind, and in a column whose
-/// r^H T r is negative, grows beyond what the polynomial allows or is not a number.
-/// One reduction, of two numbers a column, and two in a step of Lanczos.
+/// r^H T r is negative, grows beyond what the polynomial does on the known spectrum or is not a
+/// number; what has grown there corrects the spectrum.
+/// One reduction, of two numbers a column, one for a column that stays, two in a step of Lanczos.
 template <typename Scalar>
 class VES_EXPORT InnerSteps final : public VesMatrixBase {
 public:
@@ -52,8 +53,10 @@ private:
 
   void FollowShift() const;
   int Allowed(int steps) const;
+  double Growth(int degree) const;
   void Improve(const Block& residuals, Block& solution, int steps) const;
-  void RestoreGrown(const Block& residuals, const Block& solution, Numbers& products) const;
+  void LearnFrom(const Block& y, double product) const;
+  void Sum(Numbers& products) const;
   void Precondition(const Block& r, Block& y) const;
 
   const VesMatrixBase& m_matT;

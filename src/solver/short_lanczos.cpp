@@ -11,9 +11,9 @@
 namespace Ves {
 
 template <typename Scalar>
-void ShortLanczos<Scalar>::AddTo(WorkspacePlan<Scalar>& plan) {
+void ShortLanczos<Scalar>::AddTo(WorkspacePlan<Scalar>& plan, bool hasT) {
   plan.AddTall(m_ring, 3);
-  plan.AddTall(m_v, 1);
+  if (hasT) plan.AddTall(m_v, 1);
   plan.AddSmall(m_number, 1, 1);
 }
 
@@ -26,7 +26,7 @@ Spectrum ShortLanczos<Scalar>::Run(const VesMatrixBase& matA, const VesMatrixBas
   constexpr double epsilon = std::numeric_limits<RealType<Scalar>>::epsilon();
   constexpr double smallest = std::max(1e-6, 1e3 * epsilon);
   double largest = 0.0;
-  for (bool isOpen = Start(matT); isOpen && static_cast<int>(m_beta.size()) < steps;) {
+  for (bool isOpen = Start(matA, matT); isOpen && static_cast<int>(m_beta.size()) < steps;) {
     Step(matA, matT);
     largest = std::max(largest, std::abs(m_alpha.back()));
     isOpen = m_beta.back() > smallest * largest; // nor is it where a number is none
@@ -34,12 +34,18 @@ Spectrum ShortLanczos<Scalar>::Run(const VesMatrixBase& matA, const VesMatrixBas
   return m_alpha.empty() ? Spectrum() : RitzBounds();
 }
 
-/// \return false: the vectors have no entries
+/// \return false: the vector has no length, as without entries, or none that is a number
 template <typename Scalar>
-bool ShortLanczos<Scalar>::Start(const VesMatrixBase& matT) {
+bool ShortLanczos<Scalar>::Start(const VesMatrixBase& matA, const VesMatrixBase& matT) {
   int rank = 0;
   MPI_Comm_rank(m_ring.comm, &rank);
-  VES_ASSERT_GOOD(U(0).Set2Random(rank));
+  Block u = U(0);
+  VES_ASSERT_GOOD(u.Set2Random(rank));
+  if (matT.IsPresent()) {
+    Block v = V(0, matT);
+    VES_ASSERT_GOOD(matT.Apply(u, v));
+    VES_ASSERT_GOOD(matA.Apply(v, u));
+  }
   return Normalize(0, matT) > 0.0;
 }
 

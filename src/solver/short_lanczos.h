@@ -16,18 +16,20 @@ struct Spectrum {
 /// The Lanczos process for T A from a random vector, short enough to go without orthogonalization:
 ///   w = A v_j, alpha_j = v_j^H w, w = w - alpha_j u_j - beta_(j-1) u_(j-1),
 ///   v = T w, beta_j^2 = w^H v, u_(j+1) = w / beta_j, v_(j+1) = v / beta_j,
-/// where v_j = u_j without a T. Of T A, the norm is that of the product T^-1. Vectors are
-/// distributed over comm; the processes of auxComm hold replicas.
+/// where v_j = u_j without a T. Of T A, the norm is that of the product T^-1; u_1 is then A T times
+/// a random vector, and so within their ranges where both are projections of operators. Vectors
+/// are distributed over comm; the processes of auxComm hold replicas.
 template <typename Scalar>
 class VES_EXPORT ShortLanczos {
 public:
   using Block = VectorDense<Scalar>;
   static constexpr int mostSteps = 20;
 
-  /// The storage, for so many local rows.
-  void AddTo(WorkspacePlan<Scalar>& plan);
+  /// The storage: three columns, four for runs with a T.
+  void AddTo(WorkspacePlan<Scalar>& plan, bool hasT);
   /// One product with one column and two reductions a step. Neither number is finite where a
-  /// product, or its square, is not, or T is not definite. Collective over comm, then over auxComm.
+  /// product, or its square, is not, or T is seen to be indefinite; both are 0 where the random
+  /// vector has no length. Collective over comm, then over auxComm.
   Spectrum Run(const VesMatrixBase& matA, const VesMatrixBase& matT, int steps = mostSteps);
 
 private:
@@ -37,7 +39,7 @@ private:
   Block V(int j, const VesMatrixBase& matT) const {
     return matT.IsPresent() ? Block(m_v, 0, 0, m_v.nRows, 1) : U(j);
   }
-  bool Start(const VesMatrixBase& matT);
+  bool Start(const VesMatrixBase& matA, const VesMatrixBase& matT);
   void Step(const VesMatrixBase& matA, const VesMatrixBase& matT);
   double Normalize(int j, const VesMatrixBase& matT);
   Spectrum RitzBounds() const;

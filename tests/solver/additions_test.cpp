@@ -114,6 +114,23 @@ TYPED_TEST(AdditionsTest, InnerStepsSaveIterations) {
   }
 }
 
+/// A value that stands alone above the others is met by the polynomials before it is known.
+TYPED_TEST(AdditionsTest, InnerStepsLearnOfASingleValue) {
+  const int n = 20000;
+  int iterations[2] = {};
+  for (const bool hasOne : {false, true}) {
+    auto on = OnDiagonal<TypeParam>(
+        n, [&](int i) { return hasOne && i == 777 ? 1050.0 : 1.0 + 1000.0 * i / n; });
+    const Settings s{VES_LOBPCG, 4, 1e-3, 100};
+    const SolverHandle run = MakeSolver<TypeParam>(s, false);
+    EXPECT_EQ(VesSolverSetInnerSteps(run.get(), 40), VES_GOOD);
+    const Pairs<TypeParam> p = SolveBy(run.get(), on, s.nBands, RandomGuess<TypeParam>());
+    EXPECT_EQ(p.nConv, 4);
+    iterations[hasOne] = p.iter;
+  }
+  EXPECT_LE(2 * iterations[1], 3 * iterations[0]);
+}
+
 /// What single precision cannot hold costs time alone: norms beyond its range or squares beyond it,
 /// a B that it takes for singular, a guess outside it. Nor do inner steps overflow there.
 TYPED_TEST(AdditionsTest, WhatSinglePrecisionCannotHold) {
