@@ -141,6 +141,11 @@ typedef struct VesSolverBase* VesSolver;
 /// in y, which ends the run.
 typedef void (*VesShellMatVec)(void* shellData, void* x, void* y, int nRows, int nCols, int ld);
 
+/// Multiplies a block by A and by B at once, where both share work: ax = A x and bx = B x, all three
+/// blocks as those of VesShellMatVec, which do not overlap.
+typedef void (*VesShellPair)(void* shellData, void* x, void* ax, void* bx, int nRows, int nCols,
+                             int ld);
+
 /* ------------------------------------------------------------------ operators */
 
 /// Creates an operator of 0 x 0, without routine and data.
@@ -165,6 +170,18 @@ VES_EXPORT VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userDat
 /// \return -7 matrix is null; -6 not a shell operator; -4 the handle is of single precision; 0
 VES_EXPORT VesReturnCode VesMatrixSetShellMatVecLow(VesMatrix matrix, void* userData,
                                                     VesShellMatVec matVec) VES_NOEXCEPT;
+
+/// Installs a routine that multiplies by A and B at once, as where one set of projections serves
+/// both; null removes it, and so does another one of either of them. Their own routines stay in use
+/// where one of the images alone is asked for. Runs of VES_LOBPCG and VES_LOBPCG_BATCH with this A
+/// and this B call it for preconditioned residuals, which they project before both images are made,
+/// in place of after: results differ in rounding. It takes the time of A in the statistics, and the
+/// columns of both. Single-precision parts of runs and VES_PPCG do without. Must be the same on all
+/// processes; it is called on processes without rows where A is (VesMatrixSetCalledEverywhere).
+/// \return -7 A or B is null; -6 not shell operators; -5 scalar types differ; -1 A and B are the
+///         same; 0
+VES_EXPORT VesReturnCode VesMatrixSetShellPair(VesMatrix A, VesMatrix B, void* userData,
+                                               VesShellPair routine) VES_NOEXCEPT;
 
 /// Lets the routine be called on processes without rows, too (default off), for one that needs
 /// every process: there as often as elsewhere and with the same number of columns, n = 0, and x and

@@ -89,6 +89,18 @@ public:
     m_low = std::move(routine);
   }
 
+  /// Keeps a callable (View<const Scalar> x, View<Scalar> ax, View<Scalar> bx) that multiplies by
+  /// this operator and by B at once, as VesMatrixSetShellPair. A run with both must not outlive
+  /// this operator.
+  template <typename Callable>
+  void shareWith(Operator& B, Callable&& callable) {
+    using Kept = PairRoutine<std::decay_t<Callable>>;
+    auto routine = std::make_unique<Kept>(std::forward<Callable>(callable));
+    check(VesMatrixSetShellPair(handle(), B.handle(), routine.get(), Kept::call),
+          "VesMatrixSetShellPair");
+    m_pair = std::move(routine);
+  }
+
   /// Has the callable called on processes without rows, too, as VesMatrixSetCalledEverywhere.
   /// To be set alike on all processes.
   void setCalledEverywhere(bool isOn) {
@@ -98,9 +110,10 @@ public:
   VesMatrix handle() const { return m_handle.get(); } ///< stays the operator's; null for none
   /// What the callable threw since the last time, for those that call the library themselves.
   std::exception_ptr takeFailure() const {
-    const std::exception_ptr low = m_low ? m_low->take() : nullptr;
-    const std::exception_ptr kept = m_routine ? m_routine->take() : nullptr;
-    return kept ? kept : low;
+    std::exception_ptr first;
+    for (const auto* routine : {&m_pair, &m_low, &m_routine})
+      if (const std::exception_ptr kept = *routine ? (*routine)->take() : nullptr) first = kept;
+    return first;
   }
 
 private:
@@ -115,15 +128,38 @@ private:
       auto& routine = *static_cast<Routine*>(self);
       const View<const Element> in(static_cast<const Element*>(x), nRows, nCols, ld);
       const View<Element> out(static_cast<Element*>(y), nRows, nCols, ld);
-      if (routine.guard([&] { routine.callable(in, out); })) return;
-      for (int j = 0; nRows > 0 && j < nCols; ++j)
-        std::fill_n(out.column(j), nRows, std::numeric_limits<Real<Element>>::quiet_NaN());
+      if (!routine.guard([&] { routine.callable(in, out); })) spoil(out);
     }
 
     Callable callable;
   };
 
-  std::unique_ptr<Failures> m_routine, m_low;
+  template <typename Callable>
+  struct PairRoutine final : Failures {
+    template <typename From>
+    explicit PairRoutine(From&& from) : callable(std::forward<From>(from)) {}
+
+    static void call(void* self, void* x, void* ax, void* bx, int nRows, int nCols,
+                     int ld) noexcept {
+      auto& routine = *static_cast<PairRoutine*>(self);
+      const View<const Scalar> in(static_cast<const Scalar*>(x), nRows, nCols, ld);
+      const View<Scalar> a(static_cast<Scalar*>(ax), nRows, nCols, ld),
+          b(static_cast<Scalar*>(bx), nRows, nCols, ld);
+      if (routine.guard([&] { routine.callable(in, a, b); })) return;
+      spoil(a);
+      spoil(b);
+    }
+
+    Callable callable;
+  };
+
+  template <typename Element>
+  static void spoil(const View<Element>& y) {
+    for (int j = 0; y.rows() > 0 && j < y.cols(); ++j)
+      std::fill_n(y.column(j), y.rows(), std::numeric_limits<Real<Element>>::quiet_NaN());
+  }
+
+  std::unique_ptr<Failures> m_routine, m_low, m_pair;
   MatrixHandle m_handle;
 };
 

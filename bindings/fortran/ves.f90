@@ -146,6 +146,14 @@ module ves
       logical, intent(in) :: isOn
       integer, intent(out), optional :: ierror
     end subroutine VesMatrixSetCalledEverywhere
+    !> Installs a routine of C, or one with bind(c), that multiplies by A and B at once; c_null_funptr
+    !> removes it.
+    module subroutine VesMatrixSetShellPair(A, B, userData, routine, ierror)
+      type(VesMatrix), intent(in) :: A, B
+      type(c_ptr), value :: userData
+      type(c_funptr), value :: routine
+      integer, intent(out), optional :: ierror
+    end subroutine VesMatrixSetShellPair
     !> \return the operator that was set; null when there is none, or a routine of C
     module function VesMatrixGetShellUserData(matrix) result(op)
       type(VesMatrix), intent(in) :: matrix

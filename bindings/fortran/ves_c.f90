@@ -110,6 +110,12 @@ module ves_c
       type(c_funptr), value :: matVec
       integer(c_int) :: code
     end function c_set_mat_vec_low
+    function c_set_pair(A, B, userData, routine) bind(c, name='VesMatrixSetShellPair') result(code)
+      import :: c_funptr, c_int, c_ptr
+      type(c_ptr), value :: A, B, userData
+      type(c_funptr), value :: routine
+      integer(c_int) :: code
+    end function c_set_pair
     function c_set_comm(vector, slot, comm) bind(c, name='VesVectorSetComm_f') result(code)
       import :: c_int, c_ptr
       type(c_ptr), value :: vector

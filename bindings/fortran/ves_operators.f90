@@ -96,6 +96,10 @@ contains
     call Finish('VesMatrixSetShellMatVec', code, ierror)
   end procedure SetRoutineOfC
 
+  module procedure VesMatrixSetShellPair
+    call Finish('VesMatrixSetShellPair', c_set_pair(A%handle, B%handle, userData, routine), ierror)
+  end procedure VesMatrixSetShellPair
+
   module procedure VesMatrixGetShellUserData
     nullify (op)
     if (associated(matrix%link)) op => matrix%link%op

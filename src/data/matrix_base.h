@@ -15,6 +15,12 @@ struct VES_EXPORT VesMatrixBase {
   int nCols = 0;                          ///< for information only
   bool isCalledEverywhere = false;        ///< also on processes without rows
   std::unique_ptr<VesMatrixBase> lowered; ///< the same operator in single precision, or null
+  /// What gives the products of two operators at once.
+  struct SharedRoutine {
+    void* data;
+    VesShellPair call;
+  };
+  std::shared_ptr<const SharedRoutine> shared; ///< with the operator that has the same, or null
 
   VesMatrixBase() = default;
   VesMatrixBase(const VesMatrixBase&) = delete;

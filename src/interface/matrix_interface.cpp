@@ -58,6 +58,21 @@ VesReturnCode VesMatrixSetShellMatVecLow(VesMatrix matrix, void* userData,
   });
 }
 
+VesReturnCode VesMatrixSetShellPair(VesMatrix A, VesMatrix B, void* userData,
+                                    VesShellPair routine) noexcept {
+  if (A == nullptr || B == nullptr) return VES_ERR_NULL_POINTER;
+  if (A->matrixType != VES_MATRIX_SHELL || B->matrixType != VES_MATRIX_SHELL)
+    return VES_ERR_INCOMPATIBLE;
+  if (A->scalarType != B->scalarType) return VES_ERR_MISMATCH;
+  if (A == B) return VES_ERR_INVALID_VALUE;
+  std::shared_ptr<const VesMatrixBase::SharedRoutine> shared;
+  if (routine != nullptr)
+    shared = std::make_shared<const VesMatrixBase::SharedRoutine>(
+        VesMatrixBase::SharedRoutine{userData, routine});
+  A->shared = B->shared = std::move(shared);
+  return VES_GOOD;
+}
+
 VesReturnCode VesMatrixSetCalledEverywhere(VesMatrix matrix, bool isOn) noexcept {
   if (matrix == nullptr) return VES_ERR_NULL_POINTER;
   if (matrix->matrixType != VES_MATRIX_SHELL) return VES_ERR_INCOMPATIBLE;

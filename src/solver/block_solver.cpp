@@ -39,6 +39,7 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
       seenT(t, outside, DeflatedOperator<Scalar>::vectors);
   InnerSteps<Scalar> inner(seenA, b, seenT, UsesB(matB), InnerPace(innerSteps, a, b, t),
                            [&] { return InnerShift(); });
+  if (UsesB(matB)) shared = {matA, matB, a, b, outside};
   LowLeg<Scalar> low(*this, vecX);
   const VesMatrixBase* preconditioner = &seenT;
   if (innerSteps != 0) {
@@ -49,6 +50,7 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
   if (code == VES_GOOD) code = SolveInLegs(seenA, b, *preconditioner, vecX, AsDense<Scalar>(vecW));
   EndDeflation();
   meteredA = nullptr;
+  shared = {};
   earlier = {};
   if (code != VES_GOOD) return code;
   stats = {};

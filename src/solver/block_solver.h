@@ -6,6 +6,7 @@
 #include "../interface/solver_base.h"
 #include "deflation.h"
 #include "self_check.h"
+#include "shared_images.h"
 #include "workspace_plan.h"
 
 #include <algorithm>
@@ -13,7 +14,6 @@
 
 namespace Ves {
 
-class MeteredOperator;
 template <typename Scalar>
 class InnerSteps;
 struct SpectralShift;
@@ -45,6 +45,7 @@ public:
   mutable std::vector<double> pairResiduals; ///< of the wanted pairs when last tested, or NaN
   mutable SelfCheck<Scalar> check;           ///< what watches over the run
   mutable Deflation<Scalar> outside;         ///< the space that the run leaves out
+  mutable SharedImages<Scalar> shared;       ///< of A and B, where they share work
 
   /// A run, with operators that count, inside the bookkeeping that every solver needs: it leaves
   /// costs and reason.
@@ -142,6 +143,10 @@ protected:
   /// coefficient blocks.
   void ProjectAndOrthonormalize(const Pairs& y, Pairs& c, const VesMatrixBase& matB,
                                 bool global) const;
+
+  /// The same where A and B share work: C is projected before its images are made, so that one call
+  /// makes both for vectors that hardly change any more, and both are then kept in step.
+  void ProjectAndOrthonormalizeShared(const Pairs& y, Pairs& c, const VesMatrixBase& matB) const;
 
   /// The values ascend, but for rounding errors.
   bool IsAscending(const Block& values) const;

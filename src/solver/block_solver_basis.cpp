@@ -126,6 +126,41 @@ void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Pairs& y, Pairs& c,
 }
 
 template <typename Scalar>
+void BlockSolver<Scalar>::ProjectAndOrthonormalizeShared(const Pairs& y, Pairs& c,
+                                                         const VesMatrixBase& matB) const {
+  const auto normalize = [&] {
+    VES_ASSERT_GOOD(c.X.Normalize(c.X));
+    RestoreZeroColumns(c.X, c.X);
+  };
+  normalize();
+  VES_ASSERT_GOOD(
+      this->OrthoProjector->Run(y.X, y.BX, c.X, c.X, matB, true, InnerPasses(), orthoInnerTol));
+  normalize();
+  shared.Refresh(c);
+  if (!AllFinite(c)) {
+    info = 1;
+    return;
+  }
+  RepeatPasses(
+      Passes(), PassTol(), secondComm,
+      [&](bool) {
+        VES_ASSERT_GOOD(this->OrthoProjector->Run(y.X, y.BX, y.AX, c.X, c.BX, c.AX, matB, true,
+                                                  InnerPasses(), orthoInnerTol));
+        int colRank = c.Count();
+        const VesReturnCode code = VES_ASSERT_GOOD_OR(
+            VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(c.X, c.BX, c.AX, matB, colRank, true,
+                                                            InnerPasses(), orthoInnerTol));
+        c.Narrow(code == VES_GOOD ? colRank : 0);
+        return VES_GOOD;
+      },
+      [&] {
+        double orthoError = 0.0;
+        VES_ASSERT_GOOD(y.BX.CheckOrthogonality(c.X, orthoError, false, true));
+        return orthoError;
+      });
+}
+
+template <typename Scalar>
 double BlockSolver<Scalar>::UnitNormError(const Pairs& pairs) const {
   const int n = pairs.Count();
   std::vector<Scalar> s(static_cast<std::size_t>(n) + 1); // never null storage

@@ -142,7 +142,8 @@ void InnerSteps<Scalar>::Improve(const Block& residuals, Block& solution, int st
   Sum(products);
   const double growth = 2.0 * Growth(steps + 1);
   for (int j = 0; j < k; ++j) {
-    const double before = products.data()[j], after = products.data()[k + j];
+    const auto at = static_cast<std::size_t>(j);
+    const double before = products[at], after = products[at + static_cast<std::size_t>(k)];
     const bool isSound = std::isfinite(before) && std::abs(after) <= growth * growth * before;
     if (isSound) continue;
     LearnFrom(Block(y, 0, j, n, 1), after);

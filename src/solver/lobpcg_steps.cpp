@@ -32,7 +32,9 @@ template <typename Scalar>
 void LobpcgSteps<Scalar>::OrthogonalizeResidual(const VesMatrixBase& matB,
                                                 const VesMatrixBase& matP) const {
   nR = RoomBehind(FirstR(), nR);
+  nImaged = 0;
   const Pairs residuals = Z(FirstR(), nR);
+  if (this->shared.IsPresent() && !check.IsCareful()) return OrthogonalizeShared(matB);
   residuals.RefreshB(matB);
   // A NaN or an infinity out of T or B must not pass for a direction without length.
   if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(residuals))
@@ -56,10 +58,19 @@ void LobpcgSteps<Scalar>::OrthogonalizeBehind(int first, int& count,
   count = columns.Count();
 }
 
-/// A on the residuals and the new columns together.
+/// Residuals come out with both images.
+template <typename Scalar>
+void LobpcgSteps<Scalar>::OrthogonalizeShared(const VesMatrixBase& matB) const {
+  if (nR == 0) return;
+  Pairs residuals = Z(FirstR(), nR);
+  this->ProjectAndOrthonormalizeShared(Z(0, FirstR()), residuals, matB);
+  nR = nImaged = residuals.Count();
+}
+
+/// A on the residuals and the new columns together, but for those whose images are at hand.
 template <typename Scalar>
 void LobpcgSteps<Scalar>::ApplyMatrixA(const VesMatrixBase& matA) const {
-  Z(FirstR(), nR + nXnxt).RefreshA(matA);
+  Z(FirstR() + nImaged, nR + nXnxt - nImaged).RefreshA(matA);
 }
 
 /// Upper block triangle of V^H A V, where V = [X P Y] and Y = [R N]:

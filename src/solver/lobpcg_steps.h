@@ -36,18 +36,19 @@ public:
   using typename Base::Limit;
   using typename Base::Pairs;
 
-  mutable int nX = 0;               ///< active Ritz vectors
-  mutable int nP = 0;               ///< conjugate directions
-  mutable int nR = 0;               ///< residuals; before an iteration the unconverged pairs
-  mutable int nXnxt = 0;            ///< columns that are new in the iteration
-  mutable int nXseek = 0;           ///< Ritz vectors that the iteration keeps
-  mutable int nV = 0;               ///< order of the Rayleigh-Ritz problem
-  mutable int nDeflated = 0;        ///< vectors locked for good
-  mutable int nLocked = 0;          ///< leading pairs locked at the last check
-  mutable int nLeadingConv = 0;     ///< leading converged pairs among those kept
-  mutable int nClaimable = 0;       ///< pairs that can be said to have converged
-  mutable int nActiveMax = 0;       ///< Ritz vectors that there is room for
-  mutable int freshFrom = 0;        ///< first column whose images come from the operators
+  mutable int nX = 0;           ///< active Ritz vectors
+  mutable int nP = 0;           ///< conjugate directions
+  mutable int nR = 0;           ///< residuals; before an iteration the unconverged pairs
+  mutable int nXnxt = 0;        ///< columns that are new in the iteration
+  mutable int nImaged = 0;      ///< of R, those whose images under A were made with those under B
+  mutable int nXseek = 0;       ///< Ritz vectors that the iteration keeps
+  mutable int nV = 0;           ///< order of the Rayleigh-Ritz problem
+  mutable int nDeflated = 0;    ///< vectors locked for good
+  mutable int nLocked = 0;      ///< leading pairs locked at the last check
+  mutable int nLeadingConv = 0; ///< leading converged pairs among those kept
+  mutable int nClaimable = 0;   ///< pairs that can be said to have converged
+  mutable int nActiveMax = 0;   ///< Ritz vectors that there is room for
+  mutable int freshFrom = 0;    ///< first column whose images come from the operators
   mutable bool isUncertain = false; ///< converged pairs are to be counted anew at the end
 
   mutable Block workZ, workAZ, workBZ; ///< locked vectors and basis, and their images
@@ -88,6 +89,7 @@ protected:
   /// R against all columns before it, then in itself. Output of T or B that is not finite sets
   /// info.
   void OrthogonalizeResidual(const VesMatrixBase& matB, const VesMatrixBase& matP) const;
+  void OrthogonalizeShared(const VesMatrixBase& matB) const;
   /// B-orthonormalizes the count columns of workZ from first on, whose images under B are in place,
   /// against all before and in themselves; count becomes the rank.
   void OrthogonalizeBehind(int first, int& count, const VesMatrixBase& matB) const;

@@ -13,7 +13,7 @@ NOT_IN_PYTHON = set("""VesMatrixSetDim VesMatrixGetShellUserData VesVectorSetCom
     VesSolverSetPPCGSoftLocking VesSolverSetPPCGRRPeriod VesSolverSetPPCGLockFactor
     VesSolverSetLockDetectorType VesSolverSetRankRevealerType""".split())
 # A signature has a letter for the result and each argument.
-POINTER = r"\*|Ves(Matrix|Vector|Solver|ShellMatVec|Monitor)\b|c_ptr|c_funptr|intent"
+POINTER = r"\*|Ves(Matrix|Vector|Solver|ShellMatVec|ShellPair|Monitor)\b|c_ptr|c_funptr|intent"
 CTYPES = {None: "v", ctypes.c_int: "i", ctypes.c_double: "d", ctypes.c_bool: "b"}
 faults = []
 

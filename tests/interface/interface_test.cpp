@@ -62,6 +62,9 @@ TEST(Codes, Matrices) {
   VesMatrixEmpty empty;
   EXPECT_EQ(VesMatrixGetShellUserData(&empty), nullptr);
   EXPECT_EQ(VesMatrixSetCalledEverywhere(&empty, true), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesMatrixSetShellPair(matrix, nullptr, &data, nullptr), VES_ERR_NULL_POINTER);
+  EXPECT_EQ(VesMatrixSetShellPair(matrix, &empty, &data, nullptr), VES_ERR_INCOMPATIBLE);
+  EXPECT_EQ(VesMatrixSetShellPair(matrix, matrix, &data, nullptr), VES_ERR_INVALID_VALUE);
   EXPECT_EQ(VesMatrixSetShellMatVec(nullptr, &data, NoProduct), VES_ERR_NULL_POINTER);
   EXPECT_EQ(VesMatrixSetShellMatVec(&empty, &data, NoProduct), VES_ERR_INCOMPATIBLE);
   matrix->scalarType = noScalar;

@@ -131,6 +131,42 @@ TYPED_TEST(AdditionsTest, InnerStepsLearnOfASingleValue) {
   EXPECT_LE(2 * iterations[1], 3 * iterations[0]);
 }
 
+/// Where one routine gives the images under A and B, those of the residuals come from it.
+TYPED_TEST(AdditionsTest, ImagesMadeTogether) {
+  struct Both {
+    SparseOperator<TypeParam>*A, *B;
+    long columns = 0;
+    static void Shell(void* data, void* x, void* ax, void* bx, int nRows, int nCols, int ld) {
+      auto& both = *static_cast<Both*>(data);
+      SparseOperator<TypeParam>::Shell(both.A, x, ax, nRows, nCols, ld);
+      SparseOperator<TypeParam>::Shell(both.B, x, bx, nRows, nCols, ld);
+      both.columns += nCols;
+    }
+  };
+  for (const bool preconditioned : {false, true})
+    for (const auto solver : {VES_LOBPCG, VES_LOBPCG_BATCH}) {
+      SCOPED_TRACE(testing::Message() << "solver " << solver << ", T " << preconditioned);
+      auto on = OnBox<TypeParam>({6, 7, 8}, true, preconditioned);
+      Settings s = WithinReach<TypeParam>(solver, 8);
+      s.width = 4;
+      const int apart = Solve(on, s).iter;
+      const long before = on.A.columns;
+      const MatrixHandle A = MakeMatrix(&on.A), B = MakeMatrix(on.B.get()),
+                         T = MakeMatrix(on.T.get());
+      Both both{&on.A, on.B.get()};
+      EXPECT_EQ(VesMatrixSetShellPair(A.get(), B.get(), &both, &Both::Shell), VES_GOOD);
+      const SolverHandle run = MakeSolver<TypeParam>(s, true);
+      Pairs<TypeParam> p(on.rows, s.nBands);
+      p.Fill(RandomGuess<TypeParam>());
+      p.RunOn(run.get(), A.get(), B.get(), T.get());
+      ExpectAllConverged(p, on, s.threshold);
+      EXPECT_LE(2 * std::abs(p.iter - apart), apart) << p.iter << " and " << apart;
+      if (on.rows.local > 0) {
+        EXPECT_LE(on.A.columns - before, 2 * both.columns);
+      }
+    }
+}
+
 /// What single precision cannot hold costs time alone: norms beyond its range or squares beyond it,
 /// a B that it takes for singular, a guess outside it. Nor do inner steps overflow there.
 TYPED_TEST(AdditionsTest, WhatSinglePrecisionCannotHold) {

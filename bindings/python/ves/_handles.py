@@ -23,6 +23,7 @@ class _Handle:
         self.handle = ctypes.c_void_p()
         create = f"Ves{kind}Create"
         call(create, ctypes.byref(self.handle), SCALAR_TYPES[np.dtype(dtype)], subtype)
+        self._as_parameter_ = self.handle  # what ctypes passes for this object
 
     def __enter__(self):
         return self
@@ -84,6 +85,18 @@ class Operator(_Handle):
         """Installs the routine of the same operator in single precision."""
         self._low = _routine_of(apply, np.dtype(dtype), self._guard)
         call("VesMatrixSetShellMatVecLow", self.handle, None, self._low)
+
+    def share_with(self, B, apply, dtype):
+        """Has apply(x, ax, bx) multiply by this operator and by B at once."""
+        def multiply(_, x, ax, bx, rows, columns, ld):
+            source, *images = (view_block(each, dtype, rows, columns, ld) for each in (x, ax, bx))
+            source.flags.writeable = False
+            if not self._guard.attempt_together(apply, source, *images):
+                for image in images:
+                    image[...] = np.nan
+
+        self._pair = _library.PAIR(multiply)
+        call("VesMatrixSetShellPair", self.handle, B.handle, None, self._pair)
 
 
 class Solver(_Handle):

@@ -69,6 +69,7 @@ class StatsStruct(ctypes.Structure):
 
 # (shellData, x, y, nRows, nCols, ld) and (data, progress)
 MATVEC = ctypes.CFUNCTYPE(None, c_void_p, c_void_p, c_void_p, c_int, c_int, c_int)
+PAIR = ctypes.CFUNCTYPE(None, *(c_void_p,) * 4, c_int, c_int, c_int)  # (shellData, x, ax, bx, ...)
 MONITOR = ctypes.CFUNCTYPE(c_int, c_void_p, POINTER(ProgressStruct))
 
 # Functions that return a code.
@@ -76,6 +77,7 @@ _PROTOTYPES = {
     "VesMatrixCreate": (POINTER(c_void_p), c_int, c_int),
     "VesMatrixSetShellMatVec": (c_void_p, c_void_p, MATVEC),
     "VesMatrixSetShellMatVecLow": (c_void_p, c_void_p, MATVEC),
+    "VesMatrixSetShellPair": (c_void_p, c_void_p, c_void_p, PAIR),
     "VesMatrixSetCalledEverywhere": (c_void_p, c_bool),
     "VesVectorCreate": (POINTER(c_void_p), c_int, c_int),
     "VesVectorSetComm_f": (c_void_p, c_int, c_int),

@@ -53,7 +53,7 @@ class Operand:
     def require_definite(self):
         """Refuses what its entries tell not to be positive definite."""
 
-    def _store(self, result, y):
+    def store(self, result, y):
         """Copies what a routine returned into the library's block."""
         result = np.asarray(result)
         if result.shape != y.shape:
@@ -154,7 +154,7 @@ class _Linear(Operand):
         self._operator = operator
 
     def apply(self, x, y):
-        self._store(self._operator.matmat(x), y)
+        self.store(self._operator.matmat(x), y)
 
 
 class _Routine(Operand):
@@ -168,7 +168,7 @@ class _Routine(Operand):
         if self._fills:
             self._function(x, y)
         else:
-            self._store(self._function(x), y)
+            self.store(self._function(x), y)
 
 
 def _required_arguments(name, function):

@@ -158,6 +158,21 @@ class Problem:
             raise ValueError("B has empty rows: the highest values are infinite")
         self.A, self.is_turned = _operators.Negated(self.A), True
 
+    def take_both(self, both):
+        """Takes a routine of the caller that returns A x and B x, None for none. Local."""
+        if both is not None and (self.B is None or not callable(both)):
+            raise TypeError("both must be a callable that returns A X and B X, beside a B")
+        self.both = both
+
+    def multiply_both(self, x, ax, bx):
+        """A x and B x by one routine, counted."""
+        images = self.both(x)
+        for operand, image, y in zip((self.A, self.B), images, (ax, bx)):
+            operand.store(image, y)
+            operand.columns += x.shape[1]
+        if self.is_turned:
+            np.negative(ax, out=ax)
+
     def columns_applied(self):
         """Columns that A and B were applied to on this process, as an array of two."""
         return np.array([0 if each is None else each.columns for each in (self.A, self.B)])
@@ -225,8 +240,8 @@ class Problem:
                              " entries: spread the rows over more processes")
 
     def operator(self, stack, operand, is_mixed=False):
-        """Handle of an operand's routine, which the stack releases; null for None. For runs that
-        begin in single precision a matrix multiplies there with a copy of its entries."""
+        """The library's operator of an operand, which the stack releases; None for None. For runs
+        that begin in single precision a matrix multiplies there with a copy of its entries."""
         if operand is None:
             return None
         operator = stack.enter_context(Operator(operand.multiply, self.dtype, self.guard))
@@ -234,7 +249,7 @@ class Problem:
         low = self.guard.attempt(operand.lowered, low_dtype) if is_mixed else None
         if low is not None:
             operator.set_low(low.multiply, low_dtype)
-        return operator.handle
+        return operator
 
     def agreed(self, choose):
         """What choose() returns, which must be the same on all processes. Collective."""

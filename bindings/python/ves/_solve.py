@@ -15,9 +15,9 @@ from ._problem import Problem
 from ._results import ConvergenceWarning, EigenResult, Progress, Statistics
 
 
-def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, deflate=None, n=None,
-          M=None, v0=None, solver="auto", guard="auto", inner="auto", precision="auto", tol=None,
-          absolute_tol=None, maxiter=1000, batch=None, lock_factor=1.0, detector="residuals",
+def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, deflate=None, both=None,
+          n=None, M=None, v0=None, solver="auto", guard="auto", inner="auto", precision="auto",
+          tol=None, absolute_tol=None, maxiter=1000, batch=None, lock_factor=1.0, detector="residuals",
           passes=None, dtype=None, comm=None, everywhere=False, verify=True, monitor=None,
           progress=False, seed=None, return_eigenvectors=True):
     """Lowest or highest eigenpairs of a Hermitian problem A x = lambda x or A x = lambda B x.
@@ -51,6 +51,9 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
         Columns that the vectors are kept orthogonal to, in B: the null space of A, rigid motions,
         vectors of an earlier run. They need not be orthonormal, and each counts as a dimension
         that is no longer there. Residuals of the run are those of the problem beside them.
+    both : callable, optional
+        Returns A X and B X, where A and B share work, as projections that serve both: LOBPCG calls
+        it where it needs both images, and A and B elsewhere.
     n : int, optional
         Order of the problem, where neither A nor X0 tells it.
     solver : {"auto", "lobpcg", "lobpcg_batch", "ppcg"}
@@ -155,6 +158,7 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
             if _settings.is_highest(which):
                 problem.turn()
             problem.take_deflated(deflate)
+            problem.take_both(both)
             name, is_exact = problem.choose_preconditioner(
                 T, -sigma if problem.is_turned and sigma is not None else sigma)
             settings = _settings.complete(
@@ -259,6 +263,8 @@ class _Run:
         with contextlib.ExitStack() as stack:
             A, B, T = (problem.operator(stack, each, self._settings.is_mixed)
                        for each in (problem.A, problem.B, problem.T))
+            if problem.both is not None:
+                A.share_with(B, problem.multiply_both, problem.dtype)
             X = stack.enter_context(Block(self._vectors, team)).handle
             D = stack.enter_context(Block(self._values, team)).handle
             solver = stack.enter_context(Solver(self._settings))
