@@ -54,8 +54,8 @@ class OnLibves(Eigensolver):
         with warnings.catch_warnings():
             warnings.simplefilter("ignore", ves.ConvergenceWarning)  # of a step none is expected
             result = ves.eigsh(
-                problem.A, wfs.bd.nbands, problem.B, T=problem.T, X0=problem.guess,
-                absolute_tol=self.tolerance, maxiter=self.iterations, comm=self.comm,
+                problem.A, wfs.bd.nbands, problem.B, both=problem.both, T=problem.T,
+                X0=problem.guess, absolute_tol=self.tolerance, maxiter=self.iterations, comm=self.comm,
                 **self.settings)
         problem.put_back(result.vectors)
         kpt.psit.matrix_elements(wfs.pt, out=kpt.projections)
@@ -87,16 +87,22 @@ class _Problem:
 
     def A(self, X, out):
         bands = self._bands(X)
-        image = np.empty_like(bands)
-        self._wfs.apply_pseudo_hamiltonian(self._kpt, self._ham, bands, image)
-        self._augment(self._ham.dH, bands, image)
+        image = self._local_hamiltonian(bands)
+        self._augment(bands, (self._ham.dH, image))
         out[...] = self._columns(image)
 
     def B(self, X, out):
         bands = self._bands(X)
         image = bands.copy()
-        self._augment(self._wfs.setups.dS.apply, bands, image)
+        self._augment(bands, (self._wfs.setups.dS.apply, image))
         out[...] = self._columns(image)
+
+    def both(self, X):
+        """A X and B X, for which the projections are made once."""
+        bands = self._bands(X)
+        images = self._local_hamiltonian(bands), bands.copy()
+        self._augment(bands, *zip((self._ham.dH, self._wfs.setups.dS.apply), images))
+        return [self._columns(image) for image in images]
 
     def T(self, X, out):
         """By the mean kinetic energy: an operator cannot tell which bands its columns are of."""
@@ -119,10 +125,16 @@ class _Problem:
             bands[:, 0] /= np.sqrt(2)
         return bands.view(self._wfs.dtype).T
 
-    def _augment(self, correct, bands, image):
-        """Adds what the projectors make of the bands: a small matrix for each atom."""
+    def _local_hamiltonian(self, bands):
+        image = np.empty_like(bands)
+        self._wfs.apply_pseudo_hamiltonian(self._kpt, self._ham, bands, image)
+        return image
+
+    def _augment(self, bands, *corrections):
+        """Adds to images what the projectors make of the bands: a small matrix for each atom."""
         projections = self._kpt.projections.new(nbands=len(bands), bcomm=None)
         corrected = projections.new()
         self._wfs.pt.integrate(bands, dict(projections.items()), self._kpt.q)
-        correct(projections, out=corrected)
-        self._wfs.pt.add(image, dict(corrected.items()), self._kpt.q)
+        for correct, image in corrections:
+            correct(projections, out=corrected)
+            self._wfs.pt.add(image, dict(corrected.items()), self._kpt.q)
