@@ -233,6 +233,7 @@ public:
   void deflate(const Block<Scalar>& Y) {
     check(VesSolverSetDeflation(handle(), Y.handle()), "VesSolverSetDeflation");
   }
+  /// Ends what deflate began. Throws Error.
   void stopDeflating() {
     check(VesSolverSetDeflation(handle(), nullptr), "VesSolverSetDeflation");
   }
