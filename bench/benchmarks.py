@@ -313,8 +313,9 @@ def main():
         print("==", part, file=sys.stderr, flush=True)
         sections[TITLES[part]] = globals()[part](bench, asked.docs) + "\n"
     text = ["# Performance figures\n",
-            "Made by `scripts/benchmarks`; do not edit. Times are medians of interleaved runs on "
-            "one machine: take them as ratios.\n"]
+            "<!-- Written by a script: do not edit. -->\n",
+            "Made by `scripts/benchmarks`. Times are medians of interleaved runs on one machine: take "
+            "them as ratios.\n"]
     for title in TITLES.values():
         text += [f"## {title}\n", sections.get(title, "Not measured yet.\n").rstrip("\n") + "\n"]
     page.write_text("\n".join(text))
