@@ -154,12 +154,13 @@ void PrintProcesses() {
   for (int size = 2; size <= SizeOfWorld(); size *= 2)
     sizes += ", " + std::to_string(size);
   if (speaks)
-    std::printf("The [reference problems](reference_problems.md) up to order %d from %u random "
-                "starts each on %s\nprocesses; every run on several is compared with that on one.\n\n"
-                "| solver | type | comparisons | same number of iterations | largest difference of"
-                " iterations | largest difference of a value, eps \\|A\\| / \\|B\\| |\n"
-                "|---|---|--:|--:|--:|--:|\n",
-                largestOrder, nSeeds, sizes.c_str());
+    std::printf(
+        "The [reference problems](reference_problems.md) up to order %d from %u random "
+        "starts each on %s\nprocesses; every run on several is compared with that on one.\n\n"
+        "| solver | type | comparisons | same number of iterations | largest difference of"
+        " iterations | largest difference of a value, eps \\|A\\| / \\|B\\| |\n"
+        "|---|---|--:|--:|--:|--:|\n",
+        largestOrder, nSeeds, sizes.c_str());
   for (const VesSolverType solver : allSolvers)
     for (const VesScalarType scalar : allScalars) {
       Spread spread;
