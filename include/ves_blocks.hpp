@@ -149,7 +149,8 @@ template <typename Scalar>
 class Block {
 public:
   /// In storage of its own, zero at first. Throws Error with VES_ERR_INVALID_VALUE for a null
-  /// communicator or a negative dimension, std::bad_alloc where this process cannot have the storage.
+  /// communicator or a negative dimension, std::bad_alloc where this process cannot have the
+  /// storage.
   Block(int nRows, int nCols, MPI_Comm comm = MPI_COMM_WORLD, MPI_Comm second = MPI_COMM_SELF)
       : m_comm(comm), m_second(second),
         m_handle(makeVector<Scalar>(comm, nRows, nCols, nullptr, 1, second)),
