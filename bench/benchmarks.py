@@ -228,15 +228,20 @@ def picture(path, label, series):
     import matplotlib
     matplotlib.use("svg")
     matplotlib.rcParams["svg.hashsalt"] = "ves"
-    from matplotlib import pyplot
-    figure, axes = pyplot.subplots(figsize=(6, 4))
+    from matplotlib import pyplot, ticker
+    figure, axes = pyplot.subplots(figsize=(6, 4.2), layout="constrained")
     for name, points in series.items():
         axes.loglog(*zip(*points), marker="o", label=f"{name}: {exponent(points):.2f}")
     axes.set_xlabel(label)
     axes.set_ylabel("seconds")
+    axes.set_xticks(sorted({x for points in series.values() for x, _ in points}))
+    axes.xaxis.set_minor_locator(ticker.NullLocator())
+    axes.xaxis.set_major_formatter("{x:.0f}")
+    axes.yaxis.set_major_locator(ticker.LogLocator(subs=(1, 2, 5)))
+    axes.yaxis.set_major_formatter("{x:g}")
+    axes.yaxis.set_minor_formatter(ticker.NullFormatter())
     axes.grid(True, which="both", alpha=0.3)
-    axes.legend(title="exponent")
-    figure.tight_layout()
+    axes.legend(title="exponent", loc="lower left", bbox_to_anchor=(0, 1))
     figure.savefig(path, metadata={"Date": None})
     pyplot.close(figure)
 
@@ -308,8 +313,9 @@ def main():
         print("==", part, file=sys.stderr, flush=True)
         sections[TITLES[part]] = globals()[part](bench, asked.docs) + "\n"
     text = ["# Performance figures\n",
-            "Made by `scripts/benchmarks`; do not edit. Times are medians of interleaved runs on "
-            "one machine: take them as ratios.\n"]
+            "<!-- Written by a script: do not edit. -->\n",
+            "Made by `scripts/benchmarks`. Times are medians of interleaved runs on one machine: take "
+            "them as ratios.\n"]
     for title in TITLES.values():
         text += [f"## {title}\n", sections.get(title, "Not measured yet.\n").rstrip("\n") + "\n"]
     page.write_text("\n".join(text))

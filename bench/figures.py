@@ -118,9 +118,10 @@ def mutation(report):
     data = json.loads(pathlib.Path(report).read_text())
     mutants = data["mutants"]
     killed = [m for m in mutants if m["result"] != "survived"]
-    print(f"{len(mutants)} places of src/ drawn with seed {data['seed']} at {data['revision']}: "
+    print(f"{len(mutants)} places of src/ drawn with seed {data['seed']}: "
           f"{len(killed)} changes were noticed ({percent(len(killed), len(mutants))}), "
-          f"{sum(m['result'] == 'timed out' for m in killed)} of them by a time limit.")
+          f"{sum(m['result'] == 'timed out' for m in killed)} of them by a time limit. "
+          f"<!-- commit {data['revision']} -->")
     survivors = [m for m in mutants if m["result"] == "survived"]
     if survivors:
         print("\nNot noticed:\n")

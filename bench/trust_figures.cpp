@@ -48,11 +48,12 @@ void ForAllRuns(VesSolverType solver, VesScalarType scalar, const Visit& visit) 
 void PrintWorst() {
   const bool speaks = RankInWorld() == 0;
   if (speaks)
-    std::printf("The problems of docs/reference_problems.md from %u random starts each, on %d %s;"
-                " all recomputed\nin double precision.\n\n"
-                "| solver | type | runs | converged with the reference's values | worst residual,"
-                " thresholds | worst orthogonality error, eps |\n|---|---|--:|--:|--:|--:|\n",
-                nSeeds, SizeOfWorld(), SizeOfWorld() == 1 ? "process" : "processes");
+    std::printf(
+        "The [reference problems](reference_problems.md) from %u random starts each, on %d %s;"
+        " all recomputed\nin double precision.\n\n"
+        "| solver | type | runs | converged with the reference's values | worst residual,"
+        " thresholds | worst orthogonality error, eps |\n|---|---|--:|--:|--:|--:|\n",
+        nSeeds, SizeOfWorld(), SizeOfWorld() == 1 ? "process" : "processes");
   for (const VesSolverType solver : allSolvers)
     for (const VesScalarType scalar : allScalars) {
       int runs = 0, good = 0;
@@ -154,8 +155,8 @@ void PrintProcesses() {
     sizes += ", " + std::to_string(size);
   if (speaks)
     std::printf(
-        "The problems of docs/reference_problems.md up to order %d from %u random starts each on"
-        " %s\nprocesses; every run on several is compared with that on one.\n\n"
+        "The [reference problems](reference_problems.md) up to order %d from %u random "
+        "starts each on %s\nprocesses; every run on several is compared with that on one.\n\n"
         "| solver | type | comparisons | same number of iterations | largest difference of"
         " iterations | largest difference of a value, eps \\|A\\| / \\|B\\| |\n"
         "|---|---|--:|--:|--:|--:|\n",

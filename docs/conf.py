@@ -23,6 +23,25 @@ nitpick_ignore_regex = [("c:identifier", r"MPI_\w+|size_t|Ves\w+Base"),
 
 html_theme = "furo"
 html_title = "libves"
+# Debian's copy of the theme has these for its button alone, and not where the system asks for dark.
+html_theme_options = {"dark_css_variables": {
+    "color-problematic": "#ee5151",
+    "color-foreground-primary": "#ffffffcc",
+    "color-foreground-secondary": "#9ca0a5",
+    "color-foreground-muted": "#81868d",
+    "color-foreground-border": "#666666",
+    "color-background-primary": "#131416",
+    "color-background-secondary": "#1a1c1e",
+    "color-background-hover": "#1e2124ff",
+    "color-background-hover--transparent": "#1e212400",
+    "color-background-border": "#303335",
+    "color-background-item": "#444",
+    "color-brand-primary": "#2b8cee",
+    "color-brand-content": "#368ce2",
+    "color-highlighted-background": "#083563",
+    "color-api-keyword": "var(--color-foreground-secondary)",
+    "color-highlight-on-target": "#333300",
+}}
 # Browsers set formulas well only in a font made for it, which not every machine has.
 html_static_path = ["style.css",
                     "/usr/share/texmf/fonts/opentype/public/lm-math/latinmodern-math.otf"]

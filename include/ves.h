@@ -503,8 +503,9 @@ VES_EXPORT VesReturnCode VesSolverSetWanted(VesSolver solver, int count) VES_NOE
 /// eigenvectors, A x - lambda B x has a part in B Y as well. B is applied to them, to m
 /// columns, in runs that begin in single precision twice. The block is read in each run and must live
 /// as long, unchanged; null (the default): nothing is kept out. m must be the same on all
-/// processes. A run then is refused with -7 where Y has no storage, -5 where it is distributed
-/// otherwise, -1 where a column is not finite, B is not definite on it, or nothing is left beside Y.
+/// processes. A run then is refused with VES_ERR_NULL_POINTER where Y has no storage,
+/// VES_ERR_MISMATCH where it is distributed otherwise, VES_ERR_INVALID_VALUE where a column is not
+/// finite, B is not definite on it, or nothing is left beside Y.
 /// \return -7 solver is null; -5 Y is of another scalar type; -4 Y is no dense block; 0
 VES_EXPORT VesReturnCode VesSolverSetDeflation(VesSolver solver, VesVector Y) VES_NOEXCEPT;
 

@@ -227,7 +227,7 @@ template <typename Scalar>
 class Solver {
 public:
   /// Throws Error as the setter of each setting that has a value: those of another algorithm are
-  /// refused with -6.
+  /// refused with VES_ERR_INCOMPATIBLE.
   explicit Solver(const Options& options = {}) : m_handle(makeSolver<Scalar>(options.type)) {
     const auto set = [&](auto setter, const auto& value, const char* call) {
       if (value) check(setter(handle(), *value), call);
@@ -269,6 +269,7 @@ public:
   void deflate(const Block<Scalar>& Y) {
     check(VesSolverSetDeflation(handle(), Y.handle()), "VesSolverSetDeflation");
   }
+  /// Ends what deflate began. Throws Error.
   void stopDeflating() {
     check(VesSolverSetDeflation(handle(), nullptr), "VesSolverSetDeflation");
   }

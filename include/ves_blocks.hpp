@@ -148,8 +148,9 @@ private:
 template <typename Scalar>
 class Block {
 public:
-  /// In storage of its own, zero at first. Throws Error -1 for a null communicator or a negative
-  /// dimension, std::bad_alloc where this process cannot have the storage.
+  /// In storage of its own, zero at first. Throws Error with VES_ERR_INVALID_VALUE for a null
+  /// communicator or a negative dimension, std::bad_alloc where this process cannot have the
+  /// storage.
   Block(int nRows, int nCols, MPI_Comm comm = MPI_COMM_WORLD, MPI_Comm second = MPI_COMM_SELF)
       : m_comm(comm), m_second(second),
         m_handle(makeVector<Scalar>(comm, nRows, nCols, nullptr, 1, second)),
@@ -159,8 +160,8 @@ public:
     check(VesVectorDenseSetValues(handle(), data(), m_view.ld()), "VesVectorDenseSetValues");
   }
   /// Over memory of the caller, which must outlive the block; it may be null where the view has no
-  /// entries. Throws Error -1 for a null communicator, a negative dimension or, with memory, ld
-  /// below 1.
+  /// entries. Throws Error with VES_ERR_INVALID_VALUE for a null communicator, a negative dimension
+  /// or, with memory, ld below 1.
   explicit Block(View<Scalar> view, MPI_Comm comm = MPI_COMM_WORLD, MPI_Comm second = MPI_COMM_SELF)
       : m_comm(comm), m_second(second),
         m_handle(makeVector(comm, view.rows(), view.cols(), view.data(), view.ld(), second)),

@@ -35,7 +35,8 @@
 typedef struct VesPetscOperator {
   VesMatrix matrix;       ///< for the library; null where nothing was made
   PetscObject object;     ///< Mat, PC or KSP, which must live as long
-  Vec x, y;               ///< take columns of blocks for their storage
+  Vec x;                  ///< takes columns of blocks for its storage
+  Vec y;                  ///< the same for what becomes of them
   PetscErrorCode failure; ///< the first that a product ended with; the run then is not finite
 } VesPetscOperator;
 

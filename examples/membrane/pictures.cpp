@@ -4,11 +4,12 @@
 #include <cmath>
 #include <fstream>
 #include <iomanip>
+#include <map>
 #include <sstream>
 
 namespace {
 
-constexpr int perRow = 3, levels = 6; // of colour, on either side of zero
+constexpr int perRow = 3, levels = 8; // of colour, on either side of zero
 constexpr double panel = 200.0, margin = 24.0;
 
 // From blue over nearly white to red.
@@ -23,29 +24,81 @@ std::string Colour(int level) {
   return text.str();
 }
 
-// One path for each colour, made of the strips of nodes that have it.
+// Crosses the sides of the cells of nodes where the heights pass a level, linearly along each side.
+class Contours {
+public:
+  Contours(const std::vector<double>& heights, int pitch, double level, double sign)
+      : heights_(heights), pitch_(pitch), level_(level), sign_(sign) {
+    for (int line = 0; line + 1 < pitch; ++line)
+      for (int i = 0; i + 1 < pitch; ++i)
+        Enter(line * pitch + i);
+  }
+
+  // Closed, since heights are zero around the shape; those around holes run the other way.
+  void Draw(std::ostream& out) {
+    while (!next_.empty()) {
+      char command = 'M';
+      for (auto at = next_.begin(); at != next_.end(); at = next_.find(Take(at))) {
+        DrawCrossing(out << command, at->first);
+        command = 'L';
+      }
+      out << 'z';
+    }
+  }
+
+private:
+  // Of a side, which is twice its first node and one more if it goes up, the next on the line.
+  using Crossings = std::map<int, int>;
+
+  bool IsHigh(int node) const { return Height(node) > level_; }
+  double Height(int node) const { return sign_ * heights_[static_cast<std::size_t>(node)]; }
+
+  // Around the cell and leaving what is high, a line goes to where that is entered again.
+  void Enter(int node) {
+    const int corners[] = {node, node + 1, node + 1 + pitch_, node + pitch_, node};
+    const int sides[] = {2 * node, 2 * (node + 1) + 1, 2 * (node + pitch_), 2 * node + 1};
+    for (int j = 0; j < 4; ++j) {
+      if (!IsHigh(corners[j]) || IsHigh(corners[j + 1])) continue;
+      int end = (j + 1) % 4;
+      while (!IsHigh(corners[end + 1]))
+        end = (end + 1) % 4;
+      next_[sides[j]] = sides[end];
+    }
+  }
+
+  int Take(Crossings::iterator at) {
+    const int to = at->second;
+    next_.erase(at);
+    return to;
+  }
+
+  void DrawCrossing(std::ostream& out, int side) const {
+    const int node = side / 2, other = side % 2 == 0 ? node + 1 : node + pitch_;
+    const double part = (level_ - Height(node)) / (Height(other) - Height(node));
+    out << node % pitch_ + (side % 2 == 0 ? part : 0) << ' '
+        << pitch_ - 1 - node / pitch_ - (side % 2 == 0 ? 0 : part);
+  }
+
+  const std::vector<double>& heights_;
+  int pitch_;
+  double level_, sign_;
+  Crossings next_;
+};
+
+// The shape, and on it what is higher than each level, one upon another.
 void DrawMode(std::ostream& out, const Mode& mode, int pitch) {
   const auto [low, high] = std::minmax_element(mode.heights.begin(), mode.heights.end());
-  const double scale = (levels + 0.5) / (-*low > *high ? *low : *high); // the sign is arbitrary
-  const auto level = [&](int line, int i) {
-    const double height = mode.heights[static_cast<std::size_t>(line * pitch + i)];
-    return std::clamp(static_cast<int>(std::lround(scale * height)), -levels, levels);
-  };
-  for (int colour = -levels; colour <= levels; ++colour) {
-    std::ostringstream strips;
-    for (int line = 1; line + 1 < pitch; ++line) {
-      const int width = line <= pitch / 2 ? pitch / 2 : pitch - 1;
-      for (int i = 1, end; i < width; i = end) {
-        for (end = i + 1; end < width && level(line, end) == level(line, i);)
-          ++end;
-        if (level(line, i) == colour)
-          strips << 'M' << i << ' ' << pitch - 1 - line << 'h' << end - i << "v1h" << i - end
-                 << 'z';
-      }
+  const double step = std::max(-*low, *high) / (levels + 0.5);
+  const double sign = -*low > *high ? -1 : 1; // of a vector it is arbitrary
+  const int whole = pitch - 1, half = whole / 2;
+  out << "<path fill=\"" << Colour(0) << "\" d=\"M0 0H" << whole << 'V' << half << 'H' << half
+      << 'V' << whole << "H0z\"/>\n";
+  for (const int side : {-1, 1})
+    for (int colour = 1; colour <= levels; ++colour) {
+      out << "<path fill=\"" << Colour(side * colour) << "\" d=\"";
+      Contours(mode.heights, pitch, (colour - 0.5) * step, sign * side).Draw(out);
+      out << "\"/>\n";
     }
-    if (!strips.str().empty())
-      out << "<path fill=\"" << Colour(colour) << "\" d=\"" << strips.str() << "\"/>\n";
-  }
 }
 
 } // namespace
@@ -63,8 +116,8 @@ bool DrawModes(const std::string& file, const std::vector<Mode>& modes, int pitc
     const Mode& mode = modes[static_cast<std::size_t>(j)];
     out << std::setprecision(4) << "<g transform=\"translate(" << margin + j % perRow * step << ' '
         << margin + j / perRow * (step + margin) << ")\">\n<text x=\"0\" y=\"-6\">" << mode.value
-        << "</text>\n<g transform=\"scale(" << panel / pitch
-        << ")\" shape-rendering=\"crispEdges\">\n";
+        << "</text>\n<g transform=\"scale(" << panel / (pitch - 1) << ")\">\n"
+        << std::setprecision(2);
     DrawMode(out, mode, pitch);
     out << "</g>\n</g>\n";
   }

@@ -12,11 +12,11 @@ cmake --install "$build" --prefix "$prefix" >/dev/null
 pc=$(find "$prefix" -name ves.pc)
 export PKG_CONFIG_PATH=$(dirname "$pc") LD_LIBRARY_PATH=$(dirname "$(dirname "$pc")")
 
-# The README's program and CMakeLists.txt as they stand there.
+# The README's programs, CMakeLists.txt and command lines as they stand there.
 listing() { awk -v lang="$1" '$0 == "```" lang {on = 1; next} /^```/ {on = 0} on' "$2"; }
-listing c "$source/README.md" >"$work/readme/main.c"
+listing python "$source/README.md" | diff - "$source/docs/listings/first_steps.py"
+cp "$source/examples/01_first_steps.c" "$work/readme/main.c"
 listing cmake "$source/README.md" >"$work/readme/CMakeLists.txt"
-diff "$work/readme/main.c" "$source/examples/01_first_steps.c"
 listing cpp "$source/README.md" >"$work/first/main.cpp"
 sed 's/main\.c/main.cpp/' "$work/readme/CMakeLists.txt" >"$work/first/CMakeLists.txt"
 diff "$work/first/main.cpp" "$source/examples/01_first_steps.cpp"
@@ -29,6 +29,9 @@ build_with_cmake "$work/readme"
 "$work/readme/build/main" >"$work/readme/values"
 build_with_cmake "$work/first"
 "$work/first/build/main" | diff - "$work/readme/values"
+listing sh "$source/README.md" | sed "s|PREFIX|$prefix|g; /-o main\$/a ./main | diff - ../readme/values" \
+  >"$work/first/lines"
+(cd "$work/first" && env -u LD_LIBRARY_PATH bash -euo pipefail lines)
 
 if [ -f "$prefix/include/fortran/ves.mod" ]; then
   mkdir "$work/fortran"
