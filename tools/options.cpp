@@ -1,7 +1,6 @@
 #include "options.h"
-#include "names.h"
-
 #include "error.h"
+#include "names.h"
 
 #include <CLI/CLI.hpp>
 
@@ -248,7 +247,12 @@ void DescribeSolve(CLI::App& app, Options& options) {
       ->check(filled)
       ->type_name("FILE")
       ->group(group);
-  app.add_flag("-q,--quiet", output.isQuiet, "print errors alone")->group(group);
+  CLI::Option* quiet = app.add_flag("-q,--quiet", output.isQuiet, "print errors alone");
+  app.add_flag("--progress", output.showsProgress,
+               "print lines about the run while it lasts, for mpirun and logs")
+      ->excludes(quiet)
+      ->group(group);
+  quiet->group(group);
 }
 
 void DescribeBench(CLI::App& app, Options& options) {

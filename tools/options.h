@@ -61,6 +61,7 @@ struct PreconditionerOptions {
 struct OutputOptions {
   std::string json, vectors, plot;
   bool isQuiet = false;
+  bool showsProgress = false; ///< in plain lines, wherever the run is
 };
 
 struct Options {

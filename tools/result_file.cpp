@@ -148,7 +148,7 @@ bool WriteResult(const std::string& path, const RunResult& result, const Options
   json["version"] = VesGetVersion();
   json["problem"] = DescribeProblem(result, options, folder);
   json["solver"] = DescribeSolver(result);
-  json["reason"] = VesReasonString(result.reason);
+  json["reason"] = result.Reason();
   json["iterations"] = result.iterations;
   json["converged"] = result.converged;
   json["eigenvalues"] = result.values;

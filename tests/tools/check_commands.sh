@@ -106,6 +106,10 @@ expect 0 "in 0 iterations" solve a.mtx -k 8 --start results/a.x
 chain 100 12 0 | tail -4 >exact
 expect 0 "4 of 4" solve a.mtx -k 4 --deflate results/a.x --json beside.json --tol 1e-9
 agree beside.json 1e-8
+expect 0 "iteration 0: 0 of 3 pairs" solve a.mtx -k 3 --precond none --progress
+[ "$processes" -gt 1 ] || sed '1,/^residuals below/d' output | grep -q '^iteration 0' || fail "a late head"
+"$ves" solve a.mtx -k 3 --json unread.json | true
+[ -s unread.json ] || fail "a run ended with the reader of its head"
 expect 0 "" solve a.mtx -k 3 --quiet
 [ -s output ] && fail "--quiet was not"
 chain 100 6 1 >exact
@@ -153,7 +157,7 @@ sed '/"eigenvalues"/,/]/ s/0\.00[0-9]*/0.0012/' results/a.json >results/wrong.js
 expect 1 "WRONG  residuals" check results/wrong.json
 [ "$processes" -gt 1 ] || tampered_results
 expect 1 "not converged" solve a.mtx -k 3 --max-iter 1 --precond none
-expect 1 "time limit" solve a.mtx -k 3 --precond none --time-limit 1e-9 --json stopped.json --vectors stopped.x
+expect 1 "stopped by the time limit" solve a.mtx -k 3 --precond none --time-limit 1e-9 --json stopped.json --vectors stopped.x
 expect 1 "WRONG  convergence" check stopped.json
 
 # Complaints: options, then files.
