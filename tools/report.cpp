@@ -25,7 +25,7 @@ std::string Bytes(double bytes) {
 
 void PrintSettings(std::ostream& out, const RunResult& result) {
   const RunSettings& settings = result.settings;
-  const std::string which = "lowest pair";
+  const std::string which = settings.isLargest ? "largest pair" : "lowest pair";
   out << Counted(settings.pairs, which, which + "s");
   if (settings.guard > 0) out << " and " << Counted(settings.guard, "guard", "guards");
   out << " by " << NameOf(solverNames, settings.solver);

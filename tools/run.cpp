@@ -72,6 +72,9 @@ void AddPairs(const Problem<Scalar>& problem, const ves::Operator<Scalar>& a,
   const int pairs = result.settings.pairs; // without the guards
   result.values.assign(values.begin(), values.begin() + pairs);
   result.residuals.assign(residuals.begin(), residuals.begin() + pairs);
+  if (result.settings.isLargest) // those of -A; no zero becomes a negative one
+    for (double& value : result.values)
+      value = 0.0 - value;
 }
 
 template <typename Scalar>
@@ -158,6 +161,7 @@ RunResult RunWith(const Options& options, MPI_Comm comm, const RunListener& begi
     Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, data, comm);
     const std::string preconditioner = AddPreconditioner(options.preconditioner, problem);
     AddLowOperators(options, data, problem);
+    if (options.solver.isLargest) problem.NegateA();
     data = {};
     return Run(problem, preconditioner, options.solver, options.output, begins);
   });

@@ -17,7 +17,7 @@ namespace VesTools {
 struct RunSettings {
   VesSolverType solver = VES_LOBPCG;
   int pairs = 0, guard = 0, innerSteps = 0, batch = 0, batchLimit = 0, orthoPasses = 0;
-  bool isMixed = false;
+  bool isMixed = false, isLargest = false;
   VesDenseEigenSolverType dense = VES_LAPACK_DIAG;
   double normA = 0.0;     ///< estimate of ||A||
   double normB = 1.0;     ///< estimate of ||B||, 1 in the standard problem
@@ -36,7 +36,7 @@ struct RunResult {
   VesSolverReason reason = VES_REASON_NONE;
   Stop stop = Stop::none; ///< what the monitor ended it for
   int iterations = 0, converged = 0;
-  std::vector<double> values;    ///< ascending
+  std::vector<double> values;    ///< ascending, of the largest pairs descending
   std::vector<double> residuals; ///< ||A x - lambda B x||, recomputed
   double orthoError = 0.0;       ///< largest entry of |X^H B X - I|, recomputed
   VesSolverStats stats{};
@@ -56,8 +56,9 @@ struct RunResult {
 /// Hears of a run on all processes when all but its result is known.
 using RunListener = std::function<void(const RunResult& head)>;
 
-/// Computes the lowest pairs. With output.vectors they are written to that file; a
-/// failure of that is noted in the result, which must not be lost with them. Collective.
+/// Computes the lowest pairs, which are the highest of A where A was negated. With output.vectors
+/// they are written to that file; a failure of that is noted in the result, which must not be lost
+/// with them. Collective.
 template <typename Scalar>
 RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
               const SolverOptions& options, const OutputOptions& output,
