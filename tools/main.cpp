@@ -1,6 +1,7 @@
 #include "bench.h"
 #include "check.h"
 #include "error.h"
+#include "hints.h"
 #include "info.h"
 #include "kernels.h"
 #include "options.h"
@@ -36,6 +37,7 @@ int Solve(const Options& options, const Kernels& kernels, std::ostream& out, MPI
   if (!options.output.isQuiet) {
     PrintReport(out, result);
     PrintAdvice(out, kernels);
+    PrintHints(out, result, options);
   }
   out.flush();
   AgreeOn(complaint, exitInput, comm);

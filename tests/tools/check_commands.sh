@@ -162,7 +162,8 @@ expect 3 "8 vectors for 9 eigenvalues" check results/more.json
 sed '/"eigenvalues"/,/]/ s/0\.00[0-9]*/0.0012/' results/a.json >results/wrong.json
 expect 1 "WRONG  residuals" check results/wrong.json
 [ "$processes" -gt 1 ] || tampered_results
-expect 1 "not converged" solve a.mtx -k 3 --max-iter 1 --precond none
+expect 1 "try         --precond" solve a.mtx -k 3 --max-iter 1 --precond none
+expect 1 "stand at the rounding of ||A||" solve a.mtx -k 3 --tol 1e-18
 expect 1 "stopped by the time limit" solve a.mtx -k 3 --precond none --time-limit 1e-9 --json stopped.json --vectors stopped.x
 expect 1 "WRONG  convergence" check stopped.json
 
