@@ -247,7 +247,7 @@ void DescribeSolve(CLI::App& app, Options& options) {
       ->check(filled)
       ->type_name("FILE")
       ->group(group);
-  app.add_option("--plot", output.plot, "draw the residuals against the iterations (SVG)")
+  app.add_option("--plot", output.plot, "draw residuals by iteration, values and costs (SVG)")
       ->check(filled)
       ->type_name("FILE")
       ->group(group);

@@ -100,7 +100,7 @@ expect 0 "8 of 8 pairs converged" solve a.mtx -k 8 --json results/a.json --vecto
   --plot results/a.svg --tol 1e-9
 chain 100 8 0 >exact
 agree results/a.json 1e-8
-[ "$(grep -c '<path class="pair"' results/a.svg)" -eq 8 ] || fail "a picture without its lines"
+[ "$(grep -c '<path class="pair"\|<circle\|>threshold<' results/a.svg)" -eq 17 ] || fail "a picture without its lines"
 expect 0 "good   residuals" check results/a.json
 on_one_process expect 0 "good   orthogonality" check results/a.json
 expect 0 "in 0 iterations" solve a.mtx -k 8 --start results/a.x
