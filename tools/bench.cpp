@@ -11,7 +11,7 @@
 namespace VesTools {
 namespace {
 
-void PrintHead(std::ostream& out, const RunResult& first) {
+void PrintTableHead(std::ostream& out, const RunResult& first) {
   PrintProblem(out, first);
   out << first.settings.pairs << " pairs, preconditioner " << first.preconditioner << ", threshold "
       << std::setprecision(2) << first.settings.threshold << "\n\n"
@@ -44,10 +44,10 @@ bool Compare(const Options& options, const ProblemData& data, std::ostream& out,
   for (const auto& [name, type] : solverNames) {
     solver.type = type;
     const RunResult run = Run(problem, preconditioner, solver, quiet);
-    if (type == solverNames.begin()->second) PrintHead(out, first = run);
+    if (type == solverNames.begin()->second) PrintTableHead(out, first = run);
     PrintRun(out, run, first);
     isGood = isGood && run.IsAccepted();
-    if (run.reason == VES_REASON_MONITOR && solver.timeLimit == 0.0) break; // interrupted
+    if (run.stop == Stop::interrupt) break;
   }
   return isGood;
 }

@@ -19,7 +19,7 @@ struct Verdict {
   int wrongResiduals = 0;     ///< converged pairs beyond what the detector or the file allows
   double worstResidual = 0.0; ///< of the converged pairs
   double orthoError = 0.0, orthoBound = 0.0;
-  int wrongOrder = 0; ///< values that are lower than the one before
+  int wrongOrder = 0; ///< values on the wrong side of the one before
 };
 
 // The library confirms orthonormality to these.
@@ -28,9 +28,10 @@ constexpr double orthoBound = sizeof(std::real(Scalar())) == sizeof(float) ? 1e-
 
 // Values of close pairs may be in any order within their errors.
 int CountWrongOrder(const Claim& claim, double error) {
+  const double sign = claim.isLargest ? -1.0 : 1.0;
   int wrong = 0;
   for (std::size_t j = 1; j < claim.values.size(); ++j)
-    if (!(claim.values[j] >= claim.values[j - 1] - error)) ++wrong;
+    if (!(sign * claim.values[j] >= sign * claim.values[j - 1] - error)) ++wrong;
   return wrong;
 }
 
@@ -87,7 +88,8 @@ bool Report(const Claim& claim, const Verdict& verdict, std::ostream& out) {
   line("orthogonality", isOrthonormal)
       << verdict.orthoError << ", bound " << verdict.orthoBound << "\n";
   line("order", verdict.wrongOrder == 0)
-      << verdict.wrongOrder << " eigenvalues are below the one before\n";
+      << verdict.wrongOrder << " eigenvalues are " << (claim.isLargest ? "above" : "below")
+      << " the one before\n";
   return hasAll && hasResiduals && isOrthonormal && verdict.wrongOrder == 0;
 }
 

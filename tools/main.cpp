@@ -1,6 +1,7 @@
 #include "bench.h"
 #include "check.h"
 #include "error.h"
+#include "hints.h"
 #include "info.h"
 #include "kernels.h"
 #include "options.h"
@@ -12,6 +13,7 @@
 #include <mpi.h>
 #include <ves.hpp>
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <new>
@@ -22,12 +24,20 @@ using namespace VesTools;
 
 int Solve(const Options& options, const Kernels& kernels, std::ostream& out, MPI_Comm comm) {
   ProbeOutput(options, comm);
-  const RunResult result = RunWith(options, comm);
+  // A reader of the head that has gone must not end the run, whose files are still to come.
+  const auto ofPipe = std::signal(SIGPIPE, SIG_IGN);
+  const RunResult result = RunWith(options, comm, [&](const RunResult& head) {
+    if (options.output.isQuiet) return;
+    PrintHead(out, head);
+    out.flush();
+  });
+  std::signal(SIGPIPE, ofPipe);
   // Before the report, whose reader may have gone, but without an end to the run by a failure.
   const std::string complaint = Rank(comm) == 0 ? WriteFiles(result, options) : "";
   if (!options.output.isQuiet) {
     PrintReport(out, result);
     PrintAdvice(out, kernels);
+    PrintHints(out, result, options);
   }
   out.flush();
   AgreeOn(complaint, exitInput, comm);

@@ -1,6 +1,7 @@
 #include "matrix_market.h"
 
 #include "parallel.h"
+#include "text_file.h"
 #include "text_lines.h"
 
 #include <algorithm>
@@ -78,12 +79,12 @@ std::string ReadDimensions(std::string_view line, Header& header) {
 std::string ReadHeader(const std::string& path, Header& header) {
   std::string line, complaint = ComplaintOfFile(path);
   if (!complaint.empty()) return complaint;
-  std::ifstream file(path, std::ios::binary);
+  const auto file = OpenText(path);
   long long number = 0;
   const auto at = [&](const std::string& text) {
     return text.empty() ? "" : path + ":" + std::to_string(std::max(number, 1LL)) + ": " + text;
   };
-  while (std::getline(file, line)) {
+  while (std::getline(*file, line)) {
     header.data.byte += static_cast<long long>(line.size()) + 1;
     ++number;
     std::string_view words = line;
@@ -97,6 +98,9 @@ std::string ReadHeader(const std::string& path, Header& header) {
     }
     if (!complaint.empty()) return at(complaint);
   }
+  long long bytes = 0;
+  if (file->bad()) complaint = MeasureText(path, bytes);
+  if (!complaint.empty()) return complaint;
   return at(number == 0 ? "the file is empty" : "the line of dimensions is missing");
 }
 

@@ -2,11 +2,11 @@
 
 #include "matrix_market.h"
 #include "parallel.h"
+#include "text_file.h"
 #include "text_lines.h"
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <limits>
 #include <tuple>
 
@@ -38,9 +38,8 @@ std::vector<int> ParseSizes(const std::string& text, int dimension) {
 bool IsMatrixMarket(const std::string& path, MPI_Comm comm) {
   int verdict = 0;
   if (Rank(comm) == 0 && ComplaintOfFile(path).empty()) {
-    std::ifstream file(path, std::ios::binary);
     std::array<char, 2> begin{};
-    file.read(begin.data(), begin.size());
+    OpenText(path)->read(begin.data(), begin.size());
     verdict = begin[0] == '%' && begin[1] == '%' ? 1 : 0;
   }
   MPI_Bcast(&verdict, 1, MPI_INT, 0, comm);

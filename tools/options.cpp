@@ -1,7 +1,8 @@
 #include "options.h"
-#include "names.h"
 
+#include "closest.h"
 #include "error.h"
+#include "names.h"
 
 #include <CLI/CLI.hpp>
 
@@ -229,6 +230,8 @@ void DescribeSolve(CLI::App& app, Options& options) {
       ->type_name("FILE")
       ->group("Problem");
   DescribeRun(app, options.solver, options.preconditioner);
+  app.add_flag("--largest", options.solver.isLargest, "the highest pairs, from the largest down")
+      ->group("Problem");
   app.add_option("--start", options.solver.start, "guess from a Matrix Market file")
       ->check(filled)
       ->type_name("FILE")
@@ -244,11 +247,16 @@ void DescribeSolve(CLI::App& app, Options& options) {
       ->check(filled)
       ->type_name("FILE")
       ->group(group);
-  app.add_option("--plot", output.plot, "draw the residuals against the iterations (SVG)")
+  app.add_option("--plot", output.plot, "draw residuals by iteration, values and costs (SVG)")
       ->check(filled)
       ->type_name("FILE")
       ->group(group);
-  app.add_flag("-q,--quiet", output.isQuiet, "print errors alone")->group(group);
+  CLI::Option* quiet = app.add_flag("-q,--quiet", output.isQuiet, "print errors alone");
+  app.add_flag("--progress", output.showsProgress,
+               "print lines about the run while it lasts, for mpirun and logs")
+      ->excludes(quiet)
+      ->group(group);
+  quiet->group(group);
 }
 
 void DescribeBench(CLI::App& app, Options& options) {
@@ -303,6 +311,32 @@ Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench,
   return commands;
 }
 
+// What the program did not expect, with a name of that kind which is close to it.
+std::string Suggestion(const CLI::App& app) {
+  std::vector<std::string> names;
+  const auto rest = app.remaining(true);
+  if (rest.empty()) return "";
+  const auto chosen = app.get_subcommands();
+  if (rest.front().front() != '-') {
+    for (const CLI::App* command : app.get_subcommands({}))
+      names.push_back(command->get_name());
+    return chosen.empty() ? DidYouMean(rest.front(), names) : "";
+  }
+  for (const CLI::Option* option : (chosen.empty() ? &app : chosen.front())->get_options({}))
+    if (!option->get_lnames().empty()) names.push_back("--" + option->get_lnames().front());
+  return DidYouMean(rest.front().substr(0, rest.front().find('=')), names);
+}
+
+// Preconditioners are made from A, whose lowest pairs they serve; on the largest they only cost.
+void PrepareForLargest(Options& options) {
+  Preconditioner& kind = options.preconditioner.kind;
+  if (!options.solver.isLargest || kind == Preconditioner::inner) return;
+  if (kind != Preconditioner::automatic && kind != Preconditioner::none)
+    throw CLI::ValidationError("--largest", "--precond " + NameOf(preconditionerNames, kind) +
+                                                " serves the lowest pairs; take none or inner");
+  kind = Preconditioner::none;
+}
+
 // Either files or a model; the empty name of a B that was not given goes.
 void RequireProblem(ProblemOptions& problem) {
   const bool hasFile = !problem.files.front().empty();
@@ -323,11 +357,14 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::os
     app.parse(argc, argv);
     // After the parsing, which names a command that there is not.
     if (app.get_subcommands().empty()) throw CLI::RequiredError("solve, check, bench or info");
-    if (commands.solve->parsed()) RequireProblem(solve.problem);
+    if (commands.solve->parsed()) {
+      RequireProblem(solve.problem);
+      PrepareForLargest(solve);
+    }
   } catch (const CLI::Success& success) {
     return app.exit(success, out, err);
   } catch (const CLI::ParseError& error) {
-    err << "ves: " << error.what() << " (--help explains the options)\n";
+    err << "ves: " << error.what() << Suggestion(app) << " (--help explains the options)\n";
     return exitUsage;
   }
   check.command = Command::check;

@@ -29,6 +29,7 @@ struct ProblemOptions {
 /// What the library is told; what is not given stays as the library or "auto" has it.
 struct SolverOptions {
   std::optional<int> pairs; ///< 6, or the order if that is less
+  bool isLargest = false;   ///< the highest pairs in place of the lowest
   std::optional<int> guard; ///< columns behind them, as far as the order goes
   std::optional<int> innerSteps;
   Precision precision = Precision::automatic;
@@ -61,6 +62,7 @@ struct PreconditionerOptions {
 struct OutputOptions {
   std::string json, vectors, plot;
   bool isQuiet = false;
+  bool showsProgress = false; ///< in plain lines, wherever the run is
 };
 
 struct Options {

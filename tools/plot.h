@@ -7,8 +7,8 @@
 
 namespace VesTools {
 
-/// Draws the residual of every pair against the iterations on a logarithmic axis, with the
-/// threshold where it is a bound of residuals.
+/// Draws a run: the residual of every pair against the iterations on a logarithmic axis, with the
+/// threshold where it is a bound of residuals; the values found; where the time went.
 void WritePlot(std::ostream& out, const RunResult& result);
 
 } // namespace VesTools

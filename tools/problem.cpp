@@ -1,5 +1,6 @@
 #include "problem.h"
 
+#include "closest.h"
 #include "matrix_market.h"
 #include "models.h"
 #include "names.h"
@@ -69,8 +70,10 @@ void LoadModel(const std::string& model, ProblemData& data, MPI_Comm comm) {
   else if (name == graphModel)
     data.a = ReadGraph(arguments, comm);
   else
-    throw Error(exitUsage, "--model: '" + name +
-                               "' is none of laplace1d, laplace2d, laplace3d, graph and silicon");
+    throw Error(
+        exitUsage,
+        "--model: '" + name + "' is none of laplace1d, laplace2d, laplace3d, graph and silicon" +
+            DidYouMean(name, {"laplace1d", "laplace2d", "laplace3d", graphModel, "silicon"}));
   data.offsets = BalancedRows({&data.a}, comm);
   MoveToOwners(data.a, data.offsets, comm);
   RequireHermitian(data.a, data.offsets, comm);

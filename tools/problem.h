@@ -8,6 +8,7 @@
 #include <ves.h>
 
 #include <complex>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -23,6 +24,17 @@ using Low = std::conditional_t<std::is_floating_point_v<Scalar>, float, std::com
 /// y = Op x on the local rows of a block; called on processes with rows alone.
 template <typename Scalar>
 using BlockOperator = std::function<void(const Scalar* x, Scalar* y, int nCols, int ld)>;
+
+/// y = -Op x.
+template <typename Scalar>
+BlockOperator<Scalar> Negated(const BlockOperator<Scalar>& apply, int rows) {
+  return [apply, rows](const Scalar* x, Scalar* y, int nCols, int ld) {
+    apply(x, y, nCols, ld);
+    for (std::ptrdiff_t j = 0; j < nCols; ++j)
+      for (std::ptrdiff_t i = 0; i < rows; ++i)
+        y[i + j * ld] = -y[i + j * ld];
+  };
+}
 
 /// A x = lambda x or A x = lambda B x with rows distributed over comm. A is a sparse matrix or,
 /// where matrixA is null, an operator with a preconditioner of its own.
@@ -41,6 +53,14 @@ struct Problem {
   int LocalRows() const { return FirstRowOf(Rank() + 1) - FirstRow(); }
   int FirstRow() const { return FirstRowOf(Rank()); }
   bool IsGeneralized() const { return static_cast<bool>(b); }
+
+  /// Puts -A in place of A, whose lowest pairs are the highest of A. Entries stay, and the random
+  /// guess loses the weights that were made for the lowest.
+  void NegateA() {
+    a = Negated(a, LocalRows());
+    if (lowA) lowA = Negated(lowA, LocalRows());
+    guessWeights.clear();
+  }
 
 private:
   int Rank() const {

@@ -11,13 +11,6 @@
 namespace VesTools {
 namespace {
 
-/// A number with a few digits.
-std::string Short(double value, int digits = 2) {
-  std::ostringstream text;
-  text << std::setprecision(digits) << value;
-  return text.str();
-}
-
 std::string Counted(long long count, const std::string& one, const std::string& more) {
   return std::to_string(count) + " " + (count == 1 ? one : more);
 }
@@ -30,15 +23,12 @@ std::string Bytes(double bytes) {
   return Short(bytes, 3) + " " + units[unit];
 }
 
-// The monitor of the program acts for its user.
-const char* ReasonOf(const RunResult& result) {
-  return result.reason == VES_REASON_MONITOR ? "stopped by the time limit or an interrupt"
-                                             : VesReasonString(result.reason);
-}
-
 void PrintSettings(std::ostream& out, const RunResult& result) {
   const RunSettings& settings = result.settings;
-  out << NameOf(solverNames, settings.solver);
+  const std::string which = settings.isLargest ? "largest pair" : "lowest pair";
+  out << Counted(settings.pairs, which, which + "s");
+  if (settings.guard > 0) out << " and " << Counted(settings.guard, "guard", "guards");
+  out << " by " << NameOf(solverNames, settings.solver);
   if (settings.solver == VES_LOBPCG_BATCH) {
     out << " of " << settings.batch;
     if (settings.batchLimit > settings.batch) out << " to " << settings.batchLimit;
@@ -68,20 +58,33 @@ void PrintPairs(std::ostream& out, const RunResult& result) {
 
 void PrintCosts(std::ostream& out, const RunResult& result) {
   const VesSolverStats& stats = result.stats;
-  const double operators = result.secondsA + result.secondsB;
-  const double rest = stats.secondsTotal - operators - result.secondsT - stats.secondsDense;
   out << "columns     A " << stats.columnsA;
   if (result.nonZerosB > 0) out << ", B " << stats.columnsB;
   if (stats.columnsT > 0) out << ", preconditioner " << stats.columnsT;
   if (stats.columnsLow > 0) out << "; of A " << stats.columnsLow << " in single precision";
-  out << "\ntime        " << Short(stats.secondsTotal, 3) << " s: operator " << Short(operators)
-      << ", preconditioner " << Short(result.secondsT) << ", small problems "
-      << Short(stats.secondsDense) << ", rest " << Short(std::max(rest, 0.0)) << "\nmemory      "
-      << Bytes(result.bytesTaken) << ", forecast " << Bytes(result.bytesForecast)
-      << (result.processes > 1 ? " a process\n" : "\n");
+  out << "\ntime        " << Short(stats.secondsTotal, 3) << " s: A " << Short(result.secondsA);
+  if (result.nonZerosB > 0) out << ", B " << Short(result.secondsB);
+  if (stats.columnsT > 0) out << ", preconditioner " << Short(result.secondsT);
+  out << ", small problems " << Short(stats.secondsDense) << "\nblocks      "
+      << Short(SecondsOfBlocks(stats)) << " s between these: products of blocks";
+  if (result.processes > 1)
+    out << ", " << Counted(stats.reductions, "reduction", "reductions") << " of "
+        << Bytes(static_cast<double>(stats.bytesReduced));
+  out << "\nmemory      " << Bytes(result.bytesTaken) << ", forecast "
+      << Bytes(result.bytesForecast) << (result.processes > 1 ? " a process\n" : "\n");
 }
 
 } // namespace
+
+std::string Short(double value, int digits) {
+  std::ostringstream text;
+  text << std::setprecision(digits) << value;
+  return text.str();
+}
+
+double SecondsOfBlocks(const VesSolverStats& stats) {
+  return std::max(stats.secondsTotal - stats.secondsOperators - stats.secondsDense, 0.0);
+}
 
 void PrintProblem(std::ostream& out, const RunResult& result) {
   out << result.title << "\n" << NameOf(scalarNames, result.scalar) << ", order " << result.order;
@@ -90,14 +93,17 @@ void PrintProblem(std::ostream& out, const RunResult& result) {
   out << ", " << Counted(result.processes, "process", "processes") << "\n";
 }
 
-void PrintReport(std::ostream& out, const RunResult& result) {
+void PrintHead(std::ostream& out, const RunResult& result) {
   PrintProblem(out, result);
   PrintSettings(out, result);
+}
+
+void PrintReport(std::ostream& out, const RunResult& result) {
   PrintPairs(out, result);
   out << "\n"
       << result.converged << " of " << Counted(result.settings.pairs, "pair", "pairs")
       << " converged in " << Counted(result.iterations, "iteration", "iterations") << ": "
-      << ReasonOf(result) << "\northogonality to " << Short(result.orthoError) << "\n";
+      << result.Reason() << "\northogonality to " << Short(result.orthoError) << "\n";
   PrintCosts(out, result);
 }
 

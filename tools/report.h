@@ -4,8 +4,19 @@
 #include "run.h"
 
 #include <ostream>
+#include <string>
 
 namespace VesTools {
+
+/// A number with a few digits.
+std::string Short(double value, int digits = 2);
+
+/// What the library spends between the operators and small problems: products of blocks and, on
+/// several processes, reductions.
+double SecondsOfBlocks(const VesSolverStats& stats);
+
+/// What is solved and how, before the run.
+void PrintHead(std::ostream& out, const RunResult& result);
 
 /// The table of pairs and what the run took, for people.
 void PrintReport(std::ostream& out, const RunResult& result);

@@ -58,6 +58,7 @@ Json DescribeSolver(const RunResult& result) {
   const RunSettings& settings = result.settings;
   return {{"name", NameOf(solverNames, settings.solver)},
           {"preconditioner", result.preconditioner},
+          {"which", settings.isLargest ? "largest" : "lowest"},
           {"pairs", settings.pairs},
           {"processes", result.processes},
           {"detector", NameOf(detectorNames, result.detector)},
@@ -132,6 +133,7 @@ Claim ParseClaim(const Json& json, const fs::path& folder) {
   if (claim.converged < 0 || claim.converged > static_cast<int>(claim.values.size()))
     throw std::runtime_error("more pairs converged than there are, or fewer than none");
   const Json& solver = json.at("solver");
+  claim.isLargest = solver.value("which", "lowest") == "largest";
   claim.processes = solver.at("processes").get<int>();
   claim.detector = ChoiceOf(detectorNames, solver.at("detector"));
   claim.threshold = solver.at("threshold").get<double>();
@@ -148,7 +150,7 @@ bool WriteResult(const std::string& path, const RunResult& result, const Options
   json["version"] = VesGetVersion();
   json["problem"] = DescribeProblem(result, options, folder);
   json["solver"] = DescribeSolver(result);
-  json["reason"] = VesReasonString(result.reason);
+  json["reason"] = result.Reason();
   json["iterations"] = result.iterations;
   json["converged"] = result.converged;
   json["eigenvalues"] = result.values;

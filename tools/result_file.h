@@ -20,6 +20,7 @@ struct Claim {
   ProblemOptions problem;
   std::string vectors;
   std::vector<double> values, residuals;
+  bool isLargest = false; ///< values descend
   int converged = 0, processes = 1;
   VesConvergeDetectorType detector = VES_RESIDUALS;
   double threshold = 0.0, normA = 0.0, normB = 0.0;

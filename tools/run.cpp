@@ -10,8 +10,6 @@
 #include "settings.h"
 #include "timed_operator.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <optional>
 
@@ -74,6 +72,9 @@ void AddPairs(const Problem<Scalar>& problem, const ves::Operator<Scalar>& a,
   const int pairs = result.settings.pairs; // without the guards
   result.values.assign(values.begin(), values.begin() + pairs);
   result.residuals.assign(residuals.begin(), residuals.begin() + pairs);
+  if (result.settings.isLargest) // those of -A; no zero becomes a negative one
+    for (double& value : result.values)
+      value = 0.0 - value;
 }
 
 template <typename Scalar>
@@ -100,6 +101,11 @@ std::string WriteVectors(const std::string& path, const Problem<Scalar>& problem
 
 } // namespace
 
+std::string RunResult::Reason() const {
+  if (reason != VES_REASON_MONITOR) return VesReasonString(reason);
+  return stop == Stop::interrupt ? "stopped by an interrupt" : "stopped by the time limit";
+}
+
 bool RunResult::IsAccepted() const {
   if (converged < settings.pairs) return false;
   for (std::size_t j = 0; j < residuals.size(); ++j)
@@ -109,7 +115,8 @@ bool RunResult::IsAccepted() const {
 
 template <typename Scalar>
 RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
-              const SolverOptions& options, const OutputOptions& output) {
+              const SolverOptions& options, const OutputOptions& output,
+              const RunListener& begins) {
   RunResult result;
   DescribeProblem(problem, result);
   result.preconditioner = preconditioner;
@@ -124,10 +131,10 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
              t = TimedOperator(problem.t, seconds[2], problem.lowT);
   const auto x = MakePairs(problem, columns);
   FillGuess(problem, options, columns, x->data());
-  const bool isLive = !output.isQuiet && Rank(problem.comm) == 0 && isatty(STDERR_FILENO) != 0;
+  if (begins) begins(result);
   ves::Outcome<Scalar> found;
   {
-    RunMonitor monitor(isLive, options.timeLimit, pairs);
+    RunMonitor monitor(ChooseProgress(output, problem.comm), options.timeLimit, pairs);
     ves::Options library = LibraryOptions(result.settings, options);
     library.monitor = [&](const VesProgress& progress) { return monitor.Note(progress); };
     ves::Solver<Scalar> solver(library);
@@ -135,6 +142,8 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
     const MemoryMeter memory;
     found = solver.solve(a, b, t, *x);
     result.history = monitor.GetHistory();
+    result.stop = monitor.GetStop();
+    MPI_Bcast(&result.stop, sizeof(result.stop), MPI_BYTE, 0, problem.comm);
     AddCosts(solver, found, problem, memory.Taken(), result);
   }
   result.secondsA = seconds[0];
@@ -145,15 +154,16 @@ RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
   return result;
 }
 
-RunResult RunWith(const Options& options, MPI_Comm comm) {
+RunResult RunWith(const Options& options, MPI_Comm comm, const RunListener& begins) {
   ProblemData data = LoadProblem(options.problem, comm);
   return WithScalar(data.scalar, [&](auto* tag) {
     using Scalar = std::remove_pointer_t<decltype(tag)>;
     Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, data, comm);
     const std::string preconditioner = AddPreconditioner(options.preconditioner, problem);
     AddLowOperators(options, data, problem);
+    if (options.solver.isLargest) problem.NegateA();
     data = {};
-    return Run(problem, preconditioner, options.solver, options.output);
+    return Run(problem, preconditioner, options.solver, options.output, begins);
   });
 }
 

@@ -7,6 +7,7 @@
 
 #include <mpi.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,7 @@ namespace VesTools {
 struct RunSettings {
   VesSolverType solver = VES_LOBPCG;
   int pairs = 0, guard = 0, innerSteps = 0, batch = 0, batchLimit = 0, orthoPasses = 0;
-  bool isMixed = false;
+  bool isMixed = false, isLargest = false;
   VesDenseEigenSolverType dense = VES_LAPACK_DIAG;
   double normA = 0.0;     ///< estimate of ||A||
   double normB = 1.0;     ///< estimate of ||B||, 1 in the standard problem
@@ -33,8 +34,9 @@ struct RunResult {
   long long nonZerosA = 0, nonZerosB = 0; ///< 0 for a model without entries, or without B
   RunSettings settings;
   VesSolverReason reason = VES_REASON_NONE;
+  Stop stop = Stop::none; ///< what the monitor ended it for
   int iterations = 0, converged = 0;
-  std::vector<double> values;
+  std::vector<double> values;    ///< ascending, of the largest pairs descending
   std::vector<double> residuals; ///< ||A x - lambda B x||, recomputed
   double orthoError = 0.0;       ///< largest entry of |X^H B X - I|, recomputed
   VesSolverStats stats{};
@@ -46,16 +48,24 @@ struct RunResult {
   /// All pairs converged, by the word of the library and by their recomputed residuals where those
   /// are what was compared.
   bool IsAccepted() const;
+
+  /// Why the run ended, in words of the program, whose monitor acts for its user.
+  std::string Reason() const;
 };
 
-/// Computes the lowest pairs. With output.vectors they are written to that file; a
-/// failure of that is noted in the result, which must not be lost with them. Collective.
+/// Hears of a run on all processes when all but its result is known.
+using RunListener = std::function<void(const RunResult& head)>;
+
+/// Computes the lowest pairs, which are the highest of A where A was negated. With output.vectors
+/// they are written to that file; a failure of that is noted in the result, which must not be lost
+/// with them. Collective.
 template <typename Scalar>
 RunResult Run(const Problem<Scalar>& problem, const std::string& preconditioner,
-              const SolverOptions& options, const OutputOptions& output);
+              const SolverOptions& options, const OutputOptions& output,
+              const RunListener& begins = nullptr);
 
 /// Loads the problem, adds the preconditioner and runs, in the scalar type asked for. Collective.
-RunResult RunWith(const Options& options, MPI_Comm comm);
+RunResult RunWith(const Options& options, MPI_Comm comm, const RunListener& begins = nullptr);
 
 } // namespace VesTools
 

@@ -1,6 +1,8 @@
 #ifndef VES_TOOLS_RUN_MONITOR_H
 #define VES_TOOLS_RUN_MONITOR_H
 
+#include "progress.h"
+
 #include <ves.h>
 
 #include <vector>
@@ -16,14 +18,16 @@ struct HistoryEntry {
 };
 using History = std::vector<HistoryEntry>;
 
-/// Follows a run: keeps its history, shows a live line, ends it after the time limit or on the
+/// What a monitor ends a run for.
+enum class Stop { none, timeLimit, interrupt };
+
+/// Follows a run: keeps its history, shows where it stands, ends it after the time limit or on the
 /// first interrupt.
 class RunMonitor {
 public:
-  /// \param isLive     show a line on the standard error
   /// \param timeLimit  seconds; 0: none
   /// \param pairs      wanted: guards behind them are left out
-  RunMonitor(bool isLive, double timeLimit, int pairs);
+  RunMonitor(ProgressStyle style, double timeLimit, int pairs);
   ~RunMonitor();
   RunMonitor(const RunMonitor&) = delete;
   RunMonitor& operator=(const RunMonitor&) = delete;
@@ -33,13 +37,15 @@ public:
 
   const History& GetHistory() const { return m_history; }
 
-private:
-  void Show(const VesProgress& progress, double now);
+  /// Of this process; that of process 0 counts.
+  Stop GetStop() const { return m_stop; }
 
-  bool m_isLive;
+private:
+  Progress m_progress;
   double m_timeLimit;
   int m_pairs;
-  double m_start, m_lastShown = -1.0;
+  double m_start;
+  Stop m_stop = Stop::none;
   void (*m_oldHandler)(int);
   History m_history;
 };

@@ -85,6 +85,7 @@ int GuardsOf(const Problem<Scalar>& problem, int pairs) {
 template <typename Scalar>
 RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options, int deflated) {
   RunSettings settings;
+  settings.isLargest = options.isLargest;
   const int order = problem.Order() - deflated;
   if (order < 1) throw Error(exitUsage, "--deflate: nothing is left beside its columns");
   settings.pairs = options.pairs.value_or(std::min(pairsByDefault, order));

@@ -1,6 +1,7 @@
 #include "text_lines.h"
 
 #include "parallel.h"
+#include "text_file.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -19,7 +20,7 @@ struct Share {
 };
 
 // A line belongs to the process in whose bytes it begins.
-Share ReadShare(std::ifstream& file, long long begin, long long end, bool isFirst,
+Share ReadShare(std::istream& file, long long begin, long long end, bool isFirst,
                 const LineParser& parse) {
   Share share;
   std::string line;
@@ -60,13 +61,13 @@ void ReadLines(const std::string& path, TextPosition start, const LineParser& pa
                MPI_Comm comm) {
   const int rank = Rank(comm), size = Size(comm);
   AgreeOn(ComplaintOfFile(path), exitInput, comm);
-  std::ifstream file(path, std::ios::binary);
-  std::error_code error;
-  auto end = static_cast<long long>(std::filesystem::file_size(path, error));
+  long long end = 0;
+  AgreeOn(rank == 0 ? MeasureText(path, end) : "", exitInput, comm);
   MPI_Bcast(&end, 1, MPI_LONG_LONG, 0, comm);
   const auto bound = [&](int r) { return start.byte + (end - start.byte) * r / size; };
 
-  Share share = ReadShare(file, bound(rank), bound(rank + 1), bound(rank) == start.byte, parse);
+  const auto file = OpenText(path);
+  Share share = ReadShare(*file, bound(rank), bound(rank + 1), bound(rank) == start.byte, parse);
   long long before = 0;
   MPI_Exscan(&share.lines, &before, 1, MPI_LONG_LONG, MPI_SUM, comm);
   if (rank == 0) before = 0;

@@ -35,9 +35,9 @@ struct TextPosition {
 /// Takes one line; \return what is wrong with it, or nothing.
 using LineParser = std::function<std::string(std::string_view line)>;
 
-/// Reads the rest of a text file, each process a share of about equal bytes: the lines of a process
-/// follow those of the process before it. Throws Error with file name and line number for the first
-/// line that some parser complains of. Collective.
+/// Reads the rest of a text file, packed or not, each process a share of about equal bytes: the
+/// lines of a process follow those of the process before it. Throws Error with file name and line
+/// number for the first line that some parser complains of. Collective.
 void ReadLines(const std::string& path, TextPosition start, const LineParser& parse, MPI_Comm comm);
 
 } // namespace VesTools

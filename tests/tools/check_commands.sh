@@ -79,12 +79,13 @@ wrong_options() {
   expect 2 "nan" solve a.mtx --tol nan
   expect 2 "required" solve
   expect 2 "excludes" solve a.mtx --model laplace1d:5
+  expect 2 "ic serves the lowest pairs" solve a.mtx --largest --precond ic
   expect 2 "--shift needs" solve a.mtx --shift 1
   expect 2 "--rr-period needs --solver ppcg" solve a.mtx --rr-period 3
   expect 2 "B: it is empty" solve a.mtx ""
-  expect 2 "frob" frob
+  expect 2 "(did you mean solve?)" solv
   expect 2 "'40x40' does not have the number of sizes" solve --model laplace3d:40x40
-  expect 2 "'cube' is none of" solve --model cube:3
+  expect 2 "(did you mean laplace1d?)" solve --model laplace:3
   expect 2 "would drop imaginary parts" solve c.mtx --scalar double
   expect 2 "2 eigenvalues lie below" solve a.mtx --precond shift-invert --shift 0.005
   expect 0 "shift-invert at" solve a.mtx b.mtx -k 20 --precond shift-invert
@@ -99,13 +100,18 @@ expect 0 "8 of 8 pairs converged" solve a.mtx -k 8 --json results/a.json --vecto
   --plot results/a.svg --tol 1e-9
 chain 100 8 0 >exact
 agree results/a.json 1e-8
-[ "$(grep -c '<path class="pair"' results/a.svg)" -eq 8 ] || fail "a picture without its lines"
+[ "$(grep -c '<path class="pair"\|<circle\|>threshold<' results/a.svg)" -eq 17 ] || fail "a picture without its lines"
 expect 0 "good   residuals" check results/a.json
 on_one_process expect 0 "good   orthogonality" check results/a.json
 expect 0 "in 0 iterations" solve a.mtx -k 8 --start results/a.x
 chain 100 12 0 | tail -4 >exact
-expect 0 "4 of 4" solve a.mtx -k 4 --deflate results/a.x --json beside.json --tol 1e-9
+gzip -k a.mtx
+expect 0 "4 of 4" solve a.mtx.gz -k 4 --deflate results/a.x --json beside.json --tol 1e-9
 agree beside.json 1e-8
+expect 0 "iteration 0: 0 of 3 pairs" solve a.mtx -k 3 --precond none --progress
+[ "$processes" -gt 1 ] || sed '1,/^residuals below/d' output | grep -q '^iteration 0' || fail "a late head"
+"$ves" solve a.mtx -k 3 --json unread.json | true
+[ -s unread.json ] || fail "a run ended with the reader of its head"
 expect 0 "" solve a.mtx -k 3 --quiet
 [ -s output ] && fail "--quiet was not"
 chain 100 6 1 >exact
@@ -113,6 +119,10 @@ for solver in lobpcg lobpcg-batch ppcg; do
   expect 0 "6 of 6 pairs" solve a.mtx b.mtx --solver "$solver" --json "$solver.json" --tol 1e-9 --precond jacobi
   agree "$solver.json" 1e-8
 done
+expect 0 "6 largest pairs" solve a.mtx b.mtx -k 6 --largest --tol 1e-9 --json top.json --vectors top.x
+chain 100 100 1 | tac | head -6 >exact
+agree top.json 1e-8
+expect 0 "good   order" check top.json
 # Steel in mm and tonnes, of values near 1e10.
 tridiagonal 100 2e5 -1e5 >k.mtx
 tridiagonal 100 5.2333333333333333e-9 1.3083333333333333e-9 >m.mtx
@@ -152,19 +162,22 @@ expect 3 "8 vectors for 9 eigenvalues" check results/more.json
 sed '/"eigenvalues"/,/]/ s/0\.00[0-9]*/0.0012/' results/a.json >results/wrong.json
 expect 1 "WRONG  residuals" check results/wrong.json
 [ "$processes" -gt 1 ] || tampered_results
-expect 1 "not converged" solve a.mtx -k 3 --max-iter 1 --precond none
-expect 1 "time limit" solve a.mtx -k 3 --precond none --time-limit 1e-9 --json stopped.json --vectors stopped.x
+expect 1 "try         --precond" solve a.mtx -k 3 --max-iter 1 --precond none
+expect 1 "stand at the rounding of ||A||" solve a.mtx -k 3 --tol 1e-18
+expect 1 "stopped by the time limit" solve a.mtx -k 3 --precond none --time-limit 1e-9 --json stopped.json --vectors stopped.x
 expect 1 "WRONG  convergence" check stopped.json
 
 # Complaints: options, then files.
 expect 2 "more than the order" solve a.mtx -k 101
-expect 2 "--tolerance" solve a.mtx --tolerance 1
+expect 2 "--tolerance (did you mean --tol?)" solve a.mtx --tolerance 1
 if [ "$processes" -eq 1 ]; then
   wrong_options
 else
   expect 2 "one process" solve a.mtx --precond shift-invert
 fi
 expect 3 "cannot be read" solve missing.mtx
+head -c 200 a.mtx.gz >cut.gz
+expect 3 "cut.gz: cannot be unpacked: the file ends too early" solve cut.gz
 expect 3 "cannot be written" solve a.mtx --json nowhere/a.json
 expect 3 "written over a.mtx" solve a.mtx --vectors ./a.mtx
 expect 3 "written over same" solve a.mtx --vectors same --json same

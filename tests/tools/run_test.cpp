@@ -4,6 +4,7 @@
 #include "names.h"
 #include "parallel.h"
 #include "plot.h"
+#include "progress.h"
 #include "run.h"
 #include "settings.h"
 #include "support/problem.h"
@@ -105,6 +106,16 @@ TEST(Acceptance, NeedsEveryPairByItsResidual) {
   EXPECT_TRUE(result.IsAccepted());
   result.detector = static_cast<VesConvergeDetectorType>(99);
   EXPECT_THROW(result.IsAccepted(), Error);
+}
+
+TEST(Progress, KeepsWholePartsOfALine) {
+  const std::string line = "iteration 3: 1 of 2, residual 1e-3, 2 s";
+  const std::pair<std::size_t, std::string> cuts[] = {{39, line},
+                                                      {38, "iteration 3: 1 of 2, residual 1e-3"},
+                                                      {19, "iteration 3: 1 of 2"},
+                                                      {9, "iteration"}};
+  for (const auto& [width, text] : cuts)
+    EXPECT_EQ(CutTo(line, width), text);
 }
 
 // A line breaks where residuals are not known, and nothing that is not finite is drawn.
