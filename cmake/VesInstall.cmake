@@ -8,7 +8,8 @@ install(TARGETS ves EXPORT vesTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     COMPONENT library NAMELINK_COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES include/ves.h include/ves.hpp include/ves_blocks.hpp include/ves_petsc.h
+install(FILES include/ves.h include/ves.hpp include/ves_operators.hpp include/ves_blocks.hpp
+  include/ves_petsc.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(DIRECTORY src/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ves COMPONENT development
   FILES_MATCHING PATTERN "*.h" PATTERN "fortran.h" EXCLUDE)
