@@ -173,11 +173,13 @@ VES_EXPORT VesReturnCode VesMatrixSetShellMatVecLow(VesMatrix matrix, void* user
 
 /// Installs a routine that multiplies by A and B at once, as where one set of projections serves
 /// both; null removes it, and so does another one of either of them. Their own routines stay in use
-/// where one of the images alone is asked for. Runs of VES_LOBPCG and VES_LOBPCG_BATCH with this A
-/// and this B call it for preconditioned residuals, which they project before both images are made,
-/// in place of after: results differ in rounding. It takes the time of A in the statistics, and the
-/// columns of both. Single-precision parts of runs and VES_PPCG do without. Must be the same on all
-/// processes; it is called on processes without rows where A is (VesMatrixSetCalledEverywhere).
+/// where one of the images alone is asked for, and altogether where its first call in a run
+/// contradicts them; who replaces one of them replaces the pair. Runs of VES_LOBPCG and
+/// VES_LOBPCG_BATCH with this A and this B call it for preconditioned residuals, which they project
+/// before both images are made, in place of after: results differ in rounding. It takes the time of
+/// A in the statistics, and the columns of both. Single-precision parts of runs and VES_PPCG do
+/// without. Must be the same on all processes; it is called on processes without rows where A is
+/// (VesMatrixSetCalledEverywhere).
 /// \return -7 A or B is null; -6 not shell operators; -5 scalar types differ; -1 A and B are the
 ///         same; 0
 VES_EXPORT VesReturnCode VesMatrixSetShellPair(VesMatrix A, VesMatrix B, void* userData,

@@ -17,6 +17,7 @@ struct VES_EXPORT VesMatrixBase {
   std::unique_ptr<VesMatrixBase> lowered; ///< the same operator in single precision, or null
   /// What gives the products of two operators at once.
   struct SharedRoutine {
+    const VesMatrixBase *A, *B;
     void* data;
     VesShellPair call;
   };

@@ -68,7 +68,7 @@ VesReturnCode VesMatrixSetShellPair(VesMatrix A, VesMatrix B, void* userData,
   std::shared_ptr<const VesMatrixBase::SharedRoutine> shared;
   if (routine != nullptr)
     shared = std::make_shared<const VesMatrixBase::SharedRoutine>(
-        VesMatrixBase::SharedRoutine{userData, routine});
+        VesMatrixBase::SharedRoutine{A, B, userData, routine});
   A->shared = B->shared = std::move(shared);
   return VES_GOOD;
 }

@@ -39,7 +39,7 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
       seenT(t, outside, DeflatedOperator<Scalar>::vectors);
   InnerSteps<Scalar> inner(seenA, b, seenT, UsesB(matB), InnerPace(innerSteps, a, b, t),
                            [&] { return InnerShift(); });
-  if (UsesB(matB)) shared = {matA, matB, a, b, outside};
+  shared = UsesB(matB) ? SharedImages<Scalar>(matA, matB, a, b, outside) : SharedImages<Scalar>();
   LowLeg<Scalar> low(*this, vecX);
   const VesMatrixBase* preconditioner = &seenT;
   if (innerSteps != 0) {

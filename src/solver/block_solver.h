@@ -145,7 +145,8 @@ protected:
                                 bool global) const;
 
   /// The same where A and B share work: C is projected before its images are made, so that one call
-  /// makes both for vectors that hardly change any more, and both are then kept in step.
+  /// makes both for vectors that hardly change any more, and both are then kept in step. What is
+  /// not finite sets info.
   void ProjectAndOrthonormalizeShared(const Pairs& y, Pairs& c, const VesMatrixBase& matB) const;
 
   /// The values ascend, but for rounding errors.

@@ -128,19 +128,15 @@ void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Pairs& y, Pairs& c,
 template <typename Scalar>
 void BlockSolver<Scalar>::ProjectAndOrthonormalizeShared(const Pairs& y, Pairs& c,
                                                          const VesMatrixBase& matB) const {
-  const auto normalize = [&] {
+  if (AllFinite({c.X, c.X})) {
     VES_ASSERT_GOOD(c.X.Normalize(c.X));
     RestoreZeroColumns(c.X, c.X);
-  };
-  normalize();
-  VES_ASSERT_GOOD(
-      this->OrthoProjector->Run(y.X, y.BX, c.X, c.X, matB, true, InnerPasses(), orthoInnerTol));
-  normalize();
-  shared.Refresh(c);
-  if (!AllFinite(c)) {
-    info = 1;
-    return;
+    VES_ASSERT_GOOD(
+        this->OrthoProjector->Run(y.X, y.BX, c.X, c.X, matB, true, InnerPasses(), orthoInnerTol));
+    shared.Refresh(c);
   }
+  info = AllFinite(c) ? 0 : 1;
+  if (info != 0) return;
   RepeatPasses(
       Passes(), PassTol(), secondComm,
       [&](bool) {

@@ -156,6 +156,7 @@ void InnerSteps<Scalar>::Improve(const Block& residuals, Block& solution, int st
 /// quotient y^H M y / r^H y.
 template <typename Scalar>
 void InnerSteps<Scalar>::LearnFrom(const Block& y, double product) const {
+  if (!std::isfinite(product)) return;
   Block image(m_d, 0, 0, y.nRows, 1);
   VES_ASSERT_GOOD(m_shifted.Apply(y, image));
   Numbers curvature(1);

@@ -3,12 +3,19 @@
 
 #include "../data/imaged.h"
 #include "../data/metered_operator.h"
+#include "../data/replicate.h"
 #include "deflation.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <memory>
+#include <vector>
 
 namespace Ves {
 
 /// The routine of a run by which A x and B x are made in one call, where their caller has given one
-/// for both.
+/// for both. One that contradicts A and B when it is first called is not called again.
 template <typename Scalar>
 class SharedImages {
 public:
@@ -17,14 +24,32 @@ public:
   /// common.
   SharedImages(const VesMatrixBase& matA, const VesMatrixBase& matB, const MeteredOperator& a,
                const MeteredOperator& b, const Deflation<Scalar>& outside)
-      : m_routine(matA.shared == matB.shared ? matA.shared.get() : nullptr), m_a(&a), m_b(&b),
-        m_outside(&outside), m_isCalledEverywhere(matA.isCalledEverywhere) {}
+      : m_a(&a), m_b(&b), m_outside(&outside), m_isCalledEverywhere(matA.isCalledEverywhere) {
+    const bool isOfBoth = matA.shared != nullptr && matA.shared == matB.shared &&
+                          matA.shared->A == &matA && matA.shared->B == &matB;
+    if (isOfBoth) m_routine = matA.shared;
+  }
 
   bool IsPresent() const { return m_routine != nullptr; }
 
   /// Both images of the columns made afresh. Collective as far as the routine is, and over their
-  /// communicators where a space is deflated.
-  void Refresh(const Imaged<Scalar>& pairs) const {
+  /// communicators where a space is deflated and in the first call.
+  void Refresh(const Imaged<Scalar>& pairs) {
+    Call(pairs);
+    if (!m_isTried && pairs.Count() > 0) {
+      m_isTried = true;
+      if (!AgreesOn(pairs.Columns(0, 1))) {
+        m_routine = nullptr;
+        pairs.Refresh(*m_a, *m_b);
+      }
+    }
+    m_outside->ProjectImage(pairs.AX);
+  }
+
+private:
+  using Block = VectorDense<Scalar>;
+
+  void Call(const Imaged<Scalar>& pairs) const {
     const double start = MPI_Wtime();
     const Block& x = pairs.X;
     if (x.nCols > 0 && (x.nRows > 0 || m_isCalledEverywhere))
@@ -33,15 +58,33 @@ public:
     m_a->seconds += MPI_Wtime() - start;
     m_a->columns += x.nCols;
     m_b->columns += x.nCols;
-    m_outside->ProjectImage(pairs.AX);
   }
 
-private:
-  using Block = VectorDense<Scalar>;
-  const VesMatrixBase::SharedRoutine* m_routine = nullptr;
+  /// Makes the images of a column by A and B instead. \return they were those, up to half the digits
+  bool AgreesOn(const Imaged<Scalar>& column) const {
+    std::array<double, 4> squares{}; // of differences and sizes
+    const auto compare = [&](const MeteredOperator& op, Block& image, std::size_t at) {
+      const std::vector<Scalar> given(image.Column(0), image.Column(0) + image.nRows);
+      VES_ASSERT_GOOD(op.Apply(column.X, image));
+      for (int i = 0; i < image.nRows; ++i) {
+        squares[at] +=
+            static_cast<double>(std::norm(given[static_cast<std::size_t>(i)] - image(i)));
+        squares[at + 1] += static_cast<double>(std::norm(image(i)));
+      }
+    };
+    compare(*m_a, column.AX, 0);
+    compare(*m_b, column.BX, 2);
+    const int count = static_cast<int>(squares.size());
+    MpiWrapper<double>::AllReduce(squares.data(), squares.size(), MPI_SUM, column.X.comm);
+    Replicate(squares.data(), count, column.X.comm, column.X.auxComm);
+    constexpr double digits = std::numeric_limits<RealType<Scalar>>::epsilon();
+    return squares[0] <= digits * squares[1] && squares[2] <= digits * squares[3];
+  }
+
+  std::shared_ptr<const VesMatrixBase::SharedRoutine> m_routine;
   const MeteredOperator *m_a = nullptr, *m_b = nullptr;
   const Deflation<Scalar>* m_outside = nullptr;
-  bool m_isCalledEverywhere = false;
+  bool m_isCalledEverywhere = false, m_isTried = false;
 };
 
 } // namespace Ves

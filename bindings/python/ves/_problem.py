@@ -167,6 +167,8 @@ class Problem:
     def multiply_both(self, x, ax, bx):
         """A x and B x by one routine, counted."""
         images = self.both(x)
+        if not isinstance(images, (tuple, list)) or len(images) != 2:
+            raise TypeError("both must return two arrays, A X and B X")
         for operand, image, y in zip((self.A, self.B), images, (ax, bx)):
             operand.store(image, y)
             operand.columns += x.shape[1]
