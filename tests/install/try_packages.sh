@@ -26,7 +26,7 @@ export OMPI_MCA_mpi_yield_when_idle=1
 quietly() { "$@" >/try/log 2>&1 || { cat /try/log; exit 1; }; }
 get() { quietly apt-get install -y -qq --no-install-recommends "$@"; }
 cd /try
-# Some minimal systems leave out manual pages.
+# Some minimal systems leave out manual pages and documentation.
 rm -f /etc/dpkg/dpkg.cfg.d/*
 quietly apt-get update -qq
 
@@ -39,9 +39,11 @@ values, vectors = ves.eigsh(sparse.diags(numpy.arange(1.0, 201.0)), k=4)
 assert numpy.allclose(values, [1, 2, 3, 4], atol=1e-10), values"
 mpirun --allow-run-as-root --oversubscribe -np 2 ves solve --model laplace2d:20x20 -k 4 --quiet
 
-echo "== libves-dev"
-get man-db gcc g++ cmake make pkg-config libscalapack-openmpi-dev ./libves-dev_*.deb
+echo "== libves-dev, libves-doc"
+get man-db gcc g++ cmake make pkg-config libscalapack-openmpi-dev ./libves-dev_*.deb \
+  ./libves-doc_*.deb
 man -w ves
+grep -q '<title>' /usr/share/doc/libves-doc/html/index.html
 gcc client/main.c $(pkg-config --cflags --libs ves) -lscalapack-openmpi -o main
 ./main
 quietly cmake -S client -B client/build
@@ -49,7 +51,7 @@ quietly cmake --build client/build
 client/build/main
 
 echo "== removal"
-quietly apt-get purge -y -qq libves0 libves-dev ves-tools python3-ves
+quietly apt-get purge -y -qq libves0 libves-dev libves-doc ves-tools python3-ves
 left=$(find /usr /etc /var/lib -name 'ves*' -o -name 'libves*' -o -name 'python3-ves*')
 [ -z "$left" ] || { echo "left behind: $left"; exit 1; }
 USE

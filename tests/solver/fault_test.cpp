@@ -163,7 +163,7 @@ void ExpectTrueClaims(Pairs<Scalar>& p, const Problem<Scalar>& on, double thresh
 /// With sub-blocks that several calls reach.
 template <typename Scalar>
 Settings FaultSettings(VesSolverType type) {
-  Settings s{type, 5, ByPrecision<Scalar>(1e-5, 2e-3), 60};
+  Settings s{type, 5, ByPrecision<Scalar>(1e-5, 2e-3), 100};
   s.width = 3;
   return s;
 }
@@ -262,7 +262,7 @@ TYPED_TEST(FaultTest, DenseRoutinesFail) {
     }
   }
   if (RankIn(world) == 0) { // which makes every call
-    EXPECT_GT(hits, 500);
+    EXPECT_GT(hits, 450);
   }
 }
 
@@ -306,7 +306,9 @@ TYPED_TEST(FaultTest, OperatorsReturnNonsense) {
           };
           Pairs<Scalar> p = SolveBy(FaultSolver<Scalar>(s, true).get(), on, s.nBands);
           op->spoil = nullptr;
-          ExpectTrueClaims(p, on, s.threshold);
+          // A step from a residual r lowers the value by r^2 / ||A|| or more.
+          const bool isOfValues = s.detector == VES_EIGENVALUES;
+          ExpectTrueClaims(p, on, isOfValues ? std::sqrt(s.threshold * on.normA) : s.threshold);
           EXPECT_TRUE(std::isfinite(kind.value) || p.nConv == p.k ||
                       p.reason == VES_REASON_NONFINITE)
               << VesReasonString(p.reason);

@@ -42,6 +42,13 @@ struct Settings {
   /// Inner steps, and in double precision a beginning in single; any test makes them by itself
   /// with VES_TEST_ADDITIONS in the environment.
   bool hasAdditions = std::getenv("VES_TEST_ADDITIONS") != nullptr;
+
+  /// Iterations that find a guess to be the answer: PPCG tests within its first one, that of single
+  /// precision and that of double.
+  template <typename Scalar>
+  int IterationsOnAnswer() const {
+    return solver == VES_PPCG ? 1 + (hasAdditions && isDouble<Scalar> ? 1 : 0) : 0;
+  }
 };
 
 inline std::ostream& operator<<(std::ostream& out, const Settings& s) {
