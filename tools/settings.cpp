@@ -16,8 +16,6 @@ namespace {
 
 constexpr int pairsByDefault = 6;
 constexpr int pairsOfOneBatch = 64, widestBatch = 128;
-// LOBPCG solves a problem of three times its pairs almost at once.
-constexpr int orderOfBatches = 4;
 constexpr int processesOfLapack = 4;
 
 template <typename Scalar>
@@ -69,15 +67,21 @@ void RequireSolverOf(const SolverOptions& options, VesSolverType solver) {
   require(options.ppcgLockFactor.has_value(), "--ppcg-lock-factor", VES_PPCG);
 }
 
+// Of LOBPCG half as many columns as the order span the problem with their residuals.
+bool IsSmall(int order, int pairs, const SolverOptions& options) {
+  return (order - 1) / 4 < pairs && options.type.value_or(VES_LOBPCG) == VES_LOBPCG;
+}
+
 // Guards of a run that is not told how many, which they do not make too large for the library: it
 // counts the entries of three blocks by 32 bits. Collective.
 template <typename Scalar>
-int GuardsOf(const Problem<Scalar>& problem, int pairs) {
-  if (problem.isInverseExact) return 0;
+int GuardsOf(const Problem<Scalar>& problem, int order, int pairs, bool isSmall) {
   const double rows = std::max(Largest(problem.LocalRows(), problem.comm), 1.0);
-  const double room = std::numeric_limits<int>::max() / (3.0 * rows) - pairs;
-  const int most = std::clamp(static_cast<int>(room), 0, 8);
-  return std::clamp(pairs / 4, std::min(2, most), most);
+  const double columns = std::min(std::numeric_limits<int>::max() / rows, 32765.0) / 3.0;
+  const int most = static_cast<int>(std::max(columns - pairs, 0.0));
+  if (isSmall) return std::clamp((order + 1) / 2 - pairs, 0, most);
+  if (problem.isInverseExact) return 0;
+  return std::min(std::clamp(pairs / 4, 2, 8), most);
 }
 
 } // namespace
@@ -93,13 +97,13 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options,
     throw Error(exitUsage, "-k: " + std::to_string(settings.pairs) +
                                " pairs are more than the order " + std::to_string(order) +
                                (deflated > 0 ? " that is left" : ""));
-  settings.guard =
-      std::min(options.guard.value_or(GuardsOf(problem, settings.pairs)), order - settings.pairs);
-  settings.innerSteps =
-      options.innerSteps.value_or(problem.isInverseExact || options.seed.has_value() ? 0 : -1);
-  settings.isMixed = options.precision == Precision::mixed || problem.lowA;
-  const bool isWide =
-      settings.pairs > pairsOfOneBatch && (problem.Order() - 1) / orderOfBatches >= settings.pairs;
+  const bool isSmall = IsSmall(order, settings.pairs, options);
+  settings.guard = std::min(options.guard.value_or(GuardsOf(problem, order, settings.pairs, isSmall)),
+                            order - settings.pairs);
+  const bool choosesNone = isSmall || problem.isInverseExact || options.seed.has_value();
+  settings.innerSteps = options.innerSteps.value_or(choosesNone ? 0 : -1);
+  settings.isMixed = options.precision == Precision::mixed || (problem.lowA && !isSmall);
+  const bool isWide = settings.pairs > pairsOfOneBatch && !isSmall;
   settings.solver = options.type.value_or(isWide ? VES_LOBPCG_BATCH : VES_LOBPCG);
   RequireSolverOf(options, settings.solver);
   settings.batch = options.batchLimit.value_or(pairsOfOneBatch);

@@ -12,7 +12,6 @@ from ._library import DETECTORS, SOLVERS
 LARGEST_INT = 2**31 - 1  # the library counts in 32 bits
 LARGEST_ORDER = 32765  # of a dense problem
 WIDEST_AT_ONCE = 64  # "auto" iterates more pairs than these in batches of as many
-FROM_ORDER = 4  # ... where the order is more than so many times the pairs
 WIDEST_BATCH = 128  # to which such a batch grows where it comes no further
 SUB_BLOCK = 64  # columns of a sub-block of PPCG, where none is given
 CHOSEN_BY_TIMES = -1  # inner steps, in a run
@@ -103,17 +102,21 @@ def _one_of(name, value, choices):
     return value
 
 
+def _is_small(order, k, solver):
+    """Whether of LOBPCG half as many columns as the order span the problem with their residuals."""
+    return order <= 4 * k and solver in ("auto", "lobpcg")
+
+
 def _choose_solver(solver, batch, k, order):
-    """Solver, batch and its limit; "auto" goes over to batches for many pairs of a much larger
-    problem, or where a batch is given: LOBPCG solves one of three times its pairs almost at once.
-    """
+    """Solver, batch and its limit; "auto" goes over to batches for many pairs of a problem that is
+    not small, or where a batch is given."""
     _one_of("solver", solver, ("auto", *SOLVERS))
     if batch is not None:
         batch = whole("batch", batch, 1)
     if solver == "lobpcg" and batch is not None:
         raise ValueError("solver 'lobpcg' iterates all pairs at once and takes no batch")
     if solver == "auto":
-        is_wide = k > WIDEST_AT_ONCE and order > FROM_ORDER * k
+        is_wide = k > WIDEST_AT_ONCE and not _is_small(order, k, solver)
         solver = "lobpcg_batch" if batch is not None or is_wide else "lobpcg"
     if solver == "lobpcg_batch" and batch is None:
         return solver, WIDEST_AT_ONCE, WIDEST_BATCH
@@ -125,14 +128,17 @@ def _at_once(solver, batch, k):
     return k if solver == "lobpcg" else min(k, batch or SUB_BLOCK)
 
 
-def _guards(guard, k, order, processes, is_exact):
-    """Columns behind the wanted ones: "auto" takes a quarter as many, 2 to 8, as far as the library
-    can count the order of dense problems and the entries of three blocks, none where T is exact."""
-    if guard == "auto" and is_exact:
-        guard = 0
-    elif guard == "auto":
+def _guards(guard, k, order, processes, is_exact, is_small):
+    """Columns behind the wanted ones: "auto" takes a quarter as many, 2 to 8, none where T is exact,
+    and of a small problem what makes half of it; as far as the library can count the order of dense
+    problems and the entries of three blocks."""
+    if guard == "auto":
         most = min(LARGEST_ORDER, LARGEST_INT // max(order // processes, 1)) // 3
-        guard = min(max(k // 4, 2), 8, max(most - k, 0))
+        if is_small:
+            guard = max((order + 1) // 2 - k, 0)
+        else:
+            guard = 0 if is_exact else min(max(k // 4, 2), 8)
+        guard = min(guard, max(most - k, 0))
     return min(whole("guard", guard, 0, LARGEST_ORDER), max(order - k, 0))
 
 
@@ -168,7 +174,8 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
         A setting that no run can have.
     """
     k = whole("k", k, 1, LARGEST_ORDER)
-    guard = _guards(guard, k, order, team.size, is_exact)
+    is_small = _is_small(order, k, solver)
+    guard = _guards(guard, k, order, team.size, is_exact, is_small)
     solver, batch, batch_limit = _choose_solver(solver, batch, k, order)
     if 3 * _at_once(solver, batch, k + guard) > LARGEST_ORDER:
         raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems"
@@ -181,12 +188,13 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
     is_single = np.dtype(dtype) in (np.float32, np.complex64)
     default_tol, default_passes = (1e-4, 3) if is_single else (1e-8, 2)
     if inner == "auto":
-        inner = 0 if repeatable or is_exact else CHOSEN_BY_TIMES
+        inner = 0 if repeatable or is_exact or is_small else CHOSEN_BY_TIMES
     else:
         inner = whole("inner", inner, 0, 1000)
     return Settings(
         k=k, guard=guard, inner=inner,
-        is_mixed=_is_mixed(precision, is_single, has_entries and not is_exact),
+        is_mixed=_is_mixed(precision, is_single,
+                           has_entries and not is_exact and not is_small),
         dtype=np.dtype(dtype),
         solver=solver, batch=batch, batch_limit=batch_limit,
         tol=_positive("tol", tol) or default_tol,
