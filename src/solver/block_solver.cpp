@@ -47,7 +47,9 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
     if (code == VES_GOOD) code = BeginInner(inner, vecX, matB);
   }
   if (code == VES_GOOD && mixedPrecision) code = BeginLow(low, matA, matB, matP, vecX);
+  inner.Pace().TakeOver(low.InnerSteps());
   if (code == VES_GOOD) code = SolveInLegs(seenA, b, *preconditioner, vecX, AsDense<Scalar>(vecW));
+  settledInnerSteps = inner.Pace().Settled();
   EndDeflation();
   meteredA = nullptr;
   shared = {};

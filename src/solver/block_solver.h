@@ -42,6 +42,7 @@ public:
   mutable double largestRitz = 0.0; ///< largest modulus of a Ritz value met so far
   mutable double lowestRitz = 0.0;  ///< lowest Ritz value met so far, which none of A is above
   mutable double ritzSpread = 0.0;  ///< last distance of Ritz values near the wanted ones
+  mutable int settledInnerSteps = -1; ///< of the last run; -1: it did not come to choose
   mutable std::vector<double> pairResiduals; ///< of the wanted pairs when last tested, or NaN
   mutable SelfCheck<Scalar> check;           ///< what watches over the run
   mutable Deflation<Scalar> outside;         ///< the space that the run leaves out

@@ -40,6 +40,11 @@ void InnerPace::End() {
   if (m_nBegun > nAlone && m_nBegun <= nAlone + nStepped) m_stepped.Add(m_begin, m_end, m_columns);
 }
 
+int InnerPace::Settled() const {
+  const bool isDecided = m_nBegun > nAlone + nStepped || (m_nBegun > nAlone && m_chosen == 0);
+  return m_asked == chosenByTimes && isDecided ? m_chosen : m_asked;
+}
+
 /// With steps that take no time but that of A, B and T, of which A and B take what they take in the
 /// rest of an iteration.
 bool InnerPace::CouldPay() const {
@@ -48,7 +53,7 @@ bool InnerPace::CouldPay() const {
 }
 
 int InnerPace::Choose(double other, double alone, double step, bool hasT) {
-  const double floor = hasT ? 0.125 : 0.02;
+  const double floor = hasT ? 1.0 / 3.0 : 0.02;
   const auto cost = [&](int m) {
     return (other + alone + m * std::max(step, 0.0)) * (1.0 / (m + 1) + floor) / (1.0 + floor);
   };

@@ -13,10 +13,11 @@ namespace Ves {
 /// t in T alone, s in a step with A, B and T, o in the rest, with its images under A and B, and the
 /// run takes
 ///   N(m) = (1 / (m + 1) + f) / (1 + f)
-/// of the iterations, where f = 1/8 with a T, which the steps soon exhaust, and 1/50 without:
+/// of the iterations, where f = 1/3 with a T, which the steps soon exhaust, and 1/50 without:
 /// Laplacians in two and three dimensions with incomplete Cholesky factors took 0.53 to 0.66, 0.29
 /// to 0.46, 0.21 to 0.46 and 0.12 to 0.49 of them with 1, 3, 4 and 10 steps, without a T 0.52 to
-/// 0.56, 0.26 to 0.28, 0.20 to 0.22 and 0.09 to 0.15. The first applications are T alone; where
+/// 0.56, 0.26 to 0.28, 0.20 to 0.22 and 0.09 to 0.15. With a T f is that of those that gain least:
+/// a step too many costs more than one too few. The first applications are T alone; where
 /// steps could pay that cost nothing beside the operators, the next ones make one, and then m has
 /// the smallest C(m) N(m), where that is well below the cost of T alone.
 class VES_EXPORT InnerPace {
@@ -35,6 +36,12 @@ public:
   /// What was done since it began is not of it.
   void Resume() { m_begin = Now(); }
   void End();
+  /// What has been settled, for another run on the same problem; chosenByTimes where nothing has.
+  int Settled() const;
+  /// Makes what another run has settled. The same on all processes.
+  void TakeOver(int settled) {
+    if (m_asked == chosenByTimes) m_asked = settled;
+  }
 
   /// By times of a column: o, t and s.
   static int Choose(double other, double alone, double step, bool hasT);

@@ -43,6 +43,7 @@ public:
   /// The scratch, for so many local rows: of a few columns, which are improved at a time.
   WorkspacePlan<Scalar> Plan(int rows, int ld, int cols);
   static std::size_t Bytes(int rows, int cols, bool generalized);
+  InnerPace& Pace() { return m_pace; }
   /// Collective over the communicators of x.
   VesReturnCode Apply(const VesVectorBase& x, VesVectorBase& y) const override;
 

@@ -191,6 +191,11 @@ int LowLeg<Scalar>::Iterations() const {
 }
 
 template <typename Scalar>
+int LowLeg<Scalar>::InnerSteps() const {
+  return m_twin ? m_twin->settledInnerSteps : m_run.innerSteps;
+}
+
+template <typename Scalar>
 long long LowLeg<Scalar>::ColumnsA() const {
   return m_twin ? m_twin->stats.columnsA : 0;
 }

@@ -33,6 +33,7 @@ public:
            Block& vecQ);
 
   int Iterations() const;
+  int InnerSteps() const; ///< that it settled on
   long long ColumnsA() const;
   bool IsStopped() const { return m_isStopped != 0; } ///< the monitor of the run asked for its end
   /// Adds what the leg has cost to the costs of the run.
