@@ -12,6 +12,11 @@ set(CPACK_COMPONENT_PYTHON_DEPENDS library)
 if(NOT VES_BUILD_TOOLS)
   list(REMOVE_ITEM CPACK_COMPONENTS_ALL tools)
 endif()
+if(VES_PAGES)
+  list(APPEND CPACK_COMPONENTS_ALL documentation)
+  install(DIRECTORY ${VES_PAGES} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libves-doc
+    COMPONENT documentation PATTERN .buildinfo EXCLUDE PATTERN .doctrees EXCLUDE)
+endif()
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
@@ -74,6 +79,16 @@ ${about}
 
 This package holds the Python package ves, for arrays of numpy, sparse
 matrices and operators of scipy, and communicators of mpi4py.")
+
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_NAME libves-doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_DOCUMENTATION_DESCRIPTION "block eigensolvers (documentation)
+${about}
+
+This package holds the pages: guides, theory, reference and gallery, in
+/usr/share/doc/libves-doc/html.")
 
 # Python's byte code is made where the package is installed and goes with it.
 set(control_dir ${PROJECT_BINARY_DIR}/packages/python)
