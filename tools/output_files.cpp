@@ -28,7 +28,8 @@ bool IsSameFile(const std::string& a, const std::string& b) {
 
 std::string ComplaintOfOutput(const std::string& path, const std::vector<std::string>& taken) {
   for (const std::string& other : taken)
-    if (IsSameFile(path, other)) return path + ": would be written over " + other;
+    if (IsSameFile(path, other)) return std::string(path).append(": would be written over ") + other;
+  if (fs::path(path).extension() == ".gz") return path + ": files are not packed: leave out .gz";
   std::error_code error;
   const bool existed = fs::exists(path, error);
   if (!std::ofstream(path, std::ios::app)) return CannotWrite(path);

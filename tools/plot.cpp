@@ -208,6 +208,14 @@ void DrawCosts(std::ostream& out, const RunResult& result) {
            "Time, " + Short(result.stats.secondsTotal, 3) + " s in all", "panel");
 }
 
+// The middle of a long one is left out.
+std::string TitleOf(const std::string& title) {
+  constexpr std::size_t most = 64, end = 24;
+  if (title.size() <= most) return title;
+  const std::size_t from = title.size() - end;
+  return title.substr(0, most - end) + "..." + title.substr(from);
+}
+
 } // namespace
 
 void WritePlot(std::ostream& out, const RunResult& result) {
@@ -218,7 +226,7 @@ void WritePlot(std::ostream& out, const RunResult& result) {
       << "\n";
   const std::size_t pairs = result.values.size();
   DrawText(out, "start", residualFrame.left, 36.0,
-           result.title + ": " + std::to_string(pairs) + (pairs == 1 ? " pair in " : " pairs in ") +
+           TitleOf(result.title) + ": " + std::to_string(pairs) + (pairs == 1 ? " pair in " : " pairs in ") +
                std::to_string(result.iterations) +
                (result.iterations == 1 ? " iteration" : " iterations"),
            "title");

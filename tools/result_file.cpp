@@ -3,6 +3,7 @@
 #include "models.h"
 #include "names.h"
 #include "parallel.h"
+#include "text_file.h"
 #include "text_lines.h"
 
 #include <nlohmann/json.hpp>
@@ -169,11 +170,12 @@ bool WriteResult(const std::string& path, const RunResult& result, const Options
 
 Claim ReadClaim(const std::string& path, MPI_Comm comm) {
   std::string text, complaint;
+  long long bytes = 0;
   if (Rank(comm) == 0) complaint = ComplaintOfFile(path);
+  if (Rank(comm) == 0 && complaint.empty()) complaint = MeasureText(path, bytes);
   if (Rank(comm) == 0 && complaint.empty()) {
-    std::ostringstream content;
-    content << std::ifstream(path).rdbuf();
-    text = content.str();
+    text.resize(static_cast<std::size_t>(bytes));
+    OpenText(path)->read(text.data(), bytes);
   }
   AgreeOn(complaint, exitInput, comm);
   try {
