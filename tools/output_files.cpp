@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <string>
 #include <vector>
 
 namespace VesTools {
@@ -28,7 +29,8 @@ bool IsSameFile(const std::string& a, const std::string& b) {
 
 std::string ComplaintOfOutput(const std::string& path, const std::vector<std::string>& taken) {
   for (const std::string& other : taken)
-    if (IsSameFile(path, other)) return std::string(path).append(": would be written over ") + other;
+    if (IsSameFile(path, other))
+      return std::string(path).append(": would be written over ") + other;
   if (fs::path(path).extension() == ".gz") return path + ": files are not packed: leave out .gz";
   std::error_code error;
   const bool existed = fs::exists(path, error);

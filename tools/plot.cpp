@@ -226,8 +226,8 @@ void WritePlot(std::ostream& out, const RunResult& result) {
       << "\n";
   const std::size_t pairs = result.values.size();
   DrawText(out, "start", residualFrame.left, 36.0,
-           TitleOf(result.title) + ": " + std::to_string(pairs) + (pairs == 1 ? " pair in " : " pairs in ") +
-               std::to_string(result.iterations) +
+           TitleOf(result.title) + ": " + std::to_string(pairs) +
+               (pairs == 1 ? " pair in " : " pairs in ") + std::to_string(result.iterations) +
                (result.iterations == 1 ? " iteration" : " iterations"),
            "title");
   DrawResiduals(out, result);

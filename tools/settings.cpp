@@ -98,8 +98,9 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options,
                                " pairs are more than the order " + std::to_string(order) +
                                (deflated > 0 ? " that is left" : ""));
   const bool isSmall = IsSmall(order, settings.pairs, options);
-  settings.guard = std::min(options.guard.value_or(GuardsOf(problem, order, settings.pairs, isSmall)),
-                            order - settings.pairs);
+  settings.guard =
+      std::min(options.guard.value_or(GuardsOf(problem, order, settings.pairs, isSmall)),
+               order - settings.pairs);
   const bool choosesNone = isSmall || problem.isInverseExact || options.seed.has_value();
   settings.innerSteps = options.innerSteps.value_or(choosesNone ? 0 : -1);
   settings.isMixed = options.precision == Precision::mixed || (problem.lowA && !isSmall);
