@@ -11,8 +11,28 @@ install(TARGETS ves EXPORT vesTargets
 install(FILES include/ves.h include/ves.hpp include/ves_operators.hpp include/ves_blocks.hpp
   include/ves_petsc.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
-install(DIRECTORY src/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ves COMPONENT development
-  FILES_MATCHING PATTERN "*.h" PATTERN "fortran.h" EXCLUDE)
+# Solvers, components, blocks and operators, to use and to derive from (docs/deriving.md), with what
+# their headers include. The others are the library's own.
+foreach(header
+    cholesky/cholesky_factorizer cholesky/lapack_chol cholesky/scalapack_chol
+    data/assertion data/imaged data/matrix_base data/matrix_shell data/metered_operator
+    data/replicate data/vector_base data/vector_dense
+    detector/converge_detector detector/eigenvalues detector/flag_pairs
+    detector/relative_residuals detector/residuals detector/residuals_or_eigenvalues
+    eigensolver/dense_eigensolver eigensolver/lapack_diag eigensolver/scalapack_diag
+    interface/solver_base
+    kernel/instantiate kernel/math_constants kernel/math_kernel kernel/scalar_traits
+    orthogonalizer/cholesky_qr orthogonalizer/dense_orthogonalizer orthogonalizer/orthogonalizer
+    orthogonalizer/svd_qr
+    parallel/blacs_wrapper parallel/mpi_wrapper
+    projector/gram_schmidt projector/ortho_projector
+    solver/block_solver solver/deflation solver/lobpcg solver/lobpcg_batch solver/lobpcg_steps
+    solver/ppcg solver/progress_watch solver/self_check solver/shared_images solver/tolerances
+    solver/workspace_plan)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES src/${header}.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ves/${folder}
+    COMPONENT development)
+endforeach()
 install(EXPORT vesTargets NAMESPACE ves:: DESTINATION ${package_dir} COMPONENT development)
 
 configure_package_config_file(cmake/vesConfig.cmake.in vesConfig.cmake

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs the library into a fresh prefix and builds clients that know only that prefix: the
-# listings of the READMEs by CMake package, and a program on the classes by pkg-config.
-# check_install.sh BUILD_DIR SOURCE_DIR WORK_DIR
+# listings of the READMEs by CMake package, and those on classes of their own by pkg-config.
+# check_install.sh BUILD_DIR SOURCE_DIR WORK_DIR MPIRUN...
 set -euo pipefail
 build=$1 source=$2 work=$3
+shift 3
 export OPENBLAS_NUM_THREADS=1
 rm -rf "$work"
 mkdir -p "$work"/{readme,first}
@@ -44,44 +45,12 @@ if [ -f "$prefix/include/fortran/ves.mod" ]; then
     -lscalapack-openmpi -llapack -lblas -o makefile_main && ./makefile_main)
 fi
 
-cat >"$work/classes.cpp" <<'CPP'
-#include <ves/data/matrix_shell.h>
-#include <ves/solver/lobpcg.h>
-#include <cstdio>
-
-static void diagonal(void*, void* x, void* y, int n, int k, int ld) {
-  for (int j = 0; j < k; ++j)
-    for (int i = 0; i < n; ++i)
-      static_cast<std::complex<float>*>(y)[i + j * ld] =
-          static_cast<std::complex<float>*>(x)[i + j * ld] * (1.0f + static_cast<float>(i));
-}
-
-int main(int argc, char** argv) {
-  MPI_Init(&argc, &argv);
-  int failed = 1;
-  {
-    using Scalar = std::complex<float>;
-    Ves::MatrixShell<Scalar> A;
-    A.SetShellMatVec(diagonal);
-    const VesMatrixEmpty none;
-    Ves::VectorDense<Scalar> X(MPI_COMM_WORLD, MPI_COMM_SELF, 40, 3, 40), D;
-    X.AllocateMem();
-    X.Set2Random(1);
-    D.SetDims(3, 1, 3);
-    D.AllocateMem();
-    Ves::LOBPCG<Scalar> solver;
-    solver.threshold = 1e-3;
-    failed = solver.Solve(A, none, none, X, D) != VES_GOOD || solver.nConv != 3 ||
-             std::abs(D(2) - 3.0f) > 1e-3f;
-    std::printf("%.4f\n", static_cast<double>(D(2).real()));
-  }
-  MPI_Finalize();
-  return failed;
-}
-CPP
-g++ -std=c++17 -Wall -Wextra "$work/classes.cpp" $(pkg-config --cflags --libs ves) -lscalapack-openmpi \
-  -llapack -lblas -o "$work/classes"
-"$work/classes"
+for program in own_operator own_test own_solver; do
+  g++ -std=c++17 -Wall -Wextra -Werror "$source/docs/listings/$program.cpp" \
+    $(pkg-config --cflags --libs ves) -lscalapack-openmpi -llapack -lblas -o "$work/$program"
+  "$work/$program"
+  "$@" -np 2 "$work/$program"
+done
 
 # One header of its own per class: each compiles alone, and ves.h in strict C11.
 for header in $(cd "$prefix/include" && find ves ves*.hpp -name '*.h*'); do

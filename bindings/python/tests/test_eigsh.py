@@ -2,6 +2,7 @@ import doctest
 import itertools
 import pickle
 from pathlib import Path
+from xml.etree import ElementTree
 
 import numpy as np
 import pytest
@@ -157,6 +158,23 @@ def test_result_tells_of_the_run():
     assert "70 of 70 pairs" in repr(result)
     copy = pickle.loads(pickle.dumps(result))
     assert np.array_equal(copy[0], result.values) and copy.reason == "converged"
+
+
+@pytest.mark.filterwarnings("ignore::ves.ConvergenceWarning")
+@pytest.mark.parametrize("k, lines, arguments", [
+    (20, 1, {}), (1, 0, {"detector": "eigenvalues"}), (3, 1, {"which": "LA", "maxiter": 2}),
+    (2, 1, {"X0": np.eye(300, 2), "guard": 0, "absolute_tol": 9})])  # at once
+def test_picture(k, lines, arguments, tmp_path):
+    result = ves.eigsh(line(300), k, **arguments)
+    result.plot(tmp_path / "run.svg")
+    drawn = list(ElementTree.parse(tmp_path / "run.svg").iter())
+    curves = [each.get("d") for each in drawn if each.get("class") == "pair"]
+    dots = [each.get("fill") for each in drawn if each.tag.endswith("circle")]
+    assert len(curves) == len(dots) == k and dots.count("#fff") == k - result.n_converged
+    assert sum(each.get("class") == "threshold" for each in drawn) == 3 * lines  # with its name
+    if "which" in arguments:  # the pairs of the picture ascend, those of the run descend
+        ends = [float(curve.split()[-1]) for curve in curves]  # from above
+        assert list(np.argsort(ends)) == list(np.argsort(-result.history[-1].residuals[::-1]))
 
 
 def test_absolute_threshold():

@@ -1,8 +1,11 @@
 """What a call gives back."""
 
+from pathlib import Path
 from typing import NamedTuple
 
 import numpy as np
+
+from . import _plot
 
 
 class ConvergenceWarning(UserWarning):
@@ -104,6 +107,13 @@ class EigenResult(_Pairs):
         return (f"{self.n_converged} of {len(self.values)} pairs converged in {self.iterations}"
                 f" iterations of {self.settings.solver} ({self.reason}), largest residual"
                 f" {np.max(self.residuals):.2e} for a threshold of {self.threshold:.2e}")
+
+    def plot(self, path):
+        """Writes a picture of the run into an SVG file: the residual of each pair by iteration, with
+        the threshold where it is one of residuals; the values; where the time of this process
+        went. Local: on several processes one of them is enough.
+        """
+        Path(path).write_text(_plot.draw(self), encoding="utf-8")
 
     def __repr__(self):
         return f"<EigenResult: {self.summary()}\n values={self.values!r}>"
