@@ -1,4 +1,4 @@
-"""The picture of a run, in the looks of the program's."""
+"""The picture of a run, which looks as that of the program."""
 
 import math
 from collections import namedtuple
@@ -42,8 +42,7 @@ _VALUES, _COSTS = _Frame(100, 400, 506, 684), _Frame(570, 740, 506, 684)
 def draw(result):
     """Text of an SVG file."""
     pairs = len(result.values)
-    title = (f"{result.n_converged} of {pairs} pairs converged in {result.iterations} iterations"
-             f" of {result.settings.solver}")
+    title = result.summary().partition(" (")[0]  # how the run ended
     return "\n".join([
         '<svg xmlns="http://www.w3.org/2000/svg" width="820" height="740" viewBox="0 0 820 740">',
         _STYLE, _text("start", _RESIDUALS.left, 36, title, "title"), *_residuals(result),
@@ -52,13 +51,12 @@ def draw(result):
 
 
 def _text(anchor, x, y, text, kind="tick"):
-    place = f'text-anchor="{anchor}" x="{x:.1f}" y="{y:.1f}"'
-    return f'<text class="{kind}" {place}>{escape(text)}</text>'
+    return f'<text class="{kind}" text-anchor="{anchor}" x="{x:g}" y="{y:g}">{escape(text)}</text>'
 
 
 def _panel(frame, title, x, y):
     """Border, title and the names of the axes."""
-    at = f"translate({frame.left - 82:.1f} {frame.y(0.5):.1f})"
+    at = f"translate({frame.left - 82} {frame.y(0.5)})"
     return [frame.box('class="frame"'), _text("start", frame.left, frame.top - 10, title, "panel"),
             _text("middle", frame.x(0.5), frame.bottom + 38, x),
             f'<text text-anchor="middle" transform="{at} rotate(-90)">{y}</text>']
@@ -77,9 +75,9 @@ def _step(extent, most=10):
 
 def _residuals(result):
     frame, pairs = _RESIDUALS, len(result.values)
-    order = -1 if result.settings.is_highest else 1  # a run finds the highest pair first
     at = [state.iteration for state in result.history]
-    curves = np.array([state.residuals[::order] for state in result.history])
+    curves = np.array([state.residuals for state in result.history])
+    curves = curves[:, ::-1] if result.settings.is_highest else curves  # there the highest is first
     known, last, width = np.isfinite(curves) & (curves > 0), max(*at, 1), 1.3 if len(at) > 1 else 7
     threshold = [result.threshold] if result.settings.detector == "residuals" else []
     logs = np.log10([*curves[known], *threshold] or [1.0])
@@ -88,34 +86,35 @@ def _residuals(result):
              for tick in range(0, last + 1, max(1, int(_step(last))))]
     drawn += [frame.tick((decade - low) / (high - low), f"1e{decade}")
               for decade in range(low, high + 1, max(1, int(_step(high - low))))]
+    drawn += _panel(frame, "Residuals", "iteration", "residual")
     for j in range(pairs):
         path = ""  # a line breaks where a residual is not known; one that stands alone is a dot
         for i in np.flatnonzero(known[:, j]):
             y = frame.y((math.log10(curves[i, j]) - low) / (high - low))
             place = f"{frame.x(at[i] / last):.1f} {y:.1f}"
             path += f"L{place}" if i > 0 and known[i - 1, j] else f"M{place}h0"
-        drawn.append(f'<path class="pair" stroke="{_colour(j, pairs)}" stroke-width="{width}"'
-                     f' d="{path}"/>')
+        stroke = f'stroke="{_colour(j, pairs)}" stroke-width="{width}"'
+        drawn.append(f'<path class="pair" {stroke} d="{path}"/>')
     for bound in threshold:
         part = (math.log10(bound) - low) / (high - low)
         drawn += [frame.line(part, "threshold"), *(
             _text("start", frame.right + 8, frame.y(part) + shift, text, "threshold")
             for shift, text in ((-3, "threshold"), (13, f"{bound:.2g}")))]
-    return _panel(frame, "Residuals", "iteration", "residual") + drawn
+    return drawn
 
 
 def _legend(pairs):
     last, y, steps = f"pair {pairs}", _RESIDUALS.top - 10, min(pairs, 12)
     bar, each = _RESIDUALS.right - 108 - 8 * len(last), 96 / steps
+    boxes = [_Frame(bar + each * i, bar + each * (i + 1), y - 9, y) for i in range(steps)]
     return [_text("end", bar - 8, y, "pair 1"), _text("start", bar + 104, y, last),
-            *(_Frame(bar + each * i, bar + each * (i + 1), y - 9, y).box(
-                f'fill="{_colour(i, steps)}"') for i in range(steps))]
+            *(box.box(f'fill="{_colour(i, steps)}"') for i, box in enumerate(boxes))]
 
 
 def _values(result):
     frame, pairs = _VALUES, len(result.values)
     known = np.flatnonzero(np.isfinite(result.values))
-    low, high = min(result.values[known], default=0.0), max(result.values[known], default=0.0)
+    low, high = (end(result.values[known], default=0.0) for end in (min, max))
     size, extent = max(-low, high), high - low
     # Values closer than labels can tell are no range.
     margin = 0.05 * extent if extent > 1e-4 * size else 0.1 * size or 1.0
@@ -126,14 +125,15 @@ def _values(result):
              for pair in range(each, pairs + 1, each)]
     drawn += [frame.tick((tick - low) / (high - low), f"{tick:.{digits}g}")
               for tick in np.arange(math.ceil(low / step), math.floor(high / step) + 1) * step]
+    hint = "" if result.converged else " (hollow: not converged)"
+    drawn += _panel(frame, "Eigenvalues" + hint, "pair", "eigenvalue")
     first = pairs - result.n_converged if result.settings.is_highest else 0
     for j in known:
-        colour, is_full = _colour(j, pairs), first <= j < first + result.n_converged
         x, y = frame.x((j + 0.5) / pairs), frame.y((result.values[j] - low) / (high - low))
-        drawn.append(f'<circle cx="{x:.1f}" cy="{y:.1f}" r="3.5" stroke="{colour}"'
-                     f' fill="{colour if is_full else "#fff"}"/>')
-    title = "Eigenvalues" + " (hollow: not converged)" * (not result.converged)
-    return _panel(frame, title, "pair", "eigenvalue") + drawn
+        edge = _colour(j, pairs)
+        fill = edge if first <= j < first + result.n_converged else "#fff"
+        drawn.append(f'<circle cx="{x:g}" cy="{y:g}" r="3.5" stroke="{edge}" fill="{fill}"/>')
+    return drawn
 
 
 def _costs(statistics):
