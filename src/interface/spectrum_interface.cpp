@@ -16,6 +16,8 @@ VesReturnCode VesMatrixEstimateSpectrum(VesMatrix A, VesVector like, double* nor
       verdict = VES_ERR_MISMATCH;
     else if (LacksRoutine(*A))
       verdict = VES_ERR_NULL_POINTER;
+    else if (!HasRowsOf(*A, *like))
+      verdict = VES_ERR_MISMATCH;
     verdict = AgreeOn(verdict, {PartOf(*A)}, like->comm);
     if (verdict != VES_GOOD) return verdict;
     ShortLanczos<Scalar> lanczos;
