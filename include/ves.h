@@ -203,9 +203,10 @@ VES_EXPORT VesReturnCode VesMatrixSetCalledEverywhere(VesMatrix matrix, bool isO
 /// Collective over comm, where the verdicts after the first four are agreed on. values has
 /// the scalar type of the handle; processes without rows may give null pointers.
 /// \return -7 matrix is null; -6 not a shell operator; -1 comm is MPI_COMM_NULL; -4 unknown scalar
-///         type; -5 scalar types differ between processes; -7 a missing array, -1 nRows is negative,
-///         starts do not ascend from 0, a column is not from 0 to the number of all rows, there is
-///         no storage, or 32 bits do not count the rows that some process gives to others; 0
+///         type; -5 scalar types differ between processes; -7 a missing array, -1 nRows is
+///         negative, starts do not ascend from 0, a column is not from 0 to the number of all rows,
+///         there is no storage, or 32 bits do not count the rows that some process gives to others;
+///         0
 VES_EXPORT VesReturnCode VesMatrixSetRows(VesMatrix matrix, MPI_Comm comm, int nRows,
                                           const long long* starts, const long long* columns,
                                           const void* values) VES_NOEXCEPT;
@@ -217,8 +218,8 @@ VES_EXPORT VesReturnCode VesMatrixSetRows_f(VesMatrix matrix, MPI_Fint comm, int
                                             const void* values) VES_NOEXCEPT;
 
 /// Y = Op X, n x k both, outside of a run: by the routine or the entries of an operator, or by
-/// those for single precision where X is of that. Collective as far as the operator is; each process
-/// checks its own operands.
+/// those for single precision where X is of that. Collective as far as the operator is; each
+/// process checks its own operands.
 /// \return -7 matrix, X or Y is null; -5 scalar types differ; -7 there are neither routine nor
 ///         entries; -5 the entries are distributed otherwise than X; -1 ld of X below its rows;
 ///         -1 communicators or shapes of X and Y differ; -7 a block without storage; -1 leading
@@ -564,9 +565,9 @@ VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols,
 /// storage of X once more, with B twice, and k^2 numbers.
 /// \return -1 A, X or D is null; -7 maxResidual or maxOrthoError is null; -5 scalar types differ;
 ///         -7 a block without storage or an operator without a routine; -5 an operator of entries
-///         is distributed otherwise than X; -1 ld below the rows, or a block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k, on whether
-///         there is a B, or on where an operator is called; -1 some process cannot have the
-///         storage; 0
+///         is distributed otherwise than X; -1 ld below the rows, or a block or k^2 beyond 32 bits;
+///         -6 D is not k x 1; -5 processes disagree on k, on whether there is a B, or on where an
+///         operator is called; -1 some process cannot have the storage; 0
 VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                             double* maxResidual,
                                             double* maxOrthoError) VES_NOEXCEPT;
@@ -580,9 +581,9 @@ VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector 
 /// is not. The vectors are distributed as like, whose columns are not touched.
 /// Collective over like's communicators, over the first of which verdicts but the first are agreed
 /// on; takes the storage of three columns.
-/// \return -7 A, like or norm is null; -5 like is not dense or of another scalar type; -7 A has no
-///         routine; -5 A has entries that are distributed otherwise; -5 processes disagree on where A is called; -1 some process cannot have the
-///         storage; 0
+/// \return -7 A, like or norm is null; -5 like is not dense, of another scalar type or distributed
+///         otherwise than the entries of A; -7 A has no routine; -5 processes disagree on where A
+///         is called; -1 some process cannot have the storage; 0
 VES_EXPORT VesReturnCode VesMatrixEstimateSpectrum(VesMatrix A, VesVector like, double* norm,
                                                    double* lowest) VES_NOEXCEPT;
 

@@ -63,8 +63,8 @@ public:
   }
 
   /// A sparse matrix, of which this process has the rows that starts tells of: nRows + 1 places in
-  /// columns and values, as VesMatrixSetRows, which copies them. Collective, and so is the end of the
-  /// operator. Throws Error, on all processes.
+  /// columns and values, as VesMatrixSetRows, which copies them. Collective, and so is the end of
+  /// the operator. Throws Error, on all processes.
   Operator(MPI_Comm comm, const std::vector<long long>& starts,
            const std::vector<long long>& columns, const std::vector<Scalar>& values)
       : m_handle(makeMatrix<Scalar>(nullptr, nullptr)) {

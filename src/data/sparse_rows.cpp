@@ -24,8 +24,8 @@ Number MultiplyAdd(const Number& sum, const Number& a, const Number& b) {
     return sum + a * b;
 }
 
-/// y, of which only rows with entries are touched, := or += entries x for width columns. Entry (i, j)
-/// of x is x[i row + j column]; y is column-major.
+/// y, of which only rows with entries are touched, := or += entries x for width columns. Entry
+/// (i, j) of x is x[i row + j column]; y is column-major.
 template <int width, bool adds, typename Scalar, typename Number>
 void MultiplyPanel(const EntriesByRows<Scalar>& entries, const Number* x, std::ptrdiff_t row,
                    std::ptrdiff_t column, Number* y, std::ptrdiff_t ld) {
