@@ -9,8 +9,9 @@
 /// - Every function returns a VesReturnCode unless it says otherwise; codes are listed in the
 ///   order in which the checks are made. A refused call changes nothing.
 /// - "Collective" means that every process of the block's first communicator makes the call, in
-///   the same order. All other functions are local, but for what a solver releases: destroying it,
-///   and replacing its dense eigensolver or orthogonalizer, frees a communicator of its own.
+///   the same order. All other functions are local, but for what is released: destroying a solver
+///   or an operator of entries, replacing these entries, or the dense eigensolver or orthogonalizer
+///   of a solver, frees a communicator of theirs.
 /// - Every block of a handle holds its scalar type, columns of values and norms too: the k values
 ///   of a complex problem are k complex numbers.
 /// - A handle belongs to the caller from ...Create to ...Destroy. MPI must be initialised before
@@ -66,7 +67,7 @@ typedef enum VesScalarType VES_ENUM_BASE {
 /// Kind of an operator.
 typedef enum VesMatrixType VES_ENUM_BASE {
   VES_MATRIX_EMPTY = 0, ///< the absent operator; never created by the caller
-  VES_MATRIX_SHELL = 1  ///< matrix-free, applied by a routine of the caller
+  VES_MATRIX_SHELL = 1  ///< applied by a routine of the caller, or by entries that he gave
 } VesMatrixType;
 
 /// Kind of a vector handle.
@@ -159,7 +160,7 @@ VES_EXPORT VesReturnCode VesMatrixCreate(VesMatrix* out, VesScalarType scalarTyp
 VES_EXPORT VesReturnCode VesMatrixSetDim(VesMatrix matrix, int nRows, int nCols) VES_NOEXCEPT;
 
 /// Installs the multiplication routine and the pointer that it is called with. Both stay the
-/// caller's. A run refuses an operator without a routine.
+/// caller's. Entries that were given before are released. A run refuses an operator without either.
 /// \return -7 matrix is null; -6 not a shell operator; -4 unknown scalar type; 0
 VES_EXPORT VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
                                                  VesShellMatVec matVec) VES_NOEXCEPT;
@@ -191,10 +192,44 @@ VES_EXPORT VesReturnCode VesMatrixSetShellPair(VesMatrix A, VesMatrix B, void* u
 /// \return -7 matrix is null; -6 not a shell operator; 0
 VES_EXPORT VesReturnCode VesMatrixSetCalledEverywhere(VesMatrix matrix, bool isOn) VES_NOEXCEPT;
 
-/// \return the user data of a shell operator; null for a null handle or another kind
+/// Gives an operator its entries, by which it then multiplies without a routine: the rows of a
+/// sparse matrix that this process holds, in the order of ranks, with columns numbered from 0 over
+/// all processes. Row i has the entries from starts[i] to starts[i + 1] of columns and values,
+/// starts[0] = 0; entries of the same place add up. They are copied, and the arrays may go. Runs of
+/// mixed precision multiply by the same entries in single precision.
+///
+/// A product sends the rows of x that other processes need to these alone, on a duplicate of comm,
+/// and multiplies the entries of own columns meanwhile. Blocks must be distributed as the entries.
+/// Collective over comm, where the verdicts after the first four are agreed on. values has
+/// the scalar type of the handle; processes without rows may give null pointers.
+/// \return -7 matrix is null; -6 not a shell operator; -1 comm is MPI_COMM_NULL; -4 unknown scalar
+///         type; -5 scalar types differ between processes; -7 a missing array, -1 nRows is
+///         negative, starts do not ascend from 0, a column is not from 0 to the number of all rows,
+///         there is no storage, or 32 bits do not count the rows that some process gives to others;
+///         0
+VES_EXPORT VesReturnCode VesMatrixSetRows(VesMatrix matrix, MPI_Comm comm, int nRows,
+                                          const long long* starts, const long long* columns,
+                                          const void* values) VES_NOEXCEPT;
+
+/// As VesMatrixSetRows, for callers that hold a communicator as a Fortran handle.
+/// \return as VesMatrixSetRows
+VES_EXPORT VesReturnCode VesMatrixSetRows_f(VesMatrix matrix, MPI_Fint comm, int nRows,
+                                            const long long* starts, const long long* columns,
+                                            const void* values) VES_NOEXCEPT;
+
+/// Y = Op X, n x k both, outside of a run: by the routine or the entries of an operator, or by
+/// those for single precision where X is of that. Collective as far as the operator is; each
+/// process checks its own operands.
+/// \return -7 matrix, X or Y is null; -5 scalar types differ; -7 there are neither routine nor
+///         entries; -5 the entries are distributed otherwise than X; -1 ld of X below its rows;
+///         -1 communicators or shapes of X and Y differ; -7 a block without storage; -1 leading
+///         dimensions differ; 0
+VES_EXPORT VesReturnCode VesMatrixMultiply(VesMatrix matrix, VesVector X, VesVector Y) VES_NOEXCEPT;
+
+/// \return the user data of a shell operator; null for a null handle, another kind or entries
 VES_EXPORT void* VesMatrixGetShellUserData(VesMatrix matrix) VES_NOEXCEPT;
 
-/// Releases an operator; a null handle is ignored.
+/// Releases an operator; a null handle is ignored. Collective for one of entries.
 VES_EXPORT void VesMatrixDestroy(VesMatrix matrix) VES_NOEXCEPT;
 
 /* ------------------------------------------------------------------ blocks of vectors */
@@ -249,6 +284,7 @@ VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEP
 /// the storage of X once more, with B twice.
 /// \return -1 A, X, D or R is null; -6 shapes, or communicators or scalar types of X and R, differ;
 ///         -5 scalar types differ; -7 a block without storage or an operator without a routine;
+///         -5 an operator of entries is distributed otherwise than X;
 ///         -1 ld below the rows, or a block beyond 32 bits; -1 this process cannot have the
 ///         storage, which the others are not told; 0
 VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
@@ -364,6 +400,7 @@ VES_EXPORT VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) VES_NOEX
 /// \return -1 solver, A, X or D is null; -5 scalar types differ; -5 the columns of X differ from
 ///         the rows of D, or D has not one column; -4 X or D is no dense block; -7 X or D (where
 ///         they have entries) is without storage, or an operator that is used has no routine;
+///         -5 an operator of entries is distributed otherwise than X;
 ///         -5 the communicators of X and D differ; -1 ld below the rows of X (where it has columns)
 ///         or D, or a run beyond 32 bits, as VesSolverMemory tells before; -5 processes disagree on
 ///         k, on the kind or a setting of the solver, on whether there is a monitor, a T, or a B
@@ -527,10 +564,10 @@ VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols,
 /// Collective over X's communicator, where all verdicts but the first two are agreed on; takes the
 /// storage of X once more, with B twice, and k^2 numbers.
 /// \return -1 A, X or D is null; -7 maxResidual or maxOrthoError is null; -5 scalar types differ;
-///         -7 a block without storage or an operator without a routine; -1 ld below the rows, or a
-///         block or k^2 beyond 32 bits; -6 D is not k x 1; -5 processes disagree on k, on whether
-///         there is a B, or on where an operator is called; -1 some process cannot have the
-///         storage; 0
+///         -7 a block without storage or an operator without a routine; -5 an operator of entries
+///         is distributed otherwise than X; -1 ld below the rows, or a block or k^2 beyond 32 bits;
+///         -6 D is not k x 1; -5 processes disagree on k, on whether there is a B, or on where an
+///         operator is called; -1 some process cannot have the storage; 0
 VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                             double* maxResidual,
                                             double* maxOrthoError) VES_NOEXCEPT;
@@ -544,9 +581,9 @@ VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector 
 /// is not. The vectors are distributed as like, whose columns are not touched.
 /// Collective over like's communicators, over the first of which verdicts but the first are agreed
 /// on; takes the storage of three columns.
-/// \return -7 A, like or norm is null; -5 like is not dense or of another scalar type; -7 A has no
-///         routine; -5 processes disagree on where A is called; -1 some process cannot have the
-///         storage; 0
+/// \return -7 A, like or norm is null; -5 like is not dense, of another scalar type or distributed
+///         otherwise than the entries of A; -7 A has no routine; -5 processes disagree on where A
+///         is called; -1 some process cannot have the storage; 0
 VES_EXPORT VesReturnCode VesMatrixEstimateSpectrum(VesMatrix A, VesVector like, double* norm,
                                                    double* lowest) VES_NOEXCEPT;
 

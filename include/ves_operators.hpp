@@ -12,6 +12,7 @@
 #include <memory>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace ves {
 
@@ -59,6 +60,17 @@ public:
     auto routine = std::make_unique<Kept>(std::forward<Callable>(callable));
     m_handle = makeMatrix<Scalar>(Kept::call, routine.get());
     m_routine = std::move(routine);
+  }
+
+  /// A sparse matrix, of which this process has the rows that starts tells of: nRows + 1 places in
+  /// columns and values, as VesMatrixSetRows, which copies them. Collective, and so is the end of
+  /// the operator. Throws Error, on all processes.
+  Operator(MPI_Comm comm, const std::vector<long long>& starts,
+           const std::vector<long long>& columns, const std::vector<Scalar>& values)
+      : m_handle(makeMatrix<Scalar>(nullptr, nullptr)) {
+    const int nRows = static_cast<int>(starts.size()) - 1; // refused where it is negative
+    check(VesMatrixSetRows(handle(), comm, nRows, starts.data(), columns.data(), values.data()),
+          "VesMatrixSetRows");
   }
 
   /// Keeps a callable that multiplies by the same operator in single precision, on
@@ -152,6 +164,13 @@ void finish(VesReturnCode code, const char* call, const Sources&... sources) {
   for (const std::exception_ptr& kept : {sources.takeFailure()...})
     if (kept) std::rethrow_exception(kept);
   check(code, call);
+}
+
+/// Y = Op X, outside of a run, by VesMatrixMultiply: also with blocks in single precision, for an
+/// operator that has that. Collective as far as the operator is.
+template <typename Scalar, typename Element>
+void multiply(const Operator<Scalar>& op, const Block<Element>& X, const Block<Element>& Y) {
+  finish(VesMatrixMultiply(op.handle(), X.handle(), Y.handle()), "VesMatrixMultiply", op);
 }
 
 } // namespace ves

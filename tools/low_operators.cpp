@@ -15,10 +15,12 @@ void AddLowOperators(const Options& options, const ProblemData& data, Problem<Sc
     if (precision == Precision::mixed)
       throw Error(exitUsage, "--precision mixed needs a problem in double precision");
   } else if (precision == Precision::mixed || (precision == Precision::automatic && !isExact)) {
+    problem.lowA = ProductWith<Low<Scalar>>(problem.matrixA);
+    problem.lowB = ProductWith<Low<Scalar>>(problem.matrixB);
+    if (isExact) return;
     auto low = MakeProblem<Low<Scalar>>(options.problem, data, problem.comm);
-    if (!isExact) AddPreconditioner(options.preconditioner, low);
-    problem.lowA = low.a;
-    problem.lowB = low.b;
+    AddPreconditioner(options.preconditioner, low);
+    if (!problem.lowA) problem.lowA = low.a; // a model without a matrix
     problem.lowT = low.t;
   }
 }

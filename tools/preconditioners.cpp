@@ -101,12 +101,12 @@ BySparseColumns<Scalar> Shifted(const Problem<Scalar>& problem, double shift) {
 
 // The largest sum of absolute values in a row, a bound of the 2-norm.
 template <typename Scalar>
-double RowSumNorm(const DistributedMatrix<Scalar>& matrix) {
+double RowSumNorm(const SparseMatrix<Scalar>& matrix) {
   const auto& block = matrix.DiagonalBlock();
   double largest = 0.0;
   for (Eigen::Index i = 0; i < block.outerSize(); ++i) {
     double sum = 0.0;
-    for (typename DistributedMatrix<Scalar>::Sparse::InnerIterator it(block, i); it; ++it)
+    for (typename SparseMatrix<Scalar>::Sparse::InnerIterator it(block, i); it; ++it)
       sum += std::abs(it.value());
     largest = std::max(largest, sum);
   }

@@ -106,14 +106,13 @@ Problem<Scalar> MakeProblem(const ProblemOptions& options, const ProblemData& da
   problem.title = data.title;
   problem.comm = comm;
   problem.offsets = data.offsets;
-  const auto make = [&](const EntryList& list, auto& matrix, BlockOperator<Scalar>& apply) {
-    const auto made =
-        std::make_shared<const DistributedMatrix<Scalar>>(list.entries, data.offsets, comm);
-    matrix = made;
-    apply = [made](const Scalar* x, Scalar* y, int nCols, int ld) { made->Apply(x, y, nCols, ld); };
+  const auto make = [&](const EntryList& list) {
+    return std::make_shared<const SparseMatrix<Scalar>>(list.entries, data.offsets, comm);
   };
-  make(data.a, problem.matrixA, problem.a);
-  if (data.b.rows > 0) make(data.b, problem.matrixB, problem.b);
+  problem.matrixA = make(data.a);
+  if (data.b.rows > 0) problem.matrixB = make(data.b);
+  problem.a = ProductWith<Scalar>(problem.matrixA);
+  problem.b = ProductWith<Scalar>(problem.matrixB);
   return problem;
 }
 

@@ -1,8 +1,8 @@
 #ifndef VES_TOOLS_PROBLEM_H
 #define VES_TOOLS_PROBLEM_H
 
-#include "distributed_matrix.h"
 #include "options.h"
+#include "sparse_matrix.h"
 
 #include <mpi.h>
 #include <ves.h>
@@ -25,6 +25,14 @@ using Low = std::conditional_t<std::is_floating_point_v<Scalar>, float, std::com
 template <typename Scalar>
 using BlockOperator = std::function<void(const Scalar* x, Scalar* y, int nCols, int ld)>;
 
+/// The product with a matrix, which it keeps, on blocks of Number.
+template <typename Number, typename Scalar>
+BlockOperator<Number> ProductWith(const std::shared_ptr<const SparseMatrix<Scalar>>& matrix) {
+  if (!matrix) return nullptr;
+  return
+      [matrix](const Number* x, Number* y, int nCols, int ld) { matrix->Apply(x, y, nCols, ld); };
+}
+
 /// y = -Op x.
 template <typename Scalar>
 BlockOperator<Scalar> Negated(const BlockOperator<Scalar>& apply, int rows) {
@@ -43,7 +51,7 @@ struct Problem {
   std::string title;
   MPI_Comm comm = MPI_COMM_NULL;
   RowOffsets offsets;
-  std::shared_ptr<const DistributedMatrix<Scalar>> matrixA, matrixB;
+  std::shared_ptr<const SparseMatrix<Scalar>> matrixA, matrixB;
   BlockOperator<Scalar> a, b, t; ///< b is empty in the standard problem, t without preconditioner
   BlockOperator<Low<Scalar>> lowA, lowB, lowT; ///< in single precision; empty where not wanted
   bool isInverseExact = false;                 ///< t is (A - s B)^-1

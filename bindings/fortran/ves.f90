@@ -154,6 +154,12 @@ module ves
       type(c_funptr), value :: routine
       integer, intent(out), optional :: ierror
     end subroutine VesMatrixSetShellPair
+    !> Y = Op X, outside of a run. Collective as far as the operator is.
+    module subroutine VesMatrixMultiply(matrix, X, Y, ierror)
+      type(VesMatrix), intent(in) :: matrix
+      type(VesVector), intent(in) :: X, Y
+      integer, intent(out), optional :: ierror
+    end subroutine VesMatrixMultiply
     !> \return the operator that was set; null when there is none, or a routine of C
     module function VesMatrixGetShellUserData(matrix) result(op)
       type(VesMatrix), intent(in) :: matrix
@@ -218,6 +224,28 @@ module ves
       integer, intent(out), optional :: ierror
     end subroutine RemoveLowOperator
   end interface VesMatrixSetShellMatVecLow
+
+  !> Gives a matrix its entries, in place of an operator: the rows of this process. Row i has those
+  !> from starts(i) to starts(i + 1) - 1 of columns, numbered from 1 over all processes, and of values,
+  !> an array of the matrix's kind. All are copied. Collective over comm. VES_ERR_INVALID_VALUE on all
+  !> processes: values of another kind or with gaps, or arrays too short for starts.
+  interface VesMatrixSetRows
+    module subroutine SetRowsF08(matrix, comm, starts, columns, values, ierror)
+      type(VesMatrix), intent(in) :: matrix
+      type(MPI_Comm), intent(in) :: comm
+      integer(int64), intent(in) :: starts(:), columns(:)
+      class(*), target, intent(in) :: values(:)
+      integer, intent(out), optional :: ierror
+    end subroutine SetRowsF08
+    module subroutine SetRowsInteger(matrix, comm, starts, columns, values, ierror)
+      type(VesMatrix), intent(in) :: matrix
+      integer, intent(in) :: comm
+      integer(int64), intent(in) :: starts(:), columns(:)
+      class(*), target, intent(in) :: values(:)
+      integer, intent(out), optional :: ierror
+    end subroutine SetRowsInteger
+  end interface VesMatrixSetRows
+  private :: SetRowsF08, SetRowsInteger
 
   ! ------------------------------------------------------------------ blocks of vectors
 

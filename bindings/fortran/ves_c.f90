@@ -116,6 +116,18 @@ module ves_c
       type(c_funptr), value :: routine
       integer(c_int) :: code
     end function c_set_pair
+    function c_set_rows(matrix, comm, nRows, starts, columns, values) &
+        bind(c, name='VesMatrixSetRows_f') result(code)
+      import :: c_int, c_ptr
+      type(c_ptr), value :: matrix, starts, columns, values
+      integer(c_int), value :: comm, nRows
+      integer(c_int) :: code
+    end function c_set_rows
+    function c_multiply(matrix, X, Y) bind(c, name='VesMatrixMultiply') result(code)
+      import :: c_int, c_ptr
+      type(c_ptr), value :: matrix, X, Y
+      integer(c_int) :: code
+    end function c_multiply
     function c_set_comm(vector, slot, comm) bind(c, name='VesVectorSetComm_f') result(code)
       import :: c_int, c_ptr
       type(c_ptr), value :: vector

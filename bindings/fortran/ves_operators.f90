@@ -96,6 +96,48 @@ contains
     call Finish('VesMatrixSetShellMatVec', code, ierror)
   end procedure SetRoutineOfC
 
+  module procedure SetRowsF08
+    call SetRowsInteger(matrix, comm%MPI_VAL, starts, columns, values, ierror)
+  end procedure SetRowsF08
+
+  ! What this process finds wrong it tells by a number of rows that is refused on all.
+  module procedure SetRowsInteger
+    integer(c_long_long), allocatable, target :: from(:), places(:)
+    type(c_ptr) :: address
+    integer :: code, nRows, scalarType
+    address = c_null_ptr
+    scalarType = -1
+    select type (values)
+    type is (real(real64))
+      scalarType = VES_DOUBLE
+      if (size(values) > 0) address = c_loc(values)
+    type is (real(real32))
+      scalarType = VES_FLOAT
+      if (size(values) > 0) address = c_loc(values)
+    type is (complex(real64))
+      scalarType = VES_COMPLEX_DOUBLE
+      if (size(values) > 0) address = c_loc(values)
+    type is (complex(real32))
+      scalarType = VES_COMPLEX_FLOAT
+      if (size(values) > 0) address = c_loc(values)
+    end select
+    nRows = size(starts) - 1
+    if (nRows >= 0) then
+      if (starts(nRows + 1) - 1 > min(size(columns), size(values))) nRows = -1
+    end if
+    if (scalarType /= matrix%scalarType .or. .not. is_contiguous(values)) nRows = -1
+    allocate (from(size(starts) + 1), places(size(columns) + 1)) ! never of no size
+    from(:size(starts)) = starts - 1
+    places(:size(columns)) = columns - 1
+    code = c_set_rows(matrix%handle, comm, nRows, c_loc(from), c_loc(places), address)
+    if (code == VES_GOOD) nullify (matrix%link%op)
+    call Finish('VesMatrixSetRows', code, ierror)
+  end procedure SetRowsInteger
+
+  module procedure VesMatrixMultiply
+    call Finish('VesMatrixMultiply', c_multiply(matrix%handle, X%handle, Y%handle), ierror)
+  end procedure VesMatrixMultiply
+
   module procedure VesMatrixSetShellPair
     call Finish('VesMatrixSetShellPair', c_set_pair(A%handle, B%handle, userData, routine), ierror)
   end procedure VesMatrixSetShellPair

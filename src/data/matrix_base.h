@@ -7,6 +7,16 @@
 
 struct VesVectorBase;
 
+/// The entries of an operator that multiplies by itself.
+struct VES_EXPORT VesMatrixEntries {
+  VesMatrixEntries() = default;
+  VesMatrixEntries(const VesMatrixEntries&) = delete;
+  VesMatrixEntries& operator=(const VesMatrixEntries&) = delete;
+  virtual ~VesMatrixEntries() = default;
+  /// Their rows are distributed as those of the block. Local.
+  virtual bool Fits(const VesVectorBase& like) const = 0;
+};
+
 /// An operator that is known only by its product with a block of vectors.
 struct VES_EXPORT VesMatrixBase {
   VesScalarType scalarType = VES_DOUBLE;
@@ -22,6 +32,9 @@ struct VES_EXPORT VesMatrixBase {
     VesShellPair call;
   };
   std::shared_ptr<const SharedRoutine> shared; ///< with the operator that has the same, or null
+
+  std::unique_ptr<const VesMatrixEntries>
+      entries; ///< null where a routine of the caller multiplies
 
   VesMatrixBase() = default;
   VesMatrixBase(const VesMatrixBase&) = delete;

@@ -22,6 +22,7 @@ VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B,
                            const VectorDense<Scalar>& X, const VectorDense<Scalar>& D) {
   if (!HaveStorage(X, D)) return VES_ERR_NULL_POINTER;
   if (LacksRoutine(A) || LacksRoutine(B)) return VES_ERR_NULL_POINTER;
+  if (!HasRowsOf(A, X) || !HasRowsOf(B, X)) return VES_ERR_MISMATCH;
   if (X.ld < X.nRows || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
   // Sizes are 32-bit, those of the Gram matrix too.
   const std::int64_t entries = (static_cast<std::int64_t>(X.nCols) + 1) * std::max(X.ld, X.nCols);

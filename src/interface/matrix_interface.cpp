@@ -1,9 +1,43 @@
 #include "../data/matrix_shell.h"
+#include "../data/sparse_rows.h"
+#include "operand_checks.h"
 #include "scalar_dispatch.h"
 
 #include <utility>
 
 using namespace Ves;
+
+namespace {
+
+/// The routine of an operator that multiplies by its own entries.
+template <typename Scalar, typename Number>
+void MultiplyByEntries(void* entries, void* x, void* y, int, int nCols, int ld) {
+  static_cast<const SparseRows<Scalar>*>(entries)->Multiply(static_cast<const Number*>(x),
+                                                            static_cast<Number*>(y), nCols, ld);
+}
+
+template <typename Scalar, typename Number>
+void UseEntries(MatrixShell<Number>& shell, SparseRows<Scalar>& entries) {
+  shell.SetShellData(&entries);
+  shell.SetShellMatVec(MultiplyByEntries<Scalar, Number>);
+}
+
+/// The matrix multiplies by these entries from now on, in single precision, too.
+template <typename Scalar>
+void Install(std::unique_ptr<SparseRows<Scalar>> entries, MatrixShell<Scalar>& matrix) {
+  using Low = LowType<Scalar>;
+  std::unique_ptr<MatrixShell<Low>> lowered;
+  if constexpr (!std::is_same_v<Scalar, Low>) {
+    lowered = std::make_unique<MatrixShell<Low>>();
+    lowered->isCalledEverywhere = matrix.isCalledEverywhere;
+    UseEntries(*lowered, *entries);
+  }
+  UseEntries(matrix, *entries);
+  matrix.lowered = std::move(lowered);
+  matrix.entries = std::move(entries);
+}
+
+} // namespace
 
 VesReturnCode VesMatrixCreate(VesMatrix* out, VesScalarType scalarType,
                               VesMatrixType matrixType) noexcept {
@@ -32,6 +66,8 @@ VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
   if (matrix->matrixType != VES_MATRIX_SHELL) return VES_ERR_INCOMPATIBLE;
   return DispatchScalar(matrix->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
     auto& shell = static_cast<MatrixShell<typename decltype(tag)::type>&>(*matrix);
+    if (matrix->entries) matrix->lowered.reset(); // which multiplies by the same
+    matrix->entries.reset();
     shell.SetShellData(userData);
     shell.SetShellMatVec(matVec);
     return VES_GOOD;
@@ -58,6 +94,38 @@ VesReturnCode VesMatrixSetShellMatVecLow(VesMatrix matrix, void* userData,
   });
 }
 
+VesReturnCode VesMatrixSetRows(VesMatrix matrix, MPI_Comm comm, int nRows, const long long* starts,
+                               const long long* columns, const void* values) noexcept {
+  if (matrix == nullptr) return VES_ERR_NULL_POINTER;
+  if (matrix->matrixType != VES_MATRIX_SHELL) return VES_ERR_INCOMPATIBLE;
+  if (comm == MPI_COMM_NULL) return VES_ERR_INVALID_VALUE;
+  return DispatchScalar(matrix->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
+    using Scalar = typename decltype(tag)::type;
+    const GivenRows<Scalar> given{nRows, starts, columns, static_cast<const Scalar*>(values)};
+    VesReturnCode code = VES_GOOD;
+    auto entries = SparseRows<Scalar>::Create(comm, given, code);
+    if (code == VES_GOOD) Install(std::move(entries), static_cast<MatrixShell<Scalar>&>(*matrix));
+    return code;
+  });
+}
+
+VesReturnCode VesMatrixSetRows_f(VesMatrix matrix, MPI_Fint comm, int nRows,
+                                 const long long* starts, const long long* columns,
+                                 const void* values) noexcept {
+  return VesMatrixSetRows(matrix, MPI_Comm_f2c(comm), nRows, starts, columns, values);
+}
+
+VesReturnCode VesMatrixMultiply(VesMatrix matrix, VesVector X, VesVector Y) noexcept {
+  if (matrix == nullptr || X == nullptr || Y == nullptr) return VES_ERR_NULL_POINTER;
+  const bool isLow = matrix->lowered && matrix->lowered->scalarType == X->scalarType;
+  const VesMatrixBase& op = isLow ? *matrix->lowered : *matrix;
+  if (X->scalarType != op.scalarType || Y->scalarType != op.scalarType) return VES_ERR_MISMATCH;
+  if (LacksRoutine(op)) return VES_ERR_NULL_POINTER;
+  if (!HasRowsOf(*matrix, *X)) return VES_ERR_MISMATCH;
+  if (X->nRows > 0 && LeadingDimension(*X) < X->nRows) return VES_ERR_INVALID_VALUE;
+  return op.Apply(*X, *Y);
+}
+
 VesReturnCode VesMatrixSetShellPair(VesMatrix A, VesMatrix B, void* userData,
                                     VesShellPair routine) noexcept {
   if (A == nullptr || B == nullptr) return VES_ERR_NULL_POINTER;
@@ -82,7 +150,8 @@ VesReturnCode VesMatrixSetCalledEverywhere(VesMatrix matrix, bool isOn) noexcept
 }
 
 void* VesMatrixGetShellUserData(VesMatrix matrix) noexcept {
-  if (matrix == nullptr || matrix->matrixType != VES_MATRIX_SHELL) return nullptr;
+  if (matrix == nullptr || matrix->matrixType != VES_MATRIX_SHELL || matrix->entries)
+    return nullptr;
   return DispatchScalar<void*>(matrix->scalarType, nullptr, [&](auto tag) -> void* {
     return static_cast<MatrixShell<typename decltype(tag)::type>&>(*matrix).GetShellData();
   });

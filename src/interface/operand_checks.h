@@ -16,16 +16,28 @@ inline bool LacksRoutine(const VesMatrixBase& op) {
   });
 }
 
-/// How processes without rows take part in an operator: 0 there is none, 1 not, 2 they are called.
-/// All processes must say the same.
+/// Entries, where an operator is made of them, are distributed as the rows of a block: a product
+/// would read beyond it, or wait for processes that do not take part.
+inline bool HasRowsOf(const VesMatrixBase& op, const VesVectorBase& like) {
+  return op.entries == nullptr || op.entries->Fits(like);
+}
+
+/// How processes take part in an operator: 0 there is none; by a routine those with rows alone, 1,
+/// or all, 2; by entries 3 or 4. All processes must say the same.
 inline int PartOf(const VesMatrixBase& op) {
-  return op.IsPresent() ? 1 + (op.isCalledEverywhere ? 1 : 0) : 0;
+  if (!op.IsPresent()) return 0;
+  return 1 + (op.isCalledEverywhere ? 1 : 0) + (op.entries != nullptr ? 2 : 0);
 }
 
 /// The operator of a handle, or the placeholder of an absent one.
 inline const VesMatrixBase& OrAbsent(VesMatrix matrix) {
   static const VesMatrixEmpty absent;
   return matrix != nullptr ? *matrix : static_cast<const VesMatrixBase&>(absent);
+}
+
+inline int LeadingDimension(const VesVectorBase& vec) {
+  return DispatchScalar(vec.scalarType, 1,
+                        [&](auto tag) { return AsDense<typename decltype(tag)::type>(vec).ld; });
 }
 
 /// Blocks of vectors and values have storage where they have entries on this process.

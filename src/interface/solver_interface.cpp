@@ -58,6 +58,8 @@ VesReturnCode LocalVerdict(const VesSolverBase& solver, const VesMatrixBase& A,
   if (!HaveStorage(X, D)) return VES_ERR_NULL_POINTER;
   if (LacksRoutine(A) || LacksRoutine(T)) return VES_ERR_NULL_POINTER;
   if (UsesB(solver) && LacksRoutine(B)) return VES_ERR_NULL_POINTER;
+  if (!HasRowsOf(A, X) || !HasRowsOf(T, X) || (UsesB(solver) && !HasRowsOf(B, X)))
+    return VES_ERR_MISMATCH;
   if (X.comm != D.comm || X.auxComm != D.auxComm) return VES_ERR_MISMATCH;
   if ((X.nCols > 0 && X.ld < X.nRows) || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
   if (const VesReturnCode code = DeflationVerdict(solver, X); code != VES_GOOD) return code;

@@ -12,7 +12,7 @@ VesReturnCode VesMatrixEstimateSpectrum(VesMatrix A, VesVector like, double* nor
   return DispatchScalar(A->scalarType, VES_ERR_MISMATCH, [&](auto tag) {
     using Scalar = typename decltype(tag)::type;
     VesReturnCode verdict = VES_GOOD;
-    if (!IsDense<Scalar>(*like))
+    if (!IsDense<Scalar>(*like) || !HasRowsOf(*A, *like))
       verdict = VES_ERR_MISMATCH;
     else if (LacksRoutine(*A))
       verdict = VES_ERR_NULL_POINTER;

@@ -16,18 +16,6 @@ bool LacksStorage(const VesVectorBase& vec) {
   return vec.IsDataEmpty() && vec.nRows > 0 && vec.nCols > 0;
 }
 
-int LeadingDimension(const VesVectorBase& vec) {
-  return DispatchScalar(vec.scalarType, 1,
-                        [&](auto tag) { return AsDense<typename decltype(tag)::type>(vec).ld; });
-}
-
-/// Sums over one are sums over the other.
-bool HaveSameProcesses(MPI_Comm a, MPI_Comm b) {
-  int result = MPI_UNEQUAL;
-  MPI_Comm_compare(a, b, &result);
-  return result == MPI_IDENT || result == MPI_CONGRUENT;
-}
-
 VesReturnCode CheckNorm(const VesVectorBase& x, const VesVectorBase& norms) {
   if (x.nCols != norms.nRows || norms.nCols != 1) return VES_ERR_INCOMPATIBLE;
   if (x.scalarType != norms.scalarType) return VES_ERR_UNSUPPORTED;
@@ -44,6 +32,7 @@ VesReturnCode CheckResidual(const VesMatrixBase& A, const VesMatrixBase& B, cons
   if (B.IsPresent() && B.scalarType != X.scalarType) return VES_ERR_MISMATCH;
   if (LacksStorage(X) || LacksStorage(D) || LacksStorage(R)) return VES_ERR_NULL_POINTER;
   if (LacksRoutine(A) || LacksRoutine(B)) return VES_ERR_NULL_POINTER;
+  if (!HasRowsOf(A, X) || !HasRowsOf(B, X)) return VES_ERR_MISMATCH;
   for (const VesVectorBase* vec : {&X, &D, &R})
     if (LeadingDimension(*vec) < vec->nRows) return VES_ERR_INVALID_VALUE;
   const std::int64_t entries = static_cast<std::int64_t>(LeadingDimension(X)) * X.nCols;

@@ -15,4 +15,10 @@ VesReturnCode AgreeOn(VesReturnCode verdict, const std::vector<int>& numbers, MP
   return static_cast<VesReturnCode>(-maxima[0]);
 }
 
+bool HaveSameProcesses(MPI_Comm a, MPI_Comm b) {
+  int result = MPI_UNEQUAL;
+  MPI_Comm_compare(a, b, &result);
+  return result == MPI_IDENT || result == MPI_CONGRUENT;
+}
+
 } // namespace Ves

@@ -1,6 +1,7 @@
 #include "blacs_wrapper.h"
 
 #include "../kernel/blacs_kernel.h"
+#include "agreement.h"
 #include "run_meter.h"
 
 #include <algorithm>
@@ -11,12 +12,6 @@
 namespace Ves {
 
 namespace {
-
-bool SameGroupAndOrder(MPI_Comm a, MPI_Comm b) {
-  int result = MPI_UNEQUAL;
-  MPI_Comm_compare(a, b, &result);
-  return result == MPI_IDENT || result == MPI_CONGRUENT;
-}
 
 bool MpiIsFinalized() {
   int finalized = 0;
@@ -37,7 +32,7 @@ void BlacsBase::InitGrid() {
   // The default system context spans the whole job, and mapping a grid from it waits for every
   // process of the job. On a proper part of the job the communicator itself is the parent
   // context, and grid positions are ranks in it.
-  const bool spansWorld = SameGroupAndOrder(comm, MPI_COMM_WORLD);
+  const bool spansWorld = HaveSameProcesses(comm, MPI_COMM_WORLD);
   if (!spansWorld) MPI_Comm_rank(comm, &rank);
   std::vector<int> ranks(static_cast<std::size_t>(p));
   MPI_Allgather(&rank, 1, MPI_INT, ranks.data(), 1, MPI_INT, comm);
@@ -75,7 +70,7 @@ void BlacsBase::ReplaceComm(MPI_Comm newComm) {
 void BlacsBase::InitDesc(int* desc, MPI_Comm gridComm, int n) {
   // Agreed on by all: a process that used this object alone in between would otherwise rebuild
   // while the others reuse, and wait for them.
-  int rebuild = !gridReady || !ownsComm || !SameGroupAndOrder(gridComm, comm);
+  int rebuild = !gridReady || !ownsComm || !HaveSameProcesses(gridComm, comm);
   ReduceInPlace(&rebuild, 1, MPI_INT, MPI_MAX, gridComm);
   if (rebuild != 0) {
     ExitGrid();

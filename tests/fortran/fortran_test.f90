@@ -218,6 +218,7 @@ contains
     type(Pairs), target :: op
     type(VesMatrix) :: A
     type(VesVector) :: vecX, vecR, vecD, vecNorms
+    integer :: i, rank, code
     x = reshape([1, 2, 3, 4, 5, 6, 7, 8, 9, 10], [5, 2])
     d = 2
     factor = 3
@@ -243,6 +244,15 @@ contains
     call Check(all(abs(r - x) < 1e-14_real64), 'residual')
     call VesEigResidual(A, vecX, vecD, vecR, B=A)
     call Check(all(abs(r + 3 * x) < 1e-14_real64), 'residual with B')
+    ! Row m has 2 on the diagonal and 1 in column 1 of all processes, which holds 1 and 6.
+    call MPI_Comm_rank(MPI_COMM_WORLD, rank)
+    call VesMatrixSetRows(A, MPI_COMM_WORLD, [(2_int64 * i + 1, i=0, 5)], &
+                          [([1_int64, 5_int64 * rank + i], i=1, 5)], &
+                          [([1.0_real64, 2.0_real64], i=1, 5)])
+    call VesMatrixMultiply(A, vecX, vecR)
+    call Check(all(abs(r - 2 * x - spread([1, 6], 1, 5)) < 1e-14_real64), 'product by entries')
+    call VesMatrixSetRows(A, MPI_COMM_WORLD, [1_int64, 2_int64], [1_int64], [1.0_real32], code)
+    call Check(code == VES_ERR_INVALID_VALUE, 'values of another kind')
     call VesVectorNorm(vecX, vecNorms)
     call Check(all(abs(norms(:, 1) - sqrt(processes * sum(x**2, 1))) < 1e-13_real64), 'norms')
     call VesVectorDestroy(vecNorms)

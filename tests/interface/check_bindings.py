@@ -7,9 +7,9 @@ from pathlib import Path
 from ves import _handles, _library
 
 # What a door does without or has in a form of its own: a new function is declared or stands here.
-NOT_IN_FORTRAN = {"VesVectorSetComm", "VesMatrixGetShellUserData"}
-NOT_IN_PYTHON = set("""VesMatrixSetDim VesMatrixGetShellUserData VesVectorSetComm VesVectorReplicate
-    VesVectorDenseGetValues VesSetOrthogonalizerType VesSetOrthoProjectorType VesSolverSetSelfCheck
+NOT_IN_FORTRAN = {"VesVectorSetComm", "VesMatrixSetRows", "VesMatrixGetShellUserData"}
+NOT_IN_PYTHON = set("""VesMatrixSetDim VesMatrixSetRows VesMatrixGetShellUserData VesVectorSetComm
+    VesVectorReplicate VesVectorDenseGetValues VesSetOrthogonalizerType VesSetOrthoProjectorType VesSolverSetSelfCheck
     VesSolverSetPPCGSoftLocking VesSolverSetPPCGRRPeriod VesSolverSetPPCGLockFactor
     VesSolverSetLockDetectorType VesSolverSetRankRevealerType""".split())
 # A signature has a letter for the result and each argument.
@@ -62,7 +62,8 @@ compare("Fortran", {name: enum[name] for enum in enums.values() for name in enum
         values(" ".join(re.findall("enumerator ::(.*)", types))))
 compare("Fortran", functions, fortran_signatures(c), NOT_IN_FORTRAN)
 public = re.findall(r"^ *(?:interface|module subroutine|module function) (Ves\w+)", module, re.M)
-compare("Fortran", dict.fromkeys(functions, 1), dict.fromkeys(public, 1), ["VesVectorSetComm_f"])
+compare("Fortran", dict.fromkeys(functions, 1), dict.fromkeys(public, 1),
+        ["VesVectorSetComm_f", "VesMatrixSetRows_f"])
 
 compare("Python", functions, {
     name: "".join(CTYPES.get(kind, "p") for kind in (each.restype, *(each.argtypes or ())))

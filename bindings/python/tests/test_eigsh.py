@@ -122,8 +122,32 @@ def test_deflation():
     assert whole.converged and whole.values[0] > -1.8
     again = ves.eigsh(A, 3, B, X0=first.vectors, deflate=first.vectors[:, :2] * 1e-200)
     assert again.converged and np.allclose(again.values, exact[2:5], rtol=0, atol=1e-9)
+    # Three of the four columns are independent.
+    rest = ves.eigsh(A, 117, B, deflate=mixed)
+    assert rest.converged and np.allclose(rest.values, exact[3:], rtol=0, atol=1e-9)
     with pytest.raises(ValueError, match="beside what is deflated"):
         ves.eigsh(A, 118, deflate=mixed)
+
+
+def test_both():
+    """Images of A and B from one routine, for explicit matrices."""
+    A, B = line(150).toarray(), mass(150).toarray()
+    plain, calls = ves.eigsh(A, 4, B), []
+
+    def both(X):
+        calls.append(X.shape[1])
+        return A @ X, B @ X
+
+    def fails(X):
+        raise ArithmeticError("no images")
+
+    shared = ves.eigsh(A, 4, B, both=both, solver="lobpcg")
+    assert sum(calls) > shared.iterations
+    wrong = ves.eigsh(A, 4, B, both=lambda X: (A @ X, 2 * X), solver="lobpcg")
+    for result in shared, wrong:
+        assert result.converged and np.allclose(result.values, plain.values, rtol=0, atol=1e-9)
+    with pytest.raises(ArithmeticError, match="no images"):
+        ves.eigsh(A, 4, B, both=fails, solver="lobpcg")
 
 
 def test_precision_inner_steps_and_guards():

@@ -82,13 +82,13 @@ def test_refused(kind, text, arguments):
 
 def test_handles_are_released_after_a_failure(monkeypatch):
     created, released = [], []
-    create = ves._handles._Handle.__init__
+    create = ves._handles.Handle.__init__
 
     def count(self, *arguments):
         create(self, *arguments)
         created.append(self.handle.value)
 
-    monkeypatch.setattr(ves._handles._Handle, "__init__", count)
+    monkeypatch.setattr(ves._handles.Handle, "__init__", count)
     for name in "VesMatrixDestroy", "VesVectorDestroy", "VesSolverDestroy":
         monkeypatch.setattr(ves._library.lib, name, lambda handle, destroy=getattr(
             ves._library.lib, name): (released.append(handle.value), destroy(handle)))

@@ -3,18 +3,14 @@
 import copy
 
 import numpy as np
-import scipy.sparse as sparse
 
 from . import _operators
+from ._handles import SparseRows
 
 
 class Rows(_operators.Operand):
-    """The rows of this process, n x N, of a sparse matrix of order N.
-
-    A product takes the entries of a block that the rows of this process meet from the processes
-    that hold them: those that need nothing of each other exchange no message, so that processes
-    without rows need not take part.
-    """
+    """The rows of this process, n x N, of a sparse matrix of order N, by which the library
+    multiplies blocks of its own type and of single precision."""
 
     is_matrix = True
 
@@ -22,8 +18,8 @@ class Rows(_operators.Operand):
         super().__init__(name, matrix.shape[0], matrix.dtype)
         self._rows = matrix.tocsr()
 
-    def connect(self, team):
-        """Finds out what is to be exchanged with whom. Collective over the team.
+    def place(self, team):
+        """Finds out which of all rows these are. Collective over the team.
 
         Returns
         -------
@@ -31,32 +27,20 @@ class Rows(_operators.Operand):
             What is wrong, on this process.
         """
         ends = np.cumsum([0, *team.gather(self.order)])
-        first, last = ends[team.rank], ends[team.rank + 1]
-        total, fits = ends[-1], self._rows.shape[1] == ends[-1]
-        columns = np.unique(self._rows.indices) if fits else np.empty(0, int)
-        beyond = columns[(columns < first) | (columns >= last)]
-        owners = np.searchsorted(ends, beyond, side="right") - 1
-        wanted = {rank: beyond[owners == rank] for rank in np.unique(owners)}
-        self._takes = [(rank, len(places)) for rank, places in wanted.items()]
-        self._gives = [(rank, asked[team.rank] - first)
-                       for rank, asked in enumerate(team.gather(wanted)) if team.rank in asked]
-        self._comm = team.messages()
-        if not fits:
-            return (f"{self.name} has {self._rows.shape[1]} columns in a problem of {total} rows:"
-                    " each process gives its rows with the columns of all")
-        # Own columns first, then those of others in the order in which they arrive.
-        place = np.full(total, -1)
-        place[first:last] = np.arange(self.order)
-        place[beyond] = self.order + np.arange(len(beyond))
-        self._matrix = sparse.csr_matrix(  # a copy, since columns are to be sorted anew
-            (self._rows.data, place[self._rows.indices], self._rows.indptr),
-            shape=(self.order, self.order + len(beyond)), copy=True)
+        self._first = ends[team.rank]
+        if self._rows.shape[1] != ends[-1]:
+            return (f"{self.name} has {self._rows.shape[1]} columns in a problem of {ends[-1]}"
+                    " rows: each process gives its rows with the columns of all")
         return None
+
+    def connect(self, team, stack):
+        """Gives the rows to the library, until the stack ends. Collective over the team."""
+        self._entries = stack.enter_context(SparseRows(self._rows, team))
 
     @property
     def diagonal_block(self):
         """What couples the rows of this process with each other, n x n."""
-        return self._matrix[:, :self.order]
+        return self._rows[:, self._first:self._first + self.order]
 
     def prepare(self, dtype):
         self._rows = self._rows.astype(dtype, copy=False)
@@ -64,17 +48,7 @@ class Rows(_operators.Operand):
             raise ValueError(f"{self.name} contains NaN or infinity")
 
     def lowered(self, dtype):
-        low = copy.copy(self)
-        with np.errstate(over="ignore"):  # a run goes on without what is infinite there
-            low._matrix = self._matrix.astype(dtype)
-        return low
+        return copy.copy(self)  # which counts its own columns
 
     def apply(self, x, y):
-        blocks = [np.empty((count, x.shape[1]), x.dtype) for _, count in self._takes]
-        requests = [self._comm.Irecv(block, rank)
-                    for (rank, _), block in zip(self._takes, blocks)]
-        requests += [self._comm.Isend(np.ascontiguousarray(x[places]), rank)
-                     for rank, places in self._gives]
-        for request in requests:
-            request.Wait()
-        y[...] = self._matrix @ np.concatenate([x, *blocks])
+        self._entries.multiply(x, y)

@@ -15,7 +15,7 @@ SCALAR_TYPES = {
 }
 
 
-class _Handle:
+class Handle:
     """A handle, from creation to the end of its with statement."""
 
     def __init__(self, kind, dtype, subtype):
@@ -33,17 +33,21 @@ class _Handle:
         self.handle = None
 
 
-class Block(_Handle):
-    """A block on the memory of an array of shape (rows here, columns), Fortran-ordered."""
+class Block(Handle):
+    """A block on the memory of an array of shape (rows here, columns), by columns that may have
+    gaps between them."""
 
     def __init__(self, array, team):
         super().__init__("Vector", array.dtype, _library.DENSE_VECTOR)
-        assert array.flags.f_contiguous
         self.array = array
         rows, columns = array.shape
+        ld = rows
+        if not array.flags.f_contiguous:
+            assert array.strides[0] == array.itemsize
+            ld = array.strides[1] // array.itemsize
         call("VesVectorSetComm_f", self.handle, 0, team.handle)
         call("VesVectorSetDim", self.handle, rows, columns)
-        call("VesVectorDenseSetValues", self.handle, array.ctypes.data, max(rows, 1))
+        call("VesVectorDenseSetValues", self.handle, array.ctypes.data, max(ld, 1))
 
 
 def view_block(address, dtype, rows, columns, ld):
@@ -67,7 +71,7 @@ def _routine_of(apply, dtype, guard):
     return MATVEC(multiply)
 
 
-class Operator(_Handle):
+class Operator(Handle):
     """An operator that calls apply(x, y) on views of the library's blocks, x read-only.
 
     The guard keeps what the routine raises; y then is NaN.
@@ -99,7 +103,30 @@ class Operator(_Handle):
         call("VesMatrixSetShellPair", self.handle, B.handle, None, self._pair)
 
 
-class Solver(_Handle):
+class SparseRows(Handle):
+    """An operator of entries: the rows of this process, in CSR, with the columns of all processes
+    of the team, over which its beginning and its end are collective."""
+
+    def __init__(self, rows, team):
+        super().__init__("Matrix", rows.dtype, _library.SHELL_MATRIX)
+        self._team = team
+        starts, columns = (np.ascontiguousarray(each, np.longlong)
+                           for each in (rows.indptr, rows.indices))
+        values = np.ascontiguousarray(rows.data)
+        try:
+            call("VesMatrixSetRows_f", self.handle, team.handle, rows.shape[0], starts.ctypes.data,
+                 columns.ctypes.data, values.ctypes.data)
+        except _library.VesError:
+            self.__exit__()
+            raise
+
+    def multiply(self, x, y):
+        """y = A x, in the type of the entries or their single precision."""
+        with Block(x, self._team) as X, Block(y, self._team) as Y:
+            call("VesMatrixMultiply", self.handle, X.handle, Y.handle)
+
+
+class Solver(Handle):
     """A solver set up as the settings of a run say."""
 
     def __init__(self, settings):

@@ -77,6 +77,8 @@ _PROTOTYPES = {
     "VesMatrixCreate": (POINTER(c_void_p), c_int, c_int),
     "VesMatrixSetShellMatVec": (c_void_p, c_void_p, MATVEC),
     "VesMatrixSetShellMatVecLow": (c_void_p, c_void_p, MATVEC),
+    "VesMatrixSetRows_f": (c_void_p, c_int, c_int) + (c_void_p,) * 3,
+    "VesMatrixMultiply": (c_void_p,) * 3,
     "VesMatrixSetShellPair": (c_void_p, c_void_p, c_void_p, PAIR),
     "VesMatrixSetCalledEverywhere": (c_void_p, c_bool),
     "VesVectorCreate": (POINTER(c_void_p), c_int, c_int),

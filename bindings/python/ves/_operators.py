@@ -7,6 +7,9 @@ import numpy as np
 import scipy.sparse
 from scipy.sparse.linalg import LinearOperator, aslinearoperator
 
+from ._handles import SparseRows
+from ._processes import Alone
+
 _KEPT_FORMATS = ("csr", "csc", "bsr")  # those that multiply a block at once
 
 
@@ -44,6 +47,9 @@ class Operand:
 
     def prepare(self, dtype):
         """Gets ready for blocks of the given dtype."""
+
+    def begin(self, stack):
+        """Gets ready for products until the stack ends."""
 
     def lowered(self, dtype):
         """The same operand with entries of a dtype of single precision; None: there are none, or
@@ -119,8 +125,15 @@ class _SparseMatrix(_Matrix):
     def entries(self):
         return self._matrix
 
+    def begin(self, stack):
+        self._rows = stack.enter_context(SparseRows(self._matrix.tocsr(), Alone()))
+
+    def lowered(self, dtype):
+        largest = np.max(np.abs(self._matrix.data), initial=0)
+        return copy.copy(self) if largest <= np.finfo(dtype).max else None
+
     def apply(self, x, y):
-        y[...] = self._matrix @ x
+        self._rows.multiply(x, y)
 
 
 class Negated(Operand):

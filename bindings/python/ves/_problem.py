@@ -91,19 +91,20 @@ class Problem:
     def opened(cls, comm, everywhere, *arguments):
         """A problem for the time of a with statement. Collective."""
         with open_team(comm) as team, Guard(team, bool(everywhere)) as guard, \
-                _serialized(team, guard):
-            yield cls(team, guard, *arguments)
+                _serialized(team, guard), contextlib.ExitStack() as stack:
+            yield cls(team, guard, stack, *arguments)
 
-    def __init__(self, team, guard, A, B, T, columns_name, columns, n, dtype):
+    def __init__(self, team, guard, stack, A, B, T, columns_name, columns, n, dtype):
         self.team, self.guard = team, guard
-        self.deflated, self.is_turned, self.is_positive = None, False, False
-        guard.attempt(self._take, A, B, T, columns_name, columns, n, dtype)
+        self.deflated, self._deflated_rank = None, 0
+        self.is_turned, self.is_positive = False, False
+        guard.attempt(self._take, stack, A, B, T, columns_name, columns, n, dtype)
         guard.settle()
-        self._connect()
+        self._connect(stack)
         self.total_rows = int(team.total(self.rows))
         guard.have_rows(self.rows > 0)
 
-    def _take(self, A, B, T, columns_name, columns, n, dtype):
+    def _take(self, stack, A, B, T, columns_name, columns, n, dtype):
         if A is None:
             raise TypeError("A must be a matrix, a LinearOperator or a callable, not None")
         self.A, self.B = self._as_operand("A", A), self._as_operand("B", B)
@@ -120,6 +121,7 @@ class Problem:
         for operand in operands:
             if operand is not None:
                 operand.prepare(self.dtype)
+                operand.begin(stack)
         if self.B is not None:
             self.B.require_definite()
 
@@ -130,14 +132,16 @@ class Problem:
             return Rows(name, given)
         return _operators.as_operand(name, given)
 
-    def _connect(self):
-        """Has processes with rows of a matrix agree on what they exchange. Collective."""
+    def _connect(self, stack):
+        """Has processes with rows of a matrix agree on what they exchange, until the stack ends.
+        Collective."""
         for operand in self.A, self.B:
             if self.team.any(isinstance(operand, Rows)):
                 self.guard.attempt(self._require_rows, operand)
                 self.guard.settle()
-                self.guard.attempt(self._complain, operand.connect(self.team))
+                self.guard.attempt(self._complain, operand.place(self.team))
                 self.guard.settle()
+                operand.connect(self.team, stack)
         if isinstance(self.A, Rows):
             diagonal = self.A.diagonal_block.diagonal().real
             self.is_positive = not self.team.any(bool(np.any(diagonal <= 0)))
@@ -205,7 +209,32 @@ class Problem:
         return chosen.name, chosen.is_exact
 
     def take_deflated(self, given):
-        """Takes columns that a run keeps its vectors orthogonal to, None for none. Local."""
+        """Takes columns that a run keeps its vectors orthogonal to, None for none. Collective."""
+        self.guard.attempt(self._take_deflated, given)
+        self.guard.settle()
+        widths = self.team.gather(None if given is None else self.deflated.shape[1])
+        for rank, width in enumerate(widths):
+            if width != widths[0]:
+                raise ValueError(f"processes 0 and {rank} were called differently: columns to"
+                                 f" deflate are {widths[0]} and {width}")
+        if given is None:
+            return
+        self._deflated_rank = self._rank_of(self.deflated)
+        if self.order < 1:
+            raise ValueError(f"deflate has {self._deflated_rank} columns, which leave nothing of a"
+                             f" problem with {self.total_rows} rows")
+
+    def _rank_of(self, columns):
+        """Columns that do not depend on others, by about the limit of the library. Collective."""
+        triangles = self.team.gather(np.linalg.qr(columns.astype(
+            np.result_type(columns, np.float64), copy=False), mode="r"))
+        whole = np.vstack(triangles)
+        sizes = np.max(np.abs(whole), axis=0, initial=0)
+        whole = whole[:, sizes > 0] / sizes[sizes > 0]
+        whole /= np.linalg.norm(whole, axis=0)
+        return int(np.linalg.matrix_rank(whole, 1e4 * np.finfo(columns.dtype).eps))
+
+    def _take_deflated(self, given):
         if given is None:
             return
         given = _as_columns("deflate", given)
@@ -214,17 +243,13 @@ class Problem:
         if given.dtype.kind == "c" and self.dtype.kind != "c":
             raise TypeError("deflate is complex in a real problem; pass dtype=numpy.complex128")
         self.deflated = np.array(given, self.dtype, order="F")
-        if self.order < 1:
-            raise ValueError(f"deflate has {given.shape[1]} columns, which leave nothing of a"
-                             f" problem with {self.total_rows} rows")
 
     @property
     def order(self):
         """Dimensions of the space that is searched: without what is deflated, and without empty
         rows of B, which only have infinite values."""
-        deflated = 0 if self.deflated is None else self.deflated.shape[1]
         empty = self.B.empty_rows if self.B is not None and self.team.size == 1 else 0
-        return self.total_rows - deflated - empty
+        return self.total_rows - self._deflated_rank - empty
 
     @property
     def has_entries(self):

@@ -133,10 +133,6 @@ class Team(Alone):
         self._comm.Allreduce(MPI.IN_PLACE, largest, MPI.MAX)
         return bool(largest[0])
 
-    def messages(self):
-        """The communicator of mpi4py itself."""
-        return self._comm
-
     def split(self, is_member):
         """None where this process is no member."""
         from mpi4py import MPI

@@ -49,8 +49,9 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
         Guess. Missing columns are random. v0 is another name.
     deflate : array of shape (n, m), optional
         Columns that the vectors are kept orthogonal to, in B: the null space of A, rigid motions,
-        vectors of an earlier run. They need not be orthonormal, and each counts as a dimension
-        that is no longer there. Residuals of the run are those of the problem beside them.
+        vectors of an earlier run. They need not be orthonormal; those that do not depend on others
+        count as dimensions that are no longer there. Residuals of the run are those of the problem
+        beside them.
     both : callable, optional
         Returns A X and B X, where A and B share work, as projections that serve both: LOBPCG calls
         it where it needs both images, and A and B elsewhere.
@@ -157,7 +158,6 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
         def choose():
             if _settings.is_highest(which):
                 problem.turn()
-            problem.take_deflated(deflate)
             problem.take_both(both)
             name, is_exact = problem.choose_preconditioner(
                 T, -sigma if problem.is_turned and sigma is not None else sigma)
@@ -179,6 +179,7 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
                 _kernels.warn_once(stacklevel=6)
             return settings
 
+        problem.take_deflated(deflate)
         settings = problem.agreed(choose)
         follow = _printing(monitor) if progress and problem.team.rank == 0 else monitor
         result = _Run(problem, settings, follow, seed or 0).result()
