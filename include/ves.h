@@ -199,14 +199,16 @@ VES_EXPORT VesReturnCode VesMatrixSetCalledEverywhere(VesMatrix matrix, bool isO
 /// mixed precision multiply by the same entries in single precision.
 ///
 /// A product sends the rows of x that other processes need to these alone, on a duplicate of comm,
-/// and multiplies the entries of own columns meanwhile. Blocks must be distributed as the entries.
-/// Collective over comm, where the verdicts after the first four are agreed on. values has
-/// the scalar type of the handle; processes without rows may give null pointers.
+/// and multiplies the entries of own columns meanwhile; it keeps storage for 32 columns of the rows
+/// received and of those sent. Blocks must be distributed as the entries. Routines that the operator
+/// had are replaced, that of single precision too. Collective over comm, where the verdicts after
+/// the first four are agreed on: that of the process with the lowest code. values has the scalar
+/// type of the handle; processes without rows may give null pointers.
 /// \return -7 matrix is null; -6 not a shell operator; -1 comm is MPI_COMM_NULL; -4 unknown scalar
-///         type; -5 scalar types differ between processes; -7 a missing array, -1 nRows is
-///         negative, starts do not ascend from 0, a column is not from 0 to the number of all rows,
-///         there is no storage, or 32 bits do not count the rows that some process gives to others;
-///         0
+///         type; -1 nRows is negative; -7 no starts; -1 starts do not ascend from 0; -7 no columns or
+///         values; -1 a column is not from 0 to the number of all rows, or there is no storage; -5
+///         scalar types differ between processes; -1 32 bits do not count the rows that some process
+///         gives to others, or there is no storage for them; 0
 VES_EXPORT VesReturnCode VesMatrixSetRows(VesMatrix matrix, MPI_Comm comm, int nRows,
                                           const long long* starts, const long long* columns,
                                           const void* values) VES_NOEXCEPT;
@@ -218,12 +220,13 @@ VES_EXPORT VesReturnCode VesMatrixSetRows_f(VesMatrix matrix, MPI_Fint comm, int
                                             const void* values) VES_NOEXCEPT;
 
 /// Y = Op X, n x k both, outside of a run: by the routine or the entries of an operator, or by
-/// those for single precision where X is of that. Collective as far as the operator is; each
-/// process checks its own operands.
+/// those for single precision where X is of that. Collective as far as the operator is: k and the
+/// scalar type must be the same on all processes, and one whose operands are refused, since each
+/// checks its own, leaves its neighbours waiting.
 /// \return -7 matrix, X or Y is null; -5 scalar types differ; -7 there are neither routine nor
 ///         entries; -5 the entries are distributed otherwise than X; -1 ld of X below its rows;
 ///         -1 communicators or shapes of X and Y differ; -7 a block without storage; -1 leading
-///         dimensions differ; 0
+///         dimensions differ, or X and Y overlap; 0
 VES_EXPORT VesReturnCode VesMatrixMultiply(VesMatrix matrix, VesVector X, VesVector Y) VES_NOEXCEPT;
 
 /// \return the user data of a shell operator; null for a null handle, another kind or entries

@@ -68,7 +68,11 @@ public:
   Operator(MPI_Comm comm, const std::vector<long long>& starts,
            const std::vector<long long>& columns, const std::vector<Scalar>& values)
       : m_handle(makeMatrix<Scalar>(nullptr, nullptr)) {
-    const int nRows = static_cast<int>(starts.size()) - 1; // refused where it is negative
+    const std::size_t most = std::min(columns.size(), values.size());
+    const bool isSound = !starts.empty() &&
+                         starts.size() <= std::size_t{std::numeric_limits<int>::max()} &&
+                         starts.back() <= static_cast<long long>(most);
+    const int nRows = isSound ? static_cast<int>(starts.size()) - 1 : -1; // which all refuse
     check(VesMatrixSetRows(handle(), comm, nRows, starts.data(), columns.data(), values.data()),
           "VesMatrixSetRows");
   }

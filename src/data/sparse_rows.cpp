@@ -46,6 +46,7 @@ void MultiplyPanel(const EntriesByRows<Scalar>& entries, const Number* x, std::p
 template <bool adds, typename Scalar, typename Number>
 void MultiplyEntries(const EntriesByRows<Scalar>& entries, const Number* x, std::ptrdiff_t row,
                      std::ptrdiff_t column, Number* y, int nCols, std::ptrdiff_t ld) {
+  if (entries.rows.empty()) return; // x may be null
   int j = 0;
   for (; j + panelWidth <= nCols; j += panelWidth)
     MultiplyPanel<panelWidth, adds>(entries, x + j * column, row, column, y + j * ld, ld);

@@ -3,6 +3,7 @@
 #include "operand_checks.h"
 #include "scalar_dispatch.h"
 
+#include <functional>
 #include <utility>
 
 using namespace Ves;
@@ -37,6 +38,15 @@ void Install(std::unique_ptr<SparseRows<Scalar>> entries, MatrixShell<Scalar>& m
   matrix.entries = std::move(entries);
 }
 
+/// x and y share storage on this process.
+template <typename Scalar>
+bool Overlap(const VectorDense<Scalar>& x, const VectorDense<Scalar>& y) {
+  if (x.IsDataEmpty() || y.IsDataEmpty() || x.nRows * x.nCols == 0) return false;
+  const std::less<const Scalar*> isBefore;
+  const auto end = [](const auto& block) { return block.Column(block.nCols - 1) + block.nRows; };
+  return isBefore(x.Column(0), end(y)) && isBefore(y.Column(0), end(x));
+}
+
 } // namespace
 
 VesReturnCode VesMatrixCreate(VesMatrix* out, VesScalarType scalarType,
@@ -65,8 +75,11 @@ VesReturnCode VesMatrixSetShellMatVec(VesMatrix matrix, void* userData,
   if (matrix == nullptr) return VES_ERR_NULL_POINTER;
   if (matrix->matrixType != VES_MATRIX_SHELL) return VES_ERR_INCOMPATIBLE;
   return DispatchScalar(matrix->scalarType, VES_ERR_UNSUPPORTED, [&](auto tag) {
-    auto& shell = static_cast<MatrixShell<typename decltype(tag)::type>&>(*matrix);
-    if (matrix->entries) matrix->lowered.reset(); // which multiplies by the same
+    using Scalar = typename decltype(tag)::type;
+    auto& shell = static_cast<MatrixShell<Scalar>&>(*matrix);
+    const auto* const low = static_cast<MatrixShell<LowType<Scalar>>*>(matrix->lowered.get());
+    const bool isOfEntries = low != nullptr && low->GetShellData() == shell.GetShellData();
+    if (matrix->entries && isOfEntries) matrix->lowered.reset();
     matrix->entries.reset();
     shell.SetShellData(userData);
     shell.SetShellMatVec(matVec);
@@ -123,7 +136,12 @@ VesReturnCode VesMatrixMultiply(VesMatrix matrix, VesVector X, VesVector Y) noex
   if (LacksRoutine(op)) return VES_ERR_NULL_POINTER;
   if (!HasRowsOf(*matrix, *X)) return VES_ERR_MISMATCH;
   if (X->nRows > 0 && LeadingDimension(*X) < X->nRows) return VES_ERR_INVALID_VALUE;
-  return op.Apply(*X, *Y);
+  const bool doOverlap = DispatchScalar(op.scalarType, false, [&](auto tag) {
+    using Scalar = typename decltype(tag)::type;
+    return X->nRows == Y->nRows && X->nCols == Y->nCols &&
+           Overlap(AsDense<Scalar>(*X), AsDense<Scalar>(*Y));
+  });
+  return doOverlap ? VES_ERR_INVALID_VALUE : op.Apply(*X, *Y);
 }
 
 VesReturnCode VesMatrixSetShellPair(VesMatrix A, VesMatrix B, void* userData,

@@ -32,6 +32,9 @@ std::vector<int> PlacesOf(const std::vector<int>& counts) {
 RowExchange::RowExchange(MPI_Comm comm, int nRows) {
   int size = 0, rank = 0;
   MPI_Comm_dup(comm, &m_comm);
+  // A message of another length, of processes that multiply by different blocks, would leave old
+  // numbers where a caller's communicator only returns codes.
+  MPI_Comm_set_errhandler(m_comm, MPI_ERRORS_ARE_FATAL);
   MPI_Comm_size(m_comm, &size);
   MPI_Comm_rank(m_comm, &rank);
   m_rank = AsSize(rank);

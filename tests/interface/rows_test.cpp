@@ -143,6 +143,9 @@ TEST(RowsTest, AreRefusedOnAllProcesses) {
             VES_ERR_MISMATCH);
   EXPECT_EQ(VesMatrixMultiply(A.handle(), own.handle(), image.handle()),
             SizeOf(world) > 1 ? VES_ERR_MISMATCH : VES_GOOD);
+  const ves::Block<double> same(rows.local, 2);
+  EXPECT_EQ(VesMatrixMultiply(A.handle(), same.handle(), same.handle()),
+            rows.local > 0 ? VES_ERR_INVALID_VALUE : VES_GOOD);
   // A routine takes the place of the entries, in single precision as well.
   const ves::Block<float> low(rows.local, 2);
   EXPECT_EQ(VesMatrixSetShellMatVec(A.handle(), nullptr, nullptr), VES_GOOD);

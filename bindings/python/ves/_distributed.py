@@ -33,9 +33,13 @@ class Rows(_operators.Operand):
                     " rows: each process gives its rows with the columns of all")
         return None
 
-    def connect(self, team, stack):
+    def compressed(self):
+        """The rows as the library takes them. Local."""
+        return SparseRows.compressed(self._rows)
+
+    def connect(self, rows, team, stack):
         """Gives the rows to the library, until the stack ends. Collective over the team."""
-        self._entries = stack.enter_context(SparseRows(self._rows, team))
+        self._entries = stack.enter_context(SparseRows(rows, team))
 
     @property
     def diagonal_block(self):

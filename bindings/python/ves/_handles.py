@@ -104,19 +104,23 @@ class Operator(Handle):
 
 
 class SparseRows(Handle):
-    """An operator of entries: the rows of this process, in CSR, with the columns of all processes
-    of the team, over which its beginning and its end are collective."""
+    """An operator of entries: the rows of this process, as compressed() gives them, with the
+    columns of all processes of the team, over which its beginning and its end are collective."""
+
+    @staticmethod
+    def compressed(rows):
+        """Starts, columns and values of a matrix in CSR, as the library takes them. Local."""
+        return (*(np.ascontiguousarray(each, np.longlong) for each in (rows.indptr, rows.indices)),
+                np.ascontiguousarray(rows.data))
 
     def __init__(self, rows, team):
-        super().__init__("Matrix", rows.dtype, _library.SHELL_MATRIX)
+        starts, columns, values = rows
+        super().__init__("Matrix", values.dtype, _library.SHELL_MATRIX)
         self._team = team
-        starts, columns = (np.ascontiguousarray(each, np.longlong)
-                           for each in (rows.indptr, rows.indices))
-        values = np.ascontiguousarray(rows.data)
         try:
-            call("VesMatrixSetRows_f", self.handle, team.handle, rows.shape[0], starts.ctypes.data,
+            call("VesMatrixSetRows_f", self.handle, team.handle, len(starts) - 1, starts.ctypes.data,
                  columns.ctypes.data, values.ctypes.data)
-        except _library.VesError:
+        except BaseException:
             self.__exit__()
             raise
 

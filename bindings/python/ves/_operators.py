@@ -126,7 +126,8 @@ class _SparseMatrix(_Matrix):
         return self._matrix
 
     def begin(self, stack):
-        self._rows = stack.enter_context(SparseRows(self._matrix.tocsr(), Alone()))
+        self._rows = stack.enter_context(SparseRows(
+            SparseRows.compressed(self._matrix.tocsr()), Alone()))
 
     def lowered(self, dtype):
         largest = np.max(np.abs(self._matrix.data), initial=0)

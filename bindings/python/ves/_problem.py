@@ -141,9 +141,12 @@ class Problem:
                 self.guard.settle()
                 self.guard.attempt(self._complain, operand.place(self.team))
                 self.guard.settle()
-                operand.connect(self.team, stack)
+                rows = self.guard.attempt(operand.compressed)
+                self.guard.settle()  # memory may have been short on one process alone
+                operand.connect(rows, self.team, stack)
         if isinstance(self.A, Rows):
-            diagonal = self.A.diagonal_block.diagonal().real
+            diagonal = self.guard.attempt(lambda: self.A.diagonal_block.diagonal().real)
+            self.guard.settle()
             self.is_positive = not self.team.any(bool(np.any(diagonal <= 0)))
 
     @staticmethod

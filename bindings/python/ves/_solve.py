@@ -274,6 +274,7 @@ class _Run:
                 Y = stack.enter_context(Block(problem.deflated, team)).handle
                 call("VesSolverSetDeflation", solver.handle, Y)
             solver.set_monitor(self._follow)
+            problem.guard.settle()  # a copy in single precision may have failed on one process alone
             code = lib.VesRunSolver(solver.handle, A, B, T, X, D)
             problem.guard.settle()
             check_code("VesRunSolver", code)
