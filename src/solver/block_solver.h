@@ -39,9 +39,9 @@ public:
   mutable int iterLimit = 0;        ///< of maxIter what earlier legs of the run have left
   mutable MPI_Comm rowComm = MPI_COMM_WORLD;
   mutable MPI_Comm secondComm = MPI_COMM_SELF;
-  mutable double largestRitz = 0.0; ///< largest modulus of a Ritz value met so far
-  mutable double lowestRitz = 0.0;  ///< lowest Ritz value met so far, which none of A is above
-  mutable double ritzSpread = 0.0;  ///< last distance of Ritz values near the wanted ones
+  mutable double largestRitz = 0.0;   ///< largest modulus of a Ritz value met so far
+  mutable double lowestRitz = 0.0;    ///< lowest Ritz value met so far, which none of A is above
+  mutable double ritzSpread = 0.0;    ///< last distance of Ritz values near the wanted ones
   mutable int settledInnerSteps = -1; ///< of the last run; -1: it did not come to choose
   mutable std::vector<double> pairResiduals; ///< of the wanted pairs when last tested, or NaN
   mutable SelfCheck<Scalar> check;           ///< what watches over the run
