@@ -6,7 +6,8 @@ import runpy
 import sys
 
 package, script = sys.argv[1:3]
-if importlib.util.find_spec(package) is None:
+spec = importlib.util.find_spec(package)
+if spec is None or spec.origin is None:  # without an origin: only the folder beside this file
     print(f"skipped: the Python package {package} is not installed (scripts/install-deps clients)")
     sys.exit(77)
 sys.argv = sys.argv[2:]
