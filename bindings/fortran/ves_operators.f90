@@ -123,7 +123,8 @@ contains
     end select
     nRows = size(starts) - 1
     if (nRows >= 0) then
-      if (starts(nRows + 1) - 1 > min(size(columns), size(values))) nRows = -1
+      if (starts(nRows + 1) - 1 > min(size(columns, kind=c_long_long), &
+                                      size(values, kind=c_long_long))) nRows = -1
     end if
     if (scalarType /= matrix%scalarType .or. .not. is_contiguous(values)) nRows = -1
     allocate (from(size(starts) + 1), places(size(columns) + 1)) ! never of no size

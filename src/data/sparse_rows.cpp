@@ -114,26 +114,24 @@ template <typename Scalar>
 void SparseRows<Scalar>::Take(const GivenRows<Scalar>& given,
                               const std::vector<long long>& others) {
   const long long first = m_exchange.FirstRow(), end = m_exchange.EndRow();
+  const auto isOwn = [&](long long column) { return first <= column && column < end; };
+  const auto own = std::count_if(given.columns, given.columns + given.Entries(), isOwn);
+  m_own.Reserve(own);
+  m_others.Reserve(given.Entries() - own);
   m_own.rows.reserve(static_cast<std::size_t>(given.nRows));
   for (int i = 0; i < given.nRows; ++i) {
     const std::size_t before = m_others.values.size();
     for (long long at = given.starts[i]; at < given.starts[i + 1]; ++at) {
       const long long column = given.columns[at];
-      const bool isOwn = first <= column && column < end;
       const auto place =
-          isOwn ? column - first
-                : std::lower_bound(others.begin(), others.end(), column) - others.begin();
-      EntriesByRows<Scalar>& entries = isOwn ? m_own : m_others;
+          isOwn(column) ? column - first
+                        : std::lower_bound(others.begin(), others.end(), column) - others.begin();
+      EntriesByRows<Scalar>& entries = isOwn(column) ? m_own : m_others;
       entries.columns.push_back(static_cast<int>(place));
       entries.values.push_back(given.values[at]);
     }
     m_own.rows.push_back({i, m_own.values.size()});
     if (m_others.values.size() > before) m_others.rows.push_back({i, m_others.values.size()});
-  }
-  for (EntriesByRows<Scalar>* const entries : {&m_own, &m_others}) {
-    entries->rows.shrink_to_fit();
-    entries->columns.shrink_to_fit();
-    entries->values.shrink_to_fit();
   }
 }
 

@@ -36,6 +36,11 @@ struct EntriesByRows {
   std::vector<Row> rows;
   std::vector<int> columns;
   std::vector<Scalar> values;
+
+  void Reserve(long long entries) {
+    columns.reserve(static_cast<std::size_t>(entries));
+    values.reserve(static_cast<std::size_t>(entries));
+  }
 };
 
 /// The rows of a sparse matrix that this process holds. Entries of columns whose rows are here too

@@ -4,29 +4,22 @@
 #ifndef VES_TESTS_INTERFACE_RANDOM_CALLS_H
 #define VES_TESTS_INTERFACE_RANDOM_CALLS_H
 
+#include "random_choices.h"
 #include "setters.h"
 
 #include <ves_blocks.hpp>
 
 #include <algorithm>
 #include <array>
-#include <climits>
-#include <cstdint>
 #include <cstring>
-#include <limits>
-#include <string>
 
 namespace VesTest {
 
-class RandomCalls {
+class RandomCalls : public RandomChoices {
 public:
-  using Complain = void (*)(const std::string& what);
+  using RandomChoices::RandomChoices;
 
-  explicit RandomCalls(Complain complain) : m_complain(complain) {}
-  RandomCalls(const RandomCalls&) = delete;
-  RandomCalls& operator=(const RandomCalls&) = delete;
-
-  long calls = 0, runs = 0, refusedRuns = 0;
+  long runs = 0, refusedRuns = 0;
 
   /// Makes calls until the bytes are used up; handles live on.
   void Feed(const std::uint8_t* bytes, std::size_t count) {
@@ -36,6 +29,7 @@ public:
         &RandomCalls::Destroy,      &RandomCalls::SetMatrix,    &RandomCalls::SetDim,
         &RandomCalls::SetValues,    &RandomCalls::SetComm,      &RandomCalls::Norm,
         &RandomCalls::Residual,     &RandomCalls::CheckPairs,   &RandomCalls::SetMonitor,
+        &RandomCalls::SetRows,      &RandomCalls::Multiply,     &RandomCalls::Multiply,
         &RandomCalls::Set,          &RandomCalls::Set,          &RandomCalls::Set,
         &RandomCalls::Prepare,      &RandomCalls::Prepare,      &RandomCalls::Prepare,
         &RandomCalls::Run,          &RandomCalls::Run,          &RandomCalls::Run,
@@ -49,7 +43,6 @@ public:
 private:
   using Storage = std::vector<std::complex<double>>;
   static constexpr std::int64_t ownEntries = 16 * 16;
-
   /// What the caller knows of a block, whose storage is the slot's own.
   struct Block {
     ves::VectorHandle handle;
@@ -67,32 +60,12 @@ private:
     bool IsBeyond32Bits() const { return std::int64_t{ld} * nCols > INT_MAX; }
   };
 
-  using Codes = std::vector<VesReturnCode>;
-  static constexpr VesReturnCode none = VES_ERR_NULL_POINTER, bad = VES_ERR_INVALID_VALUE,
-                                 unsupported = VES_ERR_UNSUPPORTED, mismatch = VES_ERR_MISMATCH,
-                                 incompatible = VES_ERR_INCOMPATIBLE, good = VES_GOOD;
-
   // ---------------------------------------------------------------- choices
 
-  int Byte() { return m_at == m_end ? 0 : *m_at++; }
-  int Below(int n) { return Byte() % n; }
-  bool OneIn(int n) { return Below(n) == n - 1; }
-  int AnyCode() { return Below(8) - 2; }
   int AnyType() { return OneIn(16) ? AnyCode() : m_type; }
-  int AnyInt() {
-    constexpr int values[] = {0, 1, 2, 3, 4, 7, 12, -1, 11000, 400000000, INT_MAX, INT_MIN};
-    const int choice = Byte();
-    return choice < 160 ? choice % 13 : values[choice % 12];
-  }
-  double AnyDouble() {
-    constexpr double infinity = std::numeric_limits<double>::infinity();
-    const double values[] = {1e-6, 0.01,   0.5,   0.0,      1.0,
-                             -1.0, 1e-300, 1e300, infinity, std::nan("")};
-    return Any(values);
-  }
-  template <typename Pool>
-  auto Any(Pool& pool) -> decltype(pool[0]) {
-    return pool[static_cast<std::size_t>(Below(static_cast<int>(std::size(pool))))];
+  MPI_Comm AnyComm() {
+    const MPI_Comm comms[] = {MPI_COMM_WORLD, MPI_COMM_WORLD, MPI_COMM_SELF, MPI_COMM_NULL};
+    return Any(comms);
   }
   /// Mostly the handles that belong together: solver 0, operators 0 and 1, blocks 0 to 2.
   VesMatrix AnyMatrix(std::size_t usual = 0) {
@@ -107,27 +80,6 @@ private:
     return OneIn(8) ? Any(m_vectors) : m_vectors[usual];
   }
   Block& AnyVector() { return OneIn(32) ? m_nothing = Block() : Any(m_vectors); }
-
-  // ---------------------------------------------------------------- judgement
-
-  /// The first code is that of a missing handle or pointer, and not listed again unless there are
-  /// other causes for it.
-  VesReturnCode Judge(const char* call, VesReturnCode code, bool isMissing,
-                      const Codes& documented) {
-    ++calls;
-    bool isListed = isMissing && code == documented.front();
-    for (std::size_t i = 1; i < documented.size() && !isMissing; ++i)
-      isListed = isListed || code == documented[i];
-    if (!isListed)
-      m_complain(std::string(call) + " returned " + std::to_string(code) +
-                 (isMissing ? " for something missing" : ""));
-    return code;
-  }
-#define VES_JUDGE(call, isMissing, ...) Judge(#call, call, isMissing, {__VA_ARGS__})
-
-  void Require(bool holds, const char* what) {
-    if (!holds) m_complain(what);
-  }
 
   // ---------------------------------------------------------------- routines of the caller
 
@@ -222,6 +174,31 @@ private:
     VES_JUDGE(VesMatrixSetDim(matrix, nRows, nCols), matrix == nullptr, none, bad, good);
   }
 
+  /// Now and then with a fault; values are what is in a block.
+  void SetRows() {
+    VesMatrix const matrix = AnyMatrix();
+    const int nRows = OneIn(16) ? -1 : Below(13);
+    std::vector<long long> starts{OneIn(32) ? 1 : 0}, columns;
+    for (int i = 0; i < nRows; ++i) {
+      for (int left = Below(4); left > 0; --left)
+        columns.push_back(OneIn(32) ? nRows : Below(nRows));
+      starts.push_back(static_cast<long long>(columns.size()) - (OneIn(64) ? 1 : 0));
+    }
+    VES_JUDGE(VesMatrixSetRows(matrix, AnyComm(), nRows, OneIn(32) ? nullptr : starts.data(),
+                               columns.data(), OneIn(32) ? nullptr : m_vectors[0].own.data()),
+              matrix == nullptr, none, none, bad, unsupported, good);
+  }
+
+  void Multiply() {
+    VesMatrix const matrix = AnyMatrix();
+    const Block &x = AnyVector(0), &y = AnyVector(2);
+    if (!x.Fits() || !y.Fits()) return;
+    m_operator = Below(7);
+    VES_JUDGE(VesMatrixMultiply(matrix, x.get(), y.get()),
+              matrix == nullptr || x.get() == nullptr || y.get() == nullptr, none, none, mismatch,
+              bad, good);
+  }
+
   void SetDim(Block& v, int nRows, int nCols) {
     const bool isMissing = v.get() == nullptr;
     if (VES_JUDGE(VesVectorSetDim(v.get(), nRows, nCols), isMissing, none, bad, good) != good)
@@ -244,14 +221,11 @@ private:
     v.hasStorage = true;
     Require(VesVectorDenseGetValues(v.get()) == values, "values in another place");
   }
-  void SetValues() {
-    SetValues(AnyVector(), AnyInt());
-  }
+  void SetValues() { SetValues(AnyVector(), AnyInt()); }
 
   void SetComm() {
     const Block& v = AnyVector();
-    const MPI_Comm comms[] = {MPI_COMM_WORLD, MPI_COMM_WORLD, MPI_COMM_SELF, MPI_COMM_NULL};
-    const MPI_Comm comm = Any(comms);
+    const MPI_Comm comm = AnyComm();
     const int slot = Below(5) - 1;
     VES_JUDGE(OneIn(2) ? VesVectorSetComm_f(v.get(), slot, MPI_Comm_c2f(comm))
                        : VesVectorSetComm(v.get(), slot, comm),
@@ -412,10 +386,6 @@ private:
     else
       fill(reinterpret_cast<float*>(v.own.data()));
   }
-#undef VES_JUDGE
-
-  const std::uint8_t *m_at = nullptr, *m_end = nullptr;
-  Complain m_complain;
   int m_type = VES_DOUBLE; ///< of most new handles
   int m_operator = 0;      ///< what the routines do in the call at hand
   int m_wanted = 0;        ///< pairs of the run at hand

@@ -10,8 +10,6 @@ from scipy.sparse.linalg import LinearOperator, aslinearoperator
 from ._handles import SparseRows
 from ._processes import Alone
 
-_KEPT_FORMATS = ("csr", "csc", "bsr")  # those that multiply a block at once
-
 
 class Operand:
     """A, B or T: its name, order and dtype as far as they are known, and apply(x, y).
@@ -119,15 +117,14 @@ class _DenseMatrix(_Matrix):
 
 class _SparseMatrix(_Matrix):
     def __init__(self, name, matrix):
-        super().__init__(name, matrix if matrix.format in _KEPT_FORMATS else matrix.tocsr())
+        super().__init__(name, matrix.tocsr())
 
     @property
     def entries(self):
         return self._matrix
 
     def begin(self, stack):
-        self._rows = stack.enter_context(SparseRows(
-            SparseRows.compressed(self._matrix.tocsr()), Alone()))
+        self._rows = stack.enter_context(SparseRows(SparseRows.compressed(self._matrix), Alone()))
 
     def lowered(self, dtype):
         largest = np.max(np.abs(self._matrix.data), initial=0)
