@@ -9,7 +9,7 @@ install(TARGETS ves EXPORT vesTargets
     COMPONENT library NAMELINK_COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES include/ves.h include/ves.hpp include/ves_operators.hpp include/ves_blocks.hpp
-  include/ves_petsc.h
+  include/ves_groups.hpp include/ves_petsc.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 # Solvers, components, blocks and operators, to use and to derive from (docs/deriving.md), with what
 # their headers include. The others are the library's own.

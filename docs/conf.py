@@ -14,7 +14,8 @@ breathe_projects = {"ves": os.environ["VES_DOXYGEN_XML"]}
 breathe_default_project = "ves"
 breathe_domain_by_extension = {"h": "c", "hpp": "cpp"}
 ves_header = "../include/ves.h"
-ves_cpp_headers = ["../include/ves_blocks.hpp", "../include/ves_operators.hpp", "../include/ves.hpp"]
+ves_cpp_headers = ["../include/ves_blocks.hpp", "../include/ves_operators.hpp", "../include/ves.hpp",
+                   "../include/ves_groups.hpp"]
 
 # Names of the C library and of MPI, the structures behind the opaque handles, and names of ves.h in
 # C++, which cannot refer to what is described as C.
