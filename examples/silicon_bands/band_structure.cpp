@@ -1,6 +1,6 @@
 #include "band_structure.h"
 
-#include "error.h"
+#include "k_points.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,20 +10,19 @@
 namespace silicon {
 
 BandStructure SolvePath(const std::vector<PathPoint>& path, double cutoff, int bands,
-                        const SolverOptions& options, Progress& progress, MPI_Comm comm) {
+                        const SolverOptions& options, std::ostream& out, MPI_Comm comm) {
   const Crystal crystal = Crystal::PrimitiveCell();
   // A count of plane waves that is too small at some point should not be found out half-way.
-  for (const PathPoint& point : path)
-    CheckBandCount(crystal, point.k, cutoff, bands);
-  BandStructure structure;
-  Bands previous;
-  progress.Start(path.size());
+  std::vector<Vec3> points;
   for (const PathPoint& point : path) {
-    previous = SolveBands(crystal, point.k, cutoff, bands, options,
-                          structure.empty() ? nullptr : &previous, comm);
-    structure.push_back({point, previous.levels});
-    progress.Advance(previous.levels);
+    CheckBandCount(crystal, point.k, cutoff, bands);
+    points.push_back(point.k);
   }
+  const std::vector<Levels> levels =
+      SolvePoints(crystal, points, cutoff, bands, options, out, comm);
+  BandStructure structure;
+  for (std::size_t i = 0; i < path.size(); ++i)
+    structure.push_back({path[i], levels[i]});
   return structure;
 }
 

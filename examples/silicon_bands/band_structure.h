@@ -3,9 +3,9 @@
 
 #include "band_path.h"
 #include "band_solver.h"
-#include "progress.h"
 
 #include <optional>
+#include <ostream>
 #include <string_view>
 #include <vector>
 
@@ -20,10 +20,10 @@ struct BandPoint {
 };
 using BandStructure = std::vector<BandPoint>;
 
-/// Solves along a path, each point starting from the bands of the one before. Throws Error when
-/// the bands do not fit into the plane waves of some point. Collective over comm.
+/// Solves along a path as SolvePoints does. Throws Error when the bands do not fit into the plane
+/// waves of some point. Collective over comm.
 BandStructure SolvePath(const std::vector<PathPoint>& path, double cutoff, int bands,
-                        const SolverOptions& options, Progress& progress, MPI_Comm comm);
+                        const SolverOptions& options, std::ostream& out, MPI_Comm comm);
 
 /// The first point with this label; throws std::out_of_range when there is none.
 const BandPoint& FindPoint(const BandStructure& structure, std::string_view label);

@@ -1,6 +1,10 @@
 #ifndef SILICON_ERROR_H
 #define SILICON_ERROR_H
 
+#include <mpi.h>
+
+#include <exception>
+#include <iostream>
 #include <stdexcept>
 
 namespace silicon {
@@ -11,6 +15,14 @@ class Error : public std::runtime_error {
 public:
   using std::runtime_error::runtime_error;
 };
+
+/// Ends all processes for what may have struck this one alone: the others would wait for it for
+/// ever.
+[[noreturn]] inline void EndAll(const std::exception& error) {
+  std::cerr << "silicon_bands: " << error.what() << std::endl;
+  MPI_Abort(MPI_COMM_WORLD, 2);
+  std::terminate();
+}
 
 } // namespace silicon
 

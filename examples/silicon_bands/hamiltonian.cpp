@@ -13,10 +13,10 @@ constexpr int batchWidth = 8;
 
 template <typename Real>
 Hamiltonian<Real>::Hamiltonian(const Crystal& crystal, const PlaneWaves& basis, MPI_Comm comm)
-    : group_(comm, basis.LocalSize() > 0) {
+    : group_(comm, basis.LocalSize() > 0 ? 0 : MPI_UNDEFINED) {
   if (basis.LocalSize() == 0) return;
   const Index3& n = basis.Grid();
-  fft_ = std::make_unique<SlabFft<Real>>(group_.Get(), n, basis.Layout().block, batchWidth);
+  fft_ = std::make_unique<SlabFft<Real>>(group_.get(), n, basis.Layout().block, batchWidth);
   for (const PlaneWave& wave : basis.Local()) {
     const Index3 i = basis.GridPoint(wave.g);
     kinetic_.push_back(static_cast<Real>(wave.kinetic));

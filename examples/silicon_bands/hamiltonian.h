@@ -1,9 +1,10 @@
 #ifndef SILICON_HAMILTONIAN_H
 #define SILICON_HAMILTONIAN_H
 
-#include "communicator.h"
 #include "plane_waves.h"
 #include "slab_fft.h"
+
+#include <ves_groups.hpp>
 
 #include <complex>
 #include <memory>
@@ -36,7 +37,7 @@ private:
   void SetPotential(const Crystal& crystal, const PlaneWaves& basis);
   void ApplyBatch(const Number* x, Number* y, int nCols, int ld);
 
-  Communicator group_; ///< the processes with plane waves: the FFT runs on them alone
+  ves::Communicator group_; ///< the processes with plane waves: the FFT runs on them alone
   std::unique_ptr<SlabFft<Real>> fft_;
   std::vector<Real> kinetic_;            ///< per local row, Ry
   std::vector<std::ptrdiff_t> position_; ///< per local row, its place on the local FFT grid

@@ -1,14 +1,13 @@
 #include "band_structure.h"
-#include "communicator.h"
 #include "error.h"
 #include "options.h"
 #include "output_files.h"
-#include "progress.h"
 #include "report.h"
 #include "supercell.h"
 #include "svg.h"
 
 #include <ves.hpp>
+#include <ves_groups.hpp>
 
 #include <exception>
 #include <iomanip>
@@ -24,9 +23,8 @@ bool RunBandStructure(const Options& options, std::ostream& out) {
   const OutputDirectory directory(options.output, comm);
   directory.Probe("bands.csv");
   directory.Probe("bands.svg");
-  Progress progress(out, OutputIsTerminal());
-  const BandStructure structure = SolvePath(BandPath(options.points), options.cutoff, options.bands,
-                                            options.solver, progress, comm);
+  const BandStructure structure =
+      SolvePath(BandPath(options.points), options.cutoff, options.bands, options.solver, out, comm);
   PrintTable(out, structure, options.cutoff);
   directory.Write("bands.csv", [&](std::ostream& file) { WriteCsv(file, structure); });
   directory.Write("bands.svg",
@@ -47,9 +45,8 @@ bool RunSupercell(const Options& options, std::ostream& out) {
   directory.Probe("supercell.csv");
 
   out << "Primitive cell at the folded k points\n";
-  Progress progress(out, OutputIsTerminal());
   const std::vector<double> folded =
-      FoldedLevels(n, options.cutoff, options.bands, options.solver, progress, comm);
+      FoldedLevels(n, options.cutoff, options.bands, options.solver, out, comm);
   out << "Supercell of " << 8 * n * n * n << " atoms, "
       << CountPlaneWaves(crystal, {}, options.cutoff) << " plane waves" << std::endl;
   const double start = MPI_Wtime();
@@ -67,7 +64,7 @@ bool RunSupercell(const Options& options, std::ostream& out) {
 }
 
 int Run(int argc, char** argv) {
-  const bool speaks = Rank(MPI_COMM_WORLD) == 0;
+  const bool speaks = ves::rankIn(MPI_COMM_WORLD) == 0;
   std::ostream silence(nullptr);
   std::ostream& out = speaks ? std::cout : silence;
   std::ostream& err = speaks ? std::cerr : silence;
@@ -83,11 +80,11 @@ int Run(int argc, char** argv) {
   } catch (const ves::Error& error) {
     err << "silicon_bands: " << error.what() << '\n';
     return 1;
+  } catch (const ves::SharedError& error) {
+    err << "silicon_bands: " << error.what() << '\n';
+    return 1;
   } catch (const std::exception& error) {
-    // It may have struck this process alone: the others would wait for it for ever.
-    std::cerr << "silicon_bands: " << error.what() << std::endl;
-    MPI_Abort(MPI_COMM_WORLD, 2);
-    return 2;
+    EndAll(error);
   }
 }
 

@@ -1,7 +1,8 @@
 #include "output_files.h"
 
-#include "communicator.h"
 #include "error.h"
+
+#include <ves_groups.hpp>
 
 #include <fstream>
 #include <system_error>
@@ -18,7 +19,7 @@ void OutputDirectory::Require(bool good, const std::string& complaint) const {
 OutputDirectory::OutputDirectory(const std::string& path, MPI_Comm comm)
     : path_(path), comm_(comm) {
   bool good = true;
-  if (Rank(comm) == 0) {
+  if (ves::rankIn(comm) == 0) {
     std::error_code error;
     std::filesystem::create_directories(path_, error);
     good = std::filesystem::is_directory(path_, error);
@@ -28,7 +29,7 @@ OutputDirectory::OutputDirectory(const std::string& path, MPI_Comm comm)
 
 void OutputDirectory::Probe(const std::string& name) const {
   bool good = true;
-  if (Rank(comm_) == 0) {
+  if (ves::rankIn(comm_) == 0) {
     std::error_code error;
     const bool existed = std::filesystem::exists(path_ / name, error);
     good = std::ofstream(path_ / name, std::ios::app).good();
@@ -40,7 +41,7 @@ void OutputDirectory::Probe(const std::string& name) const {
 void OutputDirectory::Write(const std::string& name,
                             const std::function<void(std::ostream&)>& writer) const {
   bool good = true;
-  if (Rank(comm_) == 0) {
+  if (ves::rankIn(comm_) == 0) {
     std::ofstream file(path_ / name);
     writer(file);
     file.close();

@@ -1,7 +1,8 @@
 #include "plane_waves.h"
 
-#include "communicator.h"
 #include "error.h"
+
+#include <ves_groups.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -111,8 +112,8 @@ PlaneWaves::PlaneWaves(const Crystal& crystal, const Vec3& k, double cutoff, MPI
   std::vector<int> wavesOfPlane(static_cast<std::size_t>(width[0]), 0);
   for (const Index3& g : sphere)
     ++wavesOfPlane[static_cast<std::size_t>(g[0] - lowest_[0])];
-  layout_ = ChooseSlabs(wavesOfPlane, grid_[0], silicon::Size(comm));
-  const int rank = Rank(comm);
+  layout_ = ChooseSlabs(wavesOfPlane, grid_[0], ves::sizeOf(comm));
+  const int rank = ves::rankIn(comm);
   for (const Index3& g : sphere) {
     if (Owner(g) == rank) local_.push_back({g, crystal.KineticEnergy(k, g)});
   }

@@ -1,6 +1,6 @@
 #include "starting_bands.h"
 
-#include "communicator.h"
+#include <ves_groups.hpp>
 
 #include <cmath>
 #include <cstdint>
@@ -99,7 +99,7 @@ Coefficients CarryOver(const Coefficients& old, const PlaneWaves& from, const Pl
   const Vec3 step = crystal.ReciprocalCoordinates({kNew[0] - k[0], kNew[1] - k[1], kNew[2] - k[2]});
   const Index3 shift = {int(std::lround(step[0])), int(std::lround(step[1])),
                         int(std::lround(step[2]))};
-  const int processes = Size(comm);
+  const int processes = ves::sizeOf(comm);
   const Shipment sent = Pack(old, from, to, shift, bands, processes);
   std::vector<int> counts(static_cast<std::size_t>(processes));
   MPI_Alltoall(sent.rows.data(), 1, MPI_INT, counts.data(), 1, MPI_INT, comm);

@@ -1,6 +1,7 @@
 #include "supercell.h"
 
 #include "error.h"
+#include "k_points.h"
 #include "plane_waves.h"
 
 #include <algorithm>
@@ -21,23 +22,18 @@ struct Union {
 };
 
 Union SolveFoldedPoints(const std::vector<Vec3>& points, double cutoff, int bands,
-                        const SolverOptions& options, Progress& progress, MPI_Comm comm) {
+                        const SolverOptions& options, std::ostream& out, MPI_Comm comm) {
   const Crystal crystal = Crystal::PrimitiveCell();
+  const std::vector<Levels> found = SolvePoints(crystal, points, cutoff, bands, options, out, comm);
   Union all;
-  Bands previous;
-  progress.Start(points.size());
-  for (const Vec3& k : points) {
-    const int waves = CountPlaneWaves(crystal, k, cutoff);
-    const int count = std::min(bands, waves);
-    const bool start = previous.levels.Count() == count;
-    previous = SolveBands(crystal, k, cutoff, count, options, start ? &previous : nullptr, comm);
-    const Levels& levels = previous.levels;
-    progress.Advance(levels);
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    const Levels& levels = found[i];
     if (!levels.Accepted(options.threshold)) {
       throw Error("the bands of the primitive cell did not converge at a folded k point");
     }
     all.levels.insert(all.levels.end(), levels.energies.begin(), levels.energies.end());
-    if (count < waves) all.completeUpTo = std::min(all.completeUpTo, levels.energies.back());
+    if (levels.Count() < CountPlaneWaves(crystal, points[i], cutoff))
+      all.completeUpTo = std::min(all.completeUpTo, levels.energies.back());
   }
   std::sort(all.levels.begin(), all.levels.end());
   return all;
@@ -63,12 +59,12 @@ std::vector<Vec3> FoldedPoints(int n) {
 }
 
 std::vector<double> FoldedLevels(int n, double cutoff, int count, const SolverOptions& options,
-                                 Progress& progress, MPI_Comm comm) {
+                                 std::ostream& out, MPI_Comm comm) {
   const std::vector<Vec3> points = FoldedPoints(n);
   const int nPoints = static_cast<int>(points.size());
   int bands = (count + nPoints - 1) / nPoints + sparePrimitiveBands;
   for (;; bands += sparePrimitiveBands) {
-    Union all = SolveFoldedPoints(points, cutoff, bands, options, progress, comm);
+    Union all = SolveFoldedPoints(points, cutoff, bands, options, out, comm);
     const auto wanted = static_cast<std::size_t>(count);
     if (all.levels.size() < wanted) {
       if (all.completeUpTo == HUGE_VAL) throw Error("there are fewer folded levels than bands");

@@ -2,8 +2,8 @@
 #define SILICON_SUPERCELL_H
 
 #include "band_solver.h"
-#include "progress.h"
 
+#include <ostream>
 #include <vector>
 
 namespace silicon {
@@ -16,7 +16,7 @@ std::vector<Vec3> FoldedPoints(int n);
 /// and at the cut-off of the supercell: the levels that the supercell must have at Gamma. Throws
 /// Error when the solver fails on them. Collective over comm.
 std::vector<double> FoldedLevels(int n, double cutoff, int count, const SolverOptions& options,
-                                 Progress& progress, MPI_Comm comm);
+                                 std::ostream& out, MPI_Comm comm);
 
 } // namespace silicon
 
