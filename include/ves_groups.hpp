@@ -111,9 +111,8 @@ void together(MPI_Comm comm, Work&& work) {
 /// end receives up to the last one of each group.
 class GroupProgress {
 public:
-  /// To be made on the first process of each group, which process 0 of comm is.
-  /// \param lines  where process 0 writes, at most one line a second and fewer in a long run
-  /// \param name   of the problems, such as "k points"
+  /// To be made on the first process of each group, which process 0 of comm is one of. That writes
+  /// lines, at most one a second and fewer in a long run, which begin with the name of the problems.
   GroupProgress(MPI_Comm comm, int nGroups, int nProblems, std::ostream* lines, std::string name)
       : m_comm(comm), m_isListener(rankIn(comm) == 0), m_open(nGroups - 1), m_total(nProblems),
         m_lines(lines), m_name(std::move(name)) {}
