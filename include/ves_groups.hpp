@@ -112,7 +112,8 @@ void together(MPI_Comm comm, Work&& work) {
 class GroupProgress {
 public:
   /// To be made on the first process of each group, which process 0 of comm is one of. That writes
-  /// lines, at most one a second and fewer in a long run, which begin with the name of the problems.
+  /// lines, which begin with the name of the problems: one a second at most, fewer in a long run,
+  /// and one at the end.
   GroupProgress(MPI_Comm comm, int nGroups, int nProblems, std::ostream* lines, std::string name)
       : m_comm(comm), m_isListener(rankIn(comm) == 0), m_open(nGroups - 1), m_total(nProblems),
         m_lines(lines), m_name(std::move(name)) {}
@@ -189,10 +190,10 @@ private:
 
   MPI_Comm m_comm;
   bool m_isListener;
-  int m_open;       ///< other groups that have not told of their end
-  int m_total;      ///< problems of all groups
-  int m_solved = 0; ///< by all groups on process 0, else those that no message told of
-  int m_message[2]; ///< problems solved since the message before, whether it is the last
+  int m_open;            ///< other groups that have not told of their end
+  int m_total;           ///< problems of all groups
+  int m_solved = 0;      ///< by all groups on process 0, else those that no message told of
+  int m_message[2] = {}; ///< problems solved since the message before, whether it is the last
   MPI_Request m_request = MPI_REQUEST_NULL;
   std::ostream* m_lines;
   std::string m_name;
