@@ -1,7 +1,8 @@
 // Reading matrices and graphs: every process sees the same entries or the same complaint.
-#include "entries.h"
+#include "compressed_rows.h"
 #include "error.h"
 #include "matrix_market.h"
+#include "matrix_source.h"
 #include "models.h"
 #include "parallel.h"
 
@@ -9,6 +10,7 @@
 #include <mpi.h>
 
 #include <Eigen/Core>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -38,14 +40,25 @@ private:
   std::string m_path;
 };
 
-// All entries on all processes.
-Dense Gathered(const EntryList& matrix) {
-  Dense dense = Dense::Zero(matrix.rows, matrix.columns);
-  for (const Entry& entry : matrix.entries)
-    dense(entry.row, entry.column) += entry.value;
+/// What ForEach of the matrix hands out on any process, on all processes.
+template <typename ForEach>
+Dense Gathered(int rows, int columns, ForEach&& forEach) {
+  Dense dense = Dense::Zero(rows, columns);
+  forEach([&](int row, int column, const auto& value) { dense(row, column) += value; });
   MPI_Allreduce(MPI_IN_PLACE, dense.data(), static_cast<int>(dense.size()), MPI_C_DOUBLE_COMPLEX,
                 MPI_SUM, comm);
   return dense;
+}
+
+Dense Gathered(const AnyEntries& read) {
+  return std::visit(
+      [](const auto& matrix) {
+        return Gathered(matrix.rows, matrix.columns, [&](auto&& add) {
+          for (const auto& entry : matrix.entries)
+            add(entry.row, entry.column, entry.value);
+        });
+      },
+      read);
 }
 
 Dense Read(const std::string& text) {
@@ -53,23 +66,36 @@ Dense Read(const std::string& text) {
   return Gathered(ReadMatrixMarket(file.Path(), comm));
 }
 
-/// Rows on their owners, as a matrix or as what a graph makes of it.
-EntryList Distributed(EntryList matrix, bool isGraph) {
-  const RowOffsets offsets = BalancedRows({&matrix}, comm);
-  MoveToOwners(matrix, offsets, comm);
-  RequireHermitian(matrix, offsets, comm);
-  if (isGraph) TurnIntoLaplacian(matrix, offsets, comm);
-  return matrix;
+/// Rows on their owners.
+struct Owned {
+  AnyRows rows;
+  RowOffsets offsets;
+
+  explicit Owned(const std::unique_ptr<MatrixSource>& source)
+      : offsets(BalancedRows({source.get()})) {
+    rows = source->TakeRows(offsets);
+    std::visit([&](auto& own) { RequireHermitian(own, offsets, comm); }, rows);
+  }
+  Dense Whole() const {
+    return std::visit(
+        [&](const auto& own) {
+          return Gathered(offsets.back(), offsets.back(), [&](auto&& add) { own.ForEach(add); });
+        },
+        rows);
+  }
+};
+
+Owned ReadWithOwners(const std::string& text) {
+  const TextFile file(text);
+  return Owned(OpenMatrix(file.Path(), comm));
 }
 
-EntryList ReadWithOwners(const std::string& text) {
+Dense Laplacian(const std::string& text) {
   const TextFile file(text);
-  return Distributed(ReadSquareMatrix(file.Path(), comm), false);
-}
-
-EntryList Laplacian(const std::string& text) {
-  const TextFile file(text);
-  return Distributed(ReadGraph(file.Path(), comm), true);
+  Owned graph(OpenGraph(file.Path(), comm));
+  graph.rows = std::visit([](const auto& weights) -> AnyRows { return LaplacianOf(weights, comm); },
+                          graph.rows);
+  return graph.Whole();
 }
 
 /// All processes must meet the same error, which says the text.
@@ -145,27 +171,39 @@ TEST(MatrixMarket, ComplaintsNameTheLine) {
   ExpectComplaint("cannot be read", [] { ReadMatrixMarket("no such file", comm); });
 }
 
-// Enough lines that every share begins and ends inside the data.
+// Enough lines that every share begins and ends inside the data, of several lengths and ends.
 TEST(MatrixMarket, LinesAreCountedAcrossShares) {
   const int n = 1000;
-  std::string text = head + "coordinate real general\n1000 1000 1000\n";
-  for (int i = 1; i <= n; ++i)
-    text += std::to_string(i) + " " + std::to_string(i) + " " + std::to_string(0.5 * i) + "\n";
-  const Dense dense = Read(text);
-  for (int i = 0; i < n; ++i)
-    EXPECT_EQ(dense(i, i), 0.5 * (i + 1));
-  EXPECT_EQ(dense.cwiseAbs().sum(), 0.25 * n * (n + 1));
-  for (const int bad : {1, 2, 250, 251, 500, 750, 999, 1000}) {
-    const std::string entry = "\n" + std::to_string(bad) + " " + std::to_string(bad) + " ";
+  Dense expected = Dense::Zero(n, n);
+  std::string text = head + "coordinate real symmetric\r\n% comment\n1000 1000 1999\n";
+  std::vector<std::pair<long, std::size_t>> lines; // number and place of some entries
+  long line = 4;
+  const auto add = [&](int i, int j, double value) {
+    if (i % 9 == 0) text += "  \n";
+    if (i % 9 == 0) ++line;
+    lines.emplace_back(line++, text.size());
+    text += std::to_string(i + 1) + (i % 4 ? " " : "\t  ") + std::to_string(j + 1) + " " +
+            std::to_string(value) + (i % 3 ? "\n" : " \r\n");
+    expected(i, j) = expected(j, i) = value;
+  };
+  for (int i = 0; i < n; ++i) {
+    add(i, i, 0.5 * i + 1.0);
+    if (i > 0) add(i, (i * 7) % i, -0.25 * i);
+  }
+  const Owned read = ReadWithOwners(text);
+  EXPECT_EQ(read.Whole(), expected);
+  EXPECT_TRUE(std::holds_alternative<CompressedRows<double>>(read.rows));
+  for (const std::size_t bad : {0, 1, 499, 500, 999, 1000, 1500, 1998}) {
     std::string broken = text;
-    broken.replace(broken.rfind(entry) + 1, 1, "?");
-    ExpectComplaint(":" + std::to_string(bad + 2) + ": expected", [&] { ReadWithOwners(broken); });
+    broken.replace(lines[bad].second, 1, "?");
+    ExpectComplaint(":" + std::to_string(lines[bad].first) + ": expected",
+                    [&] { ReadWithOwners(broken); });
   }
 }
 
 TEST(HermitianCheck, TakesTheMeanOfRoundingErrors) {
   const std::string text = head + "coordinate real general\n2 2 2\n1 2 1.00000000000002\n2 1 1\n";
-  const Dense dense = Gathered(ReadWithOwners(text));
+  const Dense dense = ReadWithOwners(text).Whole();
   EXPECT_EQ(dense(0, 1), dense(1, 0));
   EXPECT_NEAR(dense(0, 1).real(), 1.00000000000001, 1e-15);
 }
@@ -178,10 +216,8 @@ TEST(MatrixMarket, ReadsWhatItWrote) {
     block.emplace_back(std::sqrt(2.0 + i + Rank(comm)), -1.0 / (3.0 + i));
   const TextFile file("");
   WriteMatrixMarket(file.Path(), block.data(), local, columns, comm);
-  const EntryList list = ReadMatrixMarket(file.Path(), comm);
-  EXPECT_TRUE(list.isComplex);
-  EXPECT_EQ(list.rows, rows);
-  const Dense dense = Gathered(list);
+  const Dense dense = Gathered(ReadMatrixMarket(file.Path(), comm));
+  ASSERT_EQ(dense.rows(), rows);
   int first = 0;
   MPI_Exscan(&local, &first, 1, MPI_INT, MPI_SUM, comm);
   for (int j = 0; j < columns; ++j)
@@ -198,8 +234,8 @@ TEST(Graph, LaplacianOfListAndMatrix) {
       head + "coordinate pattern symmetric\n4 4 5\n2 1\n3 1\n3 2\n4 3\n1 1\n";
   for (const std::string& text : {std::string("# list\n0 1\n1 2\n2 0\n% tail\n2 3\n3 2\n1 1\n"),
                                   std::string("5\t6\r\n6 7\n7 5\n7 8"), matrix})
-    EXPECT_EQ(Gathered(Laplacian(text)), expected) << text;
-  EXPECT_EQ(Gathered(Laplacian("1 2 3\n2 1 0.5\n")), pair);
+    EXPECT_EQ(Laplacian(text), expected) << text;
+  EXPECT_EQ(Laplacian("1 2 3\n2 1 0.5\n"), pair);
   const std::pair<std::string, std::string> cases[] = {
       {"1 2\n1 -2\n", ":2: expected the numbers"},
       {"1 2 nan\n", ":1: 'nan' is not a weight"},
