@@ -39,7 +39,8 @@ std::string ReadBanner(std::string_view line, Header& header) {
   const std::string format = LowerCase(NextWord(line)), field = LowerCase(NextWord(line));
   const std::string symmetry = LowerCase(NextWord(line));
   if (banner != "%%matrixmarket")
-    return "not a Matrix Market file: the first line must begin with %%MatrixMarket";
+    return "not a Matrix Market file, whose first line begins with %%MatrixMarket, nor one of ves "
+           "convert";
   if (object != "matrix") return "object '" + object + "' is not 'matrix'";
   if (format != "coordinate" && format != "array")
     return "format '" + format + "' is neither 'coordinate' nor 'array'";

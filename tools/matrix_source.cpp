@@ -2,6 +2,7 @@
 
 #include "matrix_market.h"
 #include "parallel.h"
+#include "row_file.h"
 
 #include <algorithm>
 #include <functional>
@@ -55,6 +56,7 @@ std::unique_ptr<MatrixSource> SourceOf(AnyEntries entries, MPI_Comm comm) {
 }
 
 std::unique_ptr<MatrixSource> OpenMatrix(const std::string& path, MPI_Comm comm) {
+  if (IsRowFile(path, comm)) return OpenRowFile(path, comm);
   return SourceOf(ReadSquareMatrix(path, comm), comm);
 }
 

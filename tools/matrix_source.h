@@ -38,7 +38,8 @@ RowOffsets BalancedRows(const std::vector<const MatrixSource*>& matrices);
 /// The entries of a square matrix.
 std::unique_ptr<MatrixSource> SourceOf(AnyEntries entries, MPI_Comm comm);
 
-/// A square matrix in a Matrix Market file. Throws Error. Collective.
+/// A square matrix in a file, of Matrix Market or of the rows that ves convert writes. Throws
+/// Error. Collective.
 std::unique_ptr<MatrixSource> OpenMatrix(const std::string& path, MPI_Comm comm);
 
 } // namespace VesTools

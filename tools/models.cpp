@@ -2,6 +2,7 @@
 
 #include "matrix_market.h"
 #include "parallel.h"
+#include "row_file.h"
 #include "text_file.h"
 #include "text_lines.h"
 
@@ -146,7 +147,7 @@ EntryList<double> LaplaceModel(const std::string& sizes, int dimension, MPI_Comm
 }
 
 std::unique_ptr<MatrixSource> OpenGraph(const std::string& path, MPI_Comm comm) {
-  if (IsMatrixMarket(path, comm)) return OpenMatrix(path, comm);
+  if (IsMatrixMarket(path, comm) || IsRowFile(path, comm)) return OpenMatrix(path, comm);
   return SourceOf(ReadEdgeList(path, comm), comm);
 }
 

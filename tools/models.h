@@ -26,7 +26,7 @@ ModelName ParseModelName(const std::string& text);
 /// sizes (40x40x40). The entries lie on any process. Throws Error for sizes that make no sense.
 EntryList<double> LaplaceModel(const std::string& sizes, int dimension, MPI_Comm comm);
 
-/// Edges of an undirected graph from a Matrix Market file, or from a text file with two vertex
+/// Edges of an undirected graph from a file of a matrix, or from a text file with two vertex
 /// numbers and perhaps a weight on each line; lines that begin with # or % are comments, the lowest
 /// number is the first vertex, and an edge given twice counts once. Throws Error. Collective.
 std::unique_ptr<MatrixSource> OpenGraph(const std::string& path, MPI_Comm comm);

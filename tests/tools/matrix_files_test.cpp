@@ -5,6 +5,7 @@
 #include "matrix_source.h"
 #include "models.h"
 #include "parallel.h"
+#include "row_file.h"
 
 #include <gtest/gtest.h>
 #include <mpi.h>
@@ -14,6 +15,7 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <iterator>
 
 namespace {
 
@@ -223,6 +225,76 @@ TEST(MatrixMarket, ReadsWhatItWrote) {
   for (int j = 0; j < columns; ++j)
     for (int i = 0; i < local; ++i)
       EXPECT_EQ(dense(first + i, j), block[static_cast<std::size_t>(i + j * local)]);
+}
+
+/// The bytes of the file that text becomes, on all processes.
+std::string RowFileOf(const std::string& text) {
+  const Owned read = ReadWithOwners(text);
+  const TextFile file("");
+  WriteRowFile(file.Path(), read.rows, read.offsets.back(), comm);
+  std::ifstream stream(file.Path(), std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// Fewer rows than processes, empty rows, and more entries than fit one message.
+TEST(RowFile, HoldsTheMatrixToTheLastBit) {
+  const std::string small =
+      head + "coordinate complex hermitian\n3 3 3\n1 1 0.1 0\n3 1 1e-300 -7\n2 1 0 0.3\n";
+  const std::string sparse = head + "coordinate pattern symmetric\n9 9 2\n5 2\n9 9\n";
+  std::string large = head + "array real symmetric\n1200 1200\n";
+  for (int i = 0; i < 1200 * 1201 / 2; ++i)
+    large += i % 5 ? "0.1\n" : "-3.3333333333333331e-5\n";
+  for (const std::string& text : {small, sparse, large}) {
+    const Owned read = ReadWithOwners(RowFileOf(text)), direct = ReadWithOwners(text);
+    EXPECT_EQ(read.Whole(), direct.Whole());
+    EXPECT_EQ(read.rows.index(), direct.rows.index());
+    EXPECT_EQ(read.offsets, direct.offsets);
+  }
+  const std::string graph = head + "coordinate real symmetric\n3 3 2\n2 1 0.5\n3 2 4\n";
+  EXPECT_EQ(Laplacian(RowFileOf(graph)), Laplacian(graph));
+}
+
+/// With a number of 4 or 8 bytes in place of what stands at a byte.
+template <typename Number>
+std::string With(Number number, std::size_t byte, std::string file) {
+  file.replace(byte, sizeof(number), reinterpret_cast<const char*>(&number), sizeof(number));
+  return file;
+}
+
+TEST(RowFile, ComplaintsSayWhatIsWrong) {
+  std::string text = head + "coordinate real symmetric\n6 6 8\n2 1 2\n6 2 3\n";
+  for (const char* i : {"1", "2", "3", "4", "5", "6"})
+    text += i + std::string(" ") + i + " 1\n";
+  const std::string good = RowFileOf(text); // rows of 2, 3, 1, 1, 1, 2 entries
+  ASSERT_EQ(good.size(), 48U + 7 * 8 + 10 * 8 + 10 * 4);
+  const std::size_t values = 48 + 7 * 8, columns = values + 10 * 8;
+  const std::pair<std::string, std::string> cases[] = {
+      {With('x', 0, good), "not a Matrix Market file"},
+      {good.substr(0, 47), "too short for its header"},
+      {With(0x04030201, 8, good), "another byte order"},
+      {With(2, 12, good), "version 2 of the format"},
+      {With(3, 16, good), "unknown type of numbers"},
+      {With(2, 20, good), "unknown storage"},
+      {With(0LL, 24, good), "0 rows are outside"},
+      {With(1LL << 31U, 24, good), "2147483648 rows are outside"},
+      {With(1LL << 62U, 32, good), "entries cannot stand in 6 rows"},
+      {With(-1LL, 32, good), "-1 entries cannot stand"},
+      {With(9LL, 32, good), "224 bytes in place of 212"},
+      {good.substr(0, good.size() - 1), "it was cut off"},
+      {good + "x", "225 bytes in place of 224"},
+      {With(1LL, 48, good), "row 1 do not begin at 0"},
+      {With(9LL, 48 + 6 * 8, good), "last row do not end at 10"},
+      {With(1LL, 48 + 2 * 8, good), "row 2: its entries cannot be those from 2 to 1 of 10"},
+      {With(11LL, 48 + 5 * 8, good), "row 5: its entries cannot be those from 7 to 11 of 10"},
+      {With(6, columns + 4 * 9, good), "row 6: column 7 is outside 1 to 6"},
+      {With(-1, columns, good), "row 1: column 0 is outside 1 to 6"},
+      {With(0, columns + 4, good), "row 1: columns do not ascend"},
+      {With(std::nan(""), values + 8 * 6, good), "entry (4, 4) is not finite"},
+      {With(1.0000000000000002, values + 8 * 6, good), "its data are damaged"},
+  };
+  EXPECT_EQ(ReadWithOwners(good).Whole(), ReadWithOwners(text).Whole());
+  for (const auto& [file, complaint] : cases)
+    ExpectComplaint(complaint, [&file = file] { ReadWithOwners(file); });
 }
 
 // A triangle with a tail, with a loop and an edge in both directions that do not count.
