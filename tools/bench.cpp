@@ -28,10 +28,11 @@ void PrintRun(std::ostream& out, const RunResult& run, const RunResult& first) {
 }
 
 template <typename Scalar>
-bool Compare(const Options& options, const ProblemData& data, std::ostream& out, MPI_Comm comm) {
-  Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, data, comm);
+bool Compare(const Options& options, ProblemData data, std::ostream& out, MPI_Comm comm) {
+  Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, std::move(data), comm);
   const std::string preconditioner = AddPreconditioner(options.preconditioner, problem);
-  AddLowOperators(options, data, problem);
+  AddLowOperators(options, problem);
+  problem.ReleaseEntries();
   SolverOptions solver = options.solver;
   OutputOptions quiet;
   quiet.isQuiet = true;
@@ -55,9 +56,9 @@ bool Compare(const Options& options, const ProblemData& data, std::ostream& out,
 } // namespace
 
 bool CompareSolvers(const Options& options, std::ostream& out, MPI_Comm comm) {
-  const ProblemData data = LoadProblem(options.problem, comm);
+  ProblemData data = LoadProblem(options.problem, comm);
   return WithScalar(data.scalar, [&](auto* tag) {
-    return Compare<std::remove_pointer_t<decltype(tag)>>(options, data, out, comm);
+    return Compare<std::remove_pointer_t<decltype(tag)>>(options, std::move(data), out, comm);
   });
 }
 

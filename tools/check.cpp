@@ -97,7 +97,7 @@ bool Report(const Claim& claim, const Verdict& verdict, std::ostream& out) {
 
 bool CheckResult(const std::string& path, std::ostream& out, MPI_Comm comm) {
   const Claim claim = ReadClaim(path, comm);
-  const ProblemData data = LoadProblem(claim.problem, comm);
+  ProblemData data = LoadProblem(claim.problem, comm);
   // The rows of plane waves lie differently on other numbers of processes.
   if (data.isPlaneWaves && claim.processes != Size(comm))
     throw Error(exitUsage, path +
@@ -106,7 +106,9 @@ bool CheckResult(const std::string& path, std::ostream& out, MPI_Comm comm) {
                                std::to_string(claim.processes));
   const Verdict verdict = WithScalar(data.scalar, [&](auto* tag) {
     using Scalar = std::remove_pointer_t<decltype(tag)>;
-    return Judge(claim, MakeProblem<Scalar>(claim.problem, data, comm));
+    Problem<Scalar> problem = MakeProblem<Scalar>(claim.problem, std::move(data), comm);
+    problem.ReleaseEntries();
+    return Judge(claim, problem);
   });
   return Report(claim, verdict, out);
 }

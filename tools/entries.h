@@ -5,24 +5,41 @@
 
 #include <complex>
 #include <string>
+#include <type_traits>
+#include <variant>
 #include <vector>
 
 namespace VesTools {
 
 /// An entry of a matrix, counted from 0 over all processes.
+template <typename Scalar>
 struct Entry {
   int row, column;
-  std::complex<double> value;
+  Scalar value;
 };
 
 /// A matrix whose entries lie on any process, each on one.
+template <typename Scalar>
 struct EntryList {
   std::string name; ///< of its file or model, for messages
   int rows = 0, columns = 0;
-  bool isComplex = false;
   bool isHermitian = false; ///< by the way it is stored, without a look at the entries
-  std::vector<Entry> entries;
+  std::vector<Entry<Scalar>> entries;
 };
+
+/// Real entries are held as such.
+using AnyEntries = std::variant<EntryList<double>, EntryList<std::complex<double>>>;
+
+template <typename Scalar>
+Scalar Conjugate(const Scalar& value) {
+  if constexpr (std::is_floating_point_v<Scalar>)
+    return value;
+  else
+    return std::conj(value);
+}
+
+/// The place of an entry for messages, counted from 1.
+std::string Place(int row, int column);
 
 /// First row of every process and, at the end, the number of rows: process r holds the rows from
 /// [r] to [r + 1].
@@ -30,24 +47,30 @@ using RowOffsets = std::vector<int>;
 
 int OwnerOf(int row, const RowOffsets& offsets);
 
-/// Contiguous rows for every process with about equally many entries of all matrices, one more for
-/// each row. Collective.
-RowOffsets BalancedRows(const std::vector<const EntryList*>& matrices, MPI_Comm comm);
+/// About as many rows for every process.
+RowOffsets EvenRows(int rows, int processes);
 
-/// Moves every entry to the owner of its row, ordered by row and column. Collective.
-void GatherRows(EntryList& matrix, const RowOffsets& offsets, MPI_Comm comm);
+/// Orders entries by row and column.
+template <typename Scalar>
+void Order(std::vector<Entry<Scalar>>& entries);
+
+/// How many of the entries, which are ordered, lie in each row that is this process's by the
+/// offsets. Collective.
+template <typename Scalar>
+std::vector<long long> CountByRows(const std::vector<Entry<Scalar>>& entries,
+                                   const RowOffsets& offsets, MPI_Comm comm);
+
+/// Contiguous rows for every process with about equally many entries, one more for each row; counts
+/// are those of the rows that are this process's by the even offsets. Collective.
+RowOffsets BalancedRows(std::vector<long long> counts, const RowOffsets& even, MPI_Comm comm);
+
+/// Moves every entry to the owner of its row, where they are ordered. Collective.
+template <typename Scalar>
+void GatherRows(std::vector<Entry<Scalar>>& entries, const RowOffsets& offsets, MPI_Comm comm);
 
 /// As GatherRows, but throws Error when an entry is given twice. Collective.
-void MoveToOwners(EntryList& matrix, const RowOffsets& offsets, MPI_Comm comm);
-
-/// Throws Error with the worst entry when A differs from its conjugate transpose by more than
-/// rounding in a text file may cause, and takes the mean of both otherwise. The entries are with
-/// their owners before and after. Collective.
-void RequireHermitian(EntryList& matrix, const RowOffsets& offsets, MPI_Comm comm);
-
-/// Turns weights of edges, with the owners of their rows, into the graph Laplacian: row sums minus
-/// weights; loops do not count. Throws Error for a negative weight. Collective.
-void TurnIntoLaplacian(EntryList& graph, const RowOffsets& offsets, MPI_Comm comm);
+template <typename Scalar>
+void MoveToOwners(EntryList<Scalar>& matrix, const RowOffsets& offsets, MPI_Comm comm);
 
 } // namespace VesTools
 

@@ -17,6 +17,24 @@ std::uint64_t Mix(std::uint64_t state) {
   return state ^ (state >> 31);
 }
 
+// Collective.
+template <typename Scalar, typename Read>
+ves::Block<Scalar> BlockOf(EntryList<Read>& block, const Problem<Scalar>& problem) {
+  const auto refuse = [&](const std::string& why) {
+    throw Error(exitInput, block.name + ": " + why);
+  };
+  if (block.rows != problem.Order())
+    refuse("a block of " + std::to_string(block.rows) + " rows does not fit a problem of order " +
+           std::to_string(problem.Order()));
+  if (!std::is_floating_point_v<Read> && std::is_floating_point_v<Scalar>)
+    refuse("a complex block does not fit a real problem");
+  MoveToOwners(block, problem.offsets, problem.comm);
+  ves::Block<Scalar> result(problem.LocalRows(), block.columns, problem.comm);
+  for (const Entry<Read>& entry : block.entries)
+    result(entry.row - problem.FirstRow(), entry.column) = Convert<Scalar>(entry.value);
+  return result;
+}
+
 // Uniform in [-1, 1).
 double ToUnit(std::uint64_t bits) {
   return std::ldexp(double(bits >> 11), -52) - 1.0;
@@ -40,18 +58,8 @@ void FillRandom(Scalar* values, int rows, int columns, int firstRow, unsigned lo
 
 template <typename Scalar>
 ves::Block<Scalar> ReadBlock(const std::string& path, const Problem<Scalar>& problem) {
-  EntryList block = ReadMatrixMarket(path, problem.comm);
-  const auto refuse = [&](const std::string& why) { throw Error(exitInput, path + ": " + why); };
-  if (block.rows != problem.Order())
-    refuse("a block of " + std::to_string(block.rows) + " rows does not fit a problem of order " +
-           std::to_string(problem.Order()));
-  if (block.isComplex && std::is_floating_point_v<Scalar>)
-    refuse("a complex block does not fit a real problem");
-  MoveToOwners(block, problem.offsets, problem.comm);
-  ves::Block<Scalar> read(problem.LocalRows(), block.columns, problem.comm);
-  for (const Entry& entry : block.entries)
-    read(entry.row - problem.FirstRow(), entry.column) = Convert<Scalar>(entry.value);
-  return read;
+  AnyEntries read = ReadMatrixMarket(path, problem.comm);
+  return std::visit([&](auto& block) { return BlockOf(block, problem); }, read);
 }
 
 template void FillRandom(double*, int, int, int, unsigned long long, const std::vector<double>&);

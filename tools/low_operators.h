@@ -6,12 +6,12 @@
 
 namespace VesTools {
 
-/// Gives a problem in double precision its operators in single precision, with a float copy of its
-/// factors, unless the options leave no use for them: then nothing is added. Exact factors get no
-/// copy.
-/// Throws Error where mixed precision is asked for in a problem of single precision. Collective.
+/// Gives a problem in double precision, with its entries, operators in single precision and a
+/// preconditioner made in it, unless the options leave no use for them: then nothing is added.
+/// Exact factors get no copy. The entries may be gone then. Throws Error where mixed precision is asked for in a problem of single
+/// precision. Collective.
 template <typename Scalar>
-void AddLowOperators(const Options& options, const ProblemData& data, Problem<Scalar>& problem);
+void AddLowOperators(const Options& options, Problem<Scalar>& problem);
 
 } // namespace VesTools
 

@@ -1,5 +1,6 @@
 #include "bench.h"
 #include "check.h"
+#include "convert.h"
 #include "error.h"
 #include "hints.h"
 #include "info.h"
@@ -48,6 +49,9 @@ int Obey(const Options& options, const Kernels& kernels, std::ostream& out, MPI_
   switch (options.command) {
   case Command::solve:
     return Solve(options, kernels, out, comm);
+  case Command::convert:
+    ConvertMatrix(options, out, comm);
+    return exitGood;
   case Command::check:
     return CheckResult(options.result, out, comm) ? exitGood : exitNotConverged;
   case Command::bench:

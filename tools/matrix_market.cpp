@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 
 namespace VesTools {
@@ -38,7 +39,8 @@ std::string ReadBanner(std::string_view line, Header& header) {
   const std::string format = LowerCase(NextWord(line)), field = LowerCase(NextWord(line));
   const std::string symmetry = LowerCase(NextWord(line));
   if (banner != "%%matrixmarket")
-    return "not a Matrix Market file: the first line must begin with %%MatrixMarket";
+    return "not a Matrix Market file, whose first line begins with %%MatrixMarket, nor one of ves "
+           "convert";
   if (object != "matrix") return "object '" + object + "' is not 'matrix'";
   if (format != "coordinate" && format != "array")
     return "format '" + format + "' is neither 'coordinate' nor 'array'";
@@ -121,12 +123,17 @@ std::string ReadNumber(std::string_view& line, double& number) {
   return std::isfinite(number) ? "" : "'" + std::string(word) + "' is not finite";
 }
 
-std::string ReadValue(std::string_view& line, Field field, std::complex<double>& value) {
+// Scalar is complex where the field is.
+template <typename Scalar>
+std::string ReadValue(std::string_view& line, Field field, Scalar& value) {
   double real = 1.0, imaginary = 0.0;
   std::string complaint;
   if (field != Field::pattern) complaint = ReadNumber(line, real);
   if (field == Field::complex && complaint.empty()) complaint = ReadNumber(line, imaginary);
-  value = {real, imaginary};
+  if constexpr (std::is_floating_point_v<Scalar>)
+    value = real;
+  else
+    value = {real, imaginary};
   if (complaint.empty() && !NextWord(line).empty()) complaint = "unexpected text after the value";
   return complaint;
 }
@@ -142,7 +149,8 @@ std::string ReadIndex(std::string_view& line, const char* what, int limit, int& 
   return "";
 }
 
-std::string ReadEntry(std::string_view line, const Header& header, Entry& entry) {
+template <typename Scalar>
+std::string ReadEntry(std::string_view line, const Header& header, Entry<Scalar>& entry) {
   std::string complaint = ReadIndex(line, "row", header.rows, entry.row);
   if (complaint.empty()) complaint = ReadIndex(line, "column", header.columns, entry.column);
   if (complaint.empty()) complaint = ReadValue(line, header.field, entry.value);
@@ -158,8 +166,9 @@ public:
       index -= m_rows - FirstRow();
     m_row = FirstRow() + static_cast<int>(index);
   }
-  Entry Next(const std::complex<double>& value) {
-    const Entry entry = {m_row, m_column, value};
+  template <typename Scalar>
+  Entry<Scalar> Next(const Scalar& value) {
+    const Entry<Scalar> entry = {m_row, m_column, value};
     if (++m_row == m_rows) {
       ++m_column;
       m_row = FirstRow();
@@ -182,9 +191,35 @@ void CheckCount(const std::string& path, const Header& header, long long found) 
                              std::to_string(found) + " follow");
 }
 
+/// Room for the entries of one process, which is taken as they come: growing would copy them. What
+/// a header promises beyond what the file can hold is not believed.
+template <typename Scalar>
+void ReserveShare(const std::string& path, const Header& header, MPI_Comm comm,
+                  std::vector<Entry<Scalar>>& entries) {
+  constexpr long long bytesOfLine = 4, packing = 8;
+  std::error_code error;
+  const auto bytes = static_cast<long long>(std::filesystem::file_size(path, error));
+  const long long all = std::min(header.entries, error ? 0 : packing * bytes / bytesOfLine);
+  const long long share = all / Size(comm) + all / Size(comm) / 4;
+  const int images = header.symmetry == Symmetry::general ? 1 : 2;
+  entries.reserve(static_cast<std::size_t>(images * share));
+}
+
+// An entry and, of a triangle, its mirror image.
+template <typename Scalar>
+void AddWithImage(const Entry<Scalar>& entry, Symmetry symmetry,
+                  std::vector<Entry<Scalar>>& entries) {
+  entries.push_back(entry);
+  if (symmetry == Symmetry::general || entry.row == entry.column) return;
+  const bool isConjugate = symmetry == Symmetry::hermitian;
+  entries.push_back({entry.column, entry.row, isConjugate ? Conjugate(entry.value) : entry.value});
+}
+
 // Collective.
-std::vector<Entry> ReadArray(const std::string& path, const Header& header, MPI_Comm comm) {
-  std::vector<std::complex<double>> values;
+template <typename Scalar>
+void ReadArray(const std::string& path, const Header& header, MPI_Comm comm,
+               std::vector<Entry<Scalar>>& entries) {
+  std::vector<Scalar> values;
   const auto parse = [&](std::string_view line) -> std::string {
     std::string_view rest = line;
     if (NextWord(rest).empty()) return "";
@@ -196,35 +231,50 @@ std::vector<Entry> ReadArray(const std::string& path, const Header& header, MPI_
   long long before = 0;
   MPI_Exscan(&count, &before, 1, MPI_LONG_LONG, MPI_SUM, comm);
   ArrayPlace place(header, Rank(comm) == 0 ? 0 : before);
-  std::vector<Entry> entries;
-  for (const std::complex<double>& value : values) {
-    const Entry entry = place.Next(value);
-    if (value != 0.0) entries.push_back(entry);
+  for (const Scalar& value : values) {
+    const Entry<Scalar> entry = place.Next(value);
+    if (value != 0.0) AddWithImage(entry, header.symmetry, entries);
   }
-  return entries;
 }
 
 // Collective.
-std::vector<Entry> ReadCoordinates(const std::string& path, const Header& header, MPI_Comm comm) {
-  std::vector<Entry> entries;
+template <typename Scalar>
+void ReadCoordinates(const std::string& path, const Header& header, MPI_Comm comm,
+                     std::vector<Entry<Scalar>>& entries) {
+  ReserveShare(path, header, comm, entries);
+  long long count = 0;
   const auto parse = [&](std::string_view line) -> std::string {
     std::string_view rest = line;
     if (NextWord(rest).empty()) return "";
-    return ReadEntry(line, header, entries.emplace_back());
+    Entry<Scalar> entry{};
+    std::string complaint = ReadEntry(line, header, entry);
+    ++count;
+    if (complaint.empty()) AddWithImage(entry, header.symmetry, entries);
+    return complaint;
   };
   ReadLines(path, header.data, parse, comm);
-  CheckCount(path, header, Sum(static_cast<long long>(entries.size()), comm));
-  return entries;
+  CheckCount(path, header, Sum(count, comm));
 }
 
-void Mirror(std::vector<Entry>& entries, Symmetry symmetry) {
-  const std::size_t count = entries.size();
-  for (std::size_t i = 0; i < count; ++i) {
-    const Entry entry = entries[i];
-    if (entry.row == entry.column) continue;
-    entries.push_back({entry.column, entry.row,
-                       symmetry == Symmetry::hermitian ? std::conj(entry.value) : entry.value});
-  }
+// Collective.
+template <typename Scalar>
+EntryList<Scalar> ReadEntries(const std::string& path, const Header& header, MPI_Comm comm) {
+  EntryList<Scalar> result;
+  result.name = path;
+  result.rows = header.rows;
+  result.columns = header.columns;
+  // The diagonal of a Hermitian file, and all of a complex symmetric one, may still not be real.
+  result.isHermitian = header.symmetry != Symmetry::general && header.field != Field::complex;
+  if (header.isArray)
+    ReadArray(path, header, comm, result.entries);
+  else
+    ReadCoordinates(path, header, comm, result.entries);
+  return result;
+}
+
+AnyEntries ReadEntriesOf(const std::string& path, const Header& header, MPI_Comm comm) {
+  if (header.field == Field::complex) return ReadEntries<std::complex<double>>(path, header, comm);
+  return ReadEntries<double>(path, header, comm);
 }
 
 template <typename Scalar>
@@ -239,27 +289,16 @@ void WriteColumn(std::ofstream& file, const std::vector<Scalar>& column) {
 
 } // namespace
 
-EntryList ReadMatrixMarket(const std::string& path, MPI_Comm comm) {
-  const Header header = ReadHeaderTogether(path, comm);
-  EntryList result;
-  result.name = path;
-  result.rows = header.rows;
-  result.columns = header.columns;
-  result.isComplex = header.field == Field::complex;
-  // The diagonal of a Hermitian file, and all of a complex symmetric one, may still not be real.
-  result.isHermitian = header.symmetry != Symmetry::general && !result.isComplex;
-  result.entries =
-      header.isArray ? ReadArray(path, header, comm) : ReadCoordinates(path, header, comm);
-  if (header.symmetry != Symmetry::general) Mirror(result.entries, header.symmetry);
-  return result;
+AnyEntries ReadMatrixMarket(const std::string& path, MPI_Comm comm) {
+  return ReadEntriesOf(path, ReadHeaderTogether(path, comm), comm);
 }
 
-EntryList ReadSquareMatrix(const std::string& path, MPI_Comm comm) {
-  EntryList result = ReadMatrixMarket(path, comm);
-  if (result.rows != result.columns)
-    throw Error(exitInput, path + ": a matrix of " + std::to_string(result.rows) + " rows and " +
-                               std::to_string(result.columns) + " columns is not square");
-  return result;
+AnyEntries ReadSquareMatrix(const std::string& path, MPI_Comm comm) {
+  const Header header = ReadHeaderTogether(path, comm);
+  if (header.rows != header.columns)
+    throw Error(exitInput, path + ": a matrix of " + std::to_string(header.rows) + " rows and " +
+                               std::to_string(header.columns) + " columns is not square");
+  return ReadEntriesOf(path, header, comm);
 }
 
 template <typename Scalar>

@@ -12,10 +12,10 @@ namespace VesTools {
 /// Reads a Matrix Market file, coordinate or array, of any field and any symmetry but
 /// skew-symmetric; entries of a triangle are mirrored. Each process reads a share of the file,
 /// which all must be able to open. Throws Error with file name and line number. Collective.
-EntryList ReadMatrixMarket(const std::string& path, MPI_Comm comm);
+AnyEntries ReadMatrixMarket(const std::string& path, MPI_Comm comm);
 
 /// As ReadMatrixMarket, for a square matrix.
-EntryList ReadSquareMatrix(const std::string& path, MPI_Comm comm);
+AnyEntries ReadSquareMatrix(const std::string& path, MPI_Comm comm);
 
 /// Writes a distributed block as a general array: localRows x columns here, column-major without
 /// gaps, the rows of a process following those of the process before it. Throws Error when the file

@@ -2,6 +2,7 @@
 
 #include "matrix_market.h"
 #include "parallel.h"
+#include "row_file.h"
 #include "text_file.h"
 #include "text_lines.h"
 
@@ -70,9 +71,9 @@ std::string ReadEdge(std::string_view line, std::vector<Edge>& edges) {
 }
 
 // Both directions of every edge; duplicates, which meet at one process, are united.
-EntryList UniteEdges(const std::vector<Edge>& edges, long long lowest, int vertices,
-                     MPI_Comm comm) {
-  EntryList graph;
+EntryList<double> UniteEdges(const std::vector<Edge>& edges, long long lowest, int vertices,
+                             MPI_Comm comm) {
+  EntryList<double> graph;
   graph.rows = graph.columns = vertices;
   graph.isHermitian = true;
   for (const auto& [from, to, weight] : edges) {
@@ -80,21 +81,21 @@ EntryList UniteEdges(const std::vector<Edge>& edges, long long lowest, int verti
     graph.entries.push_back({i, j, weight});
     if (i != j) graph.entries.push_back({j, i, weight});
   }
-  const RowOffsets offsets = BalancedRows({&graph}, comm);
-  GatherRows(graph, offsets, comm);
-  const auto key = [](const Entry& e) { return std::tuple(e.row, e.column, -e.value.real()); };
-  std::vector<Entry>& all = graph.entries;
-  std::sort(all.begin(), all.end(),
-            [&](const Entry& a, const Entry& b) { return key(a) < key(b); });
+  Order(graph.entries);
+  const RowOffsets even = EvenRows(vertices, Size(comm));
+  GatherRows(graph.entries, BalancedRows(CountByRows(graph.entries, even, comm), even, comm), comm);
+  const auto key = [](const Entry<double>& e) { return std::tuple(e.row, e.column, -e.value); };
+  std::vector<Entry<double>>& all = graph.entries;
+  std::sort(all.begin(), all.end(), [&](const auto& a, const auto& b) { return key(a) < key(b); });
   all.erase(std::unique(all.begin(), all.end(),
-                        [](const Entry& a, const Entry& b) {
+                        [](const auto& a, const auto& b) {
                           return a.row == b.row && a.column == b.column;
                         }),
             all.end());
   return graph;
 }
 
-EntryList ReadEdgeList(const std::string& path, MPI_Comm comm) {
+EntryList<double> ReadEdgeList(const std::string& path, MPI_Comm comm) {
   std::vector<Edge> edges;
   ReadLines(
       path, {}, [&](std::string_view line) { return ReadEdge(line, edges); }, comm);
@@ -110,7 +111,9 @@ EntryList ReadEdgeList(const std::string& path, MPI_Comm comm) {
   const long long range = -bounds[1] - bounds[0];
   if (range >= std::numeric_limits<int>::max())
     throw Error(exitInput, path + ": the numbers of vertices span more than 2147483647");
-  return UniteEdges(edges, bounds[0], static_cast<int>(range) + 1, comm);
+  EntryList<double> graph = UniteEdges(edges, bounds[0], static_cast<int>(range) + 1, comm);
+  graph.name = path;
+  return graph;
 }
 
 } // namespace
@@ -120,9 +123,9 @@ ModelName ParseModelName(const std::string& text) {
   return {text.substr(0, colon), text.substr(std::min(colon + 1, text.size()))};
 }
 
-EntryList LaplaceModel(const std::string& sizes, int dimension, MPI_Comm comm) {
+EntryList<double> LaplaceModel(const std::string& sizes, int dimension, MPI_Comm comm) {
   const std::vector<int> points = ParseSizes(sizes, dimension);
-  EntryList result;
+  EntryList<double> result;
   result.isHermitian = true;
   long long order = 1;
   for (const int size : points)
@@ -143,11 +146,9 @@ EntryList LaplaceModel(const std::string& sizes, int dimension, MPI_Comm comm) {
   return result;
 }
 
-EntryList ReadGraph(const std::string& path, MPI_Comm comm) {
-  EntryList graph =
-      IsMatrixMarket(path, comm) ? ReadSquareMatrix(path, comm) : ReadEdgeList(path, comm);
-  graph.name = path;
-  return graph;
+std::unique_ptr<MatrixSource> OpenGraph(const std::string& path, MPI_Comm comm) {
+  if (IsMatrixMarket(path, comm) || IsRowFile(path, comm)) return OpenMatrix(path, comm);
+  return SourceOf(ReadEdgeList(path, comm), comm);
 }
 
 } // namespace VesTools

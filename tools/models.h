@@ -1,12 +1,13 @@
 #ifndef VES_TOOLS_MODELS_H
 #define VES_TOOLS_MODELS_H
 
-#include "entries.h"
+#include "matrix_source.h"
 #include "problem.h"
 
 #include <mpi.h>
 
 #include <complex>
+#include <memory>
 #include <string>
 
 namespace VesTools {
@@ -23,12 +24,12 @@ ModelName ParseModelName(const std::string& text);
 
 /// Dirichlet Laplacian by second differences with unit spacing, one number of points per axis in
 /// sizes (40x40x40). The entries lie on any process. Throws Error for sizes that make no sense.
-EntryList LaplaceModel(const std::string& sizes, int dimension, MPI_Comm comm);
+EntryList<double> LaplaceModel(const std::string& sizes, int dimension, MPI_Comm comm);
 
-/// Edges of an undirected graph from a Matrix Market file, or from a text file with two vertex
+/// Edges of an undirected graph from a file of a matrix, or from a text file with two vertex
 /// numbers and perhaps a weight on each line; lines that begin with # or % are comments, the lowest
 /// number is the first vertex, and an edge given twice counts once. Throws Error. Collective.
-EntryList ReadGraph(const std::string& path, MPI_Comm comm);
+std::unique_ptr<MatrixSource> OpenGraph(const std::string& path, MPI_Comm comm);
 
 /// Plane waves of a silicon supercell at Gamma, arguments as in supercell=2,ecut=10, with its
 /// preconditioner. Throws Error; always when this program was built without the model. Collective.

@@ -1,10 +1,7 @@
 #include "options.h"
 
-#include "closest.h"
-#include "error.h"
+#include "commands.h"
 #include "names.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cmath>
 
@@ -46,13 +43,6 @@ const CLI::Validator count = Between(1, 1000000000);
 
 CLI::Validator Fraction() {
   return CLI::Range(0.0, 1.0).description("");
-}
-
-std::string Joined(const std::vector<std::string>& names, const char* separator) {
-  std::string list;
-  for (const std::string& name : names)
-    list += (list.empty() ? "" : separator) + name;
-  return list;
 }
 
 /// An option that takes one of the names of a table. They all are the name of its check, for the
@@ -216,7 +206,8 @@ void DescribeSolver(CLI::App& app, SolverOptions& solver) {
 
 void DescribeSolve(CLI::App& app, Options& options) {
   options.problem.files.resize(2);
-  app.add_option("A", options.problem.files[0], "matrix in a Matrix Market file")
+  app.add_option("A", options.problem.files[0],
+                 "matrix in a Matrix Market file or one of ves convert")
       ->check(filled)
       ->type_name("FILE");
   app.add_option("B", options.problem.files[1], "matrix B of A x = lambda B x")
@@ -273,23 +264,34 @@ void DescribeBench(CLI::App& app, Options& options) {
   DescribeAdditions(app, options.solver);
 }
 
-const char* const description =
-    "Lowest eigenpairs of large Hermitian problems A x = lambda x and A x = lambda B x.";
-
-/// The commands below the program.
-struct Commands {
-  CLI::App* solve;
-  CLI::App* check;
-  CLI::App* bench;
-  CLI::App* info;
-};
-
 void DescribeInfo(CLI::App& app, Options& options) {
   app.add_flag("--kernels", options.showsKernels,
                "print the kernels of OpenBLAS in use alone, for OPENBLAS_CORETYPE");
 }
 
-Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench, Options& info) {
+void DescribeConvert(CLI::App& app, Options& options) {
+  options.problem.files.resize(1);
+  app.add_option("IN", options.problem.files[0], "matrix in a Matrix Market file")
+      ->required()
+      ->check(filled)
+      ->type_name("FILE");
+  app.add_option("OUT", options.output.rows, "file of its rows, by custom named .ves")
+      ->required()
+      ->check(filled)
+      ->type_name("FILE");
+}
+
+} // namespace
+
+std::string Joined(const std::vector<std::string>& names, const char* separator) {
+  std::string list;
+  for (const std::string& name : names)
+    list += (list.empty() ? "" : separator) + name;
+  return list;
+}
+
+Commands Describe(CLI::App& app, CommandOptions& options) {
+  auto& [solve, convert, check, bench, info] = options;
   app.set_version_flag("--version", std::string("ves ") + VesGetVersion());
   app.footer(exitCodes);
   app.require_subcommand(0, 1);
@@ -297,6 +299,10 @@ Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench,
   commands.solve = app.add_subcommand("solve", "compute the lowest pairs of a matrix or a model");
   DescribeSolve(*commands.solve, solve);
   commands.solve->footer(exitCodes);
+  commands.convert = app.add_subcommand(
+      "convert", "write a matrix as a file that many processes read without parsing");
+  DescribeConvert(*commands.convert, convert);
+  commands.convert->footer(exitCodes);
   commands.check = app.add_subcommand("check", "judge a result of solve --json --vectors afresh");
   commands.check->add_option("result", check.result, "file written by solve --json")
       ->required()
@@ -309,79 +315,6 @@ Commands Describe(CLI::App& app, Options& solve, Options& check, Options& bench,
       app.add_subcommand("info", "show version, BLAS and LAPACK found, MPI and threads");
   DescribeInfo(*commands.info, info);
   return commands;
-}
-
-// What the program did not expect, with a name of that kind which is close to it.
-std::string Suggestion(const CLI::App& app) {
-  std::vector<std::string> names;
-  const auto rest = app.remaining(true);
-  if (rest.empty()) return "";
-  const auto chosen = app.get_subcommands();
-  if (rest.front().front() != '-') {
-    for (const CLI::App* command : app.get_subcommands({}))
-      names.push_back(command->get_name());
-    return chosen.empty() ? DidYouMean(rest.front(), names) : "";
-  }
-  for (const CLI::Option* option : (chosen.empty() ? &app : chosen.front())->get_options({}))
-    if (!option->get_lnames().empty()) names.push_back("--" + option->get_lnames().front());
-  return DidYouMean(rest.front().substr(0, rest.front().find('=')), names);
-}
-
-// Preconditioners are made from A, whose lowest pairs they serve; on the largest they only cost.
-void PrepareForLargest(Options& options) {
-  Preconditioner& kind = options.preconditioner.kind;
-  if (!options.solver.isLargest || kind == Preconditioner::inner) return;
-  if (kind != Preconditioner::automatic && kind != Preconditioner::none)
-    throw CLI::ValidationError("--largest", "--precond " + NameOf(preconditionerNames, kind) +
-                                                " serves the lowest pairs; take none or inner");
-  kind = Preconditioner::none;
-}
-
-// Either files or a model; the empty name of a B that was not given goes.
-void RequireProblem(ProblemOptions& problem) {
-  const bool hasFile = !problem.files.front().empty();
-  if (hasFile && !problem.model.empty()) throw CLI::ExcludesError("--model", "A");
-  if (!hasFile && problem.model.empty()) throw CLI::RequiredError("A or --model");
-  while (!problem.files.empty() && problem.files.back().empty())
-    problem.files.pop_back();
-}
-
-} // namespace
-
-std::optional<int> ParseOptions(int argc, char** argv, Options& options, std::ostream& out,
-                                std::ostream& err) {
-  CLI::App app(description, "ves");
-  Options solve, check, bench, info;
-  const Commands commands = Describe(app, solve, check, bench, info);
-  try {
-    app.parse(argc, argv);
-    // After the parsing, which names a command that there is not.
-    if (app.get_subcommands().empty()) throw CLI::RequiredError("solve, check, bench or info");
-    if (commands.solve->parsed()) {
-      RequireProblem(solve.problem);
-      PrepareForLargest(solve);
-    }
-  } catch (const CLI::Success& success) {
-    return app.exit(success, out, err);
-  } catch (const CLI::ParseError& error) {
-    err << "ves: " << error.what() << Suggestion(app) << " (--help explains the options)\n";
-    return exitUsage;
-  }
-  check.command = Command::check;
-  bench.command = Command::bench;
-  info.command = Command::info;
-  options = commands.solve->parsed()   ? solve
-            : commands.check->parsed() ? check
-            : commands.bench->parsed() ? bench
-                                       : info;
-  return std::nullopt;
-}
-
-void ShowOptions(const std::function<void(CLI::App&)>& show) {
-  CLI::App app(description, "ves");
-  Options solve, check, bench, info;
-  Describe(app, solve, check, bench, info);
-  show(app);
 }
 
 } // namespace VesTools

@@ -15,7 +15,7 @@ class App;
 
 namespace VesTools {
 
-enum class Command { solve, check, bench, info };
+enum class Command { solve, convert, check, bench, info };
 enum class Preconditioner { automatic, none, jacobi, ic, shiftInvert, inner };
 enum class Precision { automatic, full, mixed };
 
@@ -61,6 +61,7 @@ struct PreconditionerOptions {
 
 struct OutputOptions {
   std::string json, vectors, plot;
+  std::string rows; ///< of convert
   bool isQuiet = false;
   bool showsProgress = false; ///< in plain lines, wherever the run is
 };

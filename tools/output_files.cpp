@@ -47,7 +47,7 @@ void ProbeOutput(const Options& options, MPI_Comm comm) {
   if (model.name == graphModel) taken.push_back(model.arguments);
   std::string complaint;
   for (const std::string& path :
-       {options.output.json, options.output.vectors, options.output.plot}) {
+       {options.output.json, options.output.vectors, options.output.plot, options.output.rows}) {
     if (path.empty() || Rank(comm) != 0 || !complaint.empty()) continue;
     complaint = ComplaintOfOutput(path, taken);
     taken.push_back(path);

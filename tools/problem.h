@@ -1,6 +1,7 @@
 #ifndef VES_TOOLS_PROBLEM_H
 #define VES_TOOLS_PROBLEM_H
 
+#include "diagonal_blocks.h"
 #include "options.h"
 #include "sparse_matrix.h"
 
@@ -11,6 +12,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -52,6 +54,8 @@ struct Problem {
   MPI_Comm comm = MPI_COMM_NULL;
   RowOffsets offsets;
   std::shared_ptr<const SparseMatrix<Scalar>> matrixA, matrixB;
+  /// The entries, of which the operators have their own copy; gone when nobody needs them.
+  std::shared_ptr<const CompressedRows<Scalar>> rowsA, rowsB;
   BlockOperator<Scalar> a, b, t; ///< b is empty in the standard problem, t without preconditioner
   BlockOperator<Low<Scalar>> lowA, lowB, lowT; ///< in single precision; empty where not wanted
   bool isInverseExact = false;                 ///< t is (A - s B)^-1
@@ -62,6 +66,17 @@ struct Problem {
   int FirstRow() const { return FirstRowOf(Rank()); }
   bool IsGeneralized() const { return static_cast<bool>(b); }
 
+  /// What preconditioners are made of, which takes the place of the rows. Local.
+  const DiagonalBlocks<Scalar>& Blocks() {
+    if (!m_blocks) m_blocks = std::make_shared<const DiagonalBlocks<Scalar>>(MakeBlocks());
+    rowsA = rowsB = nullptr;
+    return *m_blocks;
+  }
+  void ReleaseEntries() {
+    rowsA = rowsB = nullptr;
+    m_blocks = nullptr;
+  }
+
   /// Puts -A in place of A, whose lowest pairs are the highest of A. Entries stay, and the random
   /// guess loses the weights that were made for the lowest.
   void NegateA() {
@@ -71,18 +86,32 @@ struct Problem {
   }
 
 private:
+  DiagonalBlocks<Scalar> MakeBlocks() const {
+    DiagonalBlocks<Scalar> blocks{DiagonalBlock(*rowsA), {}, comm};
+    if (LocalRows() < Order()) return blocks;
+    if (rowsB) {
+      blocks.b = DiagonalBlock(*rowsB);
+    } else {
+      blocks.b.resize(Order(), Order());
+      blocks.b.setIdentity();
+    }
+    return blocks;
+  }
   int Rank() const {
     int rank = 0;
     MPI_Comm_rank(comm, &rank);
     return rank;
   }
   int FirstRowOf(int process) const { return offsets[static_cast<std::size_t>(process)]; }
+
+  std::shared_ptr<const DiagonalBlocks<Scalar>> m_blocks;
 };
 
 /// A and B as they were read, with their owners; or a plane-wave model, which needs no entries.
 struct ProblemData {
   std::string title;
-  EntryList a, b; ///< b has no rows in the standard problem
+  AnyRows a;
+  std::optional<AnyRows> b; ///< none in the standard problem
   RowOffsets offsets;
   bool isPlaneWaves = false;
   VesScalarType scalar = VES_DOUBLE; ///< asked for, or the simplest that holds the entries
@@ -93,7 +122,7 @@ ProblemData LoadProblem(const ProblemOptions& options, MPI_Comm comm);
 
 /// The operators without a preconditioner. Collective.
 template <typename Scalar>
-Problem<Scalar> MakeProblem(const ProblemOptions& options, const ProblemData& data, MPI_Comm comm);
+Problem<Scalar> MakeProblem(const ProblemOptions& options, ProblemData data, MPI_Comm comm);
 
 /// Calls function with a null pointer to the C++ type of a scalar type.
 template <typename Function>

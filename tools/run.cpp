@@ -158,11 +158,11 @@ RunResult RunWith(const Options& options, MPI_Comm comm, const RunListener& begi
   ProblemData data = LoadProblem(options.problem, comm);
   return WithScalar(data.scalar, [&](auto* tag) {
     using Scalar = std::remove_pointer_t<decltype(tag)>;
-    Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, data, comm);
+    Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, std::move(data), comm);
     const std::string preconditioner = AddPreconditioner(options.preconditioner, problem);
-    AddLowOperators(options, data, problem);
+    AddLowOperators(options, problem);
+    problem.ReleaseEntries();
     if (options.solver.isLargest) problem.NegateA();
-    data = {};
     return Run(problem, preconditioner, options.solver, options.output, begins);
   });
 }

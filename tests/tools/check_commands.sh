@@ -78,6 +78,7 @@ tampered_results() {
 wrong_options() {
   expect 2 "nan" solve a.mtx --tol nan
   expect 2 "required" solve
+  expect 2 "OUT is required" convert a.mtx
   expect 2 "excludes" solve a.mtx --model laplace1d:5
   expect 2 "ic serves the lowest pairs" solve a.mtx --largest --precond ic
   expect 2 "--shift needs" solve a.mtx --shift 1
@@ -106,6 +107,8 @@ on_one_process expect 0 "good   orthogonality" check results/a.json
 expect 0 "in 0 iterations" solve a.mtx -k 8 --start results/a.x
 chain 100 12 0 | tail -4 >exact
 gzip -k a.mtx
+expect 0 "a.ves: 100 rows, 298 real entries" convert a.mtx.gz a.ves
+[ "$(echo *.part)" = "*.part" ] || fail "a part of a file was left"
 expect 0 "4 of 4" solve a.mtx.gz -k 4 --deflate results/a.x --json beside.json --tol 1e-9
 agree beside.json 1e-8
 expect 0 "iteration 0: 0 of 3 pairs" solve a.mtx -k 3 --precond none --progress
@@ -119,7 +122,7 @@ for solver in lobpcg lobpcg-batch ppcg; do
   expect 0 "6 of 6 pairs" solve a.mtx b.mtx --solver "$solver" --json "$solver.json" --tol 1e-9 --precond jacobi
   agree "$solver.json" 1e-8
 done
-expect 0 "6 largest pairs" solve a.mtx b.mtx -k 6 --largest --tol 1e-9 --json top.json --vectors top.x
+expect 0 "6 largest pairs" solve a.ves b.mtx -k 6 --largest --tol 1e-9 --json top.json --vectors top.x
 chain 100 100 1 | tac | head -6 >exact
 agree top.json 1e-8
 expect 0 "good   order" check top.json
@@ -180,6 +183,11 @@ head -c 200 a.mtx.gz >cut.gz
 expect 3 "cut.gz: cannot be unpacked: the file ends too early" solve cut.gz
 expect 3 "cannot be written" solve a.mtx --json nowhere/a.json
 expect 3 "written over a.mtx" solve a.mtx --vectors ./a.mtx
+expect 3 "written over a.mtx" convert a.mtx ./a.mtx
+expect 3 "/dev/full: is not a regular file" convert a.mtx /dev/full
+expect 3 "nowhere/a.ves: cannot be written" convert a.mtx nowhere/a.ves
+head -c 1000 a.ves >cut.ves
+expect 3 "cut.ves: the file has 1000 bytes" solve a.mtx cut.ves
 expect 3 "written over same" solve a.mtx --vectors same --json same
 mkfifo pipe
 expect 3 "pipe: is not a regular file" solve pipe

@@ -1,17 +1,21 @@
 // Reading matrices and graphs: every process sees the same entries or the same complaint.
-#include "entries.h"
+#include "compressed_rows.h"
 #include "error.h"
 #include "matrix_market.h"
+#include "matrix_source.h"
 #include "models.h"
 #include "parallel.h"
+#include "row_file.h"
 
 #include <gtest/gtest.h>
 #include <mpi.h>
 
 #include <Eigen/Core>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <iterator>
 
 namespace {
 
@@ -38,14 +42,25 @@ private:
   std::string m_path;
 };
 
-// All entries on all processes.
-Dense Gathered(const EntryList& matrix) {
-  Dense dense = Dense::Zero(matrix.rows, matrix.columns);
-  for (const Entry& entry : matrix.entries)
-    dense(entry.row, entry.column) += entry.value;
+/// What ForEach of the matrix hands out on any process, on all processes.
+template <typename ForEach>
+Dense Gathered(int rows, int columns, ForEach&& forEach) {
+  Dense dense = Dense::Zero(rows, columns);
+  forEach([&](int row, int column, const auto& value) { dense(row, column) += value; });
   MPI_Allreduce(MPI_IN_PLACE, dense.data(), static_cast<int>(dense.size()), MPI_C_DOUBLE_COMPLEX,
                 MPI_SUM, comm);
   return dense;
+}
+
+Dense Gathered(const AnyEntries& read) {
+  return std::visit(
+      [](const auto& matrix) {
+        return Gathered(matrix.rows, matrix.columns, [&](auto&& add) {
+          for (const auto& entry : matrix.entries)
+            add(entry.row, entry.column, entry.value);
+        });
+      },
+      read);
 }
 
 Dense Read(const std::string& text) {
@@ -53,23 +68,36 @@ Dense Read(const std::string& text) {
   return Gathered(ReadMatrixMarket(file.Path(), comm));
 }
 
-/// Rows on their owners, as a matrix or as what a graph makes of it.
-EntryList Distributed(EntryList matrix, bool isGraph) {
-  const RowOffsets offsets = BalancedRows({&matrix}, comm);
-  MoveToOwners(matrix, offsets, comm);
-  RequireHermitian(matrix, offsets, comm);
-  if (isGraph) TurnIntoLaplacian(matrix, offsets, comm);
-  return matrix;
+/// Rows on their owners.
+struct Owned {
+  AnyRows rows;
+  RowOffsets offsets;
+
+  explicit Owned(const std::unique_ptr<MatrixSource>& source)
+      : offsets(BalancedRows({source.get()})) {
+    rows = source->TakeRows(offsets);
+    std::visit([&](auto& own) { RequireHermitian(own, offsets, comm); }, rows);
+  }
+  Dense Whole() const {
+    return std::visit(
+        [&](const auto& own) {
+          return Gathered(offsets.back(), offsets.back(), [&](auto&& add) { own.ForEach(add); });
+        },
+        rows);
+  }
+};
+
+Owned ReadWithOwners(const std::string& text) {
+  const TextFile file(text);
+  return Owned(OpenMatrix(file.Path(), comm));
 }
 
-EntryList ReadWithOwners(const std::string& text) {
+Dense Laplacian(const std::string& text) {
   const TextFile file(text);
-  return Distributed(ReadSquareMatrix(file.Path(), comm), false);
-}
-
-EntryList Laplacian(const std::string& text) {
-  const TextFile file(text);
-  return Distributed(ReadGraph(file.Path(), comm), true);
+  Owned graph(OpenGraph(file.Path(), comm));
+  graph.rows = std::visit([](const auto& weights) -> AnyRows { return LaplacianOf(weights, comm); },
+                          graph.rows);
+  return graph.Whole();
 }
 
 /// All processes must meet the same error, which says the text.
@@ -145,27 +173,39 @@ TEST(MatrixMarket, ComplaintsNameTheLine) {
   ExpectComplaint("cannot be read", [] { ReadMatrixMarket("no such file", comm); });
 }
 
-// Enough lines that every share begins and ends inside the data.
+// Enough lines that every share begins and ends inside the data, of several lengths and ends.
 TEST(MatrixMarket, LinesAreCountedAcrossShares) {
   const int n = 1000;
-  std::string text = head + "coordinate real general\n1000 1000 1000\n";
-  for (int i = 1; i <= n; ++i)
-    text += std::to_string(i) + " " + std::to_string(i) + " " + std::to_string(0.5 * i) + "\n";
-  const Dense dense = Read(text);
-  for (int i = 0; i < n; ++i)
-    EXPECT_EQ(dense(i, i), 0.5 * (i + 1));
-  EXPECT_EQ(dense.cwiseAbs().sum(), 0.25 * n * (n + 1));
-  for (const int bad : {1, 2, 250, 251, 500, 750, 999, 1000}) {
-    const std::string entry = "\n" + std::to_string(bad) + " " + std::to_string(bad) + " ";
+  Dense expected = Dense::Zero(n, n);
+  std::string text = head + "coordinate real symmetric\r\n% comment\n1000 1000 1999\n";
+  std::vector<std::pair<long, std::size_t>> lines; // number and place of some entries
+  long line = 4;
+  const auto add = [&](int i, int j, double value) {
+    if (i % 9 == 0) text += "  \n";
+    if (i % 9 == 0) ++line;
+    lines.emplace_back(line++, text.size());
+    text += std::to_string(i + 1) + (i % 4 ? " " : "\t  ") + std::to_string(j + 1) + " " +
+            std::to_string(value) + (i % 3 ? "\n" : " \r\n");
+    expected(i, j) = expected(j, i) = value;
+  };
+  for (int i = 0; i < n; ++i) {
+    add(i, i, 0.5 * i + 1.0);
+    if (i > 0) add(i, (i * 7) % i, -0.25 * i);
+  }
+  const Owned read = ReadWithOwners(text);
+  EXPECT_EQ(read.Whole(), expected);
+  EXPECT_TRUE(std::holds_alternative<CompressedRows<double>>(read.rows));
+  for (const std::size_t bad : {0, 1, 499, 500, 999, 1000, 1500, 1998}) {
     std::string broken = text;
-    broken.replace(broken.rfind(entry) + 1, 1, "?");
-    ExpectComplaint(":" + std::to_string(bad + 2) + ": expected", [&] { ReadWithOwners(broken); });
+    broken.replace(lines[bad].second, 1, "?");
+    ExpectComplaint(":" + std::to_string(lines[bad].first) + ": expected",
+                    [&] { ReadWithOwners(broken); });
   }
 }
 
 TEST(HermitianCheck, TakesTheMeanOfRoundingErrors) {
   const std::string text = head + "coordinate real general\n2 2 2\n1 2 1.00000000000002\n2 1 1\n";
-  const Dense dense = Gathered(ReadWithOwners(text));
+  const Dense dense = ReadWithOwners(text).Whole();
   EXPECT_EQ(dense(0, 1), dense(1, 0));
   EXPECT_NEAR(dense(0, 1).real(), 1.00000000000001, 1e-15);
 }
@@ -178,15 +218,83 @@ TEST(MatrixMarket, ReadsWhatItWrote) {
     block.emplace_back(std::sqrt(2.0 + i + Rank(comm)), -1.0 / (3.0 + i));
   const TextFile file("");
   WriteMatrixMarket(file.Path(), block.data(), local, columns, comm);
-  const EntryList list = ReadMatrixMarket(file.Path(), comm);
-  EXPECT_TRUE(list.isComplex);
-  EXPECT_EQ(list.rows, rows);
-  const Dense dense = Gathered(list);
+  const Dense dense = Gathered(ReadMatrixMarket(file.Path(), comm));
+  ASSERT_EQ(dense.rows(), rows);
   int first = 0;
   MPI_Exscan(&local, &first, 1, MPI_INT, MPI_SUM, comm);
   for (int j = 0; j < columns; ++j)
     for (int i = 0; i < local; ++i)
       EXPECT_EQ(dense(first + i, j), block[static_cast<std::size_t>(i + j * local)]);
+}
+
+/// The bytes of the file that text becomes, on all processes.
+std::string RowFileOf(const std::string& text) {
+  const Owned read = ReadWithOwners(text);
+  const TextFile file("");
+  WriteRowFile(file.Path(), read.rows, read.offsets.back(), comm);
+  std::ifstream stream(file.Path(), std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// Fewer rows than processes, empty rows, and more entries than fit one message.
+TEST(RowFile, HoldsTheMatrixToTheLastBit) {
+  const std::string small =
+      head + "coordinate complex hermitian\n3 3 3\n1 1 0.1 0\n3 1 1e-300 -7\n2 1 0 0.3\n";
+  const std::string sparse = head + "coordinate pattern symmetric\n9 9 2\n5 2\n9 9\n";
+  std::string large = head + "array real symmetric\n1200 1200\n";
+  for (int i = 0; i < 1200 * 1201 / 2; ++i)
+    large += i % 5 ? "0.1\n" : "-3.3333333333333331e-5\n";
+  for (const std::string& text : {small, sparse, large}) {
+    const Owned read = ReadWithOwners(RowFileOf(text)), direct = ReadWithOwners(text);
+    EXPECT_EQ(read.Whole(), direct.Whole());
+    EXPECT_EQ(read.rows.index(), direct.rows.index());
+    EXPECT_EQ(read.offsets, direct.offsets);
+  }
+  const std::string graph = head + "coordinate real symmetric\n3 3 2\n2 1 0.5\n3 2 4\n";
+  EXPECT_EQ(Laplacian(RowFileOf(graph)), Laplacian(graph));
+}
+
+/// With a number of 4 or 8 bytes in place of what stands at a byte.
+template <typename Number>
+std::string With(Number number, std::size_t byte, std::string file) {
+  file.replace(byte, sizeof(number), reinterpret_cast<const char*>(&number), sizeof(number));
+  return file;
+}
+
+TEST(RowFile, ComplaintsSayWhatIsWrong) {
+  std::string text = head + "coordinate real symmetric\n6 6 8\n2 1 2\n6 2 3\n";
+  for (const char* i : {"1", "2", "3", "4", "5", "6"})
+    text += i + std::string(" ") + i + " 1\n";
+  const std::string good = RowFileOf(text); // rows of 2, 3, 1, 1, 1, 2 entries
+  ASSERT_EQ(good.size(), 48U + 7 * 8 + 10 * 8 + 10 * 4);
+  const std::size_t values = 48 + 7 * 8, columns = values + 10 * 8;
+  const std::pair<std::string, std::string> cases[] = {
+      {With('x', 0, good), "not a Matrix Market file"},
+      {good.substr(0, 47), "too short for its header"},
+      {With(0x04030201, 8, good), "another byte order"},
+      {With(2, 12, good), "version 2 of the format"},
+      {With(3, 16, good), "unknown type of numbers"},
+      {With(2, 20, good), "unknown storage"},
+      {With(0LL, 24, good), "0 rows are outside"},
+      {With(1LL << 31U, 24, good), "2147483648 rows are outside"},
+      {With(1LL << 62U, 32, good), "entries cannot stand in 6 rows"},
+      {With(-1LL, 32, good), "-1 entries cannot stand"},
+      {With(9LL, 32, good), "224 bytes in place of 212"},
+      {good.substr(0, good.size() - 1), "it was cut off"},
+      {good + "x", "225 bytes in place of 224"},
+      {With(1LL, 48, good), "row 1 do not begin at 0"},
+      {With(9LL, 48 + 6 * 8, good), "last row do not end at 10"},
+      {With(1LL, 48 + 2 * 8, good), "row 2: its entries cannot be those from 2 to 1 of 10"},
+      {With(11LL, 48 + 5 * 8, good), "row 5: its entries cannot be those from 7 to 11 of 10"},
+      {With(6, columns + 4 * 9, good), "row 6: column 7 is outside 1 to 6"},
+      {With(-1, columns, good), "row 1: column 0 is outside 1 to 6"},
+      {With(0, columns + 4, good), "row 1: columns do not ascend"},
+      {With(std::nan(""), values + 8 * 6, good), "entry (4, 4) is not finite"},
+      {With(1.0000000000000002, values + 8 * 6, good), "its data are damaged"},
+  };
+  EXPECT_EQ(ReadWithOwners(good).Whole(), ReadWithOwners(text).Whole());
+  for (const auto& [file, complaint] : cases)
+    ExpectComplaint(complaint, [&file = file] { ReadWithOwners(file); });
 }
 
 // A triangle with a tail, with a loop and an edge in both directions that do not count.
@@ -198,8 +306,8 @@ TEST(Graph, LaplacianOfListAndMatrix) {
       head + "coordinate pattern symmetric\n4 4 5\n2 1\n3 1\n3 2\n4 3\n1 1\n";
   for (const std::string& text : {std::string("# list\n0 1\n1 2\n2 0\n% tail\n2 3\n3 2\n1 1\n"),
                                   std::string("5\t6\r\n6 7\n7 5\n7 8"), matrix})
-    EXPECT_EQ(Gathered(Laplacian(text)), expected) << text;
-  EXPECT_EQ(Gathered(Laplacian("1 2 3\n2 1 0.5\n")), pair);
+    EXPECT_EQ(Laplacian(text), expected) << text;
+  EXPECT_EQ(Laplacian("1 2 3\n2 1 0.5\n"), pair);
   const std::pair<std::string, std::string> cases[] = {
       {"1 2\n1 -2\n", ":2: expected the numbers"},
       {"1 2 nan\n", ":1: 'nan' is not a weight"},

@@ -1,6 +1,6 @@
 // Products and preconditioners of distributed sparse matrices against dense ones.
 #include "error.h"
-#include "models.h"
+#include "matrix_source.h"
 #include "parallel.h"
 #include "preconditioners.h"
 #include "problem.h"
@@ -35,20 +35,28 @@ Eigen::MatrixXcd Sample(int n, bool isComplex) {
   return a;
 }
 
-ProblemData DataOf(const Eigen::MatrixXcd& a, const Eigen::MatrixXcd& b = {}) {
+/// Its entries on any process.
+std::unique_ptr<MatrixSource> SourceOf(const Eigen::MatrixXcd& dense) {
+  EntryList<std::complex<double>> list;
+  list.rows = list.columns = static_cast<int>(dense.rows());
+  list.isHermitian = true;
+  for (int i = Rank(comm); i < dense.rows(); i += Size(comm))
+    for (int j = 0; j < dense.cols(); ++j)
+      if (dense(i, j) != 0.0) list.entries.push_back({i, j, dense(i, j)});
+  return SourceOf(std::move(list), comm);
+}
+
+ProblemData DataOf(const Eigen::MatrixXcd& a, const Eigen::MatrixXcd& b) {
   ProblemData data;
-  const auto fill = [&](const Eigen::MatrixXcd& dense, EntryList& list) {
-    list.rows = list.columns = static_cast<int>(dense.rows());
-    list.isHermitian = true;
-    for (int i = Rank(comm); i < dense.rows(); i += Size(comm))
-      for (int j = 0; j < dense.cols(); ++j)
-        if (dense(i, j) != 0.0) list.entries.push_back({i, j, dense(i, j)});
-  };
-  fill(a, data.a);
-  fill(b, data.b);
-  data.offsets = BalancedRows({&data.a, &data.b}, comm);
-  for (EntryList* list : {&data.a, &data.b})
-    MoveToOwners(*list, data.offsets, comm);
+  const auto sourceA = SourceOf(a);
+  if (b.size() == 0) {
+    data.offsets = BalancedRows({sourceA.get()});
+  } else {
+    const auto sourceB = SourceOf(b);
+    data.offsets = BalancedRows({sourceA.get(), sourceB.get()});
+    data.b = sourceB->TakeRows(data.offsets);
+  }
+  data.a = sourceA->TakeRows(data.offsets);
   return data;
 }
 
@@ -81,14 +89,9 @@ TEST(Products, AreThoseOfTheDenseMatrix) {
 }
 
 TEST(Rows, AreSharedByEntries) {
-  EntryList list;
-  list.rows = list.columns = 40;
-  // The first row has as many entries as all others.
-  for (int i = Rank(comm); i < 40; i += Size(comm)) {
-    list.entries.push_back({0, i, 1.0});
-    list.entries.push_back({i, i, 1.0});
-  }
-  const RowOffsets offsets = BalancedRows({&list}, comm);
+  Eigen::MatrixXcd a = Eigen::MatrixXcd::Identity(40, 40);
+  a.row(0).setOnes(); // as many entries as all others
+  const RowOffsets offsets = BalancedRows({SourceOf(a).get()});
   ASSERT_EQ(offsets.size(), static_cast<std::size_t>(Size(comm)) + 1);
   EXPECT_EQ(offsets.front(), 0);
   EXPECT_EQ(offsets.back(), 40);
@@ -103,7 +106,7 @@ TEST(Preconditioner, IncompleteFactorsArePositiveAndNearTheInverse) {
   EXPECT_EQ(AddPreconditioner({Preconditioner::ic, {}}, problem), "ic");
   const int rows = problem.LocalRows();
   const auto t = LocalMatrix(problem.t, rows);
-  const Eigen::MatrixXcd block = problem.matrixA->DiagonalBlock();
+  const Eigen::MatrixXcd block = problem.Blocks().a;
   const Eigen::VectorXcd ratios = (t * block).eigenvalues();
   EXPECT_LT((t - t.adjoint()).cwiseAbs().maxCoeff(), 1e-13);
   EXPECT_GT(ratios.real().minCoeff(), 0.3);
