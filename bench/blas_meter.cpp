@@ -7,6 +7,7 @@
 #include <complex>
 #include <cstddef>
 #include <map>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -48,8 +49,12 @@ Function Behind(const char* name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
+/// Of the program, whose calls count; those of others are made beside them, on shares like theirs.
+const auto mainThread = std::this_thread::get_id();
+
 template <typename Call>
 void Timed(const Shape& shape, const Call& call) {
+  if (std::this_thread::get_id() != mainThread) return call();
   const double start = MPI_Wtime();
   call();
   Count& count = Counts()[shape];

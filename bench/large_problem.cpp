@@ -50,6 +50,7 @@ public:
 
   void ApplyA(const Real* x, Real* y, int nCols, int ld) {
     Exchange(x, nCols, ld);
+#pragma omp parallel for
     for (int j = 0; j < nCols; ++j)
       Stencil(At(x, j, ld), At(y, j, ld), j);
   }
@@ -62,8 +63,9 @@ public:
     const auto rows = static_cast<std::size_t>(LocalRows());
     const std::size_t size = rows * static_cast<std::size_t>(nCols);
     step.resize(size);
-    image.resize(rows);
+    images.resize(size);
     Real rho = 1 / sigma;
+#pragma omp parallel for
     for (int j = 0; j < nCols; ++j)
       for (std::size_t i = 0; i < rows; ++i) {
         const Real start = At(x, j, ld)[i] / centre;
@@ -72,11 +74,13 @@ public:
     for (int k = 1; k < 6; ++k) {
       Exchange(y, nCols, ld);
       const Real next = 1 / (2 * sigma - rho), keep = next * rho, add = 2 * next / radius;
+#pragma omp parallel for
       for (int j = 0; j < nCols; ++j) {
         const Real* const xj = At(x, j, ld);
         Real* const yj = At(y, j, ld);
         Real* const sj = At(step.data(), j, LocalRows());
-        Stencil(yj, image.data(), j);
+        Real* const image = At(images.data(), j, LocalRows());
+        Stencil(yj, image, j);
         for (std::size_t i = 0; i < rows; ++i) {
           sj[i] = keep * sj[i] + add * (xj[i] - image[i]);
           yj[i] += sj[i];
@@ -100,7 +104,9 @@ public:
   }
 
   void ApplyB(const Real*, Real*, int, int) {}
-  double Weight(int) const { return 1.0; }
+  double Weight(int) const {
+    return 1.0;
+  }
 
 private:
   /// Planes of the neighbours for all columns at once.
@@ -150,7 +156,7 @@ private:
 
   int n, first = 0, planes = 0, rank = 0, below = 0, above = 0;
   MPI_Comm comm;
-  std::vector<Real> halo[2], send, step, image;
+  std::vector<Real> halo[2], send, step, images;
 };
 
 template <typename Real>

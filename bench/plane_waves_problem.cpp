@@ -2,6 +2,8 @@
 #include "large_problem_of.h"
 #include "plane_waves.h"
 
+#include <omp.h>
+
 namespace VesBench {
 
 namespace {
@@ -13,8 +15,12 @@ public:
   static constexpr bool isComplex = true, isGeneralized = false;
 
   PlaneWaves(double cutoff, MPI_Comm comm)
-      : crystal(silicon::Crystal::Supercell(2)), basis(crystal, {0.1, 0.07, 0.03}, cutoff, comm),
-        hamiltonian(crystal, basis, comm) {
+      : crystal(silicon::Crystal::Supercell(2)), basis(crystal, {0.1, 0.07, 0.03}, cutoff, comm) {
+    int size = 1;
+    MPI_Comm_size(comm, &size);
+    const int threads = size == 1 ? omp_get_max_threads() : 1;
+    for (int i = 0; i < threads; ++i)
+      hamiltonians.push_back(std::make_unique<silicon::Hamiltonian<Real>>(crystal, basis, comm));
     int local = basis.LocalSize(), sum = 0;
     MPI_Scan(&local, &sum, 1, MPI_INT, MPI_SUM, comm);
     first = sum - local;
@@ -24,20 +30,32 @@ public:
   int FirstRow() const { return first; }
   long long Order() const { return basis.Size(); }
 
-  void ApplyA(const Number* x, Number* y, int nCols, int ld) { hamiltonian.Apply(x, y, nCols, ld); }
+  void ApplyA(const Number* x, Number* y, int nCols, int ld) {
+    const int shares = static_cast<int>(hamiltonians.size());
+#pragma omp parallel for
+    for (int i = 0; i < shares; ++i) {
+      const int begin = nCols * i / shares, end = nCols * (i + 1) / shares;
+      const auto offset = static_cast<std::ptrdiff_t>(begin) * ld;
+      hamiltonians[static_cast<std::size_t>(i)]->Apply(x + offset, y + offset, end - begin, ld);
+    }
+  }
   void ApplyB(const Number*, Number*, int, int) {}
   void ApplyT(const Number* x, Number* y, int nCols, int ld) {
-    hamiltonian.Precondition(x, y, nCols, ld);
+    hamiltonians.front()->Precondition(x, y, nCols, ld);
   }
   double Weight(int localRow) const {
     return 1 / (1 + basis.Local()[static_cast<std::size_t>(localRow)].kinetic);
   }
-  std::vector<double> Exact(int) const { return {}; }
+  std::vector<double> Exact(int) const {
+    return {};
+  }
 
 private:
   silicon::Crystal crystal;
   silicon::PlaneWaves basis;
-  silicon::Hamiltonian<Real> hamiltonian;
+  /// One for each thread, which have room for transforms of their own; on several processes one,
+  /// whose transforms are of them all.
+  std::vector<std::unique_ptr<silicon::Hamiltonian<Real>>> hamiltonians;
   int first = 0;
 };
 

@@ -2,7 +2,7 @@
 //   solve PROBLEM SIZE K [name=value ...]
 // PROBLEM and SIZE: laplacian or elements (points an axis), plane-waves (cut-off in Ry).
 // Names: solver (lobpcg, lobpcg-batch, ppcg), block (batch limit or sub-block), lock (factor),
-// passes, svd, detector, threshold, maxiter, precond, mixed (0 or 1), inner, guard.
+// passes, svd, detector, threshold, maxiter, precond, mixed (0 or 1), inner, guard, threads.
 #include "blas_meter.h"
 #include "large_problem.h"
 #include "step_profile.h"
@@ -43,7 +43,7 @@ struct Options {
 const std::string& KnownName(const std::string& name) {
   static const std::set<std::string> names{"block",    "lock",      "passes",  "svd",
                                            "detector", "threshold", "maxiter", "precond",
-                                           "mixed",    "inner",     "guard"};
+                                           "mixed",    "inner",     "guard",   "threads"};
   if (names.count(name) == 0) throw std::runtime_error("unknown name " + name);
   return name;
 }
@@ -98,6 +98,7 @@ ves::Options LibraryOptions(const Options& options) {
   library.detector = static_cast<VesConvergeDetectorType>(int(options.Number("detector", 0)));
   library.mixedPrecision = options.Number("mixed", 0) > 0;
   library.innerSteps = int(options.Number("inner", 0));
+  library.threads = int(options.Number("threads", 0));
   library.wanted = options.k;
   if (options.numbers.count("lock") > 0) library.lockFactor = options.Number("lock", 0);
   if (options.numbers.count("block") > 0)
@@ -256,7 +257,8 @@ int Run(const Options& options, LargeProblem& problem, MPI_Comm comm) {
 } // namespace
 
 int main(int argc, char** argv) {
-  MPI_Init(&argc, &argv);
+  int level = MPI_THREAD_SINGLE;
+  MPI_Init_thread(&argc, &argv, MPI_THREAD_FUNNELED, &level);
   int status = 2;
   try {
     const Options options = Read(argc, argv);

@@ -22,14 +22,14 @@ struct Total {
   double seconds = 0.0;
 };
 
-/// Of this thread, the only one that runs a solver.
+/// Of the thread that asks: steps are those of the first, which runs the solver.
 struct Profile {
   std::vector<Frame> open;
   std::map<std::pair<void*, void*>, Total> totals; ///< by caller and function
 };
 
 Profile& TheProfile() {
-  static Profile profile;
+  thread_local Profile profile;
   return profile;
 }
 

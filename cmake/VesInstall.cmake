@@ -16,7 +16,7 @@ install(FILES include/ves.h include/ves.hpp include/ves_operators.hpp include/ve
 foreach(header
     cholesky/cholesky_factorizer cholesky/lapack_chol cholesky/scalapack_chol
     data/assertion data/imaged data/matrix_base data/matrix_shell data/metered_operator
-    data/replicate data/vector_base data/vector_dense
+    data/replicate data/shared_products data/vector_base data/vector_dense
     detector/converge_detector detector/eigenvalues detector/flag_pairs
     detector/relative_residuals detector/residuals detector/residuals_or_eigenvalues
     eigensolver/dense_eigensolver eigensolver/lapack_diag eigensolver/scalapack_diag
@@ -24,7 +24,7 @@ foreach(header
     kernel/instantiate kernel/math_constants kernel/math_kernel kernel/scalar_traits
     orthogonalizer/cholesky_qr orthogonalizer/dense_orthogonalizer orthogonalizer/orthogonalizer
     orthogonalizer/svd_qr
-    parallel/blacs_wrapper parallel/mpi_wrapper
+    parallel/blacs_wrapper parallel/mpi_wrapper parallel/thread_team
     projector/gram_schmidt projector/ortho_projector
     solver/block_solver solver/deflation solver/lobpcg solver/lobpcg_batch solver/lobpcg_steps
     solver/ppcg solver/progress_watch solver/self_check solver/shared_images solver/tolerances

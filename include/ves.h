@@ -530,6 +530,18 @@ VES_EXPORT VesReturnCode VesSolverSetMixedPrecision(VesSolver solver, bool isOn)
 /// \return -7 solver is null; -1 count is not from -1 to 1000; 0
 VES_EXPORT VesReturnCode VesSolverSetInnerSteps(VesSolver solver, int count) VES_NOEXCEPT;
 
+/// Shares most of the library's work on tall blocks, products too, among the threads of an OpenMP
+/// team of each process (0, the default: among none; products run on the threads of BLAS). BLAS
+/// keeps to one thread meanwhile where it is OpenBLAS, but not in routines of the caller; another
+/// BLAS should be set to one. Sums over rows are made by threads in their order, so that results
+/// differ in rounding from those of another number of threads, and from run to run do not. -1: as
+/// many as BLAS has, where it is OpenBLAS, or OpenMP takes. Routines that use OpenMP run on the
+/// same threads. Each thread but one takes a small matrix or 1024 rows of a block besides. Must be
+/// the same on all processes.
+/// \return -7 solver is null; -1 count is not from -1 to 1024; -4 the library was built without
+///         OpenMP, and count is above 1; 0
+VES_EXPORT VesReturnCode VesSolverSetThreads(VesSolver solver, int count) VES_NOEXCEPT;
+
 /// Ends a run when the given number of leading pairs have converged, without regard to the others
 /// (0, the default: all pairs of the run). The columns behind them are guards: they come back as
 /// they are, with their values. Some of them make the wanted pairs converge in fewer iterations,

@@ -47,6 +47,7 @@ struct Options {
   std::optional<bool> selfCheck;                           ///< VesSolverSetSelfCheck
   std::optional<bool> mixedPrecision;                      ///< VesSolverSetMixedPrecision
   std::optional<int> innerSteps;                           ///< VesSolverSetInnerSteps
+  std::optional<int> threads;                              ///< VesSolverSetThreads
   std::optional<int> wanted;                               ///< VesSolverSetWanted
   std::optional<int> batchLimit;                           ///< VesSolverSetBatchLimit
   std::optional<int> batchStart;                           ///< VesSolverSetBatchStart
@@ -103,6 +104,7 @@ public:
     VES_SET(VesSolverSetSelfCheck, selfCheck);
     VES_SET(VesSolverSetMixedPrecision, mixedPrecision);
     VES_SET(VesSolverSetInnerSteps, innerSteps);
+    VES_SET(VesSolverSetThreads, threads);
     VES_SET(VesSolverSetWanted, wanted);
     VES_SET(VesSolverSetBatchLimit, batchLimit);
     VES_SET(VesSolverSetBatchStart, batchStart);

@@ -98,7 +98,8 @@ int Run(int argc, char** argv, const Kernels& kernels) {
 
 int main(int argc, char** argv) {
   const VesTools::Kernels kernels = VesTools::ChooseKernels(argv);
-  MPI_Init(&argc, &argv);
+  int level = MPI_THREAD_SINGLE; // threads share work, but only this one calls MPI
+  MPI_Init_thread(&argc, &argv, MPI_THREAD_FUNNELED, &level);
   const int code = Run(argc, argv, kernels);
   MPI_Finalize();
   return code;

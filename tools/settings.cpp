@@ -140,6 +140,7 @@ ves::Options LibraryOptions(const RunSettings& settings, const SolverOptions& op
   library.selfCheck = options.hasSelfCheck;
   library.mixedPrecision = settings.isMixed;
   library.innerSteps = settings.innerSteps;
+  library.threads = -1;
   library.wanted = settings.pairs;
   if (settings.solver == VES_LOBPCG_BATCH) {
     library.batchLimit = settings.batchLimit;

@@ -433,6 +433,12 @@ module ves
       integer, intent(in) :: n
       integer, intent(out), optional :: ierror
     end subroutine VesSolverSetInnerSteps
+    !> Threads that share the work on tall blocks (default 0: none); -1: as many as BLAS has.
+    module subroutine VesSolverSetThreads(solver, n, ierror)
+      type(VesSolver), intent(in) :: solver
+      integer, intent(in) :: n
+      integer, intent(out), optional :: ierror
+    end subroutine VesSolverSetThreads
     !> Leading pairs whose convergence ends a run (default 0: all).
     module subroutine VesSolverSetWanted(solver, n, ierror)
       type(VesSolver), intent(in) :: solver

@@ -67,6 +67,7 @@ module ves_c
   procedure(SetFunction), bind(c, name='VesSolverSetProblemType') :: c_set_problem_type
   procedure(SetFunction), bind(c, name='VesSolverSetMaxIter') :: c_set_max_iter
   procedure(SetFunction), bind(c, name='VesSolverSetInnerSteps') :: c_set_inner_steps
+  procedure(SetFunction), bind(c, name='VesSolverSetThreads') :: c_set_threads
   procedure(SetFunction), bind(c, name='VesSolverSetWanted') :: c_set_wanted
   procedure(SetHandleFunction), bind(c, name='VesSolverSetDeflation') :: c_set_deflation
   procedure(SetFunction), bind(c, name='VesSolverSetMaxOrthoIter') :: c_set_max_ortho_iter

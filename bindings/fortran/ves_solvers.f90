@@ -65,6 +65,10 @@ contains
     call Finish('VesSolverSetInnerSteps', c_set_inner_steps(solver%handle, n), ierror)
   end procedure VesSolverSetInnerSteps
 
+  module procedure VesSolverSetThreads
+    call Finish('VesSolverSetThreads', c_set_threads(solver%handle, n), ierror)
+  end procedure VesSolverSetThreads
+
   module procedure VesSolverSetWanted
     call Finish('VesSolverSetWanted', c_set_wanted(solver%handle, n), ierror)
   end procedure VesSolverSetWanted

@@ -1,6 +1,7 @@
 #ifndef VES_DATA_COLUMN_LOOPS_H
 #define VES_DATA_COLUMN_LOOPS_H
 
+#include "../parallel/thread_team.h"
 #include "vector_dense.h"
 
 #include <algorithm>
@@ -8,13 +9,14 @@
 namespace Ves {
 
 /// Calls change(j, first, count) for rows from first on of every column, few enough to stay in the
-/// cache from one vector operation to the next.
+/// cache from one vector operation to the next; columns are shared by the threads of the run.
 template <typename Change>
 void ForEachPiece(int rows, int columns, Change change) {
   constexpr int most = 1024;
-  for (int j = 0; j < columns; ++j)
+  ShareColumns(rows, columns, [&](int j) {
     for (int first = 0; first < rows; first += most)
       change(j, first, std::min(most, rows - first));
+  });
 }
 
 template <typename Scalar>

@@ -2,6 +2,7 @@
 #define VES_DATA_IMAGED_H
 
 #include "matrix_base.h"
+#include "shared_products.h"
 #include "vector_dense.h"
 
 #include <algorithm>
@@ -83,14 +84,16 @@ public:
   static constexpr int bandRows = 1024;
   static int RowsOfBand(int nRows) { return std::min(nRows, bandRows); }
   void Rotate(const Block& coefficients, const Imaged& target, Block& scratch) const {
-    ForEachWith(target, [&](const Block& from, Block& to) {
-      for (int first = 0; first < from.nRows; first += bandRows) {
-        const int rows = std::min(bandRows, from.nRows - first);
-        Block band(to, first, 0, rows, to.nCols);
-        scratch.SetDims(rows, coefficients.nCols, rows);
-        VES_ASSERT_GOOD(scratch.Gemm(Block(from, first, 0, rows, from.nCols), coefficients));
-        VES_ASSERT_GOOD(band.CopyData(scratch));
-      }
+    const Shares shares(X.nRows, bandRows);
+    const std::size_t size = std::size_t{bandRows} * static_cast<std::size_t>(coefficients.nCols);
+    const ScratchOfOthers<Scalar> others(shares, size);
+    InShares(others.Fitting(), [&](int part, int first, int length) {
+      Block own;
+      own.SetShape(scratch.comm, scratch.auxComm, 0, 0, 1);
+      own.SetValues(part > 0 ? others.Of(part) : scratch.values);
+      ForEachWith(target, [&](const Block& from, Block& to) {
+        RotateRows(from, coefficients, to, first, length, own);
+      });
     });
   }
   void Rotate(const Block& coefficients, Block& scratch) const {
@@ -99,6 +102,17 @@ public:
   /// @}
 
 private:
+  static void RotateRows(const Block& from, const Block& coefficients, const Block& to, int first,
+                         int length, Block& scratch) {
+    for (const int end = first + length; first < end; first += bandRows) {
+      const int rows = std::min(bandRows, end - first);
+      Block band(to, first, 0, rows, to.nCols);
+      scratch.SetDims(rows, coefficients.nCols, rows);
+      VES_ASSERT_GOOD(scratch.Gemm(Block(from, first, 0, rows, from.nCols), coefficients));
+      VES_ASSERT_GOOD(band.CopyData(scratch));
+    }
+  }
+
   Imaged(const Imaged& whole, int first, int count)
       : X(whole.X, 0, first, whole.X.nRows, count), BX(whole.BX, 0, first, whole.BX.nRows, count),
         AX(whole.AX, 0, first, whole.AX.nRows, count), m_hasB(whole.m_hasB), m_hasA(whole.m_hasA) {}

@@ -1,5 +1,7 @@
 #include "matrix_shell.h"
 
+#include "../parallel/thread_team.h"
+
 namespace Ves {
 
 template <typename Scalar>
@@ -23,6 +25,7 @@ VesReturnCode MatrixShell<Scalar>::ApplyDense(const VectorDense<Scalar>& x,
                                               VectorDense<Scalar>& y) const {
   if (x.IsDataEmpty() || y.IsDataEmpty()) return VES_ERR_NULL_POINTER;
   if (x.ld != y.ld) return VES_ERR_INVALID_VALUE;
+  const ThreadTeam::Rest rest;
   shellMatVec(shellData, x.values, y.values, x.nRows, x.nCols, x.ld);
   return VES_GOOD;
 }
@@ -31,6 +34,7 @@ VesReturnCode MatrixShell<Scalar>::ApplyDense(const VectorDense<Scalar>& x,
 template <typename Scalar>
 VesReturnCode MatrixShell<Scalar>::CallWithoutRows(const VectorDense<Scalar>& x,
                                                    const VectorDense<Scalar>& y) const {
+  const ThreadTeam::Rest rest;
   shellMatVec(shellData, x.values, y.values, 0, x.nCols, x.ld);
   return VES_GOOD;
 }

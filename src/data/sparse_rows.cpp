@@ -2,6 +2,7 @@
 
 #include "../kernel/math_kernel.h"
 #include "../parallel/agreement.h"
+#include "../parallel/thread_team.h"
 #include "vector_base.h"
 
 #include <algorithm>
@@ -29,18 +30,23 @@ Number MultiplyAdd(const Number& sum, const Number& a, const Number& b) {
 template <int width, bool adds, typename Scalar, typename Number>
 void MultiplyPanel(const EntriesByRows<Scalar>& entries, const Number* x, std::ptrdiff_t row,
                    std::ptrdiff_t column, Number* y, std::ptrdiff_t ld) {
-  std::size_t at = 0;
-  for (const auto& [number, end] : entries.rows) {
-    Number sums[width] = {};
-    for (; at < end; ++at) {
-      const auto value = static_cast<Number>(entries.values[at]);
-      const Number* const from = x + entries.columns[at] * row;
-      for (int j = 0; j < width; ++j)
-        sums[j] = MultiplyAdd(sums[j], value, from[j * column]);
+  ShareRows(static_cast<int>(entries.rows.size()), [&](int first, int count) {
+    const auto* const rows = entries.rows.data() + first;
+    std::size_t at = first > 0 ? rows[-1].end : 0;
+    for (int i = 0; i < count; ++i) {
+      Number sums[width] = {};
+      for (; at < rows[i].end; ++at) {
+        const auto value = static_cast<Number>(entries.values[at]);
+        const Number* const from = x + entries.columns[at] * row;
+        for (int j = 0; j < width; ++j)
+          sums[j] = MultiplyAdd(sums[j], value, from[j * column]);
+      }
+      for (int j = 0; j < width; ++j) {
+        Number& entry = y[rows[i].number + j * ld];
+        entry = adds ? entry + sums[j] : sums[j];
+      }
     }
-    for (int j = 0; j < width; ++j)
-      y[number + j * ld] = adds ? y[number + j * ld] + sums[j] : sums[j];
-  }
+  });
 }
 
 template <bool adds, typename Scalar, typename Number>

@@ -2,6 +2,7 @@
 
 #include "../parallel/mpi_wrapper.h"
 #include "../parallel/run_meter.h"
+#include "../parallel/thread_team.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -129,7 +130,10 @@ VesReturnCode VectorDense<Scalar>::SubVector(const VesVectorBase& other, int row
 
 template <typename Scalar>
 VesReturnCode VectorDense<Scalar>::Set2Val(const Scalar& alpha) {
-  MathKernel<Scalar>::Laset("A", &this->nRows, &this->nCols, &alpha, &alpha, values, &ld);
+  if (this->nCols == 0) return VES_GOOD;
+  ShareRows(this->nRows, [&](int first, int rows) {
+    MathKernel<Scalar>::Laset("A", &rows, &this->nCols, &alpha, &alpha, values + first, &ld);
+  });
   return VES_GOOD;
 }
 
@@ -155,8 +159,9 @@ template <typename Scalar>
 VesReturnCode VectorDense<Scalar>::ScaleByVal(const Scalar& alpha) {
   if (this->nRows == 0 || this->nCols == 0) return VES_GOOD;
   if (IsDataEmpty()) return VES_ERR_INCOMPATIBLE;
-  for (int j = 0; j < this->nCols; ++j)
+  ShareColumns(this->nRows, this->nCols, [&](int j) {
     MathKernel<Scalar>::Scal(&this->nRows, &alpha, Column(j), &MathConstants<int>::ONE);
+  });
   return VES_GOOD;
 }
 
@@ -165,8 +170,9 @@ VesReturnCode VectorDense<Scalar>::ScaleByVec(const VesVectorBase& factors) {
   if (factors.nRows != this->nCols || factors.nCols != 1) return VES_ERR_INVALID_VALUE;
   if (!IsDense<Scalar>(factors)) return VES_ERR_MISMATCH;
   const VectorDense& d = AsDense<Scalar>(factors);
-  for (int j = 0; j < this->nCols; ++j)
+  ShareColumns(this->nRows, this->nCols, [&](int j) {
     MathKernel<Scalar>::Scal(&this->nRows, &d(j), Column(j), &MathConstants<int>::ONE);
+  });
   return VES_GOOD;
 }
 
@@ -200,8 +206,11 @@ VesReturnCode VectorDense<Scalar>::CopyData(const VesVectorBase& other) {
   if (!this->CompareDims(other)) return VES_ERR_INVALID_VALUE;
   if (!IsDense<Scalar>(other)) return VES_ERR_UNSUPPORTED;
   const VectorDense& source = AsDense<Scalar>(other);
-  MathKernel<Scalar>::Lacpy("A", &this->nRows, &this->nCols, source.values, &source.ld, values,
-                            &ld);
+  if (this->nCols == 0) return VES_GOOD;
+  ShareRows(this->nRows, [&](int first, int rows) {
+    MathKernel<Scalar>::Lacpy("A", &rows, &this->nCols, source.values + first, &source.ld,
+                              values + first, &ld);
+  });
   return VES_GOOD;
 }
 
@@ -212,9 +221,10 @@ VesReturnCode VectorDense<Scalar>::Norm(const VesVectorBase& vecX, bool global) 
   if (vecX.nCols != this->nRows || this->nCols != 1) return VES_ERR_INCOMPATIBLE;
   if (!IsDense<Scalar>(vecX)) return VES_ERR_UNSUPPORTED;
   const VectorDense& x = AsDense<Scalar>(vecX);
-  for (int j = 0; j < x.nCols; ++j)
+  ShareColumns(x.nRows, x.nCols, [&](int j) {
     (*this)(j) = MathKernel<Scalar>::Dot(&x.nRows, x.Column(j), &MathConstants<int>::ONE,
                                          x.Column(j), &MathConstants<int>::ONE);
+  });
   if (global) this->AllReduce(MPI_SUM, this->comm);
   for (int j = 0; j < this->nRows; ++j)
     (*this)(j) = std::sqrt((*this)(j));
@@ -229,18 +239,19 @@ VesReturnCode VectorDense<Scalar>::Normalize(VesVectorBase& vecY, bool global) {
   // One entry more than needed: the reduction passes by null storage, and an empty block must
   // stay in step with the other processes.
   std::vector<Scalar> s(static_cast<std::size_t>(this->nCols) + 1);
-  for (int j = 0; j < this->nCols; ++j)
+  ShareColumns(this->nRows, this->nCols, [&](int j) {
     s[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
         &this->nRows, Column(j), &MathConstants<int>::ONE, y.Column(j), &MathConstants<int>::ONE);
+  });
   if (global)
     MpiWrapper<Scalar>::AllReduce(s.data(), static_cast<unsigned long>(this->nCols), MPI_SUM,
                                   this->comm);
-  for (int j = 0; j < this->nCols; ++j) {
+  ShareColumns(this->nRows, this->nCols, [&](int j) {
     const Scalar factor = MathConstants<Scalar>::ONE / std::sqrt(s[static_cast<std::size_t>(j)]);
     MathKernel<Scalar>::Scal(&this->nRows, &factor, Column(j), &MathConstants<int>::ONE);
     if (paired)
       MathKernel<Scalar>::Scal(&this->nRows, &factor, y.Column(j), &MathConstants<int>::ONE);
-  }
+  });
   return VES_GOOD;
 }
 

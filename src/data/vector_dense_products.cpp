@@ -1,6 +1,7 @@
 #include "vector_dense.h"
 
 #include "matrix_base.h"
+#include "shared_products.h"
 
 #include <algorithm>
 #include <numeric>
@@ -91,8 +92,17 @@ VesReturnCode VectorDense<Scalar>::Gemm(const VesVectorBase& vecX, const VesVect
   const VectorDense& y = AsDense<Scalar>(vecY);
   const auto typedAlpha = static_cast<Scalar>(static_cast<RealType<Scalar>>(alpha));
   const auto typedBeta = static_cast<Scalar>(static_cast<RealType<Scalar>>(beta));
-  MathKernel<Scalar>::Gemm(&transa, &transb, &m, &n, &k, &typedAlpha, x.values, &x.ld, y.values,
-                           &y.ld, &typedBeta, values, &ld);
+  if (!IsPlain(transa) && IsPlain(transb) && beta == 0) {
+    SumOverRows<Scalar>(k, {values, m, n, ld}, [&](int first, int rows, const auto& sum) {
+      MathKernel<Scalar>::Gemm(&transa, &transb, &m, &n, &rows, &typedAlpha, x.values + first,
+                               &x.ld, y.values + first, &y.ld, &typedBeta, sum.values, &sum.ld);
+    });
+    return VES_GOOD;
+  }
+  InShares(Shares(m, IsPlain(transa) ? leastRows : m), [&](int, int first, int rows) {
+    MathKernel<Scalar>::Gemm(&transa, &transb, &rows, &n, &k, &typedAlpha, x.values + first, &x.ld,
+                             y.values, &y.ld, &typedBeta, values + first, &ld);
+  });
   return VES_GOOD;
 }
 
@@ -101,8 +111,11 @@ template <typename Scalar>
 VesReturnCode VectorDense<Scalar>::Gram(const VectorDense& x) {
   const int n = x.nCols;
   if (this->nRows != n || this->nCols != n) return VES_ERR_INCOMPATIBLE;
-  MathKernel<Scalar>::Herk("U", "C", &n, &x.nRows, &MathConstants<RealType<Scalar>>::ONE, x.values,
-                           &x.ld, &MathConstants<RealType<Scalar>>::ZERO, values, &ld);
+  SumOverRows<Scalar>(x.nRows, {values, n, n, ld}, [&](int first, int rows, const auto& sum) {
+    MathKernel<Scalar>::Herk("U", "C", &n, &rows, &MathConstants<RealType<Scalar>>::ONE,
+                             x.values + first, &x.ld, &MathConstants<RealType<Scalar>>::ZERO,
+                             sum.values, &sum.ld);
+  });
   for (int j = 0; j < n; ++j)
     for (int i = 0; i < j; ++i)
       (*this)(j, i) = Conjugate((*this)(i, j));
@@ -128,8 +141,11 @@ VesReturnCode VectorDense<Scalar>::TriangularSolve(const VesVectorBase& vecM, ch
   if (!fits) return VES_ERR_INCOMPATIBLE;
   if (!IsDense<Scalar>(vecM)) return VES_ERR_UNSUPPORTED;
   const VectorDense& m = AsDense<Scalar>(vecM);
-  MathKernel<Scalar>::Trsm(&side, &uplo, &trans, &diag, &this->nRows, &this->nCols,
-                           &MathConstants<Scalar>::ONE, m.values, &m.ld, values, &ld);
+  const Shares shares(this->nRows, side == 'R' ? leastRows : this->nRows);
+  InShares(shares, [&](int, int first, int rows) {
+    MathKernel<Scalar>::Trsm(&side, &uplo, &trans, &diag, &rows, &this->nCols,
+                             &MathConstants<Scalar>::ONE, m.values, &m.ld, values + first, &ld);
+  });
   return VES_GOOD;
 }
 
@@ -144,8 +160,9 @@ VesReturnCode VectorDense<Scalar>::ScaleAdd(const VesVectorBase& vecX, const Ves
   const VectorDense& d = AsDense<Scalar>(vecD);
   const auto typedSign = static_cast<RealType<Scalar>>(sign);
   const auto update = ColumnUpdate<Scalar>();
-  for (int j = 0; j < this->nCols; ++j)
+  ShareColumns(this->nRows, this->nCols, [&](int j) {
     update(this->nRows, x.Column(j), y.Column(j), d(j), typedSign, Column(j));
+  });
   return VES_GOOD;
 }
 

@@ -3,11 +3,19 @@
 #include "../data/finite_entries.h"
 #include "../data/replicate.h"
 #include "../parallel/run_meter.h"
+#include "../parallel/thread_team.h"
 #include "workspace_size.h"
 
+#include <optional>
 #include <vector>
 
 namespace Ves {
+namespace {
+
+/// Smaller orders are decomposed by one thread, where a run has a team of them.
+constexpr int threadedFrom = 500;
+
+} // namespace
 
 template <typename Scalar>
 LapackDiag<Scalar>::LapackDiag() : LapackDiag('V', 'U', 1) {}
@@ -41,6 +49,8 @@ VesReturnCode LapackDiag<Scalar>::RunLapackEvd(VectorDense<Scalar>& vecM, Vector
   int rank = 0;
   MPI_Comm_rank(vecM.comm, &rank);
   if (rank == 0) {
+    std::optional<ThreadTeam::Rest> providersThreads;
+    if (vecM.nRows >= threadedFrom) providersThreads.emplace();
     if (LeadingFiniteOrder(vecM, uplo, vecM.nCols) < vecM.nCols) {
       info = 1;
     } else if constexpr (isComplex<Scalar>) {

@@ -97,6 +97,7 @@ void VesSolverBase::TakeSettings(const VesSolverBase& other) {
   selfCheck = other.selfCheck;
   wantedPairs = other.wantedPairs;
   innerSteps = other.innerSteps;
+  threads = other.threads;
   denseEigenSolverType = other.denseEigenSolverType;
   convergeDetectorType = other.convergeDetectorType;
   orthogonalizerType = other.orthogonalizerType;

@@ -47,6 +47,7 @@ struct VES_EXPORT VesSolverBase {
   bool selfCheck = true;         ///< tests every rotation and restarts where the basis broke down
   bool mixedPrecision = false;   ///< a run begins in single precision
   int innerSteps = 0;            ///< of the preconditioner; -1: as many as pay
+  int threads = 0;               ///< that share the work on tall blocks; -1: as many as of BLAS
   int wantedPairs = 0;           ///< leading pairs whose convergence ends a run; 0 stands for all
   VesVector deflation = nullptr; ///< columns that a run keeps its vectors B-orthogonal to
   std::optional<VesConvergeDetectorType> chosenLockDetector; ///< in place of the solver's own

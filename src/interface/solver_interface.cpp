@@ -1,4 +1,5 @@
 #include "../data/vector_dense.h"
+#include "../parallel/thread_team.h"
 #include "../solver/lobpcg.h"
 #include "../solver/lobpcg_batch.h"
 #include "../solver/ppcg.h"
@@ -97,6 +98,7 @@ std::vector<int> WhatMustAgree(const VesSolverBase& solver, const VesMatrixBase&
                            solver.wantedPairs,
                            solver.deflation != nullptr ? solver.deflation->nCols : -1,
                            solver.innerSteps,
+                           solver.threads,
                            solver.mixedPrecision ? 1 + LowRoutines(solver, A, B, T) : 0};
   for (const double number : {solver.threshold, solver.mu}) { // bit by bit, also a NaN
     int halves[2];
@@ -264,6 +266,14 @@ VesReturnCode VesSolverSetInnerSteps(VesSolver solver, int count) noexcept {
   if (solver == nullptr) return VES_ERR_NULL_POINTER;
   if (count < -1 || count > 1000) return VES_ERR_INVALID_VALUE;
   solver->innerSteps = count;
+  return VES_GOOD;
+}
+
+VesReturnCode VesSolverSetThreads(VesSolver solver, int count) noexcept {
+  if (solver == nullptr) return VES_ERR_NULL_POINTER;
+  if (count < -1 || count > 1024) return VES_ERR_INVALID_VALUE;
+  if (count > 1 && !ThreadTeam::IsAvailable()) return VES_ERR_UNSUPPORTED;
+  solver->threads = count;
   return VES_GOOD;
 }
 

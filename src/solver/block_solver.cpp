@@ -5,6 +5,7 @@
 #include "../parallel/agreement.h"
 #include "../parallel/blacs_wrapper.h"
 #include "../parallel/run_meter.h"
+#include "../parallel/thread_team.h"
 #include "inner_steps.h"
 #include "low_leg.h"
 
@@ -29,6 +30,7 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
                                          VesVectorBase& vecW) const {
   if (!AllDense<Scalar>(vecQ, vecW)) return VES_ERR_UNSUPPORTED;
   if (vecQ.nCols == 0) return SolveNothing();
+  const ThreadTeam team(threads);
   const RunMeter meter;
   const double start = MPI_Wtime();
   const MeteredOperator a(matA), b(matB), t(matP);
@@ -274,6 +276,7 @@ void BlockSolver<Scalar>::Report(int iteration, const Block& estimates, int nCon
                              values.data(),
                              pairResiduals.data(),
                              earlier.columnsA + (meteredA != nullptr ? meteredA->columns : 0)};
+  const ThreadTeam::Rest rest;
   int answer = monitor(monitorData, &progress) != 0 ? 1 : 0;
   Replicate(answer);
   if (answer != 0) check.Stop();

@@ -3,6 +3,7 @@
 #include "../data/finite_entries.h"
 #include "../detector/flag_pairs.h"
 #include "../parallel/agreement.h"
+#include "../parallel/thread_team.h"
 #include "block_solver.h"
 
 #include <algorithm>
@@ -42,6 +43,7 @@ void LowLeg<Scalar>::Run(const VesMatrixBase& matA, const VesMatrixBase& matB,
   if (!m_twin || !Lower(vecQ)) return Release();
   Configure();
   const LoweredOperator<Scalar> a(matA, m_scratch), b(matB, m_scratch), t(matP, m_scratch);
+  const ThreadTeam::Rest rest; // the twin makes a team of its own
   const VesReturnCode code = m_twin->Solve(a, b, t, m_vecX, m_vecD);
   if (code == VES_GOOD && IsGain()) Raise(vecQ);
   Replicate(m_isStopped, vecQ); // process 0 answers for all

@@ -4,6 +4,7 @@
 #include "../data/imaged.h"
 #include "../data/metered_operator.h"
 #include "../data/replicate.h"
+#include "../parallel/thread_team.h"
 #include "deflation.h"
 
 #include <algorithm>
@@ -52,6 +53,7 @@ private:
   void Call(const Imaged<Scalar>& pairs) const {
     const double start = MPI_Wtime();
     const Block& x = pairs.X;
+    const ThreadTeam::Rest rest;
     if (x.nCols > 0 && (x.nRows > 0 || m_isCalledEverywhere))
       m_routine->call(m_routine->data, x.values, pairs.AX.values, pairs.BX.values, x.nRows, x.nCols,
                       x.ld);

@@ -299,8 +299,8 @@ auto SettingsOf(const VesSolverBase& s) {
       s.threshold, s.mu, s.OwnSettings(), s.ConvergeDetector.get(), s.Orthogonalizer.get(),
       s.DenseEigenSolver.get(),
       std::vector<int>{s.problemType, s.maxIter, s.maxOrthoIter, s.maxOrthoInnerIter, s.selfCheck,
-                       s.mixedPrecision, s.wantedPairs, s.innerSteps, s.denseEigenSolverType,
-                       s.convergeDetectorType, s.orthogonalizerType,
+                       s.mixedPrecision, s.wantedPairs, s.innerSteps, s.threads,
+                       s.denseEigenSolverType, s.convergeDetectorType, s.orthogonalizerType,
                        s.chosenLockDetector.has_value(), s.chosenRankRevealer.has_value()});
 }
 

@@ -48,6 +48,7 @@ inline const std::vector<Setter>& Setters() {
       VES_SETTER(VesSolverSetMixedPrecision, {}, unsupported, {false, true}), // of double precision
       VES_SETTER(VesSolverSetWanted, {-1}, bad, {0, 2}),
       VES_SETTER(VesSolverSetInnerSteps, {-2, 1001}, bad, {0, -1}),
+      VES_SETTER(VesSolverSetThreads, {-2, 1025}, bad, {0, 1, -1}),
       VES_SETTER(VesSolverSetLockFactor, {-0.01, 1.01, nan}, bad, {0, 1}),
       VES_SETTER(VesSolverSetBatchLimit, {0, -1}, bad, {1}, VES_LOBPCG_BATCH),
       VES_SETTER(VesSolverSetBatchStart, {-1}, bad, {0, 1}, VES_LOBPCG_BATCH),

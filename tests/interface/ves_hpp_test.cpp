@@ -78,6 +78,7 @@ TEST(VesHppAdditions, LowRoutineIsCalled) {
   ves::Options options;
   options.mixedPrecision = true;
   options.innerSteps = 2;
+  options.threads = 1;
   options.wanted = 3;
   const ves::Operator<double> moved = std::move(A);
   const auto found = solve(moved, {}, {}, 60, 5, options);

@@ -28,7 +28,8 @@ private:
 } // namespace
 
 int main(int argc, char** argv) {
-  MPI_Init(&argc, &argv);
+  int level = MPI_THREAD_SINGLE;
+  MPI_Init_thread(&argc, &argv, MPI_THREAD_FUNNELED, &level);
   testing::InitGoogleTest(&argc, argv);
   int rank = 0;
   MPI_Comm_rank(MPI_COMM_WORLD, &rank);

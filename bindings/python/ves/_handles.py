@@ -143,6 +143,7 @@ class Solver(Handle):
         call("VesSolverSetWanted", self.handle, settings.k)
         call("VesSolverSetMixedPrecision", self.handle, settings.is_mixed)
         call("VesSolverSetInnerSteps", self.handle, settings.inner)
+        call("VesSolverSetThreads", self.handle, -1)
         if settings.generalized:
             call("VesSolverSetProblemType", self.handle, _library.GENERALIZED)
         if settings.uses_lapack:

@@ -95,6 +95,7 @@ _PROTOTYPES = {
     "VesSolverSetLockFactor": (c_void_p, c_double),
     "VesSolverSetMixedPrecision": (c_void_p, c_bool),
     "VesSolverSetInnerSteps": (c_void_p, c_int),
+    "VesSolverSetThreads": (c_void_p, c_int),
     "VesSolverSetWanted": (c_void_p, c_int),
     "VesSolverSetDeflation": (c_void_p, c_void_p),
     "VesSolverSetBatchLimit": (c_void_p, c_int),
