@@ -160,7 +160,6 @@ void SparseRows<Scalar>::Multiply(const Number* x, Number* y, int nCols, int ld)
 }
 
 VES_INSTANTIATE(SparseRows);
-VES_INSTANTIATE(GivenRows);
 
 #define VES_INSTANTIATE_PRODUCT(Scalar, Number)                                                    \
   template VES_EXPORT void SparseRows<Scalar>::Multiply(const Number*, Number*, int, int) const
