@@ -3,6 +3,7 @@
 #include "../kernel/provider_threads.h"
 
 #include <algorithm>
+#include <pthread.h>
 
 #ifdef _OPENMP
 #include <omp.h>
@@ -12,6 +13,14 @@ namespace Ves {
 namespace {
 
 thread_local const ThreadTeam* currentTeam = nullptr;
+
+/// A team of OpenMP does not survive a fork: the child would wait for ever for its threads.
+bool wasForked = false;
+
+void WatchForks() {
+  static const int once = pthread_atfork(nullptr, nullptr, [] { wasForked = true; });
+  static_cast<void>(once);
+}
 
 int SizeOf([[maybe_unused]] int wanted) {
 #ifdef _OPENMP
@@ -41,9 +50,11 @@ int ThreadTeam::Size() {
 }
 
 ThreadTeam::ThreadTeam(int wanted) : m_size(SizeOf(wanted)), m_outer(currentTeam) {
-  const bool isMade = IsAvailable() && wanted != 0;
+  const bool isMade = IsAvailable() && wanted != 0 && !wasForked;
   currentTeam = isMade ? this : nullptr;
-  if (isMade) m_providerThreads = ProviderThreads::Change(1);
+  if (!isMade) return;
+  WatchForks();
+  m_providerThreads = ProviderThreads::Change(1);
 }
 
 ThreadTeam::~ThreadTeam() {

@@ -15,6 +15,7 @@ class VES_EXPORT ThreadTeam {
 public:
   /// \param wanted at least 1; 0: none, nor one around it; -1: as many as the provider's
   ///               BLAS has, where it tells, or OpenMP would take; no team without OpenMP
+  ///               and in a process that was forked after one was made
   explicit ThreadTeam(int wanted);
   ~ThreadTeam();
   ThreadTeam(const ThreadTeam&) = delete;
