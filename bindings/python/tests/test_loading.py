@@ -46,3 +46,21 @@ def test_what_cannot_be_used(code, environment, text):
 def test_mpi_is_initialised_by_whom_it_may(before, environment):
     outcome = run(before + SOLVE + "; print(ves.memory_forecast(10) > 0)", **environment)
     assert (outcome.returncode, outcome.stdout, outcome.stderr) == (0, "[1.]\nTrue\n", "")
+
+
+FORKED = """
+import os, numpy, ves
+solve = lambda: ves.eigsh(lambda x: numpy.arange(1.0, 4001.0)[:, None] * x, k=2, n=4000, tol=1e-2,
+                          T=lambda x: x / numpy.arange(1.0, 4001.0)[:, None])
+solve()
+child = os.fork()
+if child == 0:
+    solve()
+    os._exit(7)
+print(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
+"""
+
+
+def test_a_forked_process_solves():
+    """Threads that shared a run's work do not survive a fork, and nobody waits for them."""
+    assert run(FORKED, OPENBLAS_NUM_THREADS="2").stdout.split()[-1] == "7"
