@@ -27,10 +27,16 @@ int InnerPace::Begin(const VesVectorBase& x) {
   if (m_nBegun == nAlone) m_chosen = CouldPay() ? 1 : 0;
   if (isStepped)
     m_chosen = Choose(m_outside.Whole(), m_alone.Whole(), m_stepped.Whole() - m_alone.Whole(),
-                      m_matT.IsPresent());
+                      m_exhaustion);
   if (m_nBegun == nAlone || isStepped) Replicate(m_chosen, x);
   ++m_nBegun;
   return m_chosen;
+}
+
+void InnerPace::Watch(double size) {
+  if (m_nBegun == nAlone)
+    m_exhaustion = 0.7 * std::abs(std::log(size / m_size)) / (nAlone - firstWatched);
+  m_size = size;
 }
 
 void InnerPace::End() {
@@ -49,13 +55,13 @@ int InnerPace::Settled() const {
 /// rest of an iteration.
 bool InnerPace::CouldPay() const {
   return Choose(m_outside.Whole(), m_alone.Whole(), m_outside.Operators() + m_alone.Operators(),
-                m_matT.IsPresent()) > 0;
+                m_exhaustion) > 0;
 }
 
-int InnerPace::Choose(double other, double alone, double step, bool hasT) {
-  const double floor = hasT ? 1.0 / 3.0 : 0.02;
+int InnerPace::Choose(double other, double alone, double step, double exhaustion) {
   const auto cost = [&](int m) {
-    return (other + alone + m * std::max(step, 0.0)) * (1.0 / (m + 1) + floor) / (1.0 + floor);
+    return (other + alone + m * std::max(step, 0.0)) * (1.0 / (m + 1) + exhaustion) /
+           (1.0 + exhaustion);
   };
   int best = 0;
   double least = worthwhile * (other + alone);

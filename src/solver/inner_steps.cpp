@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <utility>
 
 namespace Ves {
@@ -66,6 +67,7 @@ std::size_t InnerSteps<Scalar>::Bytes(int rows, int cols, bool generalized) {
 template <typename Scalar>
 VesReturnCode InnerSteps<Scalar>::Apply(const VesVectorBase& x, VesVectorBase& y) const {
   const auto &residuals = AsDense<Scalar>(x), &solution = AsDense<Scalar>(y);
+  if (m_pace.IsWatching()) m_pace.Watch(MeanSize(residuals));
   int steps = m_pace.Begin(x);
   if (steps > 0) {
     FollowShift();
@@ -166,6 +168,15 @@ void InnerSteps<Scalar>::LearnFrom(const Block& y, double product) const {
   if (!std::isfinite(value)) return;
   m_spectrum.norm = std::max(m_spectrum.norm, 1.05 * value);
   m_spectrum.lowest = std::min(m_spectrum.lowest, value);
+}
+
+/// Root mean square of the norms of columns. Collective as Sum.
+template <typename Scalar>
+double InnerSteps<Scalar>::MeanSize(const Block& residuals) const {
+  Numbers products(static_cast<std::size_t>(residuals.nCols));
+  AddProducts(residuals, residuals, products.data());
+  Sum(products);
+  return std::sqrt(std::accumulate(products.begin(), products.end(), 0.0) / residuals.nCols);
 }
 
 /// Over all processes, and the same on all of them. Collective: a reduction, and broadcasts over

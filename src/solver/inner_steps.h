@@ -57,6 +57,7 @@ private:
   double Growth(int degree) const;
   void Improve(const Block& residuals, Block& solution, int steps) const;
   void LearnFrom(const Block& y, double product) const;
+  double MeanSize(const Block& residuals) const;
   void Sum(Numbers& products) const;
   void Precondition(const Block& r, Block& y) const;
 
