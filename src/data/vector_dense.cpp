@@ -234,25 +234,33 @@ VesReturnCode VectorDense<Scalar>::Norm(const VesVectorBase& vecX, bool global) 
 template <typename Scalar>
 VesReturnCode VectorDense<Scalar>::Normalize(VesVectorBase& vecY, bool global) {
   if (!this->CompareDims(vecY)) return VES_ERR_INCOMPATIBLE;
-  const bool paired = IsDense<Scalar>(vecY) && !IsEqual(vecY);
-  const VectorDense& y = paired ? AsDense<Scalar>(vecY) : *this;
-  // One entry more than needed: the reduction passes by null storage, and an empty block must
-  // stay in step with the other processes.
-  std::vector<Scalar> s(static_cast<std::size_t>(this->nCols) + 1);
+  VectorDense& y = IsDense<Scalar>(vecY) ? AsDense<Scalar>(vecY) : *this;
+  std::vector<Scalar> sums = LocalProducts(y);
+  if (global)
+    MpiWrapper<Scalar>::AllReduce(sums.data(), sums.size() - 1, MPI_SUM, this->comm);
+  ScaleToUnit(y, sums);
+  return VES_GOOD;
+}
+
+template <typename Scalar>
+std::vector<Scalar> VectorDense<Scalar>::LocalProducts(const VectorDense& y) const {
+  std::vector<Scalar> products(static_cast<std::size_t>(this->nCols) + 1);
   ShareColumns(this->nRows, this->nCols, [&](int j) {
-    s[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
+    products[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
         &this->nRows, Column(j), &MathConstants<int>::ONE, y.Column(j), &MathConstants<int>::ONE);
   });
-  if (global)
-    MpiWrapper<Scalar>::AllReduce(s.data(), static_cast<unsigned long>(this->nCols), MPI_SUM,
-                                  this->comm);
+  return products;
+}
+
+template <typename Scalar>
+void VectorDense<Scalar>::ScaleToUnit(VectorDense& y, const std::vector<Scalar>& sums) {
+  const bool paired = !IsEqual(y);
   ShareColumns(this->nRows, this->nCols, [&](int j) {
-    const Scalar factor = MathConstants<Scalar>::ONE / std::sqrt(s[static_cast<std::size_t>(j)]);
+    const Scalar factor = MathConstants<Scalar>::ONE / std::sqrt(sums[static_cast<std::size_t>(j)]);
     MathKernel<Scalar>::Scal(&this->nRows, &factor, Column(j), &MathConstants<int>::ONE);
     if (paired)
       MathKernel<Scalar>::Scal(&this->nRows, &factor, y.Column(j), &MathConstants<int>::ONE);
   });
-  return VES_GOOD;
 }
 
 template <typename Scalar>

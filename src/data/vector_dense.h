@@ -6,6 +6,7 @@
 #include "vector_base.h"
 
 #include <cstddef>
+#include <vector>
 
 namespace Ves {
 
@@ -97,6 +98,10 @@ public:
   /// is a second block; with the block itself as vecY, to unit 2-norm. A zero column becomes NaN.
   /// Collective over this comm when global. \return -6 dimensions differ; 0
   VesReturnCode Normalize(VesVectorBase& vecY, bool global = true) override;
+  /// Its two halves: x_j^H y_j over the local rows, and one entry more that is zero, so that there
+  /// is storage to reduce; and both blocks scaled by the roots of the sums.
+  std::vector<Scalar> LocalProducts(const VectorDense& y) const;
+  void ScaleToUnit(VectorDense& y, const std::vector<Scalar>& sums);
   /// In-place reduction of all ld x nCols entries, those between nRows and ld included.
   /// Collective over overComm. \return the code of MPI
   VesReturnCode AllReduce(MPI_Op op, MPI_Comm overComm) override;
@@ -135,6 +140,8 @@ public:
   /// nothing when this block has no columns.
   VesReturnCode CheckOrthogonality(const VesVectorBase& vecX, double& error, bool minusIdentity,
                                    bool global) const override;
+  /// The same of this block as Y^H X itself, from which the identity is subtracted. Local.
+  double OrthogonalityError(bool minusIdentity);
   /// The same for groups of columns: group b owns nXs[b] columns of X from dispX[b] and nYs[b]
   /// columns of this block from dispY[b]; errors holds an entry per group. One reduction for all
   /// groups when global, no broadcast. A group with nYs[b] = 0 yields NaN.

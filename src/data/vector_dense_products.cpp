@@ -231,22 +231,25 @@ VesReturnCode VectorDense<Scalar>::CheckOrthogonality(const VesVectorBase& vecX,
     return VES_GOOD;
   }
   const int nY = this->nCols, nX = vecX.nCols;
-  VectorDense vecM, normM;
+  VectorDense vecM;
   VES_ASSERT_GOOD(vecM.DuplicateShape(vecX));
-  VES_ASSERT_GOOD(normM.DuplicateShape(vecX));
   vecM.SetDims(nY, nX, nY);
-  normM.SetDims(nX, 1, nX);
   VES_ASSERT_GOOD(vecM.AllocateMem());
-  VES_ASSERT_GOOD(normM.AllocateMem());
   VES_ASSERT_GOOD(vecM.InnerProduct(*this, vecX, global));
-  for (int j = 0; minusIdentity && j < std::min(nX, nY); ++j)
-    vecM(j, j) -= MathConstants<Scalar>::ONE;
-  VES_ASSERT_GOOD(normM.Norm(vecM, false));
-  error = LargestModulus(normM) / std::sqrt(static_cast<double>(nY));
+  error = vecM.OrthogonalityError(minusIdentity);
   MPI_Bcast(&error, 1, MPI_DOUBLE, 0, this->comm);
   VES_ASSERT_GOOD(vecM.FreeMem());
-  VES_ASSERT_GOOD(normM.FreeMem());
   return VES_GOOD;
+}
+
+template <typename Scalar>
+double VectorDense<Scalar>::OrthogonalityError(bool minusIdentity) {
+  VectorDense norms(this->comm, this->auxComm, this->nCols, 1, this->nCols);
+  VES_ASSERT_GOOD(norms.AllocateMem());
+  for (int j = 0; minusIdentity && j < std::min(this->nRows, this->nCols); ++j)
+    (*this)(j, j) -= MathConstants<Scalar>::ONE;
+  VES_ASSERT_GOOD(norms.Norm(*this, false));
+  return LargestModulus(norms) / std::sqrt(static_cast<double>(this->nRows));
 }
 
 template <typename Scalar>
@@ -255,16 +258,13 @@ VesReturnCode VectorDense<Scalar>::CheckBatchOrthogonality(
     const std::vector<int>& dispX, const std::vector<int>& nXs, std::vector<double>& errors,
     bool minusIdentity, bool global) const {
   if (nXs.empty()) return VES_GOOD;
-  const int maxNX = *std::max_element(nXs.begin(), nXs.end());
   const int maxNY = *std::max_element(nYs.begin(), nYs.end());
   std::vector<int> offsetX(nXs.size(), 0);
   std::partial_sum(nXs.begin(), nXs.end() - 1, offsetX.begin() + 1);
   const int sumNX = offsetX.back() + nXs.back();
 
   VectorDense vecM(vecX.comm, vecX.auxComm, maxNY, sumNX, maxNY);
-  VectorDense normM(vecX.comm, vecX.auxComm, maxNX, 1, maxNX);
   VES_ASSERT_GOOD(vecM.AllocateMem());
-  VES_ASSERT_GOOD(normM.AllocateMem());
   VES_ASSERT_GOOD(vecM.Set2Zero());
   for (std::size_t j = 0; j < nXs.size(); ++j) {
     VectorDense subM, subX, subY;
@@ -277,14 +277,9 @@ VesReturnCode VectorDense<Scalar>::CheckBatchOrthogonality(
   for (std::size_t j = 0; j < nXs.size(); ++j) {
     VectorDense subM;
     VES_ASSERT_GOOD(subM.SubVector(vecM, 0, offsetX[j], nYs[j], nXs[j]));
-    for (int i = 0; minusIdentity && i < std::min(nXs[j], nYs[j]); ++i)
-      subM(i, i) -= MathConstants<Scalar>::ONE;
-    normM.SetDims(nXs[j], 1, nXs[j]);
-    VES_ASSERT_GOOD(normM.Norm(subM, false));
-    errors[j] = LargestModulus(normM) / std::sqrt(static_cast<double>(nYs[j]));
+    errors[j] = subM.OrthogonalityError(minusIdentity);
   }
   VES_ASSERT_GOOD(vecM.FreeMem());
-  VES_ASSERT_GOOD(normM.FreeMem());
   return VES_GOOD;
 }
 

@@ -13,6 +13,9 @@ public:
   VesConvergeDetectorType detectorType = VES_RESIDUALS;
   VesScalarType scalarType = VES_DOUBLE;
   std::vector<double> residualNorms; ///< of the last run; empty where the test reads no residuals
+  /// Norms of the residuals that the next run is to test, where they are known: it uses them up and
+  /// is spared their reduction. None, or other than one a column: it forms them.
+  std::vector<double> knownNorms;
 
   virtual ~VesConvergeDetector() = default;
 

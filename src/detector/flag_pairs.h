@@ -2,9 +2,11 @@
 #define VES_DETECTOR_FLAG_PAIRS_H
 
 #include "../data/vector_dense.h"
+#include "converge_detector.h"
 
 #include <cmath>
 #include <limits>
+#include <utility>
 #include <vector>
 
 namespace Ves {
@@ -32,6 +34,14 @@ std::vector<double> ColumnNorms(const VectorDense<Scalar>& vecR) {
   for (int j = 0; j < vecR.nCols; ++j)
     norms[static_cast<std::size_t>(j)] = static_cast<double>(std::abs(normR(j)));
   return norms;
+}
+
+/// The norms that a test is to read. Collective over vecR's comm unless they are known.
+template <typename Scalar>
+std::vector<double> TestedNorms(VesConvergeDetector& detector, const VectorDense<Scalar>& vecR) {
+  std::vector<double> known = std::exchange(detector.knownNorms, {});
+  if (known.size() == static_cast<std::size_t>(vecR.nCols)) return known;
+  return ColumnNorms(vecR);
 }
 
 /// Flags the pairs j < nPairs that pass, counts them, makes the decision of process 0 of idxs's

@@ -27,7 +27,7 @@ VesReturnCode RelativeResiduals<Scalar>::RunDense(const VectorDense<Scalar>& vec
                                                   VectorDense<Scalar>& idxs, int& dummy,
                                                   int& nLeading) {
   if (vecR.IsDataEmpty() || idxs.IsDataEmpty()) return VES_ERR_NULL_POINTER;
-  residualNorms = ColumnNorms(vecR);
+  residualNorms = TestedNorms(*this, vecR);
   const auto passes = [&](int j) {
     const double norm = residualNorms[static_cast<std::size_t>(j)];
     return IsBelow<Scalar>(norm, static_cast<double>(std::abs(workD(j))) * threshold);

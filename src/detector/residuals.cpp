@@ -26,7 +26,7 @@ VesReturnCode Residuals<Scalar>::RunDense(const VectorDense<Scalar>& vecR,
                                           double threshold, VectorDense<Scalar>& idxs, int& dummy,
                                           int& nLeading) {
   if (vecR.IsDataEmpty() || idxs.IsDataEmpty()) return VES_ERR_NULL_POINTER;
-  residualNorms = ColumnNorms(vecR);
+  residualNorms = TestedNorms(*this, vecR);
   const auto passes = [&](int j) {
     return IsBelow<Scalar>(residualNorms[static_cast<std::size_t>(j)], threshold);
   };

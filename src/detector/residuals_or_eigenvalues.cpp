@@ -31,7 +31,7 @@ VesReturnCode ResidualsOrEigenvalues<Scalar>::RunDense(const VectorDense<Scalar>
                                                        int& dummy, int& nLeading) {
   if (vecR.IsDataEmpty() || idxs.IsDataEmpty() || workD.IsDataEmpty() || vecD.IsDataEmpty())
     return VES_ERR_NULL_POINTER;
-  residualNorms = ColumnNorms(vecR);
+  residualNorms = TestedNorms(*this, vecR);
   const auto passes = [&](int j) {
     const double norm = residualNorms[static_cast<std::size_t>(j)];
     const double change = static_cast<double>(std::abs(workD(j) - vecD(j)));

@@ -2,7 +2,6 @@
 
 #include "../cholesky/scalapack_chol.h"
 #include "../data/imaged.h"
-#include "group_products.h"
 #include "pass_loop.h"
 
 namespace Ves {
@@ -66,9 +65,10 @@ VesReturnCode CholeskyQR<Scalar>::BatchCholQR(VectorDense<Scalar>& vecX, VectorD
                                               const std::vector<int>& dispX, std::vector<int>& nXs,
                                               bool global) {
   const Imaged<Scalar> all(vecX, vecBX, vecAX);
-  const GroupProducts<Scalar> grams(vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
+  const auto grams =
+      TakeOrForm(this->knownGrams, vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
   for (std::size_t j = 0; j < nXs.size(); ++j) {
-    VectorDense<Scalar> gram = grams[j];
+    VectorDense<Scalar> gram = (*grams)[j];
     int info = -1;
     VES_ASSERT_GOOD(this->CholeskyFactorizer->RunChol(gram, info, 'U'));
     nXs[j] = ColumnRank(info, nXs[j]);

@@ -2,6 +2,7 @@
 #define VES_ORTHOGONALIZER_DENSE_ORTHOGONALIZER_H
 
 #include "../data/vector_dense.h"
+#include "group_products.h"
 #include "orthogonalizer.h"
 
 namespace Ves {
@@ -11,6 +12,8 @@ namespace Ves {
 template <typename Scalar>
 class VES_EXPORT DenseOrthogonalizer : public VesOrthogonalizer {
 public:
+  KnownProducts<Scalar> knownGrams; ///< of the groups of the next pass, which uses them up
+
   DenseOrthogonalizer();
 
   VesReturnCode Run(VesVectorBase& vecX, VesVectorBase& vecBX, const VesMatrixBase& matB,

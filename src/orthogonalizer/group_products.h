@@ -1,10 +1,13 @@
 #ifndef VES_ORTHOGONALIZER_GROUP_PRODUCTS_H
 #define VES_ORTHOGONALIZER_GROUP_PRODUCTS_H
 
+#include "../data/joint_sum.h"
 #include "../data/vector_dense.h"
 
 #include <algorithm>
+#include <memory>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 namespace Ves {
@@ -22,7 +25,7 @@ class GroupProducts {
 public:
   using Block = VectorDense<Scalar>;
 
-  /// Collective over X's comm when global.
+  /// Collective over X's comm when global; of the local rows otherwise.
   GroupProducts(const Block& vecX, const Groups& ofX, const Block& vecY, const Groups& ofY,
                 bool global)
       : m_rows(ofX.widths), m_cols(ofY.widths) {
@@ -48,11 +51,28 @@ public:
     return Block(m_all, 0, m_firsts[j], m_rows[j], m_cols[j]);
   }
 
+  /// Has the products of local rows summed with others.
+  void AddTo(JointSum<Scalar>& sum) const { sum.Add(m_all); }
+
 private:
   const std::vector<int> m_rows, m_cols; // copies: ranks may come in place of the widths
   std::vector<int> m_firsts;
   Block m_all;
 };
+
+/// Products that somebody has summed for the next pass, together with others; no storage where
+/// nobody has.
+template <typename Scalar>
+using KnownProducts = std::unique_ptr<GroupProducts<Scalar>>;
+
+/// The known products, which are used up, or new ones. Collective when global and none are known.
+template <typename Scalar>
+KnownProducts<Scalar> TakeOrForm(KnownProducts<Scalar>& known, const VectorDense<Scalar>& vecX,
+                                 const Groups& ofX, const VectorDense<Scalar>& vecY,
+                                 const Groups& ofY, bool global) {
+  if (known) return std::move(known);
+  return std::make_unique<GroupProducts<Scalar>>(vecX, ofX, vecY, ofY, global);
+}
 
 } // namespace Ves
 

@@ -1,7 +1,6 @@
 #include "svd_qr.h"
 
 #include "../eigensolver/scalapack_diag.h"
-#include "group_products.h"
 #include "pass_loop.h"
 
 #include <algorithm>
@@ -84,11 +83,12 @@ bool SvdQR<Scalar>::RunGroups(VectorDense<Scalar>& vecX, VectorDense<Scalar>& ve
                               VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
                               std::vector<int>& nXs, bool global) {
   const Imaged<Scalar> all(vecX, vecBX, vecAX);
-  const GroupProducts<Scalar> grams(vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
+  const auto grams =
+      TakeOrForm(this->knownGrams, vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
   bool areDone = true;
   for (std::size_t j = 0; j < nXs.size(); ++j) {
     const Imaged<Scalar> group = all.Columns(dispX[j], nXs[j]);
-    nXs[j] = TransformGroup(group, grams[j]);
+    nXs[j] = TransformGroup(group, (*grams)[j]);
     areDone = areDone && nXs[j] >= 0;
     nXs[j] = std::max(nXs[j], 0);
   }

@@ -1,7 +1,6 @@
 #include "gram_schmidt.h"
 
 #include "../data/imaged.h"
-#include "../orthogonalizer/group_products.h"
 #include "../orthogonalizer/pass_loop.h"
 
 namespace Ves {
@@ -107,10 +106,11 @@ VesReturnCode GramSchmidt<Scalar>::BatchGramSchm(const Block& vecX, const Block&
                                                  Block& vecAY, const Indices& dispX,
                                                  const Indices& nXs, const Indices& dispY,
                                                  const Indices& nYs, bool global) {
-  const GroupProducts<Scalar> overlaps(vecBX, {dispX, nXs}, vecY, {dispY, nYs}, global);
+  const auto overlaps =
+      TakeOrForm(knownOverlaps, vecBX, {dispX, nXs}, vecY, {dispY, nYs}, global);
   const Imaged<Scalar> basis(vecX, vecBX, vecAX), block(vecY, vecBY, vecAY);
   for (std::size_t j = 0; j < nXs.size(); ++j) {
-    const Block overlap = overlaps[j];
+    const Block overlap = (*overlaps)[j];
     const Imaged<Scalar> from = basis.Columns(dispX[j], nXs[j]);
     block.Columns(dispY[j], nYs[j]).ForEachWith(from, [&](Block& y, const Block& x) {
       VES_ASSERT_GOOD(y.Gemm(x, overlap, 'N', 'N', -1, 1));

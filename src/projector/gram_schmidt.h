@@ -2,6 +2,7 @@
 #define VES_PROJECTOR_GRAM_SCHMIDT_H
 
 #include "../data/vector_dense.h"
+#include "../orthogonalizer/group_products.h"
 #include "ortho_projector.h"
 
 namespace Ves {
@@ -13,6 +14,8 @@ class VES_EXPORT GramSchmidt : public VesOrthoProjector {
 public:
   using Block = VectorDense<Scalar>;
   using Indices = std::vector<int>;
+
+  KnownProducts<Scalar> knownOverlaps; ///< (BX)^H Y of the next pass, which uses them up
 
   GramSchmidt();
 

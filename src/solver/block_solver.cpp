@@ -223,15 +223,19 @@ void BlockSolver<Scalar>::InstallRunComponents(VesConvergeDetectorType lock,
   VES_ASSERT_GOOD(this->SetRankRevealer(chosenRankRevealer.value_or(rank)));
 }
 
-/// No process holds a NaN or an infinity in the vectors and their images under B. Collective.
 template <typename Scalar>
-bool BlockSolver<Scalar>::AllFinite(const Pairs& pairs) const {
+bool BlockSolver<Scalar>::HoldsFinite(const Pairs& pairs) const {
   const auto isClean = [&](const Block& block) {
     for (int j = 0; j < block.nCols; ++j)
       if (!std::all_of(block.Column(j), block.Column(j) + nPW, IsFinite<Scalar>)) return false;
     return true;
   };
-  int isFinite = isClean(pairs.X) && (!pairs.HasB() || isClean(pairs.BX)) ? 1 : 0;
+  return isClean(pairs.X) && (!pairs.HasB() || isClean(pairs.BX));
+}
+
+template <typename Scalar>
+bool BlockSolver<Scalar>::AllFinite(const Pairs& pairs) const {
+  int isFinite = HoldsFinite(pairs) ? 1 : 0;
   ReduceInPlace(&isFinite, 1, MPI_INT, MPI_MIN, rowComm);
   Replicate(isFinite);
   return isFinite == 1;

@@ -4,6 +4,8 @@
 #include "../data/imaged.h"
 #include "../data/replicate.h"
 #include "../interface/solver_base.h"
+#include "../orthogonalizer/dense_orthogonalizer.h"
+#include "../projector/gram_schmidt.h"
 #include "deflation.h"
 #include "self_check.h"
 #include "shared_images.h"
@@ -114,6 +116,13 @@ protected:
   /// Largest orthogonality error of count columns of a basis from first on, among themselves, against
   /// those before and what is deflated.
   double OrthoError(const Pairs& basis, int first, int count) const;
+  /// The components, which take products that were summed for them along with others.
+  DenseOrthogonalizer<Scalar>& Orthonormalizer() const {
+    return static_cast<DenseOrthogonalizer<Scalar>&>(*this->Orthogonalizer);
+  }
+  GramSchmidt<Scalar>& Projector() const {
+    return static_cast<GramSchmidt<Scalar>&>(*this->OrthoProjector);
+  }
   /// Passes around orthogonalizer and projector, and within them.
   int Passes() const { return RaisedPasses(maxOrthoIter); }
   int InnerPasses() const { return RaisedPasses(maxOrthoInnerIter); }
@@ -123,6 +132,8 @@ protected:
   /// max_j |x_j^H B x_j - 1|: what a rotation by orthonormal coefficients lost because its basis
   /// was not B-orthonormal. Collective: one reduction of a number per column.
   double UnitNormError(const Pairs& pairs) const;
+  /// The same by the squares of the norms.
+  double UnitNormError(const std::vector<Scalar>& squares) const;
 
   /// \name Progress
   /// @{
@@ -139,8 +150,14 @@ protected:
   /// Gives up the pairs behind the first count: nBands falls, and their estimates become unknown.
   void NarrowBands(const Block& estimates, int count) const;
 
-  /// Makes the columns of C B-orthonormal and B-orthogonal to Y; dependent columns are dropped, C
-  /// is narrowed to the rest. Images under A are not looked at. global is false for replicated
+  /// Gives columns unit length in the B product; those without length become zero columns.
+  void Normalize(const Pairs& c, bool global) const;
+  /// The same unless a process holds a NaN or an infinity in them, with one reduction for both.
+  /// Collective. \return none does
+  bool NormalizeIfFinite(const Pairs& c) const;
+
+  /// Makes the columns of C, which are of unit length, B-orthonormal and B-orthogonal to Y;
+  /// dependent columns are dropped, C is narrowed to the rest. Images under A are not looked at. global is false for replicated
   /// coefficient blocks.
   void ProjectAndOrthonormalize(const Pairs& y, Pairs& c, const VesMatrixBase& matB,
                                 bool global) const;
@@ -169,7 +186,10 @@ protected:
   void Replicate(std::vector<Value>& values) const {
     Ves::Replicate(values.data(), static_cast<int>(values.size()), rowComm, secondComm);
   }
-  bool AllFinite(const Pairs& pairs) const; ///< images under A are not looked at
+  /// No process holds a NaN or an infinity in the vectors and their images under B. Collective.
+  bool AllFinite(const Pairs& pairs) const;
+  /// Nor does this one. Local.
+  bool HoldsFinite(const Pairs& pairs) const;
 
 private:
   friend class SelfCheck<Scalar>;

@@ -106,10 +106,27 @@ int BlockSolver<Scalar>::LeadingOrthonormal(const Pairs& pairs, double tolerance
 }
 
 template <typename Scalar>
-void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Pairs& y, Pairs& c,
-                                                   const VesMatrixBase& matB, bool global) const {
+bool BlockSolver<Scalar>::NormalizeIfFinite(const Pairs& c) const {
+  std::vector<Scalar> sums = c.X.LocalProducts(c.BX);
+  sums.back() = HoldsFinite(c) ? MathConstants<Scalar>::ZERO : MathConstants<Scalar>::ONE;
+  MpiWrapper<Scalar>::AllReduce(sums.data(), sums.size(), MPI_SUM, rowComm);
+  int isFinite = sums.back() == MathConstants<Scalar>::ZERO ? 1 : 0;
+  Replicate(isFinite);
+  if (isFinite == 0) return false;
+  c.X.ScaleToUnit(c.BX, sums);
+  RestoreZeroColumns(c.X, c.BX);
+  return true;
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::Normalize(const Pairs& c, bool global) const {
   VES_ASSERT_GOOD(c.X.Normalize(c.BX, global));
   RestoreZeroColumns(c.X, c.BX);
+}
+
+template <typename Scalar>
+void BlockSolver<Scalar>::ProjectAndOrthonormalize(const Pairs& y, Pairs& c,
+                                                   const VesMatrixBase& matB, bool global) const {
   RepeatPasses(
       Passes(), PassTol(), secondComm,
       [&](bool) {
@@ -129,8 +146,7 @@ template <typename Scalar>
 void BlockSolver<Scalar>::ProjectAndOrthonormalizeShared(const Pairs& y, Pairs& c,
                                                          const VesMatrixBase& matB) const {
   if (AllFinite({c.X, c.X})) {
-    VES_ASSERT_GOOD(c.X.Normalize(c.X));
-    RestoreZeroColumns(c.X, c.X);
+    Normalize({c.X, c.X}, true);
     VES_ASSERT_GOOD(
         this->OrthoProjector->Run(y.X, y.BX, c.X, c.X, matB, true, InnerPasses(), orthoInnerTol));
     shared.Refresh(c);
@@ -158,16 +174,17 @@ void BlockSolver<Scalar>::ProjectAndOrthonormalizeShared(const Pairs& y, Pairs& 
 
 template <typename Scalar>
 double BlockSolver<Scalar>::UnitNormError(const Pairs& pairs) const {
-  const int n = pairs.Count();
-  std::vector<Scalar> s(static_cast<std::size_t>(n) + 1); // never null storage
-  for (int j = 0; j < n; ++j)
-    s[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
-        &nPW, &pairs.X(0, j), &MathConstants<int>::ONE, &pairs.BX(0, j), &MathConstants<int>::ONE);
-  MpiWrapper<Scalar>::AllReduce(s.data(), static_cast<unsigned long>(n), MPI_SUM, rowComm);
+  std::vector<Scalar> squares = pairs.X.LocalProducts(pairs.BX);
+  MpiWrapper<Scalar>::AllReduce(squares.data(), squares.size() - 1, MPI_SUM, rowComm);
+  squares.pop_back();
+  return UnitNormError(squares);
+}
+
+template <typename Scalar>
+double BlockSolver<Scalar>::UnitNormError(const std::vector<Scalar>& squares) const {
   double worst = 0.0;
-  for (int j = 0; j < n; ++j) {
-    const double error =
-        static_cast<double>(std::abs(s[static_cast<std::size_t>(j)] - MathConstants<Scalar>::ONE));
+  for (const Scalar square : squares) {
+    const double error = static_cast<double>(std::abs(square - MathConstants<Scalar>::ONE));
     if (!(error <= worst))
       worst = std::isnan(error) ? std::numeric_limits<double>::infinity() : error;
   }

@@ -37,15 +37,25 @@ void LobpcgSteps<Scalar>::OrthogonalizeResidual(const VesMatrixBase& matB,
   if (this->shared.IsPresent() && !check.IsCareful()) return OrthogonalizeShared(matB);
   residuals.RefreshB(matB);
   // A NaN or an infinity out of T or B must not pass for a direction without length.
-  if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(residuals))
-    info = 1;
-  else
+  if (!isGeneralized && !matP.IsPresent())
     OrthogonalizeBehind(FirstR(), nR, matB);
+  else if (this->NormalizeIfFinite(residuals))
+    OrthonormalizeBehind(FirstR(), nR, matB);
+  else
+    info = 1;
 }
 
 template <typename Scalar>
 void LobpcgSteps<Scalar>::OrthogonalizeBehind(int first, int& count,
                                               const VesMatrixBase& matB) const {
+  if (count == 0) return;
+  this->Normalize(Z(first, count), true);
+  OrthonormalizeBehind(first, count, matB);
+}
+
+template <typename Scalar>
+void LobpcgSteps<Scalar>::OrthonormalizeBehind(int first, int& count,
+                                               const VesMatrixBase& matB) const {
   if (count == 0) return;
   const Pairs before = Z(0, first);
   Pairs columns = Z(first, count);
@@ -53,6 +63,7 @@ void LobpcgSteps<Scalar>::OrthogonalizeBehind(int first, int& count,
   if (isGeneralized && check.IsCareful()) {
     // Cancellation has amplified the errors of images that were only updated.
     columns.RefreshB(matB);
+    this->Normalize(columns, true);
     this->ProjectAndOrthonormalize(before, columns, matB, true);
   }
   count = columns.Count();
@@ -88,10 +99,9 @@ void LobpcgSteps<Scalar>::ComputeRayleighRitzMatrix() const {
       workMY(workM, 0, nX + nP, nV, nY);
   const Pairs p = Z(FirstP(), nP), y = Z(FirstR(), nY);
   VES_ASSERT_GOOD(workMX.SetDiag(Estimates(nX)));
-  // The reduction of the P block runs on into the first rows of the next column, which only the
-  // product for the last block column fills: this order.
-  VES_ASSERT_GOOD(workMP.InnerProduct(p.X, p.AX, true));
-  VES_ASSERT_GOOD(workMY.InnerProduct(V().X, y.AX, true));
+  VES_ASSERT_GOOD(workMP.InnerProduct(p.X, p.AX, false));
+  VES_ASSERT_GOOD(workMY.InnerProduct(V().X, y.AX, false));
+  VES_ASSERT_GOOD(Block(workM, 0, nX, nV, nP + nY).AllReduce(MPI_SUM, workM.comm));
 }
 
 template <typename Scalar>
@@ -259,6 +269,7 @@ void LobpcgSteps<Scalar>::ComputeConjugateDirection() const {
   VES_ASSERT_GOOD(rowsOfX.Set2Zero());
   VES_ASSERT_GOOD(rowsOfNew.Set2Zero());
   Pairs directions(vecCP, vecCP);
+  this->Normalize(directions, false);
   this->ProjectAndOrthonormalize({vecCX, vecCX}, directions, VesMatrixEmpty(), false);
   nP = directions.Count();
   V().Rotate(directions.X, Z(nDeflated + nXseek, nP), workP);
@@ -274,6 +285,7 @@ void LobpcgSteps<Scalar>::CheckLocking() const {
   int dummy = 0;
   const Block vecD = Estimates(nXseek);
   idxsLock.SetDims(nXseek, 1, nXseek);
+  this->LockDetector->knownNorms = this->ConvergeDetector->residualNorms;
   VES_ASSERT_GOOD(
       this->LockDetector->Run(workR, workD, vecD, threshold * mu, idxsLock, dummy, nLocked));
   // With another detector the test for locking may be the looser one.

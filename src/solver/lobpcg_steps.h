@@ -93,6 +93,8 @@ protected:
   /// B-orthonormalizes the count columns of workZ from first on, whose images under B are in place,
   /// against all before and in themselves; count becomes the rank.
   void OrthogonalizeBehind(int first, int& count, const VesMatrixBase& matB) const;
+  /// The same for columns of unit length.
+  void OrthonormalizeBehind(int first, int& count, const VesMatrixBase& matB) const;
   void ApplyMatrixA(const VesMatrixBase& matA) const;
   void ComputeRayleighRitzMatrix() const;
   void DiagonalizeRayleighRitzMatrix() const;

@@ -51,7 +51,6 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
   Report();
   for (iter = 0; iter < iterLimit; ++iter) {
     if (nX < 1 || check.IsOver()) return;
-    if (IsRotationDue()) RestartUnlessSound(matA, matB, soundError);
     RayleighRitzRotation(matA, matB);
     if (info != 0) return; // X and its images are still those of the last iteration
     ComputeResiduals();
@@ -60,10 +59,12 @@ void PPCG<Scalar>::Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
     CheckLocking();
     PreconditionedResiduals(matP);
     PartitionBlocks();
-    OrthogonalizeConjugateDirections(matB);
+    ProjectDirections(matB, matP.IsPresent());
     SoftLocking();
-    OrthogonalizeResiduals(matB, matP);
+    SumProducts(matB, isGeneralized || matP.IsPresent());
     if (info != 0) return;
+    OrthogonalizeConjugateDirections(matB);
+    OrthogonalizeResiduals(matB);
     AssembleActiveResiduals(matA);
     WatchProgress(matA, matB);
     ComputeRayleighRitzMatrix();
@@ -82,12 +83,15 @@ void PPCG<Scalar>::OrthogonalizeInitialGuess(const VesMatrixBase& matA,
   Active().RefreshA(matA);
 }
 
-/// M = X^H A X; in every rrPeriod-th iteration X is rotated to its eigenvectors.
+/// M = X^H A X; in every rrPeriod-th iteration X is tested, and rotated to its eigenvectors.
 template <typename Scalar>
 void PPCG<Scalar>::RayleighRitzRotation(const VesMatrixBase& matA,
                                         const VesMatrixBase& matB) const {
   if (std::exchange(isMergeDue, false)) MergeBlocks();
-  ProjectActive();
+  if (!check.IsOn() || !IsRotationDue())
+    ProjectActive();
+  else if (RestartIfAbove(soundError, ProjectAndTest(), matA, matB))
+    ProjectActive();
   if (Asymmetry() > asymmetry) {
     MergeBlocks();
     Restart(matA, matB);
@@ -144,6 +148,23 @@ void PPCG<Scalar>::ProjectActive() const {
   workD.SetDims(nX, 1, nX);
   VES_ASSERT_GOOD(workM.InnerProduct(Active().X, Active().AX));
   isRotated = false;
+}
+
+/// M, and with it in one sum the orthogonality error of X.
+template <typename Scalar>
+double PPCG<Scalar>::ProjectAndTest() const {
+  const Pairs x = Z(0, nBands);
+  workM.SetDims(nX, nX, nX);
+  workD.SetDims(nX, 1, nX);
+  VES_ASSERT_GOOD(workM.InnerProduct(Active().X, Active().AX, false));
+  isRotated = false;
+  const std::vector<int> first{0}, all{nBands};
+  GroupProducts<Scalar> gram(x.X, {first, all}, x.BX, {first, all}, false);
+  JointSum<Scalar> sum;
+  sum.Add(workM);
+  gram.AddTo(sum);
+  sum.Reduce(workM.comm);
+  return gram[0].OrthogonalityError(true);
 }
 
 template <typename Scalar>
@@ -217,6 +238,7 @@ void PPCG<Scalar>::CheckLocking() const {
   int dummy = 0;
   Block vecD = Estimates();
   idxsLock.SetDims(nX, 1, nX);
+  this->LockDetector->knownNorms = this->ConvergeDetector->residualNorms;
   VES_ASSERT_GOOD(
       this->LockDetector->Run(workR, workD, vecD, threshold * mu, idxsLock, dummy, nLocked));
   // With another detector the test for locking may be the looser one.
@@ -242,18 +264,48 @@ void PPCG<Scalar>::PreconditionedResiduals(const VesMatrixBase& matP) const {
     VES_ASSERT_GOOD(matP.Apply(vecTmpR, vecR));
   else
     VES_ASSERT_GOOD(vecR.CopyData(vecTmpR));
-  ScaleResiduals(vecR, matP.IsPresent());
+}
+
+/// P against all X, and R brought near to 1, with one sum for what both need.
+template <typename Scalar>
+void PPCG<Scalar>::ProjectDirections(const VesMatrixBase& matB, bool isPreconditioned) const {
+  const Pairs x = Z(0, nBands), p = Z(nBands, nP);
+  const Block vecR = Columns(workZ, 2 * nBands, nR);
+  std::vector<double> norms = this->ConvergeDetector->residualNorms;
+  const bool areKnown = !isPreconditioned && !norms.empty();
+  JointSum<Scalar> sum;
+  std::vector<Scalar> squares;
+  if (!areKnown) {
+    squares = vecR.LocalProducts(vecR);
+    sum.Add(squares.data(), squares.size());
+  }
+  if (nP > 0) {
+    this->Projector().knownOverlaps = std::make_unique<GroupProducts<Scalar>>(
+        x.BX, Groups{{0}, {nBands}}, p.X, Groups{{0}, {nP}}, false);
+    this->Projector().knownOverlaps->AddTo(sum);
+  }
+  if (!areKnown || nP > 0) sum.Reduce(workZ.comm);
+  if (!areKnown) {
+    squares.pop_back();
+    norms.clear();
+    for (const Scalar square : squares)
+      norms.push_back(static_cast<double>(std::abs(std::sqrt(square))));
+  }
+  ScaleResiduals(norms);
+  if (nP > 0)
+    VES_ASSERT_GOOD(this->OrthoProjector->Run(x.X, x.BX, x.AX, p.X, p.BX, p.AX, matB, true,
+                                              this->InnerPasses(), orthoInnerTol));
 }
 
 /// The orthogonalizers take columns that are small in absolute terms for dependent ones: a common
 /// power of two brings R near to 1, or with the self-check one for each column, but for those that
 /// are no more than rounding errors beside the largest, which keep their distance from it.
 template <typename Scalar>
-void PPCG<Scalar>::ScaleResiduals(Block& vecR, bool isPreconditioned) const {
+void PPCG<Scalar>::ScaleResiduals(const std::vector<double>& tested) const {
   constexpr int most = std::numeric_limits<RealType<Scalar>>::max_exponent - 2;
-  const std::vector<double>& tested = this->ConvergeDetector->residualNorms;
-  std::vector<double> norms = isPreconditioned || tested.empty() ? ColumnNorms(vecR) : tested;
-  norms.erase(norms.begin(), norms.end() - vecR.nCols); // of columns that were locked since
+  if (nR == 0) return;
+  const Block vecR = Columns(workZ, 2 * nBands, nR);
+  std::vector<double> norms(tested.end() - nR, tested.end()); // without columns locked since
   this->Replicate(norms);
   const double largest = *std::max_element(norms.begin(), norms.end());
   if (!(largest > 0.0) || std::isinf(largest)) return;
@@ -267,13 +319,40 @@ void PPCG<Scalar>::ScaleResiduals(Block& vecR, bool isPreconditioned) const {
   }
 }
 
-/// P against all X, then each P_j in itself; further passes bring P_j against X_j again.
+/// The Gram matrices of the P_j and the products of X with R in one sum, and whether R is finite.
+template <typename Scalar>
+void PPCG<Scalar>::SumProducts(const VesMatrixBase& matB, bool isWatched) const {
+  const Pairs x = Z(0, nBands), r = Z(2 * nBands, nR), z = Z();
+  r.RefreshB(matB);
+  JointSum<Scalar> sum;
+  if (nP > 0) {
+    this->Orthonormalizer().knownGrams = std::make_unique<GroupProducts<Scalar>>(
+        z.X, Groups{dispP, nPs}, z.BX, Groups{dispP, nPs}, false);
+    this->Orthonormalizer().knownGrams->AddTo(sum);
+  }
+  int notFinite = 0;
+  Scalar count = isWatched && !this->HoldsFinite(r) ? MathConstants<Scalar>::ONE
+                                                    : MathConstants<Scalar>::ZERO;
+  if (nR > 0) {
+    this->Projector().knownOverlaps = std::make_unique<GroupProducts<Scalar>>(
+        x.BX, Groups{{0}, {nBands}}, r.X, Groups{{0}, {nR}}, false);
+    this->Projector().knownOverlaps->AddTo(sum);
+    sum.Add(&count, 1);
+  }
+  if (nP > 0 || nR > 0) sum.Reduce(workZ.comm);
+  // A NaN or an infinity out of T or B must not pass for a direction without length.
+  if (isWatched) {
+    notFinite = count == MathConstants<Scalar>::ZERO ? 0 : 1;
+    this->Replicate(notFinite);
+    info = notFinite;
+  }
+}
+
+/// Each P_j in itself; further passes bring it against X_j again.
 template <typename Scalar>
 void PPCG<Scalar>::OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const {
   if (nP == 0) return;
-  const Pairs x = Z(0, nBands), p = Z(nBands, nP), z = Z();
-  VES_ASSERT_GOOD(this->OrthoProjector->Run(x.X, x.BX, x.AX, p.X, p.BX, p.AX, matB, true,
-                                            this->InnerPasses(), orthoInnerTol));
+  const Pairs z = Z();
   std::vector<double> orthoErrors(nPs.size(), 0.0);
   std::vector<int> nPsTmp;
   RepeatPasses(
@@ -314,17 +393,10 @@ void PPCG<Scalar>::SoftLocking() const {
 /// R against all X, then each R_j against P_j and in itself; further passes bring R_j against X_j
 /// again.
 template <typename Scalar>
-void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB,
-                                          const VesMatrixBase& matP) const {
+void PPCG<Scalar>::OrthogonalizeResiduals(const VesMatrixBase& matB) const {
   if (nR == 0) return;
   const Pairs x = Z(0, nBands), r = Z(2 * nBands, nR);
   nOffered = std::accumulate(nRs.begin(), nRs.end(), 0);
-  r.RefreshB(matB);
-  // A NaN or an infinity out of T or B must not pass for a direction without length.
-  if ((isGeneralized || matP.IsPresent()) && !this->AllFinite(r)) {
-    info = 1;
-    return;
-  }
   VES_ASSERT_GOOD(this->OrthoProjector->Run(x.X, x.BX, r.X, r.BX, matB, true, this->InnerPasses(),
                                             orthoInnerTol));
   // Cancellation has amplified the errors of images that were only updated.

@@ -96,6 +96,8 @@ private:
   void ConfirmBlock(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RefreshImages(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   bool RestartUnlessSound(const VesMatrixBase& matA, const VesMatrixBase& matB, double limit) const;
+  bool RestartIfAbove(double limit, double orthoError, const VesMatrixBase& matA,
+                      const VesMatrixBase& matB) const;
   double StrictError() const { return Limit::soundBlock * orthoTol; }
   bool ReplaceStrays(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
@@ -107,6 +109,7 @@ private:
   void RayleighRitzRotation(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   double Asymmetry() const;
   void ProjectActive() const;
+  double ProjectAndTest() const;
   void EstimateValues() const;
   void RotateActive() const;
   void ComputeResiduals() const;
@@ -114,10 +117,12 @@ private:
   void CheckConvergence(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void CheckLocking() const;
   void PreconditionedResiduals(const VesMatrixBase& matP) const;
-  void ScaleResiduals(Block& vecR, bool isPreconditioned) const;
-  void OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const;
+  void ProjectDirections(const VesMatrixBase& matB, bool isPreconditioned) const;
+  void ScaleResiduals(const std::vector<double>& norms) const;
   void SoftLocking() const;
-  void OrthogonalizeResiduals(const VesMatrixBase& matB, const VesMatrixBase& matP) const;
+  void SumProducts(const VesMatrixBase& matB, bool isWatched) const;
+  void OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const;
+  void OrthogonalizeResiduals(const VesMatrixBase& matB) const;
   void OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const;
   void AssembleActiveResiduals(const VesMatrixBase& matA) const;
   void ComputeRayleighRitzMatrix() const;

@@ -14,6 +14,13 @@ bool PPCG<Scalar>::RestartUnlessSound(const VesMatrixBase& matA, const VesMatrix
   double orthoError = 0.0;
   const Pairs x = Z(0, nBands);
   VES_ASSERT_GOOD(x.X.CheckOrthogonality(x.BX, orthoError, true, true));
+  return RestartIfAbove(limit, orthoError, matA, matB);
+}
+
+/// The error is that of process 0.
+template <typename Scalar>
+bool PPCG<Scalar>::RestartIfAbove(double limit, double orthoError, const VesMatrixBase& matA,
+                                  const VesMatrixBase& matB) const {
   this->Replicate(orthoError);
   if (orthoError <= limit) return false;
   if (isGeneralized) soundError = std::min(2.0 * orthoError, Limit::unitNorm);

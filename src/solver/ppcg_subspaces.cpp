@@ -148,9 +148,16 @@ template <typename Scalar>
 void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
                                              const VesMatrixBase& matB) const {
   if (nX == 0) return;
+  if (check.IsRestartDue()) return Restart(matA, matB);
   const Pairs x = Active();
-  if (check.IsRestartDue() || (check.IsOn() && this->UnitNormError(x) > Limit::unitNorm))
-    return Restart(matA, matB);
+  const std::vector<int> first{0}, all{nX};
+  auto gram = std::make_unique<GroupProducts<Scalar>>(x.X, Groups{first, all}, x.BX,
+                                                      Groups{first, all}, true);
+  std::vector<Scalar> squares;
+  for (int j = 0; j < nX; ++j)
+    squares.push_back((*gram)[0](j, j));
+  if (check.IsOn() && this->UnitNormError(squares) > Limit::unitNorm) return Restart(matA, matB);
+  this->Orthonormalizer().knownGrams = std::move(gram);
   int colRank = 0;
   const VesReturnCode code = VES_ASSERT_GOOD_OR(
       VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(x.X, x.BX, x.AX, matB, colRank, true,

@@ -141,8 +141,8 @@ TEST(Collectives, ReductionsOfAnIteration) {
     bool usesBT;
     long long inFive;
   } cases[] = {
-      {VES_LOBPCG, false, 40},      {VES_LOBPCG, true, 45}, {VES_LOBPCG_BATCH, false, 40},
-      {VES_LOBPCG_BATCH, true, 45}, {VES_PPCG, false, 56},  {VES_PPCG, true, 66},
+      {VES_LOBPCG, false, 30},      {VES_LOBPCG, true, 30}, {VES_LOBPCG_BATCH, false, 30},
+      {VES_LOBPCG_BATCH, true, 30}, {VES_PPCG, false, 40},  {VES_PPCG, true, 40},
   };
   for (const auto& c : cases)
     for (const int nBands : {4, 12}) {
