@@ -4,6 +4,7 @@
 #include "../parallel/mpi_wrapper.h"
 #include "../parallel/run_meter.h"
 #include "../parallel/thread_team.h"
+#include "column_product.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -223,10 +224,8 @@ VesReturnCode VectorDense<Scalar>::Norm(const VesVectorBase& vecX, bool global) 
   if (vecX.nCols != this->nRows || this->nCols != 1) return VES_ERR_INCOMPATIBLE;
   if (!IsDense<Scalar>(vecX)) return VES_ERR_UNSUPPORTED;
   const VectorDense& x = AsDense<Scalar>(vecX);
-  ShareColumns(x.nRows, x.nCols, [&](int j) {
-    (*this)(j) = MathKernel<Scalar>::Dot(&x.nRows, x.Column(j), &MathConstants<int>::ONE,
-                                         x.Column(j), &MathConstants<int>::ONE);
-  });
+  ShareColumns(x.nRows, x.nCols,
+               [&](int j) { (*this)(j) = ColumnProduct(x.nRows, x.Column(j), x.Column(j)); });
   if (global) this->AllReduce(MPI_SUM, this->comm);
   for (int j = 0; j < this->nRows; ++j)
     (*this)(j) = std::sqrt((*this)(j));
@@ -242,8 +241,7 @@ VesReturnCode VectorDense<Scalar>::Normalize(VesVectorBase& vecY, bool global) {
   // stay in step with the other processes.
   std::vector<Scalar> s(static_cast<std::size_t>(this->nCols) + 1);
   ShareColumns(this->nRows, this->nCols, [&](int j) {
-    s[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
-        &this->nRows, Column(j), &MathConstants<int>::ONE, y.Column(j), &MathConstants<int>::ONE);
+    s[static_cast<std::size_t>(j)] = ColumnProduct(this->nRows, Column(j), y.Column(j));
   });
   if (global)
     MpiWrapper<Scalar>::AllReduce(s.data(), static_cast<unsigned long>(this->nCols), MPI_SUM,

@@ -1,5 +1,6 @@
 #include "block_solver.h"
 
+#include "../data/column_product.h"
 #include "../data/finite_entries.h"
 #include "../orthogonalizer/pass_loop.h"
 #include "../parallel/mpi_wrapper.h"
@@ -161,8 +162,7 @@ double BlockSolver<Scalar>::UnitNormError(const Pairs& pairs) const {
   const int n = pairs.Count();
   std::vector<Scalar> s(static_cast<std::size_t>(n) + 1); // never null storage
   for (int j = 0; j < n; ++j)
-    s[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
-        &nPW, &pairs.X(0, j), &MathConstants<int>::ONE, &pairs.BX(0, j), &MathConstants<int>::ONE);
+    s[static_cast<std::size_t>(j)] = ColumnProduct(nPW, &pairs.X(0, j), &pairs.BX(0, j));
   MpiWrapper<Scalar>::AllReduce(s.data(), static_cast<unsigned long>(n), MPI_SUM, rowComm);
   double worst = 0.0;
   for (int j = 0; j < n; ++j) {

@@ -63,8 +63,8 @@ struct Spread : Ves::VectorDense<Scalar> {
 };
 
 template <typename Scalar>
-struct LargeBlocks : testing::Test {};
-TYPED_TEST_SUITE(LargeBlocks, AllScalars);
+struct LargeOperations : testing::Test {};
+TYPED_TEST_SUITE(LargeOperations, AllScalars);
 
 /// Entries of what the operations leave, all blocks with this leading dimension.
 template <typename Scalar>
@@ -112,7 +112,7 @@ std::vector<Wide> Results(int ld) {
   return all;
 }
 
-TYPED_TEST(LargeBlocks, OperationsAreThoseOfSmallOnes) {
+TYPED_TEST(LargeOperations, AreThoseOfSmallBlocks) {
   const std::vector<Wide> expected = Results<TypeParam>(1103), given = Results<TypeParam>(farApart);
   ASSERT_EQ(given.size(), expected.size());
   double largest = 0.0, error = 0.0;
@@ -121,6 +121,17 @@ TYPED_TEST(LargeBlocks, OperationsAreThoseOfSmallOnes) {
     error = std::max(error, std::abs(given[i] - expected[i]));
   }
   EXPECT_LE(error, 100.0 * eps<TypeParam> * largest);
+}
+
+/// In single precision a sum of so many squares has stopped growing long before its end.
+TEST(LargeBlocks, NormsOfLongColumns) {
+  constexpr int n = 1 << 24;
+  Spread<float> x(n, 1, n), norm(1, 1, 1);
+  x.Fill([](int, int) { return 1.0F / 3; });
+  EXPECT_EQ(norm.Norm(x), VES_GOOD);
+  EXPECT_NEAR(norm(0) / 4096, 1.0 / 3, 2e-4);
+  EXPECT_EQ(x.Normalize(x), VES_GOOD);
+  EXPECT_NEAR(x(n - 1, 0) * 4096, 1.0, 6e-4);
 }
 
 std::vector<int> counts; ///< of the collectives that were noted
