@@ -76,8 +76,8 @@ struct VES_EXPORT VesSolverBase {
   /// Largest order whose workspaces in the dense eigensolvers stay within 32 bits: these hold up to
   /// 2 n^2 + 8 n numbers and ask for them in single precision, rounded up.
   static constexpr int largestDenseOrder = 32765;
-  /// Order of the largest dense eigenproblem of a run for so many pairs, which is refused where it
-  /// is above that. It keeps the columns of all blocks within 32 bits, too.
+  /// Order of the largest dense eigenproblem in a run for so many pairs. A run is refused where it
+  /// is above the largest one, which keeps the columns of all blocks within 32 bits, too.
   virtual long long DenseOrder(int) const { return 0; }
 
   /// Settings that only the derived class has: like those of this class they must be the same on
