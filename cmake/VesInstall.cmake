@@ -16,12 +16,13 @@ install(FILES include/ves.h include/ves.hpp include/ves_operators.hpp include/ve
 foreach(header
     cholesky/cholesky_factorizer cholesky/lapack_chol cholesky/scalapack_chol
     data/assertion data/imaged data/matrix_base data/matrix_shell data/metered_operator
-    data/replicate data/shared_products data/vector_base data/vector_dense
+    data/panelled_operator data/replicate data/shared_products data/vector_base data/vector_dense
     detector/converge_detector detector/eigenvalues detector/flag_pairs
     detector/relative_residuals detector/residuals detector/residuals_or_eigenvalues
     eigensolver/dense_eigensolver eigensolver/lapack_diag eigensolver/scalapack_diag
     interface/solver_base
-    kernel/instantiate kernel/math_constants kernel/math_kernel kernel/scalar_traits
+    kernel/in_pieces kernel/instantiate kernel/math_constants kernel/math_kernel
+    kernel/scalar_traits
     orthogonalizer/cholesky_qr orthogonalizer/dense_orthogonalizer orthogonalizer/orthogonalizer
     orthogonalizer/svd_qr
     parallel/blacs_wrapper parallel/mpi_wrapper parallel/thread_team

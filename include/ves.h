@@ -139,7 +139,8 @@ typedef struct VesSolverBase* VesSolver;
 /// Called on the processes that hold at least one row, with their own rows, in the same order and
 /// with the same number of columns. It may communicate among those; one that needs all processes
 /// asks for it by VesMatrixSetCalledEverywhere. No exception may leave it: a failure is told by NaN
-/// in y, which ends the run.
+/// in y, which ends the run. A run keeps ld nCols below 2^31 on all processes, or nCols at 1: wider
+/// blocks come in panels of columns, the same on all.
 typedef void (*VesShellMatVec)(void* shellData, void* x, void* y, int nRows, int nCols, int ld);
 
 /// Multiplies a block by A and by B at once, where both share work: ax = A x and bx = B x, all three
@@ -222,7 +223,7 @@ VES_EXPORT VesReturnCode VesMatrixSetRows_f(VesMatrix matrix, MPI_Fint comm, int
 /// Y = Op X, n x k both, outside of a run: by the routine or the entries of an operator, or by
 /// those for single precision where X is of that. Collective as far as the operator is: k and the
 /// scalar type must be the same on all processes, and one whose operands are refused, since each
-/// checks its own, leaves its neighbours waiting.
+/// checks its own, leaves its neighbours waiting. A routine gets the block as it is.
 /// \return -7 matrix, X or Y is null; -5 scalar types differ; -7 there are neither routine nor
 ///         entries; -5 the entries are distributed otherwise than X; -1 ld of X below its rows;
 ///         -1 communicators or shapes of X and Y differ; -7 a block without storage; -1 leading
@@ -270,7 +271,7 @@ VES_EXPORT void* VesVectorDenseGetValues(VesVector vector) VES_NOEXCEPT;
 /// Without allocate it keeps the leading dimension, and copy is ignored. On failure after the
 /// creation the new handle is the caller's to destroy.
 /// \return -7 src or out is null; -5, -4 as VesVectorCreate; -7 src is without values to copy;
-///         -1 the storage cannot be had (beyond 32 bits or out of memory); 0
+///         -1 the storage cannot be had; 0
 VES_EXPORT VesReturnCode VesVectorReplicate(VesVector src, VesVector* out, bool allocate,
                                             bool copy) VES_NOEXCEPT;
 
@@ -288,8 +289,9 @@ VES_EXPORT VesReturnCode VesVectorNorm(VesVector x, VesVector norms) VES_NOEXCEP
 /// \return -1 A, X, D or R is null; -6 shapes, or communicators or scalar types of X and R, differ;
 ///         -5 scalar types differ; -7 a block without storage or an operator without a routine;
 ///         -5 an operator of entries is distributed otherwise than X;
-///         -1 ld below the rows, or a block beyond 32 bits; -1 this process cannot have the
-///         storage, which the others are not told; 0
+///         -1 ld below the rows; -1 ld k is 2^31 or more: take some columns at a time, as many on
+///         all processes; -1 this process cannot have the storage; what one refuses the others are
+///         not told; 0
 VES_EXPORT VesReturnCode VesEigResidual(VesMatrix A, VesMatrix B, VesVector X, VesVector D,
                                         VesVector R) VES_NOEXCEPT;
 
@@ -405,7 +407,7 @@ VES_EXPORT VesReturnCode VesGetSolverConv(VesSolver solver, int* nConv) VES_NOEX
 ///         they have entries) is without storage, or an operator that is used has no routine;
 ///         -5 an operator of entries is distributed otherwise than X;
 ///         -5 the communicators of X and D differ; -1 ld below the rows of X (where it has columns)
-///         or D, or a run beyond 32 bits, as VesSolverMemory tells before; -5 processes disagree on
+///         or D, or too many pairs, as VesSolverMemory tells before; -5 processes disagree on
 ///         k, on the kind or a setting of the solver, on whether there is a monitor, a T, or a B
 ///         that is used, or on where an operator is called; -1 some process cannot have the
 ///         workspace; 0
@@ -564,11 +566,9 @@ VES_EXPORT VesReturnCode VesSolverSetWanted(VesSolver solver, int count) VES_NOE
 VES_EXPORT VesReturnCode VesSolverSetDeflation(VesSolver solver, VesVector Y) VES_NOEXCEPT;
 
 /// Forecast of the bytes that a run takes on this process beside the caller's blocks, for nRows
-/// local rows (and leading dimension) and nCols pairs, as the solver is set now. A run that leaves
-/// 32 bits is refused: with k pairs and b = min(k, batch limit or sub-block) the widest block has
-/// 3 k columns, of VES_LOBPCG_BATCH k + 2 b, and must hold less than 2^31 entries on each process;
-/// the largest dense problem is of order 3 k, of the other two max(k, 3 b), and at most 32765; PPCG
-/// also keeps ceil(k / b) tiles of order 3 b, less than 2^31 entries in all. PPCG takes more than
+/// local rows (and leading dimension) and nCols pairs, as the solver is set now. A run for too many
+/// pairs is refused: with k of them and b = min(k, batch limit or sub-block) the largest dense
+/// problem is of order 3 k, of the other two max(k, 3 b), and at most 32765. PPCG takes more than
 /// the forecast, as with b = k, once its sub-blocks have turned out to depend on each other.
 /// \return -7 solver or bytes is null; -1 a dimension is negative; -1 a run would be refused; 0
 VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols, bool generalized,
@@ -580,7 +580,7 @@ VES_EXPORT VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols,
 /// storage of X once more, with B twice, and k^2 numbers.
 /// \return -1 A, X or D is null; -7 maxResidual or maxOrthoError is null; -5 scalar types differ;
 ///         -7 a block without storage or an operator without a routine; -5 an operator of entries
-///         is distributed otherwise than X; -1 ld below the rows, or a block or k^2 beyond 32 bits;
+///         is distributed otherwise than X; -1 ld below the rows;
 ///         -6 D is not k x 1; -5 processes disagree on k, on whether there is a B, or on where an
 ///         operator is called; -1 some process cannot have the storage; 0
 VES_EXPORT VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVector D,

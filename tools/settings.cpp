@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
-#include <limits>
 #include <sstream>
 
 namespace VesTools {
@@ -72,15 +71,12 @@ bool IsSmall(int order, int pairs, const SolverOptions& options) {
   return (order - 1) / 4 < pairs && options.type.value_or(VES_LOBPCG) == VES_LOBPCG;
 }
 
-// Guards of a run that is not told how many, which they do not make too large for the library: it
-// counts the entries of three blocks by 32 bits. Collective.
-template <typename Scalar>
-int GuardsOf(const Problem<Scalar>& problem, int order, int pairs, bool isSmall) {
-  const double rows = std::max(Largest(problem.LocalRows(), problem.comm), 1.0);
-  const double columns = std::min(std::numeric_limits<int>::max() / rows, 32765.0) / 3.0;
-  const int most = static_cast<int>(std::max(columns - pairs, 0.0));
+// Guards of a run that is not told how many, with which its dense problems stay within the order
+// that the library takes.
+int GuardsOf(bool isInverseExact, int order, int pairs, bool isSmall) {
+  const int most = std::max(32765 / 3 - pairs, 0);
   if (isSmall) return std::clamp((order + 1) / 2 - pairs, 0, most);
-  if (problem.isInverseExact) return 0;
+  if (isInverseExact) return 0;
   return std::min(std::clamp(pairs / 4, 2, 8), most);
 }
 
@@ -98,9 +94,9 @@ RunSettings Decide(const Problem<Scalar>& problem, const SolverOptions& options,
                                " pairs are more than the order " + std::to_string(order) +
                                (deflated > 0 ? " that is left" : ""));
   const bool isSmall = IsSmall(order, settings.pairs, options);
-  settings.guard =
-      std::min(options.guard.value_or(GuardsOf(problem, order, settings.pairs, isSmall)),
-               order - settings.pairs);
+  settings.guard = std::min(
+      options.guard.value_or(GuardsOf(problem.isInverseExact, order, settings.pairs, isSmall)),
+      order - settings.pairs);
   const bool choosesNone = isSmall || problem.isInverseExact || options.seed.has_value();
   settings.innerSteps = options.innerSteps.value_or(choosesNone ? 0 : -1);
   settings.isMixed = options.precision == Precision::mixed || (problem.lowA && !isSmall);

@@ -1,10 +1,9 @@
 #ifndef VES_DATA_COLUMN_LOOPS_H
 #define VES_DATA_COLUMN_LOOPS_H
 
+#include "../kernel/in_pieces.h"
 #include "../parallel/thread_team.h"
 #include "vector_dense.h"
-
-#include <algorithm>
 
 namespace Ves {
 
@@ -14,8 +13,7 @@ template <typename Change>
 void ForEachPiece(int rows, int columns, Change change) {
   constexpr int most = 1024;
   ShareColumns(rows, columns, [&](int j) {
-    for (int first = 0; first < rows; first += most)
-      change(j, first, std::min(most, rows - first));
+    InPieces(rows, most, [&](int first, int count) { change(j, first, count); });
   });
 }
 

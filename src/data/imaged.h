@@ -1,6 +1,7 @@
 #ifndef VES_DATA_IMAGED_H
 #define VES_DATA_IMAGED_H
 
+#include "../kernel/in_pieces.h"
 #include "matrix_base.h"
 #include "shared_products.h"
 #include "vector_dense.h"
@@ -104,13 +105,13 @@ public:
 private:
   static void RotateRows(const Block& from, const Block& coefficients, const Block& to, int first,
                          int length, Block& scratch) {
-    for (const int end = first + length; first < end; first += bandRows) {
-      const int rows = std::min(bandRows, end - first);
-      Block band(to, first, 0, rows, to.nCols);
+    InPieces(length, int{bandRows}, [&](int before, int rows) {
+      const int row = first + before;
+      Block band(to, row, 0, rows, to.nCols);
       scratch.SetDims(rows, coefficients.nCols, rows);
-      VES_ASSERT_GOOD(scratch.Gemm(Block(from, first, 0, rows, from.nCols), coefficients));
+      VES_ASSERT_GOOD(scratch.Gemm(Block(from, row, 0, rows, from.nCols), coefficients));
       VES_ASSERT_GOOD(band.CopyData(scratch));
-    }
+    });
   }
 
   Imaged(const Imaged& whole, int first, int count)

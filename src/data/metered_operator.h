@@ -7,7 +7,7 @@
 namespace Ves {
 
 /// An operator of the caller that counts what it is applied to and the time that it takes.
-class MeteredOperator final : public VesMatrixBase {
+class MeteredOperator : public VesMatrixBase {
 public:
   mutable long long columns = 0;
   mutable double seconds = 0.0;

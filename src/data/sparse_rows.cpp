@@ -1,5 +1,6 @@
 #include "sparse_rows.h"
 
+#include "../kernel/in_pieces.h"
 #include "../kernel/math_kernel.h"
 #include "../parallel/agreement.h"
 #include "../parallel/thread_team.h"
@@ -149,14 +150,13 @@ bool SparseRows<Scalar>::Fits(const VesVectorBase& like) const {
 template <typename Scalar>
 template <typename Number>
 void SparseRows<Scalar>::Multiply(const Number* x, Number* y, int nCols, int ld) const {
-  for (int first = 0; first < nCols; first += m_exchange.MostColumns()) {
-    const int count = std::min(nCols - first, m_exchange.MostColumns());
+  InPieces(nCols, m_exchange.MostColumns(), [&](int first, int count) {
     const auto offset = static_cast<std::ptrdiff_t>(first) * ld;
     m_exchange.Begin(x + offset, count, ld);
     MultiplyEntries<false>(m_own, x + offset, 1, ld, y + offset, count, ld);
     const Number* const received = m_exchange.End<Number>();
     MultiplyEntries<true>(m_others, received, count, 1, y + offset, count, ld);
-  }
+  });
 }
 
 VES_INSTANTIATE(SparseRows);

@@ -1,8 +1,10 @@
 #include "vector_dense.h"
 
+#include "../parallel/messages.h"
 #include "../parallel/mpi_wrapper.h"
 #include "../parallel/run_meter.h"
 #include "../parallel/thread_team.h"
+#include "column_product.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -77,10 +79,11 @@ bool VectorDense<Scalar>::IsEqual(const VesVectorBase& other) const {
 
 /// ld x nCols, the entries that storage holds and whole-block communication sends.
 template <typename Scalar>
-int VectorDense<Scalar>::NumEntries() const {
+std::size_t VectorDense<Scalar>::NumEntries() const {
+  constexpr std::int64_t most = std::numeric_limits<std::ptrdiff_t>::max() / sizeof(Scalar);
   const std::int64_t entries = static_cast<std::int64_t>(ld) * this->nCols;
-  if (entries < 0 || entries > std::numeric_limits<int>::max()) throw std::bad_array_new_length();
-  return static_cast<int>(entries);
+  if (entries < 0 || entries > most - ld) throw std::bad_array_new_length(); // with a column more
+  return static_cast<std::size_t>(entries);
 }
 
 template <typename Scalar>
@@ -88,7 +91,7 @@ VesReturnCode VectorDense<Scalar>::AllocateMem() {
   VES_ASSERT_GOOD(this->FreeMem());
   // One column of slack: matrix-vector kernels of OpenBLAS read up to a column past the end of a
   // matrix, which crashes where the next page is not mapped.
-  const std::size_t entries = static_cast<std::size_t>(NumEntries()) + static_cast<std::size_t>(ld);
+  const std::size_t entries = NumEntries() + static_cast<std::size_t>(ld);
   values = static_cast<Scalar*>(::operator new(entries * sizeof(Scalar), alignment));
   ownsValues = true;
   return VES_GOOD;
@@ -221,10 +224,8 @@ VesReturnCode VectorDense<Scalar>::Norm(const VesVectorBase& vecX, bool global) 
   if (vecX.nCols != this->nRows || this->nCols != 1) return VES_ERR_INCOMPATIBLE;
   if (!IsDense<Scalar>(vecX)) return VES_ERR_UNSUPPORTED;
   const VectorDense& x = AsDense<Scalar>(vecX);
-  ShareColumns(x.nRows, x.nCols, [&](int j) {
-    (*this)(j) = MathKernel<Scalar>::Dot(&x.nRows, x.Column(j), &MathConstants<int>::ONE,
-                                         x.Column(j), &MathConstants<int>::ONE);
-  });
+  ShareColumns(x.nRows, x.nCols,
+               [&](int j) { (*this)(j) = ColumnProduct(x.nRows, x.Column(j), x.Column(j)); });
   if (global) this->AllReduce(MPI_SUM, this->comm);
   for (int j = 0; j < this->nRows; ++j)
     (*this)(j) = std::sqrt((*this)(j));
@@ -246,8 +247,7 @@ template <typename Scalar>
 std::vector<Scalar> VectorDense<Scalar>::LocalProducts(const VectorDense& y) const {
   std::vector<Scalar> products(static_cast<std::size_t>(this->nCols) + 1);
   ShareColumns(this->nRows, this->nCols, [&](int j) {
-    products[static_cast<std::size_t>(j)] = MathKernel<Scalar>::Dot(
-        &this->nRows, Column(j), &MathConstants<int>::ONE, y.Column(j), &MathConstants<int>::ONE);
+    products[static_cast<std::size_t>(j)] = ColumnProduct(this->nRows, Column(j), y.Column(j));
   });
   return products;
 }
@@ -271,8 +271,11 @@ VesReturnCode VectorDense<Scalar>::AllReduce(MPI_Op op, MPI_Comm overComm) {
 
 template <typename Scalar>
 VesReturnCode VectorDense<Scalar>::BroadCast(MPI_Comm overComm) {
+  const MPI_Datatype type = MpiType<Scalar>();
   return static_cast<VesReturnCode>(
-      MPI_Bcast(values, NumEntries(), MpiType<Scalar>(), 0, overComm));
+      InMessages(values, NumEntries(), type, [&](void* start, int count) {
+        return MPI_Bcast(start, count, type, 0, overComm);
+      }));
 }
 
 VES_INSTANTIATE(VectorDense);

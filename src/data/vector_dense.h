@@ -55,7 +55,7 @@ public:
 
   /// Releases what it owns and allocates ld x nCols entries, 64-byte aligned and uninitialised,
   /// with a column of slack behind them.
-  /// Throws std::bad_array_new_length when their number is negative or exceeds 32 bits.
+  /// Throws std::bad_array_new_length when their number is negative or no address space has them.
   VesReturnCode AllocateMem() override;
   /// Releases owned storage. The address is kept: allocate or set storage before the next use.
   VesReturnCode FreeMem() override;
@@ -103,7 +103,8 @@ public:
   std::vector<Scalar> LocalProducts(const VectorDense& y) const;
   void ScaleToUnit(VectorDense& y, const std::vector<Scalar>& sums);
   /// In-place reduction of all ld x nCols entries, those between nRows and ld included.
-  /// Collective over overComm. \return the code of MPI
+  /// Collective over overComm. \return the code of MPI, of the first call that fails where these
+  /// are more than an int counts
   VesReturnCode AllReduce(MPI_Op op, MPI_Comm overComm) override;
   /// Broadcast of all ld x nCols entries from process 0. Collective. \return the code of MPI
   VesReturnCode BroadCast(MPI_Comm overComm) override;
@@ -156,7 +157,7 @@ private:
     return static_cast<std::size_t>(i) + static_cast<std::size_t>(j) * static_cast<std::size_t>(ld);
   }
   VesReturnCode Gram(const VectorDense& x);
-  int NumEntries() const;
+  std::size_t NumEntries() const;
 };
 
 /// A dense block of the given scalar type.

@@ -1,11 +1,9 @@
-#include "../data/vector_dense.h"
+#include "../data/panelled_operator.h"
 #include "operand_checks.h"
 #include "scalar_dispatch.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
-#include <limits>
 #include <new>
 
 using namespace Ves;
@@ -24,23 +22,31 @@ VesReturnCode LocalVerdict(const VesMatrixBase& A, const VesMatrixBase& B,
   if (LacksRoutine(A) || LacksRoutine(B)) return VES_ERR_NULL_POINTER;
   if (!HasRowsOf(A, X) || !HasRowsOf(B, X)) return VES_ERR_MISMATCH;
   if (X.ld < X.nRows || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
-  // Sizes are 32-bit, those of the Gram matrix too.
-  const std::int64_t entries = (static_cast<std::int64_t>(X.nCols) + 1) * std::max(X.ld, X.nCols);
-  if (entries > std::numeric_limits<int>::max()) return VES_ERR_INVALID_VALUE;
   return X.nCols == D.nRows && D.nCols == 1 ? VES_GOOD : VES_ERR_INCOMPATIBLE;
 }
 
 /// The pairs that are looked at, and what it takes to do so.
 template <typename Scalar>
 struct PairCheck {
-  const VesMatrixBase &A, &B;
   const VectorDense<Scalar>&X, &D;
+  ColumnPanels panels;
+  const PanelledOperator<Scalar> A, B;
   VectorDense<Scalar> AX{X.comm, X.auxComm, X.nRows, X.nCols, X.ld};
   VectorDense<Scalar> imageB{X.comm, X.auxComm, X.nRows, X.nCols, X.ld}; ///< storage only with a B
   VectorDense<Scalar> norms{X.comm, X.auxComm, X.nCols, 1, X.nCols};
   VectorDense<Scalar> gram{X.comm, X.auxComm, X.nCols, X.nCols, X.nCols};
 
-  /// Local. \return -1 the storage cannot be had here; 0
+  PairCheck(const VesMatrixBase& matA, const VesMatrixBase& matB, const VectorDense<Scalar>& vecX,
+            const VectorDense<Scalar>& vecD)
+      : X(vecX), D(vecD), A(matA, panels), B(matB, panels) {}
+
+  /// All processes, one reduction. \return -1 some process cannot have the storage; 0
+  VesReturnCode Begin() {
+    int largestLd = X.ld;
+    const VesReturnCode verdict = AgreeOnLargest(Allocate(), largestLd, X.comm);
+    panels = ColumnPanels::Of(largestLd);
+    return verdict;
+  }
   VesReturnCode Allocate() {
     try {
       for (VectorDense<Scalar>* const block : {&AX, &norms, &gram})
@@ -92,8 +98,8 @@ VesReturnCode VesCheckEigenpairs(VesMatrix A, VesMatrix B, VesVector X, VesVecto
     if (sameType) verdict = LocalVerdict(*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
     verdict = AgreeOn(verdict, {X->nCols, PartOf(*A), PartOf(matB)}, X->comm);
     if (verdict != VES_GOOD) return verdict;
-    PairCheck<Scalar> check{*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D)};
-    verdict = AgreeOn(check.Allocate(), {}, X->comm);
+    PairCheck<Scalar> check(*A, matB, AsDense<Scalar>(*X), AsDense<Scalar>(*D));
+    verdict = check.Begin();
     if (verdict != VES_GOOD) return verdict;
     *maxResidual = check.LargestResidual();
     *maxOrthoError = check.LargestOrthoError();

@@ -41,7 +41,7 @@ void Install(std::unique_ptr<SparseRows<Scalar>> entries, MatrixShell<Scalar>& m
 /// x and y share storage on this process.
 template <typename Scalar>
 bool Overlap(const VectorDense<Scalar>& x, const VectorDense<Scalar>& y) {
-  if (x.IsDataEmpty() || y.IsDataEmpty() || x.nRows * x.nCols == 0) return false;
+  if (x.IsDataEmpty() || y.IsDataEmpty() || x.nRows == 0 || x.nCols == 0) return false;
   const std::less<const Scalar*> isBefore;
   const auto end = [](const auto& block) { return block.Column(block.nCols - 1) + block.nRows; };
   return isBefore(x.Column(0), end(y)) && isBefore(y.Column(0), end(x));

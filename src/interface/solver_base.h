@@ -76,16 +76,9 @@ struct VES_EXPORT VesSolverBase {
   /// Largest order whose workspaces in the dense eigensolvers stay within 32 bits: these hold up to
   /// 2 n^2 + 8 n numbers and ask for them in single precision, rounded up.
   static constexpr int largestDenseOrder = 32765;
-  /// What is largest in a run, in numbers that no size overflows.
-  struct RunSizes {
-    double tallColumns;  ///< of the widest block of distributed rows
-    double smallEntries; ///< of the largest matrix that every process holds whole
-    double denseOrder;   ///< of the largest dense eigenproblem
-  };
-  /// A run is refused where these leave 32 bits. The default knows of the caller's blocks alone.
-  virtual RunSizes LargestSizes(int nCols) const {
-    return {static_cast<double>(nCols), static_cast<double>(nCols), 0.0};
-  }
+  /// Order of the largest dense eigenproblem in a run for so many pairs. A run is refused where it
+  /// is above the largest one, which keeps the columns of all blocks within 32 bits, too.
+  virtual long long DenseOrder(int) const { return 0; }
 
   /// Settings that only the derived class has: like those of this class they must be the same on
   /// all processes.

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <limits>
 #include <vector>
 
 using namespace Ves;
@@ -32,12 +31,9 @@ bool UsesB(const VesSolverBase& solver) {
   return solver.problemType == VES_PROBLEM_GENERALIZED;
 }
 
-/// Sizes are 32-bit: of blocks, and of the workspaces of the dense eigensolvers.
-bool FitsSizes(const VesSolverBase& solver, int ld, int nCols) {
-  constexpr double most = std::numeric_limits<int>::max();
-  const auto sizes = solver.LargestSizes(nCols);
-  return ld * sizes.tallColumns <= most && sizes.smallEntries <= most &&
-         sizes.denseOrder <= VesSolverBase::largestDenseOrder;
+/// The workspaces of the dense eigensolvers have 32-bit sizes.
+bool FitsSizes(const VesSolverBase& solver, int nCols) {
+  return solver.DenseOrder(nCols) <= VesSolverBase::largestDenseOrder;
 }
 
 /// Columns to be deflated are distributed as the vectors are.
@@ -47,8 +43,7 @@ VesReturnCode DeflationVerdict(const VesSolverBase& solver, const VectorDense<Sc
   const auto& Y = AsDense<Scalar>(*solver.deflation);
   if (!HaveStorage(Y, Y)) return VES_ERR_NULL_POINTER;
   if (Y.comm != X.comm || Y.auxComm != X.auxComm || Y.nRows != X.nRows) return VES_ERR_MISMATCH;
-  const bool isCounted = static_cast<double>(Y.nRows) * Y.nCols <= std::numeric_limits<int>::max();
-  return isCounted && (Y.nCols == 0 || Y.ld >= Y.nRows) ? VES_GOOD : VES_ERR_INVALID_VALUE;
+  return Y.nCols == 0 || Y.ld >= Y.nRows ? VES_GOOD : VES_ERR_INVALID_VALUE;
 }
 
 /// What this process alone can see of the blocks and operators of a run.
@@ -64,7 +59,7 @@ VesReturnCode LocalVerdict(const VesSolverBase& solver, const VesMatrixBase& A,
   if (X.comm != D.comm || X.auxComm != D.auxComm) return VES_ERR_MISMATCH;
   if ((X.nCols > 0 && X.ld < X.nRows) || D.ld < D.nRows) return VES_ERR_INVALID_VALUE;
   if (const VesReturnCode code = DeflationVerdict(solver, X); code != VES_GOOD) return code;
-  return FitsSizes(solver, X.ld, X.nCols) ? VES_GOOD : VES_ERR_INVALID_VALUE;
+  return FitsSizes(solver, X.nCols) ? VES_GOOD : VES_ERR_INVALID_VALUE;
 }
 
 /// Which operators have a routine for single precision: others are applied to fewer columns at a
@@ -306,7 +301,7 @@ VesReturnCode VesSolverMemory(VesSolver solver, int nRows, int nCols, bool gener
                               size_t* bytes) noexcept {
   if (solver == nullptr || bytes == nullptr) return VES_ERR_NULL_POINTER;
   if (nRows < 0 || nCols < 0) return VES_ERR_INVALID_VALUE;
-  if (!FitsSizes(*solver, std::max(nRows, 1), nCols)) return VES_ERR_INVALID_VALUE;
+  if (!FitsSizes(*solver, nCols)) return VES_ERR_INVALID_VALUE;
   *bytes = solver->Memory(nRows, nCols, generalized);
   return VES_GOOD;
 }

@@ -15,6 +15,13 @@ VesReturnCode AgreeOn(VesReturnCode verdict, const std::vector<int>& numbers, MP
   return static_cast<VesReturnCode>(-maxima[0]);
 }
 
+VesReturnCode AgreeOnLargest(VesReturnCode verdict, int& number, MPI_Comm comm) {
+  int maxima[] = {-static_cast<int>(verdict), number};
+  MPI_Allreduce(MPI_IN_PLACE, maxima, 2, MPI_INT, MPI_MAX, comm);
+  number = maxima[1];
+  return static_cast<VesReturnCode>(-maxima[0]);
+}
+
 bool HaveSameProcesses(MPI_Comm a, MPI_Comm b) {
   int result = MPI_UNEQUAL;
   MPI_Comm_compare(a, b, &result);

@@ -14,6 +14,9 @@ namespace Ves {
 VES_EXPORT VesReturnCode AgreeOn(VesReturnCode verdict, const std::vector<int>& numbers,
                                  MPI_Comm comm);
 
+/// The worst verdict, and a number becomes the largest of all processes, in one such reduction.
+VES_EXPORT VesReturnCode AgreeOnLargest(VesReturnCode verdict, int& number, MPI_Comm comm);
+
 /// The communicators are of the same processes in the same order: sums over one are sums over the
 /// other. Local.
 VES_EXPORT bool HaveSameProcesses(MPI_Comm a, MPI_Comm b);

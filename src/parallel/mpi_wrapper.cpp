@@ -2,9 +2,6 @@
 
 #include "run_meter.h"
 
-#include <limits>
-#include <new>
-
 namespace Ves {
 
 template <>
@@ -31,9 +28,7 @@ MPI_Datatype MpiType<std::complex<float>>() {
 template <typename Scalar>
 void MpiWrapper<Scalar>::AllReduce(Scalar* data, unsigned long count, MPI_Op op, MPI_Comm comm) {
   if (data == nullptr) return;
-  if (count > static_cast<unsigned long>(std::numeric_limits<int>::max()))
-    throw std::bad_array_new_length();
-  ReduceInPlace(data, static_cast<int>(count), MpiType<Scalar>(), op, comm);
+  ReduceInPlace(data, count, MpiType<Scalar>(), op, comm);
 }
 
 VES_INSTANTIATE(MpiWrapper);

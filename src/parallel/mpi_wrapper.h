@@ -29,8 +29,7 @@ public:
   virtual ~MpiWrapper() = default;
 
   /// Reduces count entries in place over comm. Collective; null data returns at once without
-  /// taking part, so every process must pass storage. Throws std::bad_array_new_length when count
-  /// does not fit the int of MPI.
+  /// taking part, so every process must pass storage.
   static void AllReduce(Scalar* data, unsigned long count, MPI_Op op, MPI_Comm comm);
 };
 

@@ -1,5 +1,7 @@
 #include "run_meter.h"
 
+#include "messages.h"
+
 namespace Ves {
 
 namespace {
@@ -29,14 +31,16 @@ RunMeter::DenseTime::~DenseTime() {
   m_meter->m_timesDense = false;
 }
 
-int ReduceInPlace(void* data, int count, MPI_Datatype type, MPI_Op op, MPI_Comm comm) {
-  if (current != nullptr) {
-    int size = 0;
-    MPI_Type_size(type, &size);
-    ++current->reductions;
-    current->bytesReduced += static_cast<long long>(count) * size;
-  }
-  return MPI_Allreduce(MPI_IN_PLACE, data, count, type, op, comm);
+int ReduceInPlace(void* data, std::size_t count, MPI_Datatype type, MPI_Op op, MPI_Comm comm) {
+  return InMessages(data, count, type, [&](void* start, int entries) {
+    if (current != nullptr) {
+      int size = 0;
+      MPI_Type_size(type, &size);
+      ++current->reductions;
+      current->bytesReduced += static_cast<long long>(entries) * size;
+    }
+    return MPI_Allreduce(MPI_IN_PLACE, start, entries, type, op, comm);
+  });
 }
 
 } // namespace Ves

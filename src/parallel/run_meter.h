@@ -4,6 +4,8 @@
 #include <mpi.h>
 #include <ves.h>
 
+#include <cstddef>
+
 namespace Ves {
 
 /// What a run costs, counted where it happens: from its construction to its end a meter is the
@@ -40,14 +42,15 @@ public:
   };
 
 private:
-  friend int ReduceInPlace(void*, int, MPI_Datatype, MPI_Op, MPI_Comm);
+  friend int ReduceInPlace(void*, std::size_t, MPI_Datatype, MPI_Op, MPI_Comm);
   RunMeter* m_outer;
   bool m_timesDense = false;
 };
 
-/// MPI_Allreduce in place, counted by the current meter: what a run reduces goes this way. The
-/// agreements before it (agreement.h) do not.
-VES_EXPORT int ReduceInPlace(void* data, int count, MPI_Datatype type, MPI_Op op, MPI_Comm comm);
+/// MPI_Allreduce in place, counted by the current meter: what a run reduces goes this way, more
+/// than an int counts by several reductions. The agreements before it (agreement.h) do not.
+VES_EXPORT int ReduceInPlace(void* data, std::size_t count, MPI_Datatype type, MPI_Op op,
+                             MPI_Comm comm);
 
 } // namespace Ves
 

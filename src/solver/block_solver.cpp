@@ -1,7 +1,6 @@
 #include "block_solver.h"
 
 #include "../data/finite_entries.h"
-#include "../data/metered_operator.h"
 #include "../parallel/agreement.h"
 #include "../parallel/blacs_wrapper.h"
 #include "../parallel/run_meter.h"
@@ -33,7 +32,7 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
   const ThreadTeam team(threads);
   const RunMeter meter;
   const double start = MPI_Wtime();
-  const MeteredOperator a(matA), b(matB), t(matP);
+  const PanelledOperator<Scalar> a(matA, panels), b(matB, panels), t(matP, panels);
   meteredA = &a;
   Block& vecX = AsDense<Scalar>(vecQ);
   VesReturnCode code = BeginDeflation(vecX, b);
@@ -41,7 +40,7 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
       seenT(t, outside, DeflatedOperator<Scalar>::vectors);
   InnerSteps<Scalar> inner(seenA, b, seenT, UsesB(matB), InnerPace(innerSteps, a, b, t),
                            [&] { return InnerShift(); });
-  shared = UsesB(matB) ? SharedImages<Scalar>(matA, matB, a, b, outside) : SharedImages<Scalar>();
+  if (UsesB(matB)) shared = SharedImages<Scalar>(matA, matB, a, b, outside);
   LowLeg<Scalar> low(*this, vecX);
   const VesMatrixBase* preconditioner = &seenT;
   if (innerSteps != 0) {
@@ -58,7 +57,7 @@ VesReturnCode BlockSolver<Scalar>::Solve(const VesMatrixBase& matA, const VesMat
   earlier = {};
   if (code != VES_GOOD) return code;
   stats = {};
-  for (const MeteredOperator* const op : {&a, &b, &t})
+  for (const auto* const op : {&a, &b, &t})
     stats.secondsOperators += op->seconds;
   stats.columnsA = a.columns;
   stats.columnsB = b.columns;
@@ -164,8 +163,10 @@ VesReturnCode BlockSolver<Scalar>::AllocateOnAll(const WorkspacePlan<Scalar>& pl
   } catch (const std::bad_alloc&) {
     verdict = VES_ERR_INVALID_VALUE;
   }
+  int largestLd = ldQ;
   for (const MPI_Comm comm : {rowComm, secondComm})
-    verdict = AgreeOn(verdict, {}, comm);
+    verdict = AgreeOnLargest(verdict, largestLd, comm);
+  panels = ColumnPanels::Of(largestLd);
   if (verdict != VES_GOOD) plan.Free();
   return verdict;
 }

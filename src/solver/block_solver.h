@@ -2,6 +2,7 @@
 #define VES_SOLVER_BLOCK_SOLVER_H
 
 #include "../data/imaged.h"
+#include "../data/panelled_operator.h"
 #include "../data/replicate.h"
 #include "../interface/solver_base.h"
 #include "../orthogonalizer/dense_orthogonalizer.h"
@@ -69,9 +70,7 @@ public:
   /// Those blocks, and what is in use only for a while: the workspace of the largest
   /// eigendecomposition or that of the orthogonalizer, as they are chosen now.
   std::size_t Memory(int nRows, int nCols, bool generalized) const override;
-  VesSolverBase::RunSizes LargestSizes(int nCols) const override {
-    return Plan(1, 1, nCols, false).LargestSizes();
-  }
+  long long DenseOrder(int nCols) const override { return Plan(1, 1, nCols, false).denseOrder; }
 
 protected:
   BlockSolver();
@@ -92,7 +91,8 @@ protected:
   void InstallRunComponents(VesConvergeDetectorType lock, VesOrthogonalizerType rank) const;
 
   /// Storage for the blocks of a run, before anything is computed: on all processes or on none.
-  /// Collective over both communicators, with reductions that do not count as those of the run.
+  /// Collective over both communicators, with reductions that do not count as those of the run, and
+  /// that tell how wide a block the operators may be given.
   /// \return -1 some process cannot have it, and none keeps any; 0
   VesReturnCode AllocateOnAll(const WorkspacePlan<Scalar>& plan) const;
 
@@ -217,6 +217,7 @@ private:
   }
 
   mutable const MeteredOperator* meteredA = nullptr; ///< of the run under way
+  mutable ColumnPanels panels;                       ///< known once storage has been agreed on
   /// What earlier legs of the run under way have taken.
   struct Taken {
     int iterations = 0;

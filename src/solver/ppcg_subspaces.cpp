@@ -95,14 +95,13 @@ void PPCG<Scalar>::UpdateEigenVectors() const {
     VES_ASSERT_GOOD(vecCP.AllocateMem());
     GatherDirections(Block(tile, nXs[j], 0, nRest, nXs[j]), vecCP);
     Z().ForEach([&](const Block& basis) {
-      for (int first = 0; first < nPW; first += Pairs::bandRows) {
-        const int rows = std::min(Pairs::bandRows, nPW - first);
+      InPieces(nPW, int{Pairs::bandRows}, [&](int first, int rows) {
         GatherSubspace(basis, j, first, rows);
         Block vecX(basis, first, dispX[j], rows, nXs[j]),
             vecP(basis, first, dispP[j], rows, nXs[j]);
         VES_ASSERT_GOOD(vecX.Gemm(Block(workT, 0, 0, rows, nVs[j]), vecCX));
         VES_ASSERT_GOOD(vecP.Gemm(Block(workT, 0, nXs[j], rows, nRest), vecCP));
-      }
+      });
     });
   }
   nP = SumOf(nXs);

@@ -2,7 +2,7 @@
 #define VES_SOLVER_SHARED_IMAGES_H
 
 #include "../data/imaged.h"
-#include "../data/metered_operator.h"
+#include "../data/panelled_operator.h"
 #include "../data/replicate.h"
 #include "../parallel/thread_team.h"
 #include "deflation.h"
@@ -20,11 +20,12 @@ namespace Ves {
 template <typename Scalar>
 class SharedImages {
 public:
+  using Operator = PanelledOperator<Scalar>;
   SharedImages() = default;
   /// The counters of the run take what is multiplied here. Absent, where A and B have no routine in
   /// common.
-  SharedImages(const VesMatrixBase& matA, const VesMatrixBase& matB, const MeteredOperator& a,
-               const MeteredOperator& b, const Deflation<Scalar>& outside)
+  SharedImages(const VesMatrixBase& matA, const VesMatrixBase& matB, const Operator& a,
+               const Operator& b, const Deflation<Scalar>& outside)
       : m_a(&a), m_b(&b), m_outside(&outside), m_isCalledEverywhere(matA.isCalledEverywhere) {
     const bool isOfBoth = matA.shared != nullptr && matA.shared == matB.shared &&
                           matA.shared->A == &matA && matA.shared->B == &matB;
@@ -54,9 +55,11 @@ private:
     const double start = MPI_Wtime();
     const Block& x = pairs.X;
     const ThreadTeam::Rest rest;
-    if (x.nCols > 0 && (x.nRows > 0 || m_isCalledEverywhere))
-      m_routine->call(m_routine->data, x.values, pairs.AX.values, pairs.BX.values, x.nRows, x.nCols,
-                      x.ld);
+    if (x.nRows > 0 || m_isCalledEverywhere)
+      InPieces(x.nCols, m_a->Panels().width, [&](int first, int count) {
+        m_routine->call(m_routine->data, x.Column(first), pairs.AX.Column(first),
+                        pairs.BX.Column(first), x.nRows, count, x.ld);
+      });
     m_a->seconds += MPI_Wtime() - start;
     m_a->columns += x.nCols;
     m_b->columns += x.nCols;
@@ -65,7 +68,7 @@ private:
   /// Makes the images of a column by A and B instead. \return they were those, up to half the digits
   bool AgreesOn(const Imaged<Scalar>& column) const {
     std::array<double, 4> squares{}; // of differences and sizes
-    const auto compare = [&](const MeteredOperator& op, Block& image, std::size_t at) {
+    const auto compare = [&](const Operator& op, Block& image, std::size_t at) {
       const std::vector<Scalar> given(image.Column(0), image.Column(0) + image.nRows);
       VES_ASSERT_GOOD(op.Apply(column.X, image));
       for (int i = 0; i < image.nRows; ++i) {
@@ -84,7 +87,7 @@ private:
   }
 
   std::shared_ptr<const VesMatrixBase::SharedRoutine> m_routine;
-  const MeteredOperator *m_a = nullptr, *m_b = nullptr;
+  const Operator *m_a = nullptr, *m_b = nullptr;
   const Deflation<Scalar>* m_outside = nullptr;
   bool m_isCalledEverywhere = false, m_isTried = false;
 };

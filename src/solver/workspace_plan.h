@@ -24,20 +24,18 @@ public:
   WorkspacePlan(int nRows, int ld) : m_nRows(nRows), m_ld(std::max(ld, 1)) {}
 
   /// A block of distributed rows.
-  void AddTall(Block& block, long long cols) {
-    m_items.push_back({&block, m_nRows, cols, m_ld, true});
-  }
+  void AddTall(Block& block, long long cols) { m_items.push_back({&block, m_nRows, cols, m_ld}); }
   /// Scratch of rotations in place of up to so many columns.
   void AddBand(Block& block, long long cols) {
     AddSmall(block, Imaged<Scalar>::RowsOfBand(m_nRows), cols);
   }
   /// A matrix that every process holds whole.
   void AddSmall(Block& block, long long rows, long long cols) {
-    m_items.push_back({&block, rows, cols, std::max(rows, 1LL), false});
+    m_items.push_back({&block, rows, cols, std::max(rows, 1LL)});
   }
 
-  /// Gives the blocks their shapes, without storage. Throws std::bad_array_new_length where one
-  /// leaves 32 bits.
+  /// Gives the blocks their shapes, without storage. Throws std::bad_array_new_length where rows or
+  /// columns of one leave 32 bits.
   void Shape(MPI_Comm rowComm, MPI_Comm secondComm) const {
     for (const Item& item : m_items) {
       if (std::max(item.ld, item.cols) > std::numeric_limits<int>::max())
@@ -63,21 +61,10 @@ public:
     return entries * sizeof(Scalar);
   }
 
-  VesSolverBase::RunSizes LargestSizes() const {
-    VesSolverBase::RunSizes sizes{0.0, 0.0, static_cast<double>(denseOrder)};
-    for (const Item& item : m_items) {
-      const double rows = static_cast<double>(item.rows), cols = static_cast<double>(item.cols);
-      double& largest = item.isTall ? sizes.tallColumns : sizes.smallEntries;
-      largest = std::max(largest, item.isTall ? cols : rows * cols);
-    }
-    return sizes;
-  }
-
 private:
   struct Item {
     Block* block;
     long long rows, cols, ld;
-    bool isTall;
   };
 
   int m_nRows, m_ld;

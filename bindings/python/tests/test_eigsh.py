@@ -64,6 +64,20 @@ def test_what_types_are_taken_for():
     assert ves.eigsh(lambda X: line(30) @ X, 2, n=30).vectors.dtype == np.float64
 
 
+def test_residuals_of_wide_blocks_come_in_panels(monkeypatch):
+    A, widths = line(60), []
+
+    def multiply(X):
+        widths.append(X.shape[1])
+        return A @ X
+
+    monkeypatch.setattr(ves._settings, "LARGEST_INT", 130)  # entries of two columns
+    result = ves.eigsh(multiply, 5, n=60, guard=0)
+    assert widths[-3:] == [2, 2, 1]
+    expected = np.linalg.norm(A @ result.vectors - result.vectors * result.values, axis=0)
+    assert np.allclose(result.residuals, expected, rtol=1e-3, atol=1e-14)
+
+
 def test_forms_of_an_operator():
     A, seen = line(60), []
 

@@ -255,19 +255,22 @@ class Problem:
         return self.total_rows - self._deflated_rank - empty
 
     @property
+    def panel(self):
+        """Columns that hold no more entries than the library counts by an int on any process, but
+        at least one. Collective."""
+        return max(_settings.LARGEST_INT // max(*self.team.gather(self.rows), 1), 1)
+
+    @property
     def has_entries(self):
         """Whether A and B are matrices, of which copies can be made."""
         return self.A.is_matrix and (self.B is None or self.B.is_matrix)
 
-    def require_fit(self, k, wanted_columns):
-        """Refuses more pairs than rows, and blocks that the library cannot count. Local."""
+    def require_fit(self, k):
+        """Refuses more pairs than rows. Local."""
         if k > self.order:
             beside = " beside what is deflated" if self.deflated is not None else ""
             raise ValueError(f"k = {k} pairs are wanted of a problem with {self.order}"
                              f" rows{beside}")
-        if max(self.rows, 1) * wanted_columns > _settings.LARGEST_INT:
-            raise ValueError(f"{wanted_columns} columns of {self.rows} rows are more than 2**31 - 1"
-                             " entries: spread the rows over more processes")
 
     def operator(self, stack, operand, is_mixed=False):
         """The library's operator of an operand, which the stack releases; None for None. For runs

@@ -54,13 +54,6 @@ class Settings:
         """Wanted pairs and guards."""
         return self.k + self.guard
 
-    @property
-    def widest_block(self):
-        """Columns of the widest block of a run."""
-        if self.solver != "lobpcg_batch":
-            return 3 * self.columns
-        return self.columns + 2 * min(self.columns, self.batch_limit)
-
     def threshold(self, norm_A, norm_B):
         """What the convergence test compares with."""
         if self.absolute_tol is not None:
@@ -128,12 +121,12 @@ def _at_once(solver, batch, k):
     return k if solver == "lobpcg" else min(k, batch or SUB_BLOCK)
 
 
-def _guards(guard, k, order, processes, is_exact, is_small):
+def _guards(guard, k, order, is_exact, is_small):
     """Columns behind the wanted ones: "auto" takes a quarter as many, 2 to 8, none where T is exact,
-    and of a small problem what makes half of it; as far as the library can count the order of dense
-    problems and the entries of three blocks."""
+    and of a small problem what makes half of it; as far as the library takes the order of dense
+    problems."""
     if guard == "auto":
-        most = min(LARGEST_ORDER, LARGEST_INT // max(order // processes, 1)) // 3
+        most = LARGEST_ORDER // 3
         if is_small:
             guard = max((order + 1) // 2 - k, 0)
         else:
@@ -175,7 +168,7 @@ def complete(k, order, dtype, team, *, guard="auto", inner="auto", precision="au
     """
     k = whole("k", k, 1, LARGEST_ORDER)
     is_small = _is_small(order, k, solver)
-    guard = _guards(guard, k, order, team.size, is_exact, is_small)
+    guard = _guards(guard, k, order, is_exact, is_small)
     solver, batch, batch_limit = _choose_solver(solver, batch, k, order)
     if 3 * _at_once(solver, batch, k + guard) > LARGEST_ORDER:
         raise ValueError(f"{k} pairs of solver {solver!r} with batch {batch} make dense problems"

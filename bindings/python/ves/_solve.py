@@ -170,7 +170,7 @@ def eigsh(A, k=None, B=None, *, which="SA", T="auto", sigma=None, X0=None, defla
                 preconditioner=name, is_exact=is_exact, repeatable=seed is not None,
                 everywhere=bool(everywhere),
                 deflated=0 if deflate is None else problem.deflated.shape[1])
-            problem.require_fit(settings.k, settings.widest_block)
+            problem.require_fit(settings.k)
             if seed is not None:
                 _settings.whole("seed", seed, 0, np.inf)
             if monitor is not None and not callable(monitor):
@@ -281,7 +281,7 @@ class _Run:
             in_run = problem.columns_applied()
             residuals = self._history[-1].residuals
             if self._settings.verify or np.any(np.isnan(residuals)):
-                residuals = self._residuals(stack, A, B, X, D)
+                residuals = self._residuals(A, B)
             beside = self._probed + problem.columns_applied() - in_run
             return self._describe(solver, residuals, beside)
 
@@ -297,17 +297,24 @@ class _Run:
         self._history.append(progress)
         return self._monitor is not None and bool(self._monitor(progress))
 
-    def _residuals(self, stack, A, B, X, D):
+    def _residuals(self, A, B):
         """Residual norms of all pairs, from A applied once more."""
-        team, guard = self._problem.team, self._problem.guard
-        storage = guard.attempt(np.zeros_like, self._vectors)
+        problem, guard = self._problem, self._problem.guard
+        residuals = guard.attempt(np.zeros_like, self._vectors)
+        norms = np.zeros_like(self._values)
         guard.settle()
-        R = stack.enter_context(Block(storage, team))
-        norms = stack.enter_context(Block(np.zeros_like(self._values), team))
-        call("VesEigResidual", A, B, X, D, R.handle)
-        guard.settle()
-        call("VesVectorNorm", R.handle, norms.handle)
-        return norms.array.real[:, 0].copy()
+        width = problem.panel
+        for first in range(0, len(norms), width):
+            part = slice(first, first + width)
+            with contextlib.ExitStack() as stack:
+                X, R, D, lengths = (
+                    stack.enter_context(Block(array, problem.team)).handle
+                    for array in (self._vectors[:, part], residuals[:, part], self._values[part],
+                                  norms[part]))
+                call("VesEigResidual", A, B, X, D, R)
+                guard.settle()
+                call("VesVectorNorm", R, lengths)
+        return norms.real[:, 0].copy()
 
     def _describe(self, solver, residuals, beside):
         """The result of a run, with the columns of A and B that were multiplied beside it."""

@@ -48,7 +48,7 @@ def check(A, values, vectors, B=None, *, comm=None, everywhere=False):
             if given.shape not in ((k,), (k, 1)) or given.dtype.kind not in "biuf":
                 raise ValueError(f"values must be real numbers for the {k} columns of vectors"
                                  f", not {given.dtype} of shape {given.shape}")
-            problem.require_fit(_settings.whole("number of vectors", k, 1), k + 1)
+            problem.require_fit(_settings.whole("number of vectors", k, 1))
             return given.reshape(k, 1)
 
         D = np.asfortranarray(problem.agreed(take).astype(problem.dtype))
