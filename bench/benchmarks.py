@@ -206,8 +206,8 @@ def dense(bench, _):
     return ("Real symmetric matrices as LOBPCG makes them, one thread for each process. Seconds "
             "with the lowest third of the vectors, as LOBPCG asks for, of the fastest; of each the "
             "times over that with this third and with all. Those that cannot leave vectors out "
-            "compute all in both. Below order 300 all but LAPACK for the lowest are LAPACK. A column "
-            "is empty where the library was built without ELPA.\n\n"
+            "compute all in both. Below order 300 all but LAPACK for the lowest are LAPACK. A "
+            "column is empty where the library was built without ELPA.\n\n"
             + table(["order, processes", "s", *kinds.values()], rows))
 
 

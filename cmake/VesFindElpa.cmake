@@ -1,6 +1,6 @@
-# Links ELPA into the library, where VES_ELPA asks for it, and leaves its sources out elsewhere. ELPA
-# itself brings the BLAS, LAPACK and ScaLAPACK that it needs, which must be those of the program.
-# Afterwards VES_HAS_ELPA says whether it is in.
+# Links ELPA to the library, where VES_ELPA asks for it, and leaves the sources that need it out
+# elsewhere; VES_HAS_ELPA says which. ELPA itself brings the BLAS, LAPACK and ScaLAPACK that it
+# needs, which must be those of the program.
 set_property(CACHE VES_ELPA PROPERTY STRINGS OFF ON AUTO)
 set(VES_HAS_ELPA FALSE)
 if(VES_ELPA)

@@ -165,7 +165,7 @@ TYPED_TEST(DenseTest, LowestVectors) {
         Problem<TypeParam>(n, -2.5).FindLowest(*solver, nAsked, nAsked);
         Problem<TypeParam> equal(n, -2.5);
         std::fill(equal.d.begin() + nAsked / 2, equal.d.begin() + std::min(nAsked + 3, n),
-                  equal.d[nAsked / 2]);
+                  equal.d.data()[nAsked / 2]);
         equal.Fill();
         equal.FindLowest(*solver, nAsked, std::min(nAsked + 3, n));
       }

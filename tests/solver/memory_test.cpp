@@ -151,7 +151,7 @@ TYPED_TEST(Memory, ForecastIsWithinFivePercent) {
         const auto forecast = static_cast<double>(use.forecast),
                    used = static_cast<double>(use.peak);
         EXPECT_LE(used, 1.05 * forecast) << evd;
-        // For the lowest vectors alone LAPACK takes less than for all, which a step may ask for, too.
+        // For the lowest vectors alone LAPACK takes less than for all, which some steps ask for.
         EXPECT_GE(used, (evd == VES_LAPACK_LOWEST_DIAG ? 0.9 : 0.95) * forecast) << evd;
         if (c.k < 100) break; // dense problems are small beside tall blocks
       }
