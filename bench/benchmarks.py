@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Times whole runs in interleaved rounds and writes docs/performance_figures.md and its pictures.
 
-  benchmarks.py BUILD DOCS [--parts split guide additions growth kernels] [--rounds N]
+  benchmarks.py BUILD DOCS [--parts split guide additions growth dense kernels] [--rounds N]
 
 BUILD holds solve from a build with VES_PROFILE_STEPS; raw results stay in BUILD/benchmarks.jsonl.
 Parts that are not measured stay in the page as they are.
@@ -20,6 +20,7 @@ TITLES = {
     "split": "Where the time goes",
     "guide": "Solver, block and lock factor",
     "additions": "Guards, precision and inner steps",
+    "dense": "Dense eigensolvers",
     "kernels": "Kernels of BLAS",
     "growth": "Growth",
 }
@@ -78,6 +79,15 @@ class Bench:
             kind = kind.replace("std::complex<double", "complex")
             rates[name, kind, int(rows), int(cols)] = rate, unit
         return rates
+
+    def dense(self, order, processes, rounds):
+        """{kind: times with all vectors and with the lowest third}"""
+        command = ["mpirun", "--oversubscribe", "--allow-run-as-root", "-np", str(processes),
+                   str(self.programs / "dense"), str(order), str(rounds)]
+        done = subprocess.run(command, env=environment(None), capture_output=True, text=True,
+                              check=True, timeout=900)
+        lines = [line for line in done.stdout.splitlines() if line.startswith("{")]
+        return {line["kind"]: line for line in map(json.loads, lines)}
 
     def medians(self, runs, rounds=None):
         """Interleaved rounds over runs = {key: arguments of once}; per key that of median time."""
@@ -180,6 +190,25 @@ def additions(bench, _):
             "that and the columns of A in both precisions. A quarter as many guards as pairs, 2 to "
             "8; inner steps as chosen by times; A, B and T have routines in single precision.\n\n"
             + table(["problem", "s", *(name for name in added if name != "none")], rows))
+
+
+def dense(bench, _):
+    kinds = {"lapack": "LAPACK", "lapack-lowest": "LAPACK, lowest", "scalapack": "ScaLAPACK",
+             "elpa": "ELPA", "elpa-two-stage": "ELPA, two-stage"}
+    rows = []
+    for order in (96, 192, 384, 768, 1536, 3000):
+        for processes in (1, 2) if order in (768, 3000) else (1,):
+            found = bench.dense(order, processes, rounds=1 if order == 3000 else 5)
+            best = min(time["third"] for time in found.values())
+            rows.append([f"{order}, {processes}", f"{best:.4g}"] + [
+                f"{found[kind]['third'] / best:.2f}, {found[kind]['whole'] / best:.2f}"
+                if kind in found else "" for kind in kinds])
+    return ("Real symmetric matrices as LOBPCG makes them, one thread for each process. Seconds "
+            "with the lowest third of the vectors, as LOBPCG asks for, of the fastest; of each the "
+            "times over that with this third and with all. Those that cannot leave vectors out "
+            "compute all in both. Below order 300 all but LAPACK for the lowest are LAPACK. A "
+            "column is empty where the library was built without ELPA.\n\n"
+            + table(["order, processes", "s", *kinds.values()], rows))
 
 
 def has(flag):

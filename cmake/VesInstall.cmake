@@ -25,7 +25,7 @@ foreach(header
     kernel/scalar_traits
     orthogonalizer/cholesky_qr orthogonalizer/dense_orthogonalizer orthogonalizer/orthogonalizer
     orthogonalizer/svd_qr
-    parallel/blacs_wrapper parallel/mpi_wrapper parallel/thread_team
+    parallel/blacs_wrapper parallel/cyclic_layout parallel/mpi_wrapper parallel/thread_team
     projector/gram_schmidt projector/ortho_projector
     solver/block_solver solver/deflation solver/lobpcg solver/lobpcg_batch solver/lobpcg_steps
     solver/ppcg solver/progress_watch solver/self_check solver/shared_images solver/tolerances

@@ -90,8 +90,11 @@ typedef enum VesProblemType VES_ENUM_BASE {
 
 /// Dense eigensolver for the small projected problems.
 typedef enum VesDenseEigenSolverType VES_ENUM_BASE {
-  VES_LAPACK_DIAG = 0,   ///< LAPACK on one process
-  VES_SCALAPACK_DIAG = 1 ///< ScaLAPACK from order 300 on, LAPACK below (default)
+  VES_LAPACK_DIAG = 0,         ///< LAPACK on one process
+  VES_SCALAPACK_DIAG = 1,      ///< ScaLAPACK from order 300 on, LAPACK below (default)
+  VES_ELPA_DIAG = 2,           ///< ELPA from order 300 on, LAPACK below, where it is built in
+  VES_ELPA_TWO_STAGE_DIAG = 3, ///< the same by way of a band matrix
+  VES_LAPACK_LOWEST_DIAG = 4   ///< LAPACK on one process, of only the vectors that are used
 } VesDenseEigenSolverType;
 
 /// Test for convergence and locking of a pair with residual r = A x - lambda B x. The relative test
@@ -330,7 +333,7 @@ VES_EXPORT VesReturnCode VesSolverSetThreshold(VesSolver solver, double threshol
 
 /// Chooses the dense eigensolver of the projected problems; releases the one before it as
 /// VesSolverDestroy does.
-/// \return -7 solver is null; -4 unknown kind; 0
+/// \return -7 solver is null; -4 unknown kind, or one of ELPA in a library built without it; 0
 VES_EXPORT VesReturnCode VesSetDenseEigenSolverType(VesSolver solver,
                                                     VesDenseEigenSolverType type) VES_NOEXCEPT;
 

@@ -11,7 +11,10 @@ const Names<VesSolverType> solverNames = {
     {"lobpcg", VES_LOBPCG}, {"lobpcg-batch", VES_LOBPCG_BATCH}, {"ppcg", VES_PPCG}};
 
 const Names<VesDenseEigenSolverType> denseNames = {{"lapack", VES_LAPACK_DIAG},
-                                                   {"scalapack", VES_SCALAPACK_DIAG}};
+                                                   {"lapack-lowest", VES_LAPACK_LOWEST_DIAG},
+                                                   {"scalapack", VES_SCALAPACK_DIAG},
+                                                   {"elpa", VES_ELPA_DIAG},
+                                                   {"elpa-two-stage", VES_ELPA_TWO_STAGE_DIAG}};
 
 const Names<Precision> precisionNames = {
     {"auto", Precision::automatic}, {"double", Precision::full}, {"mixed", Precision::mixed}};

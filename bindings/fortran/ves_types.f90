@@ -28,6 +28,7 @@ module ves_types
   end enum
   enum, bind(c) ! dense eigensolvers
     enumerator :: VES_LAPACK_DIAG = 0, VES_SCALAPACK_DIAG = 1
+    enumerator :: VES_ELPA_DIAG = 2, VES_ELPA_TWO_STAGE_DIAG = 3, VES_LAPACK_LOWEST_DIAG = 4
   end enum
   enum, bind(c) ! tests of convergence and locking
     enumerator :: VES_RESIDUALS = 0, VES_RELATIVE_RESIDUALS = 1, VES_EIGENVALUES = 2, &

@@ -8,7 +8,7 @@ namespace Ves {
 /// Eigendecomposition of a small Hermitian matrix that every process holds whole.
 class VES_EXPORT VesDenseEigenSolver {
 public:
-  int evdType = 0; ///< 0 LAPACK, 1 ScaLAPACK
+  int evdType = 0; ///< a VesDenseEigenSolverType
   VesScalarType scalarType = VES_DOUBLE;
   char jobz = 'V';  ///< 'V' eigenvalues and eigenvectors, 'N' eigenvalues
   char uplo = 'U';  ///< triangle of the matrix that is read
@@ -23,6 +23,15 @@ public:
   /// without meaning. Collective over vecM's comm, then over its auxComm.
   /// \return -6 shapes disagree; -5 not dense blocks of the scalar type; 0
   virtual VesReturnCode RunEvd(VesVectorBase& vecM, VesVectorBase& vecD, int& info) = 0;
+
+  /// RunEvd for a caller who reads the first nVectors vectors alone, 1 to k of them. What comes
+  /// back in nVectors is how many there are, all or at least those of every value that equals one
+  /// asked for up to rounding; zeros or other numbers stand behind them. All values are there.
+  virtual VesReturnCode RunLowestEvd(VesVectorBase& vecM, VesVectorBase& vecD, int& nVectors,
+                                     int& info) {
+    nVectors = vecM.nCols;
+    return RunEvd(vecM, vecD, info);
+  }
 };
 
 } // namespace Ves

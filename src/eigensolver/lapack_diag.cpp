@@ -46,23 +46,30 @@ template <typename Scalar>
 VesReturnCode LapackDiag<Scalar>::RunLapackEvd(VectorDense<Scalar>& vecM, VectorDense<Scalar>& vecD,
                                                int& info) {
   const RunMeter::DenseTime timed;
-  int rank = 0;
-  MPI_Comm_rank(vecM.comm, &rank);
-  if (rank == 0) {
-    std::optional<ThreadTeam::Rest> providersThreads;
-    if (vecM.nRows >= threadedFrom) providersThreads.emplace();
-    if (LeadingFiniteOrder(vecM, uplo, vecM.nCols) < vecM.nCols) {
-      info = 1;
-    } else if constexpr (isComplex<Scalar>) {
+  OnProcess0(vecM, info, [&] {
+    if constexpr (isComplex<Scalar>)
       VES_ASSERT_GOOD(this->RunLapackCmplxEvd(vecM.nRows, vecM.values, vecM.ld, vecD.values, info));
-    } else {
+    else
       VES_ASSERT_GOOD(this->RunLapackRealEvd(vecM.nRows, vecM.values, vecM.ld, vecD.values, info));
-    }
-  }
+  });
   Replicate(vecM);
   Replicate(vecD);
   Replicate(info, vecM);
   return VES_GOOD;
+}
+
+template <typename Scalar>
+void LapackDiag<Scalar>::OnProcess0(const VectorDense<Scalar>& vecM, int& info,
+                                    const std::function<void()>& decompose) const {
+  int rank = 0;
+  MPI_Comm_rank(vecM.comm, &rank);
+  if (rank != 0) return;
+  std::optional<ThreadTeam::Rest> providersThreads;
+  if (vecM.nRows >= threadedFrom) providersThreads.emplace();
+  if (LeadingFiniteOrder(vecM, uplo, vecM.nCols) < vecM.nCols)
+    info = 1;
+  else
+    decompose();
 }
 
 template <typename Scalar>

@@ -4,6 +4,8 @@
 #include "../data/vector_dense.h"
 #include "dense_eigensolver.h"
 
+#include <functional>
+
 namespace Ves {
 
 /// Diagonalizes with LAPACK on process 0 and broadcasts, so that all replicas stay identical.
@@ -22,6 +24,10 @@ public:
 
 protected:
   static VesReturnCode CheckArguments(const VesVectorBase& vecM, const VesVectorBase& vecD);
+  /// Calls decompose on process 0, with the provider's threads for a large matrix; for one that is
+  /// not finite info becomes 1 instead.
+  void OnProcess0(const VectorDense<Scalar>& vecM, int& info,
+                  const std::function<void()>& decompose) const;
 };
 
 VES_EXTERN_TEMPLATE(LapackDiag);

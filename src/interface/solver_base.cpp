@@ -5,6 +5,8 @@
 #include "../detector/relative_residuals.h"
 #include "../detector/residuals.h"
 #include "../detector/residuals_or_eigenvalues.h"
+#include "../eigensolver/elpa_diag.h"
+#include "../eigensolver/lapack_lowest_diag.h"
 #include "../eigensolver/scalapack_diag.h"
 #include "../orthogonalizer/cholesky_qr.h"
 #include "../orthogonalizer/svd_qr.h"
@@ -33,6 +35,15 @@ std::unique_ptr<VesDenseEigenSolver> MakeDenseEigenSolver(VesDenseEigenSolverTyp
     return std::make_unique<LapackDiag<Scalar>>();
   case VES_SCALAPACK_DIAG:
     return std::make_unique<ScaLapackDiag<Scalar>>();
+  case VES_LAPACK_LOWEST_DIAG:
+    return std::make_unique<LapackLowestDiag<Scalar>>();
+  case VES_ELPA_DIAG:
+  case VES_ELPA_TWO_STAGE_DIAG:
+#ifdef VES_HAS_ELPA
+    return std::make_unique<ElpaDiag<Scalar>>(type);
+#else
+    break;
+#endif
   }
   return nullptr;
 }

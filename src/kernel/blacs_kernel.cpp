@@ -27,10 +27,6 @@ int BlacsKernel::Numroc(int n, int nb, int iproc, int source, int nprocs) {
   return numroc_(&n, &nb, &iproc, &source, &nprocs);
 }
 
-int BlacsKernel::Indxl2g(int local, int nb, int iproc, int source, int nprocs) {
-  return indxl2g_(&local, &nb, &iproc, &source, &nprocs);
-}
-
 void BlacsKernel::DescInit(int* desc, int m, int n, int mb, int nb, int rsrc, int csrc, int context,
                            int lld, int& info) {
   descinit_(desc, &m, &n, &mb, &nb, &rsrc, &csrc, &context, &lld, &info);

@@ -5,7 +5,7 @@
 
 namespace Ves {
 
-/// Wrappers over the BLACS grid routines and the ScaLAPACK index tools, arguments by value.
+/// Wrappers over the BLACS grid routines and the ScaLAPACK tools, arguments by value.
 class VES_EXPORT BlacsKernel {
 public:
   /// The default system context, from which a grid of all processes of the job is mapped.
@@ -17,8 +17,6 @@ public:
   static void GridExit(int context);
   /// Rows (or columns) that process iproc of nprocs holds of n dealt out in blocks of nb.
   static int Numroc(int n, int nb, int iproc, int source, int nprocs);
-  /// Global index of a local one, both counted from 1.
-  static int Indxl2g(int local, int nb, int iproc, int source, int nprocs);
   static void DescInit(int* desc, int m, int n, int mb, int nb, int rsrc, int csrc, int context,
                        int lld, int& info);
 };

@@ -38,8 +38,20 @@ extern "C" {
   void p##x##potrf_(const char* uplo, const int* n, T* a, const int* ia, const int* ja,            \
                     const int* desca, int* info);
 
+// The reduction of a Hermitian matrix of type T, over the real type R, to a tridiagonal one, and
+// products with what it leaves.
+#define VES_DECLARE_REDUCTION(reduce, multiply, T, R)                                              \
+  void reduce(const char* uplo, const int* n, T* a, const int* lda, R* d, R* e, T* tau, T* work,   \
+              const int* lwork, int* info);                                                        \
+  void multiply(const char* side, const char* uplo, const char* trans, const int* m, const int* n, \
+                const T* a, const int* lda, const T* tau, T* c, const int* ldc, T* work,           \
+                const int* lwork, int* info);
+
 // Routines of the real types.
 #define VES_DECLARE_FOR_REAL(x, T)                                                                 \
+  VES_DECLARE_REDUCTION(x##sytrd_, x##ormtr_, T, T)                                                \
+  void x##stedc_(const char* compz, const int* n, T* d, T* e, T* z, const int* ldz, T* work,       \
+                 const int* lwork, int* iwork, const int* liwork, int* info);                      \
   void x##syrk_(const char* uplo, const char* trans, const int* n, const int* k, const T* alpha,   \
                 const T* a, const int* lda, const T* beta, T* c, const int* ldc);                  \
   T x##dot_(const int* n, const T* v, const int* incv, const T* w, const int* incw);               \
@@ -59,6 +71,7 @@ extern "C" {
   C x##dotc_(const int* n, const C* v, const int* incv, const C* w, const int* incw);
 #endif
 #define VES_DECLARE_FOR_COMPLEX(x, C, R)                                                           \
+  VES_DECLARE_REDUCTION(x##hetrd_, x##unmtr_, C, R)                                                \
   VES_DECLARE_DOTC(x, C)                                                                           \
   void x##herk_(const char* uplo, const char* trans, const int* n, const int* k, const R* alpha,   \
                 const C* a, const int* lda, const R* beta, C* c, const int* ldc);                  \
@@ -81,6 +94,7 @@ VES_DECLARE_FOR_COMPLEX(c, std::complex<float>, float)
 
 #undef VES_DECLARE_FOR_ALL
 #undef VES_DECLARE_FOR_REAL
+#undef VES_DECLARE_REDUCTION
 #undef VES_DECLARE_DOTC
 #undef VES_DECLARE_FOR_COMPLEX
 
@@ -90,8 +104,6 @@ void blacs_gridmap_(int* context, const int* map, const int* ldmap, const int* n
 void blacs_gridinfo_(const int* context, int* nprow, int* npcol, int* myrow, int* mycol);
 void blacs_gridexit_(const int* context);
 int numroc_(const int* n, const int* nb, const int* iproc, const int* isrcproc, const int* nprocs);
-int indxl2g_(const int* indxloc, const int* nb, const int* iproc, const int* isrcproc,
-             const int* nprocs);
 void descinit_(int* desc, const int* m, const int* n, const int* mb, const int* nb,
                const int* irsrc, const int* icsrc, const int* context, const int* lld, int* info);
 

@@ -28,6 +28,9 @@ struct Routines<double> {
   static constexpr VesScalarType code = VES_DOUBLE;
   static constexpr auto herk = dsyrk_;
   static constexpr auto dot = ddot_;
+  static constexpr auto hetrd = dsytrd_;
+  static constexpr auto unmtr = dormtr_;
+  static constexpr auto stedc = dstedc_;
   static constexpr auto evd = dsyevd_;
   static constexpr auto pevd = pdsyevd_;
 };
@@ -37,6 +40,9 @@ struct Routines<float> {
   static constexpr VesScalarType code = VES_FLOAT;
   static constexpr auto herk = ssyrk_;
   static constexpr auto dot = sdot_;
+  static constexpr auto hetrd = ssytrd_;
+  static constexpr auto unmtr = sormtr_;
+  static constexpr auto stedc = sstedc_;
   static constexpr auto evd = ssyevd_;
   static constexpr auto pevd = pssyevd_;
 };
@@ -46,6 +52,9 @@ struct Routines<std::complex<double>> {
   static constexpr VesScalarType code = VES_COMPLEX_DOUBLE;
   static constexpr auto herk = zherk_;
   static constexpr auto dot = zdotc_;
+  static constexpr auto hetrd = zhetrd_;
+  static constexpr auto unmtr = zunmtr_;
+  static constexpr auto stedc = dstedc_;
   static constexpr auto evd = zheevd_;
   static constexpr auto pevd = pzheevd_;
 };
@@ -55,6 +64,9 @@ struct Routines<std::complex<float>> {
   static constexpr VesScalarType code = VES_COMPLEX_FLOAT;
   static constexpr auto herk = cherk_;
   static constexpr auto dot = cdotc_;
+  static constexpr auto hetrd = chetrd_;
+  static constexpr auto unmtr = cunmtr_;
+  static constexpr auto stedc = sstedc_;
   static constexpr auto evd = cheevd_;
   static constexpr auto pevd = pcheevd_;
 };
@@ -150,6 +162,29 @@ template <typename Scalar>
 void MathKernel<Scalar>::Ppotrf(const char* uplo, const int* n, Scalar* A, const int* ia,
                                 const int* ja, const int* descA, int* info) {
   Routines<Scalar>::ppotrf(uplo, n, A, ia, ja, descA, info);
+}
+
+template <typename Scalar>
+void MathKernel<Scalar>::Hetrd(const char* uplo, const int* n, Scalar* A, const int* lda,
+                               RealType<Scalar>* d, RealType<Scalar>* e, Scalar* tau, Scalar* work,
+                               const int* lwork, int* info) {
+  Routines<Scalar>::hetrd(uplo, n, A, lda, d, e, tau, work, lwork, info);
+}
+
+template <typename Scalar>
+void MathKernel<Scalar>::Unmtr(const char* side, const char* uplo, const char* trans, const int* m,
+                               const int* n, const Scalar* A, const int* lda, const Scalar* tau,
+                               Scalar* C, const int* ldc, Scalar* work, const int* lwork,
+                               int* info) {
+  Routines<Scalar>::unmtr(side, uplo, trans, m, n, A, lda, tau, C, ldc, work, lwork, info);
+}
+
+template <typename Scalar>
+void MathKernel<Scalar>::Stedc(const char* compz, const int* n, RealType<Scalar>* d,
+                               RealType<Scalar>* e, RealType<Scalar>* Z, const int* ldz,
+                               RealType<Scalar>* work, const int* lwork, int* iwork,
+                               const int* liwork, int* info) {
+  Routines<Scalar>::stedc(compz, n, d, e, Z, ldz, work, lwork, iwork, liwork, info);
 }
 
 template <typename Real>

@@ -46,6 +46,16 @@ public:
   static void Potrf(const char* uplo, const int* n, Scalar* A, const int* lda, int* info);
   static void Ppotrf(const char* uplo, const int* n, Scalar* A, const int* ia, const int* ja,
                      const int* descA, int* info);
+  /// The complex ?hetrd and ?unmtr, the real ?sytrd and ?ormtr.
+  static void Hetrd(const char* uplo, const int* n, Scalar* A, const int* lda, RealType<Scalar>* d,
+                    RealType<Scalar>* e, Scalar* tau, Scalar* work, const int* lwork, int* info);
+  static void Unmtr(const char* side, const char* uplo, const char* trans, const int* m,
+                    const int* n, const Scalar* A, const int* lda, const Scalar* tau, Scalar* C,
+                    const int* ldc, Scalar* work, const int* lwork, int* info);
+  /// Of a real tridiagonal matrix, whose vectors are real.
+  static void Stedc(const char* compz, const int* n, RealType<Scalar>* d, RealType<Scalar>* e,
+                    RealType<Scalar>* Z, const int* ldz, RealType<Scalar>* work, const int* lwork,
+                    int* iwork, const int* liwork, int* info);
 };
 
 /// Adds the symmetric eigensolvers of the real types.

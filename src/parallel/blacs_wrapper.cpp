@@ -19,6 +19,11 @@ bool MpiIsFinalized() {
   return finalized != 0;
 }
 
+std::size_t Offset(int row, int col, int ld) {
+  return static_cast<std::size_t>(row) +
+         static_cast<std::size_t>(col) * static_cast<std::size_t>(ld);
+}
+
 } // namespace
 
 BlacsBase::~BlacsBase() {
@@ -77,11 +82,8 @@ void BlacsBase::InitDesc(int* desc, MPI_Comm gridComm, int n) {
     ReplaceComm(gridComm);
     InitGrid();
   }
-  nb = std::clamp((n + npcol - 1) / npcol, 1, 64);
+  DealOut(n, std::clamp((n + npcol - 1) / npcol, 1, 64));
   rsrc = csrc = 0;
-  locRows = inGrid ? BlacsKernel::Numroc(n, nb, myrow, rsrc, nprow) : 0;
-  locCols = inGrid ? BlacsKernel::Numroc(n, nb, mycol, csrc, npcol) : 0;
-  lld = std::max(1, locRows);
   maxLocRows = locRows;
   maxLocCols = locCols;
   ReduceInPlace(&maxLocRows, 1, MPI_INT, MPI_MAX, gridComm);
@@ -90,33 +92,18 @@ void BlacsBase::InitDesc(int* desc, MPI_Comm gridComm, int n) {
   if (inGrid) BlacsKernel::DescInit(desc, n, n, nb, nb, rsrc, csrc, ictxt, lld, info);
 }
 
-/// Calls visit(local offset, global offset) for every entry of the local piece.
-template <typename Scalar>
-template <typename Visit>
-void BlacsWrapper<Scalar>::ForEachLocalEntry(int ldGlobal, Visit visit) const {
-  std::vector<std::size_t> globalRow(static_cast<std::size_t>(locRows));
-  for (int i = 0; i < locRows; ++i)
-    globalRow[static_cast<std::size_t>(i)] =
-        static_cast<std::size_t>(BlacsKernel::Indxl2g(i + 1, nb, myrow, rsrc, nprow) - 1);
-  for (int j = 0; j < locCols; ++j) {
-    const auto globalCol =
-        static_cast<std::size_t>(BlacsKernel::Indxl2g(j + 1, nb, mycol, csrc, npcol) - 1);
-    const std::size_t localCol = static_cast<std::size_t>(j) * static_cast<std::size_t>(lld);
-    for (std::size_t i = 0; i < globalRow.size(); ++i)
-      visit(i + localCol, globalRow[i] + globalCol * static_cast<std::size_t>(ldGlobal));
-  }
-}
-
 template <typename Scalar>
 void BlacsWrapper<Scalar>::AssembleLocalData(const Scalar* global, int ldGlobal,
                                              Scalar* local) const {
-  ForEachLocalEntry(ldGlobal, [&](std::size_t l, std::size_t g) { local[l] = global[g]; });
+  ForEachLocalEntry(
+      [&](std::size_t l, int i, int j) { local[l] = global[Offset(i, j, ldGlobal)]; });
 }
 
 template <typename Scalar>
 void BlacsWrapper<Scalar>::DistributeLocalData(Scalar* global, int ldGlobal,
                                                const Scalar* local) const {
-  ForEachLocalEntry(ldGlobal, [&](std::size_t l, std::size_t g) { global[g] = local[l]; });
+  ForEachLocalEntry(
+      [&](std::size_t l, int i, int j) { global[Offset(i, j, ldGlobal)] = local[l]; });
 }
 
 VES_INSTANTIATE(BlacsWrapper);

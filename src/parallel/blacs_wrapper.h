@@ -5,8 +5,7 @@
 #include <ves.h>
 
 #include "../kernel/instantiate.h"
-
-#include <cstddef>
+#include "cyclic_layout.h"
 
 namespace Ves {
 
@@ -22,21 +21,12 @@ public:
 /// Square BLACS process grid over a communicator and the descriptor of one n x n matrix on it.
 /// The grid is built by the first InitDesc and kept while later calls come with an identical or
 /// congruent communicator. The object owns the grid and a duplicate of the communicator.
-class VES_EXPORT BlacsBase : public VesParallel {
+class VES_EXPORT BlacsBase : public VesParallel, public CyclicLayout {
 public:
   int ictxt = -1;                 ///< BLACS context of the grid
-  int nprow = -1;                 ///< grid rows
-  int npcol = -1;                 ///< grid columns
-  int myrow = -1;                 ///< grid row of this process, -1 outside the grid
-  int mycol = -1;                 ///< grid column of this process
   bool gridReady = false;         ///< a grid has been set up
-  bool inGrid = false;            ///< this process belongs to the grid
-  int nb = 0;                     ///< block size of the last descriptor
-  int locRows = 0;                ///< rows of the local piece
-  int locCols = 0;                ///< columns of the local piece
   int maxLocRows = 0;             ///< maximum of locRows over the communicator
   int maxLocCols = 0;             ///< maximum of locCols over the communicator
-  int lld = 1;                    ///< leading dimension of the local piece
   int rsrc = 0;                   ///< process row of the first block
   int csrc = 0;                   ///< process column of the first block
   MPI_Comm comm = MPI_COMM_WORLD; ///< communicator of the grid
@@ -58,11 +48,6 @@ public:
   /// stays unset. Collective over gridComm.
   void InitDesc(int* desc, MPI_Comm gridComm, int n);
 
-  /// Entries to allocate for the local piece, with the column of slack that every matrix gets.
-  std::size_t LocalSize() const {
-    return static_cast<std::size_t>(lld) * (static_cast<std::size_t>(locCols) + 1);
-  }
-
 private:
   void ReplaceComm(MPI_Comm newComm);
   bool ownsComm = false; ///< comm is this object's duplicate
@@ -76,10 +61,6 @@ public:
   void AssembleLocalData(const Scalar* global, int ldGlobal, Scalar* local) const;
   /// Writes the local piece into its places of the whole matrix and touches no other entry.
   void DistributeLocalData(Scalar* global, int ldGlobal, const Scalar* local) const;
-
-private:
-  template <typename Visit>
-  void ForEachLocalEntry(int ldGlobal, Visit visit) const;
 };
 
 VES_EXTERN_TEMPLATE(BlacsWrapper);

@@ -171,15 +171,32 @@ VesReturnCode BlockSolver<Scalar>::AllocateOnAll(const WorkspacePlan<Scalar>& pl
   return verdict;
 }
 
-/// An eigendecomposition keeps two squares of its order beside the matrix, and two more on the
-/// process grid. SVD QR takes a tall scratch block and the Gram matrix.
+/// Squares of its order that an eigendecomposition keeps beside the matrix. Those of ELPA are of
+/// double precision.
+template <typename Scalar>
+std::size_t SquaresBeside(VesDenseEigenSolverType kind, long long order) {
+  const bool isDealtOut = order >= gridFrom;
+  switch (kind) {
+  case VES_SCALAPACK_DIAG:
+    return isDealtOut ? 4 : 2;
+  case VES_ELPA_DIAG:
+  case VES_ELPA_TWO_STAGE_DIAG:
+    return isDealtOut ? 6 * sizeof(double) / sizeof(RealType<Scalar>) : 2;
+  case VES_LAPACK_DIAG:
+  case VES_LAPACK_LOWEST_DIAG:
+    break;
+  }
+  return 2;
+}
+
+/// SVD QR takes a tall scratch block and the Gram matrix.
 template <typename Scalar>
 std::size_t BlockSolver<Scalar>::Memory(int nRows, int nCols, bool generalized) const {
   const WorkspacePlan<Scalar> plan = Plan(nRows, nRows, nCols, generalized);
   const auto order = static_cast<std::size_t>(plan.denseOrder),
              widest = static_cast<std::size_t>(plan.widestBlock);
-  const bool usesGrid = denseEigenSolverType == VES_SCALAPACK_DIAG && plan.denseOrder >= gridFrom;
-  const std::size_t decomposition = (usesGrid ? 4 : 2) * order * order;
+  const std::size_t decomposition =
+      SquaresBeside<Scalar>(denseEigenSolverType, plan.denseOrder) * order * order;
   const std::size_t scratch =
       static_cast<std::size_t>(std::max(nRows, 1)) * (widest + 1) + widest * widest;
   const std::size_t own =

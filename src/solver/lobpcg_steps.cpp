@@ -107,19 +107,20 @@ void LobpcgSteps<Scalar>::ComputeRayleighRitzMatrix() const {
 template <typename Scalar>
 void LobpcgSteps<Scalar>::DiagonalizeRayleighRitzMatrix() const {
   workD.SetDims(nV, 1, nV);
-  VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(workM, workD, info));
-  if (info == 0) this->NoteRitzValues(workD);
   nXseek = std::min(nXseek, nV);
-  if (info == 0) SettleCutCluster();
+  int nVectors = nXseek;
+  VES_ASSERT_GOOD(this->DenseEigenSolver->RunLowestEvd(workM, workD, nVectors, info));
+  if (info == 0) this->NoteRitzValues(workD);
+  if (info == 0) SettleCutCluster(nVectors);
   workD.SetDims(nXseek, 1, nXseek);
 }
 
 /// Where equal Ritz values stand on both sides of the cut behind the nXseek-th, any of their
 /// vectors minimize the Rayleigh quotient, and rounding would choose: those are taken that lie
 /// closest to the old X and the new columns. Others may be far from converged, as their error shows
-/// in the value only by its square.
+/// in the value only by its square. workM holds nVectors of them.
 template <typename Scalar>
-void LobpcgSteps<Scalar>::SettleCutCluster() const {
+void LobpcgSteps<Scalar>::SettleCutCluster(int nVectors) const {
   constexpr double rounding = Limit::equalValues * Limit::epsilon, unnoticed = 0.1;
   if (!check.IsOn() || nX == 0 || nXseek == nV) return;
   const Block values(workD, 0, 0, nV, 1);
@@ -132,7 +133,7 @@ void LobpcgSteps<Scalar>::SettleCutCluster() const {
   int first = nXseek - 1, last = nXseek;
   while (first > 0 && isEqual(first - 1))
     --first;
-  while (last < nV && isEqual(last))
+  while (last < nVectors && isEqual(last))
     ++last;
   const int n = last - first;
   if (last == nXseek) return;

@@ -131,7 +131,7 @@ protected:
 
 private:
   void MoveNewBehindX() const;
-  void SettleCutCluster() const;
+  void SettleCutCluster(int nVectors) const;
   void FormResidual() const;
   void ForgetIdleValues() const;
   void RunConvergeDetector() const;

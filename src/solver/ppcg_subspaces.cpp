@@ -76,7 +76,8 @@ void PPCG<Scalar>::SubspacesDiagonalization() const {
   for (std::size_t j = 0; j < nVs.size(); ++j) {
     Block vecG = Tile(j);
     workD.SetDims(nVs[j], 1, nVs[j]);
-    VES_ASSERT_GOOD(this->DenseEigenSolver->RunEvd(vecG, workD, info));
+    int nVectors = nXs[j];
+    VES_ASSERT_GOOD(this->DenseEigenSolver->RunLowestEvd(vecG, workD, nVectors, info));
     if (info != 0) return;
     this->NoteRitzValues(workD);
   }

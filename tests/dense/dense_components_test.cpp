@@ -1,39 +1,49 @@
 // Cholesky factors and eigenpairs of matrices known in closed form, by LAPACK and on process grids.
 #include "cholesky/scalapack_chol.h"
-#include "eigensolver/scalapack_diag.h"
+#include "eigensolver/lapack_lowest_diag.h"
 #include "eigensolver/workspace_size.h"
 #include "support/block.h"
+#include "support/dense_kinds.h"
 
+#include <numeric>
 #include <tuple>
 
 using namespace VesTest;
 
 namespace {
 
-/// The upper triangle of H diag(lowest, lowest + 1, ...) H with a reflection H = I - 2 v v^H.
+/// The upper triangle of H diag(d) H with a reflection H = I - 2 v v^H; d = lowest, lowest + 1, ...
+/// if not changed before the next Fill.
 template <typename Scalar>
 struct Problem {
   int n, info = -77;
-  double lowest;
+  std::vector<double> d;
+  double mean = 0.0; ///< of d
   Block<Scalar> M, D;
 
-  Problem(int order, double lowestValue, MPI_Comm comm = world, MPI_Comm aux = self)
-      : n(order), lowest(lowestValue),
-        M(n, n,
-          [this](int i, int j) {
-            return i > j ? Number<Scalar>(777) : Number<Scalar>(Entry(i, j));
-          }),
+  Problem(int order, double lowest, MPI_Comm comm = world, MPI_Comm aux = self)
+      : n(order), d(static_cast<std::size_t>(n)),
+        M(n, n, [](int, int) { return Number<Scalar>(777); }),
         D(n, 1, [](int, int) { return Number<Scalar>(777); }) {
     for (auto* block : {&M, &D}) {
       block->comm = comm;
       block->auxComm = aux;
     }
+    std::iota(d.begin(), d.end(), lowest);
+    Fill();
+  }
+  void Fill() {
+    mean = std::accumulate(d.begin(), d.end(), 0.0) / n;
+    for (int j = 0; j < n; ++j)
+      for (int i = 0; i <= j; ++i)
+        M(i, j) = Number<Scalar>(Entry(i, j));
   }
   Wide vv(int i, int j) const { // entry of v v^H
     return std::polar(1.0 / n, Ves::isComplex<Scalar> ? 1.7 * (i * i % 11 - j * j % 11) : 0.0);
   }
   Wide Entry(int i, int j) const {
-    return (i == j ? lowest + i : 0.0) + vv(i, j) * 2.0 * (n - 1.0 - i - j);
+    const double sum = d.data()[i] + d.data()[j];
+    return (i == j ? d.data()[i] : 0.0) + vv(i, j) * (4.0 * mean - 2.0 * sum);
   }
 
   /// Values, and vectors up to their phases; the replicas must not differ by one bit.
@@ -48,8 +58,36 @@ struct Problem {
         phase += std::conj(vector(i)) * Wide(M(i, j));
       for (int i = 0; i < n; ++i)
         square += std::norm(Wide(M(i, j)) - phase / std::abs(phase) * vector(i));
-      square += std::norm(Wide(D(j)) - lowest - 1.0 * j);
+      square += std::norm(Wide(D(j)) - d.data()[j]);
     }
+    EXPECT_LE(std::sqrt(square), 50 * n * eps<Scalar>);
+    ExpectSameOnAll(M);
+    ExpectSameOnAll(D);
+  }
+  /// All values, and that vectors beyond those asked for come where values are equal.
+  void FindLowest(Ves::VesDenseEigenSolver& solver, int nAsked, int nAtLeast) {
+    int found = nAsked;
+    EXPECT_EQ(solver.RunLowestEvd(M, D, found, info), VES_GOOD);
+    EXPECT_EQ(info, 0);
+    EXPECT_GE(found, nAtLeast);
+    double square = 0.0;
+    for (int j = 0; j < found; ++j) { // the residual has the norm of (diag(d) - lambda) H x
+      Wide alongV = 0.0;
+      for (int i = 0; i < n; ++i)
+        alongV += vv(0, i) * Wide(M(i, j)) * (1.0 * n);
+      for (int i = 0; i < n; ++i)
+        square +=
+            std::norm((d.data()[i] - d.data()[j]) * (Wide(M(i, j)) - 2.0 * vv(i, 0) * alongV));
+    }
+    for (int j = 0; j < n; ++j)
+      square += std::norm(Wide(D(j)) - d.data()[j]);
+    for (int j = 0; j < found; ++j)
+      for (int i = 0; i <= j; ++i) {
+        Wide product = i == j ? -1.0 : 0.0;
+        for (int l = 0; l < n; ++l)
+          product += std::conj(Wide(M(l, i))) * Wide(M(l, j));
+        square += std::norm(product);
+      }
     EXPECT_LE(std::sqrt(square), 50 * n * eps<Scalar>);
     ExpectSameOnAll(M);
     ExpectSameOnAll(D);
@@ -82,11 +120,18 @@ struct Problem {
 template <typename Scalar>
 struct DenseTest : testing::Test {
   Ves::LapackDiag<Scalar> diag;
+  Ves::LapackLowestDiag<Scalar> lowestDiag;
   Ves::ScaLapackDiag<Scalar> gridDiag;
   Ves::LapackChol<Scalar> chol;
   Ves::ScaLapackChol<Scalar> gridChol;
-  std::vector<Ves::VesDenseEigenSolver*> eigensolvers{&diag, &gridDiag};
+  std::vector<Ves::VesDenseEigenSolver*> eigensolvers{&diag, &lowestDiag, &gridDiag};
   std::vector<Ves::VesCholeskyFactorizer*> factorizers{&chol, &gridChol};
+#ifdef VES_HAS_ELPA
+  Ves::ElpaDiag<Scalar> elpaDiag{VES_ELPA_DIAG}, twoStageDiag{VES_ELPA_TWO_STAGE_DIAG};
+  DenseTest() {
+    eigensolvers.insert(eigensolvers.end(), {&elpaDiag, &twoStageDiag});
+  }
+#endif
 };
 TYPED_TEST_SUITE(DenseTest, AllScalars);
 
@@ -110,13 +155,33 @@ TYPED_TEST(DenseTest, EmptyMatrices) {
   p.Factorize(this->gridChol, 0);
 }
 
+/// On grids of several shapes, and where equal values stand on both sides of the cut.
+TYPED_TEST(DenseTest, LowestVectors) {
+  for (auto* solver : this->eigensolvers) {
+    DistributeFrom<TypeParam>(*solver, 1);
+    for (const int n : {1, 2, 33, 130})
+      for (const int nAsked : {1, n / 3 + 1}) {
+        SCOPED_TRACE(testing::Message() << n << " " << nAsked);
+        Problem<TypeParam>(n, -2.5).FindLowest(*solver, nAsked, nAsked);
+        Problem<TypeParam> equal(n, -2.5);
+        std::fill(equal.d.begin() + nAsked / 2, equal.d.begin() + std::min(nAsked + 3, n),
+                  equal.d.data()[nAsked / 2]);
+        equal.Fill();
+        equal.FindLowest(*solver, nAsked, std::min(nAsked + 3, n));
+      }
+  }
+}
+
 /// Every process solves a problem of its own; the second communicator then spreads the first's.
 TYPED_TEST(DenseTest, SecondCommunicatorRepeatsTheResult) {
   const auto mine = Number<TypeParam>(RankIn(world) == 0 ? 1.0 : -1.0);
   for (const int n : {5, 300}) {
     Problem<TypeParam> p(n, 1.0, self, world), q(n, 1.0, self, world);
-    p.M.ScaleByVal(mine);
-    p.Diagonalize(this->gridDiag);
+    for (auto* solver : this->eigensolvers) {
+      p.Fill();
+      p.M.ScaleByVal(mine);
+      p.Diagonalize(*solver);
+    }
     q.M.ScaleByVal(mine);
     q.Factorize(this->gridChol, n); // elsewhere the failure of another matrix
   }
@@ -128,32 +193,40 @@ TYPED_TEST(DenseTest, IndefiniteAndNonFiniteMatrices) {
       {5, 2, 2, -1.0},          {300, 150, 150, -1.0},  {5, 0, 0, notANumber},
       {5, 1, 3, notANumber},    {5, 4, 4, notANumber},  {5, 1, 2, infinite},
       {300, 7, 200, -infinite}, {300, 0, 0, notANumber}};
-  for (const auto& [n, row, col, value] : cases)
-    for (const std::size_t kind : {0U, 1U}) {
-      SCOPED_TRACE(testing::Message() << kind << " " << n << " " << col << " " << value);
-      Problem<TypeParam> p(n, 1.0), q(n, 1.0);
-      p.M(row, col) = q.M(row, col) = Number<TypeParam>(value);
-      p.Factorize(*this->factorizers[kind], col);
+  for (const auto& [n, row, col, value] : cases) {
+    SCOPED_TRACE(testing::Message() << n << " " << col << " " << value);
+    const auto fault = Number<TypeParam>(value);
+    for (auto* factorizer : this->factorizers) {
+      Problem<TypeParam> p(n, 1.0);
+      p.M(row, col) = fault;
+      p.Factorize(*factorizer, col);
+    }
+    for (auto* solver : this->eigensolvers) {
       if (std::isfinite(value)) continue;
+      Problem<TypeParam> q(n, 1.0);
+      q.M(row, col) = fault;
       const std::vector<TypeParam> old(q.M.values, q.M.values + q.M.ld * n);
-      EXPECT_EQ(this->eigensolvers[kind]->RunEvd(q.M, q.D, q.info), VES_GOOD);
+      EXPECT_EQ(solver->RunEvd(q.M, q.D, q.info), VES_GOOD);
       EXPECT_EQ(q.info, 1);
       EXPECT_EQ(std::memcmp(old.data(), q.M.values, old.size() * sizeof(TypeParam)), 0);
       EXPECT_EQ(q.D(n - 1), Number<TypeParam>(777));
     }
+  }
 }
 
 /// Shapes are judged before kinds.
 TYPED_TEST(DenseTest, Refusals) {
   Problem<TypeParam> p(5, 1.0), q(6, 1.0);
   p.D.storageType = q.M.storageType = static_cast<VesVectorType>(2);
-  for (const std::size_t kind : {0U, 1U}) {
-    EXPECT_EQ(this->factorizers[kind]->RunChol(p.D, p.info, 'U'), VES_ERR_INVALID_VALUE);
-    EXPECT_EQ(this->factorizers[kind]->RunChol(q.M, p.info, 'U'), VES_ERR_MISMATCH);
-    EXPECT_EQ(this->eigensolvers[kind]->RunEvd(p.D, p.D, p.info), VES_ERR_INCOMPATIBLE);
-    EXPECT_EQ(this->eigensolvers[kind]->RunEvd(q.M, p.D, p.info), VES_ERR_INCOMPATIBLE);
-    EXPECT_EQ(this->eigensolvers[kind]->RunEvd(q.M, q.D, p.info), VES_ERR_MISMATCH);
-    EXPECT_EQ(this->eigensolvers[kind]->RunEvd(p.M, p.D, p.info), VES_ERR_MISMATCH);
+  for (auto* factorizer : this->factorizers) {
+    EXPECT_EQ(factorizer->RunChol(p.D, p.info, 'U'), VES_ERR_INVALID_VALUE);
+    EXPECT_EQ(factorizer->RunChol(q.M, p.info, 'U'), VES_ERR_MISMATCH);
+  }
+  for (auto* solver : this->eigensolvers) {
+    EXPECT_EQ(solver->RunEvd(p.D, p.D, p.info), VES_ERR_INCOMPATIBLE);
+    EXPECT_EQ(solver->RunEvd(q.M, p.D, p.info), VES_ERR_INCOMPATIBLE);
+    EXPECT_EQ(solver->RunEvd(q.M, q.D, p.info), VES_ERR_MISMATCH);
+    EXPECT_EQ(solver->RunEvd(p.M, p.D, p.info), VES_ERR_MISMATCH);
   }
 }
 

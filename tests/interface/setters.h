@@ -2,6 +2,8 @@
 #ifndef VES_TESTS_INTERFACE_SETTERS_H
 #define VES_TESTS_INTERFACE_SETTERS_H
 
+#include "support/dense_kinds.h"
+
 #include <ves.h>
 
 #include <cmath>
@@ -33,13 +35,15 @@ struct Setter {
 inline const std::vector<Setter>& Setters() {
   constexpr VesReturnCode bad = VES_ERR_INVALID_VALUE, unsupported = VES_ERR_UNSUPPORTED;
   const double nan = std::nan("");
+  std::vector<double> noSuchEvd = kindsNotBuilt;
+  noSuchEvd.insert(noSuchEvd.end(), {-1, 5});
 #define VES_SETTER(setter, ...) Setter(#setter, setter, __VA_ARGS__)
   static const std::vector<Setter> setters = {
       VES_SETTER(VesSolverSetProblemType, {}, VES_GOOD, {17}),
       VES_SETTER(VesSolverSetMaxIter, {0, -2}, bad, {1, 7}),
       VES_SETTER(VesSolverSetMaxOrthoIter, {0, -2}, bad, {1, 3}),
       VES_SETTER(VesSolverSetThreshold, {0, -1e-300}, bad, {1e-300}),
-      VES_SETTER(VesSetDenseEigenSolverType, {-1, 2}, unsupported, {1, 0}),
+      VES_SETTER(VesSetDenseEigenSolverType, noSuchEvd, unsupported, {1, 0}),
       VES_SETTER(VesSetConvergeDetectorType, {-1, 4}, unsupported, {0, 3}),
       VES_SETTER(VesSetOrthogonalizerType, {-1, 2}, unsupported, {0, 1}),
       VES_SETTER(VesSolverSetLockDetectorType, {-1, 4}, unsupported, {0, 3}),

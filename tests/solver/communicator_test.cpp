@@ -1,7 +1,6 @@
 // Solvers on parts of the job: groups that solve at once or alone, communicators that the caller
 // frees between runs, and no communicator left behind.
-#include "eigensolver/scalapack_diag.h"
-#include "interface/solver_base.h"
+#include "support/dense_kinds.h"
 #include "support/gallery.h"
 #include "support/mpi_meter.h"
 
@@ -90,9 +89,12 @@ TEST(Communicators, ThousandCyclesLeaveNothingBehind) {
   const int cycles = asked == nullptr ? 1000 : std::atoi(asked);
   const Part part(RankIn(world) % 2);
   Problem<double> on = OnBox<double>({4, 5}, false, false, Deal::even, part);
+  int made = 0;
   const auto cycle = [&] {
-    const SolverHandle solver = MakeSolver<double>({VES_LOBPCG, 3, 1e-6, 2}, false);
-    dynamic_cast<Ves::ScaLapackDiag<double>&>(*solver->DenseEigenSolver).threshold = 2;
+    Settings s{VES_LOBPCG, 3, 1e-6, 2};
+    s.evd = otherKinds[static_cast<std::size_t>(made++) % otherKinds.size()];
+    const SolverHandle solver = MakeSolver<double>(s, false);
+    DistributeFrom<double>(*solver->DenseEigenSolver, 2);
     EXPECT_EQ(SolveBy(solver.get(), on, 3).code, VES_GOOD);
   };
   for (int warmUp = 0; warmUp < 50; ++warmUp)

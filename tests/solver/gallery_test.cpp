@@ -1,6 +1,7 @@
 // Every solver on problems with known answers: four types, standard and generalized, with and
 // without a preconditioner, every component kind.
 #include "data/vector_dense.h"
+#include "support/dense_kinds.h"
 #include "support/gallery.h"
 
 using namespace VesTest;
@@ -35,6 +36,21 @@ TYPED_TEST(GalleryTest, EveryProblemAndComponent) {
           this->SolveOnBox(s, passes == 3, false);
         }
   }
+}
+
+/// Of a cube, whose values stand in groups of three and six, the 40th in the middle of one.
+TYPED_TEST(GalleryTest, EveryDenseEigensolver) {
+  for (const auto type : allSolvers)
+    for (const auto evd : otherKinds) {
+      Settings s{type, 40, this->threshold};
+      s.evd = evd;
+      SCOPED_TRACE(s);
+      Problem<TypeParam> on = OnBox<TypeParam>({7, 7, 7}, true);
+      const SolverHandle solver = MakeSolver<TypeParam>(s, true);
+      DistributeFrom<TypeParam>(*solver->DenseEigenSolver, 2);
+      Pairs<TypeParam> p = SolveBy(solver.get(), on, s.nBands);
+      ExpectAllConverged(p, on, s.threshold);
+    }
 }
 
 TYPED_TEST(GalleryTest, EveryDetectorStopsAtWhatItTests) {
