@@ -27,6 +27,8 @@ struct Shape {
   auto Key() const { return std::tie(routine, isComplex, transa, transb, m, n, k, rowsA); }
   bool operator<(const Shape& other) const { return Key() < other.Key(); }
 
+  bool IsTall(int order) const { return std::max(m, k) > order; }
+
   double Flops() const {
     const double products = 1.0 * m * n * k;
     return (isComplex ? 8 : 2) * (routine == Routine::product ? products : products / 2);
@@ -181,13 +183,20 @@ void ResetBlasMeter() {
   Counts().clear();
 }
 
+double TallFlops(int order) {
+  double flops = 0.0;
+  for (const auto& [shape, count] : Counts())
+    if (shape.IsTall(order)) flops += static_cast<double>(count.calls) * shape.Flops();
+  return flops;
+}
+
 BlasCost TallProducts(int order) {
   const std::map<Shape, Count> counted = Counts();
   BlasCost cost;
   Arena<double> arena;
   Arena<Complex> complexArena;
   for (const auto& [shape, count] : counted) {
-    if (std::max(shape.m, shape.k) <= order) continue;
+    if (!shape.IsTall(order)) continue;
     double best = 1e300;
     for (int i = 0; i < 3; ++i)
       best = std::min(best, shape.isComplex ? Repeat(shape, complexArena) : Repeat(shape, arena));

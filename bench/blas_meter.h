@@ -14,6 +14,8 @@ struct BlasCost {
 
 /// Forgets what was counted.
 void ResetBlasMeter();
+/// Operations of the products on tall blocks that were counted, those of TallProducts.
+double TallFlops(int order);
 /// Leaves out what LAPACK calls on small matrices: products both of whose long sides, the sum's and
 /// the result's, are at most order. Takes as long as the counted products, once for each shape.
 BlasCost TallProducts(int order);

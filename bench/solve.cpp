@@ -2,9 +2,12 @@
 //   solve PROBLEM SIZE K [name=value ...]
 // PROBLEM and SIZE: laplacian or elements (points an axis), plane-waves (cut-off in Ry).
 // Names: solver (lobpcg, lobpcg-batch, ppcg), block (batch limit or sub-block), lock (factor),
-// passes, svd, detector, threshold, maxiter, precond, mixed (0 or 1), inner, guard, threads.
+// passes, svd, detector, threshold, maxiter, precond, mixed (0 or 1), inner, guard, threads, alone
+// (0: products are counted, but not called again by themselves).
 #include "blas_meter.h"
+#include "collective_counter.h"
 #include "large_problem.h"
+#include "run_model.h"
 #include "step_profile.h"
 
 #include <ves.hpp>
@@ -41,9 +44,9 @@ struct Options {
 };
 
 const std::string& KnownName(const std::string& name) {
-  static const std::set<std::string> names{"block",    "lock",      "passes",  "svd",
-                                           "detector", "threshold", "maxiter", "precond",
-                                           "mixed",    "inner",     "guard",   "threads"};
+  static const std::set<std::string> names{"block",     "lock",    "passes",  "svd",   "detector",
+                                           "threshold", "maxiter", "precond", "mixed", "inner",
+                                           "guard",     "threads", "alone"};
   if (names.count(name) == 0) throw std::runtime_error("unknown name " + name);
   return name;
 }
@@ -136,7 +139,7 @@ public:
   void AddRaw(const std::string& name, const std::string& text) {
     line += (line.empty() ? "{\"" : ", \"") + name + "\": " + text;
   }
-  std::string Line() const { return line + "}"; }
+  std::string Line() const { return (line.empty() ? "{" : line) + "}"; }
 
 private:
   std::string line;
@@ -174,9 +177,14 @@ struct Setup {
 
 /// Where the time of the run went: call-backs, small dense problems, products on tall blocks in the
 /// run and by themselves, and the steps that take a thousandth of it or more.
-void AddTimes(const VesSolverStats& stats, const double* seconds, int k, Record& record) {
+void AddTimes(const VesSolverStats& stats, const double* seconds, int k, bool isAlone,
+              Record& record) {
   const std::vector<VesBench::StepTime> times = VesBench::StepTimes();
-  const VesBench::BlasCost blas = VesBench::TallProducts(3 * k);
+  VesBench::BlasCost blas;
+  if (isAlone)
+    blas = VesBench::TallProducts(3 * k);
+  else
+    blas.flops = VesBench::TallFlops(3 * k);
   const double alone = stats.secondsOperators + stats.secondsDense + blas.alone;
   record.Add("seconds", stats.secondsTotal);
   record.Add("secondsA", seconds[0]);
@@ -194,6 +202,57 @@ void AddTimes(const VesSolverStats& stats, const double* seconds, int k, Record&
   for (const VesBench::StepTime& step : times)
     if (step.seconds >= 1e-3 * stats.secondsTotal) steps.Add(step.name, step.seconds);
   record.AddRaw("steps", times.empty() ? "{}" : steps.Line());
+}
+
+using CountBySize = std::map<long long, long long>;
+
+/// What was counted since: {"bytes": calls, ...}.
+std::string Since(const CountBySize& before, const CountBySize& now) {
+  Record sizes;
+  for (const auto& [bytes, count] : now) {
+    const auto earlier = before.find(bytes);
+    const long long of = count - (earlier == before.end() ? 0 : earlier->second);
+    if (of > 0) sizes.Add(std::to_string(bytes), static_cast<double>(of));
+  }
+  return sizes.Line();
+}
+
+/// The collectives of the run on several processes, by their bytes.
+void AddCollectives(const VesBench::Collectives& before, Record& record) {
+  const VesBench::Collectives now = VesBench::CountedCollectives();
+  record.AddRaw("reductionsBySize", Since(before.reductionsBySize, now.reductionsBySize));
+  record.AddRaw("broadcastsBySize", Since(before.broadcastsBySize, now.broadcastsBySize));
+}
+
+/// [["what", calls an iteration, bytes], ...]
+std::string ListOf(const std::vector<VesTools::Collective>& collectives) {
+  std::ostringstream text;
+  for (const VesTools::Collective& one : collectives)
+    text << (text.tellp() > 0 ? ", " : "[") << "[\"" << one.of << "\", " << one.count << ", "
+         << std::setprecision(12) << one.bytes << "]";
+  return text.str() + "]";
+}
+
+/// What the model says of an iteration before any pair has converged.
+void AddModel(const Options& options, const LargeProblem& problem, Record& record) {
+  const ves::Options library = LibraryOptions(options);
+  const double k = options.k;
+  VesTools::RunShape shape;
+  shape.solver = library.type;
+  shape.order = static_cast<double>(problem.Order());
+  shape.active = library.type == VES_LOBPCG_BATCH ? std::min(options.Number("block", 256), k) : k;
+  shape.block = options.Number("block", 64);
+  shape.passes = *library.maxOrthoIter;
+  shape.hasT = options.Number("precond", 1) > 0;
+  shape.hasB = problem.IsGeneralized();
+  shape.isComplex = problem.IsComplex();
+  const VesTools::Counts counts = VesTools::CountsOf(shape);
+  Record model;
+  model.Add("columnsA", counts.columns);
+  model.Add("gflop", 1e-9 * counts.operations);
+  model.AddRaw("reductions", ListOf(counts.reductions));
+  model.AddRaw("broadcasts", ListOf(counts.broadcasts));
+  record.AddRaw("model", model.Line());
 }
 
 /// What came out of the first k pairs, recomputed. Collective.
@@ -243,12 +302,15 @@ int Run(const Options& options, LargeProblem& problem, MPI_Comm comm) {
   const double before = ResetPeak();
   VesBench::ResetBlasMeter();
   MPI_Barrier(comm);
+  const VesBench::Collectives earlier = VesBench::CountedCollectives();
   const ves::Outcome<Scalar> found = run.Run();
   record.Add("megabytesPeak", StatusMegabytes("VmHWM") - before);
   const std::size_t forecast =
       run.solver.memory(problem.LocalRows(), run.X.cols(), problem.IsGeneralized());
   record.Add("megabytesForecast", static_cast<double>(forecast) / 1048576);
-  AddTimes(found.stats, run.seconds, options.k, record);
+  AddCollectives(earlier, record);
+  AddModel(options, problem, record);
+  AddTimes(found.stats, run.seconds, options.k, options.Number("alone", 1) > 0, record);
   AddResult(run, options.k, found, problem, record);
   if (rank == 0) std::printf("%s\n", record.Line().c_str());
   return found.converged >= options.k ? 0 : 1;

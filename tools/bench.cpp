@@ -7,6 +7,7 @@
 #include "run.h"
 
 #include <iomanip>
+#include <optional>
 
 namespace VesTools {
 namespace {
@@ -28,38 +29,46 @@ void PrintRun(std::ostream& out, const RunResult& run, const RunResult& first) {
 }
 
 template <typename Scalar>
-bool Compare(const Options& options, ProblemData data, std::ostream& out, MPI_Comm comm) {
+void RunEach(const Options& options, ProblemData data, MPI_Comm comm, const RunListener& ended) {
   Problem<Scalar> problem = MakeProblem<Scalar>(options.problem, std::move(data), comm);
   const std::string preconditioner = AddPreconditioner(options.preconditioner, problem);
   AddLowOperators(options, problem);
   problem.ReleaseEntries();
   SolverOptions solver = options.solver;
+  solver.ppcgBatch.reset();
   OutputOptions quiet;
   quiet.isQuiet = true;
   // BLAS takes its scratch and the processor its speed before anything is measured.
   solver.maxIterations = 2;
   Run(problem, preconditioner, solver, quiet);
   solver.maxIterations = options.solver.maxIterations;
-  RunResult first;
-  bool isGood = true;
   for (const auto& [name, type] : solverNames) {
     solver.type = type;
+    if (type == VES_PPCG) solver.ppcgBatch = options.solver.ppcgBatch;
     const RunResult run = Run(problem, preconditioner, solver, quiet);
-    if (type == solverNames.begin()->second) PrintTableHead(out, first = run);
-    PrintRun(out, run, first);
-    isGood = isGood && run.IsAccepted();
+    ended(run);
     if (run.stop == Stop::interrupt) break;
   }
-  return isGood;
 }
 
 } // namespace
 
-bool CompareSolvers(const Options& options, std::ostream& out, MPI_Comm comm) {
+void RunSolvers(const Options& options, MPI_Comm comm, const RunListener& ended) {
   ProblemData data = LoadProblem(options.problem, comm);
-  return WithScalar(data.scalar, [&](auto* tag) {
-    return Compare<std::remove_pointer_t<decltype(tag)>>(options, std::move(data), out, comm);
+  WithScalar(data.scalar, [&](auto* tag) {
+    RunEach<std::remove_pointer_t<decltype(tag)>>(options, std::move(data), comm, ended);
   });
+}
+
+bool CompareSolvers(const Options& options, std::ostream& out, MPI_Comm comm) {
+  std::optional<RunResult> first;
+  bool isGood = true;
+  RunSolvers(options, comm, [&](const RunResult& run) {
+    if (!first) PrintTableHead(out, *(first = run));
+    PrintRun(out, run, *first);
+    isGood = isGood && run.IsAccepted();
+  });
+  return isGood;
 }
 
 } // namespace VesTools

@@ -2,6 +2,7 @@
 #include "check.h"
 #include "convert.h"
 #include "error.h"
+#include "forecast.h"
 #include "hints.h"
 #include "info.h"
 #include "kernels.h"
@@ -55,7 +56,9 @@ int Obey(const Options& options, const Kernels& kernels, std::ostream& out, MPI_
   case Command::check:
     return CheckResult(options.result, out, comm) ? exitGood : exitNotConverged;
   case Command::bench:
-    return CompareSolvers(options, out, comm) ? exitGood : exitNotConverged;
+    return (options.forecast.isAsked ? ForecastSolvers : CompareSolvers)(options, out, comm)
+               ? exitGood
+               : exitNotConverged;
   case Command::info:
     if (options.showsKernels)
       out << kernels.inUse << "\n";

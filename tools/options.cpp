@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include "commands.h"
+#include "machine.h"
 #include "names.h"
 
 #include <cmath>
@@ -250,6 +251,38 @@ void DescribeSolve(CLI::App& app, Options& options) {
   quiet->group(group);
 }
 
+void DescribeForecast(CLI::App& app, Options& options) {
+  const std::string group = "Forecast";
+  ForecastOptions& forecast = options.forecast;
+  CLI::Option* asked =
+      app.add_flag("--forecast", forecast.isAsked,
+                   "tell what the solvers would take on 1 to 10,000 processes, and which to choose")
+          ->group(group);
+  std::vector<std::string> names{machineHere}, constants;
+  for (const auto& machine : machines)
+    names.push_back(machine.first);
+  for (const MachineConstant& constant : machineConstants)
+    constants.push_back(constant.name);
+  app.add_option("--machine", forecast.machine,
+                 "machine of the forecast: " + Joined(names, ", ") +
+                     ", or CONSTANT=VALUE,... in place of or behind that, constants " +
+                     Joined(constants, ", "))
+      ->check(filled, Joined(names, " "))
+      ->capture_default_str()
+      ->needs(asked)
+      ->group(group);
+  app.add_option("--order", forecast.order, "rows of the forecast, if not those of the model")
+      ->check(CLI::Range(1.0, 1e15).description(""))
+      ->type_name("N")
+      ->needs(asked)
+      ->group(group);
+  app.add_option("--json", options.output.json, "write the forecast")
+      ->check(filled)
+      ->type_name("FILE")
+      ->needs(asked)
+      ->group(group);
+}
+
 void DescribeBench(CLI::App& app, Options& options) {
   options.problem.model = "laplace3d:20x20x20";
   DescribeModel(app, options.problem);
@@ -262,6 +295,7 @@ void DescribeBench(CLI::App& app, Options& options) {
       ->group("Problem");
   DescribeRun(app, options.solver, options.preconditioner);
   DescribeAdditions(app, options.solver);
+  DescribeForecast(app, options);
 }
 
 void DescribeInfo(CLI::App& app, Options& options) {

@@ -66,12 +66,20 @@ struct OutputOptions {
   bool showsProgress = false; ///< in plain lines, wherever the run is
 };
 
+/// What bench tells of many processes.
+struct ForecastOptions {
+  bool isAsked = false;
+  std::string machine = "here"; ///< as ParseMachine reads it
+  double order = 0.0;           ///< 0: that of the model
+};
+
 struct Options {
   Command command = Command::solve;
   ProblemOptions problem;
   SolverOptions solver;
   PreconditionerOptions preconditioner;
   OutputOptions output;
+  ForecastOptions forecast;
   std::string result;        ///< file that check judges
   bool showsKernels = false; ///< info: nothing else
 };

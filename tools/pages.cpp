@@ -1,12 +1,14 @@
 // ves_pages TEMPLATE >PAGE makes the manual page and the completion of the shell from what the
 // program tells of its options. Lines of a template that begin with @:
 //   @options           options of solve up to @end; what is below @note OPTION follows that option
-//   @names COMMAND     options of another command, all of which solve has
+//   @names COMMAND     options of another command that solve has
+//   @own COMMAND       those that it has for itself, in groups that solve does not have
 //   @commands @values  cases of bash: what follows a command, and what an option
 #include "options.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cctype>
 #include <fstream>
 #include <iostream>
@@ -70,9 +72,22 @@ void PrintOptions(Options& options, const std::string& last, std::ostream& out) 
   if (!last.empty()) throw std::runtime_error("no option, or not in their order: " + last);
 }
 
+bool IsOwn(const CLI::Option* option, const CLI::App* solve) {
+  const auto groups = solve->get_groups();
+  return std::find(groups.begin(), groups.end(), option->get_group()) == groups.end();
+}
+
+Options OwnOptions(CLI::App* command, const CLI::App* solve) {
+  Options own;
+  for (CLI::Option* option : OptionsOf(command))
+    if (IsOwn(option, solve)) own.push_back(option);
+  return own;
+}
+
 void PrintNames(CLI::App* command, CLI::App* solve, std::ostream& out) {
   std::string separator;
   for (const CLI::Option* option : OptionsOf(command)) {
+    if (IsOwn(option, solve)) continue;
     const CLI::Option* twin = solve->get_option(option->get_name());
     const std::string preset = option->get_default_str();
     out << separator << Bold(option->get_name());
@@ -95,8 +110,8 @@ void PrintCommands(CLI::App* command, std::ostream& out) {
 }
 
 // Files are the shell's to find, and nothing is offered for a number.
-void PrintValues(CLI::App* command, std::ostream& out) {
-  for (CLI::Option* option : OptionsOf(command)) {
+void PrintValues(const Options& options, std::ostream& out) {
+  for (CLI::Option* option : options) {
     const std::string type = option->get_type_name();
     if (type.empty() || type == "FILE") continue;
     out << "  " << AllNames(option, " | ") << ") ";
@@ -105,6 +120,12 @@ void PrintValues(CLI::App* command, std::ostream& out) {
     else
       out << "return ;;\n";
   }
+}
+
+void PrintAllValues(CLI::App& app, CLI::App* solve, std::ostream& out) {
+  PrintValues(OptionsOf(solve), out);
+  for (CLI::App* command : app.get_subcommands({}))
+    if (command != solve) PrintValues(OwnOptions(command, solve), out);
 }
 
 void Fill(CLI::App& app, std::istream& in, std::ostream& out) {
@@ -119,10 +140,12 @@ void Fill(CLI::App& app, std::istream& in, std::ostream& out) {
       PrintOptions(options, argument, out);
     else if (word == "@names")
       PrintNames(app.get_subcommand(argument), solve, out);
+    else if (word == "@own")
+      PrintOptions(options = OwnOptions(app.get_subcommand(argument), solve), "", out);
     else if (word == "@commands")
       PrintCommands(&app, out);
     else if (word == "@values")
-      PrintValues(solve, out);
+      PrintAllValues(app, solve, out);
     else
       out << Replaced(line, "@version@", app.version()) << "\n";
   }

@@ -89,6 +89,10 @@ wrong_options() {
   expect 2 "(did you mean laplace1d?)" solve --model laplace:3
   expect 2 "would drop imaginary parts" solve c.mtx --scalar double
   expect 2 "2 eigenvalues lie below" solve a.mtx --precond shift-invert --shift 0.005
+  expect 2 "without inner steps" bench --forecast --inner 2
+  expect 2 "take jacobi or none" bench --forecast --precond ic
+  expect 2 "did you mean cluster" bench --forecast --machine clutser
+  expect 2 "requires --forecast" bench --order 1e6
   expect 0 "shift-invert at" solve a.mtx b.mtx -k 20 --precond shift-invert
 }
 
@@ -156,6 +160,8 @@ expect 0 "3 of 3" solve --model graph:ring.txt -k 3 --json results/ring.json --v
 agree results/ring.json 1e-8
 expect 0 "good   residuals" check results/ring.json
 expect 0 "lobpcg-batch" bench --model laplace2d:12x10 -k 5
+expect 0 "lobpcg on " bench --forecast --model laplace2d:12x10 -k 5 --order 1e12 --json far.json
+grep -q '"fastestOn"' far.json || fail "a forecast without its file"
 expect 0 "BLAS" info
 expect 0 "Exit codes" --help
 
