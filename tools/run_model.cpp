@@ -21,12 +21,14 @@ struct Widths {
   double images;        ///< that are updated with vectors: themselves and those under A and B
   double gram;          ///< X^H B X over x^2 and rows: without B half of it is its mirror image
   double full;          ///< full steps of PPCG an iteration
+  double look, t;       ///< 1 where T or B call for a look for NaN, and where there is a T; else 0
   double real, integer; ///< sizes in numbers of the scalar type
 
   explicit Widths(const RunShape& shape)
       : x(shape.active), l(shape.locked), k(shape.locked + shape.active),
         b(std::min(shape.block, shape.active)), images(shape.hasB ? 3 : 2),
-        gram(shape.hasB ? 2 : 1), full(1 / shape.period), real(8 / BytesOf(shape)),
+        gram(shape.hasB ? 2 : 1), full(1 / shape.period), look(shape.hasT || shape.hasB ? 1 : 0),
+        t(shape.hasT ? 1 : 0), real(8 / BytesOf(shape)),
         integer(sizeof(int) / BytesOf(shape)) {}
 };
 
@@ -50,13 +52,12 @@ void Add(const Formulas& more, Formulas& to) {
 
 Formulas OfLobpcg(const Widths& w) {
   const double x = w.x, before = w.l + 2 * x, v = 3 * x, m = w.images;
-  return {{{"lengths of W", 1, x},
+  return {{{"lengths of W", 1, x + w.look},
            {"W against all before it", 1, before * x},
            {"W in itself", 1, x * x},
-           {"P in A", 1, v * x},
-           {"V and W in A", 1, v * x},
+           {"P, and V with W, in A", 1, 2 * v * x},
            {"lengths of X", 1, x},
-           {"norms of R", 2, x}},
+           {"norms of R", 1, x}},
           {{"factors of W and P", 2, x * x},
            {"coefficients", 1, v * v},
            {"values", 1, v},
@@ -84,17 +85,15 @@ Formulas OfPpcg(const Widths& w) {
   const double active = 2 * x + (1 - w.full) * 2 * x + w.full * 2 * m * x + (w.gram + m) * x;
   const double onX = 2 * k * (1 + m) + 2 * k * m;
   const double inBlocks = b * (2 * m + (w.gram + m) + (w.gram + m - 1)) + 4 * s + 10 * m * b;
-  return {{{"X in A", 1, x * x},
-           {"norms of R", 2, x},
-           {"P against X", 1, k * x},
-           {"P in itself", 1, b * x},
-           {"W against X", 1, k * x},
+  return {{{"X in A", 1 - w.full, x * x},
+           {"X in A and in itself", w.full, x * x + k * k},
+           {"norms of R", 1, x},
+           {"P against X, lengths of T R", 1, (k + w.t) * x},
+           {"P in itself, W against X", 1, (b + k) * x + 1},
            {"W against P", 1, b * x},
            {"W in itself", 1, b * x},
            {"small problems", 1, s * s * blocks},
-           {"lengths of X", 1, x},
-           {"X in itself", 1, x * x},
-           {"orthogonality of X", w.full, k * k}},
+           {"X in itself", 1, x * x}},
           {{"norms of R", 1, x * w.real},
            {"factors of P and W", 2 * blocks, b * b},
            {"coefficients", blocks, s * s},
@@ -102,7 +101,7 @@ Formulas OfPpcg(const Widths& w) {
            {"verdicts of sub-blocks", 3 * blocks, w.integer},
            {"factor of X", 1, x * x},
            {"verdicts", 2, w.integer},
-           {"errors of lengths and of M", 2 + 2 * w.full, w.real},
+           {"errors of lengths and of M", 2 + w.full, w.real},
            {"coefficients of a full step", w.full, x * x},
            {"values of a full step", w.full, x}},
           (active + onX + inBlocks) * x + w.full * w.gram * k * k,
@@ -126,11 +125,8 @@ Formulas FormulasOf(const RunShape& shape) {
   const Widths widths(shape);
   Formulas all = isPpcg ? OfPpcg(widths) : OfLobpcg(widths);
   if (shape.passes > 1) Add(isPpcg ? OfPpcgErrors(widths) : OfLobpcgErrors(widths), all);
-  if (shape.hasT || shape.hasB) {
-    const std::vector<Collective> look = {{"a look for NaN", 1, widths.integer}};
-    Add({look, look, 0, 0, {}}, all);
-  }
-  if (shape.hasT && isPpcg) Add({{{"lengths of T R", 1, widths.x}}, {}, 0, widths.x, {}}, all);
+  if (shape.hasT || shape.hasB) Add({{}, {{"a look for NaN", 1, widths.integer}}, 0, 0, {}}, all);
+  if (shape.hasT && isPpcg) Add({{}, {}, 0, widths.x, {}}, all);
   return all;
 }
 

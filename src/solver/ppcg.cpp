@@ -277,6 +277,7 @@ void PPCG<Scalar>::ProjectDirections(const VesMatrixBase& matB, bool isPrecondit
   std::vector<Scalar> squares;
   if (!areKnown) {
     squares = vecR.LocalProducts(vecR);
+    squares.pop_back();
     sum.Add(squares.data(), squares.size());
   }
   if (nP > 0) {
@@ -286,7 +287,6 @@ void PPCG<Scalar>::ProjectDirections(const VesMatrixBase& matB, bool isPrecondit
   }
   if (!areKnown || nP > 0) sum.Reduce(workZ.comm);
   if (!areKnown) {
-    squares.pop_back();
     norms.clear();
     for (const Scalar square : squares)
       norms.push_back(static_cast<double>(std::abs(std::sqrt(square))));
