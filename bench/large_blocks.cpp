@@ -1,6 +1,6 @@
 // Blocks of single precision that fill the memory of a machine, with known results:
 //   large_blocks basis ROWS COLUMNS   orthonormalizes a block
-//   large_blocks run ROWS PAIRS       the lowest pairs of a diagonal matrix by LOBPCG, below 20 of them
+//   large_blocks run ROWS PAIRS       the lowest pairs of a diagonal matrix by LOBPCG, below 20
 // Ends with 1 where a result is wrong.
 #include "data/vector_dense.h"
 #include "orthogonalizer/cholesky_qr.h"

@@ -15,7 +15,7 @@ install(FILES include/ves.h include/ves.hpp include/ves_operators.hpp include/ve
 # their headers include. The others are the library's own.
 foreach(header
     cholesky/cholesky_factorizer cholesky/lapack_chol cholesky/scalapack_chol
-    data/assertion data/imaged data/matrix_base data/matrix_shell data/metered_operator
+    data/assertion data/imaged data/joint_sum data/matrix_base data/matrix_shell data/metered_operator
     data/panelled_operator data/replicate data/shared_products data/vector_base data/vector_dense
     detector/converge_detector detector/eigenvalues detector/flag_pairs
     detector/relative_residuals detector/residuals detector/residuals_or_eigenvalues
@@ -23,8 +23,8 @@ foreach(header
     interface/solver_base
     kernel/in_pieces kernel/instantiate kernel/math_constants kernel/math_kernel
     kernel/scalar_traits
-    orthogonalizer/cholesky_qr orthogonalizer/dense_orthogonalizer orthogonalizer/orthogonalizer
-    orthogonalizer/svd_qr
+    orthogonalizer/cholesky_qr orthogonalizer/dense_orthogonalizer orthogonalizer/group_products
+    orthogonalizer/orthogonalizer orthogonalizer/svd_qr
     parallel/blacs_wrapper parallel/cyclic_layout parallel/mpi_wrapper parallel/thread_team
     projector/gram_schmidt projector/ortho_projector
     solver/block_solver solver/deflation solver/lobpcg solver/lobpcg_batch solver/lobpcg_steps

@@ -131,7 +131,7 @@ Machine MeasureMachine(MPI_Comm comm) {
   std::vector<double> one(1), many(std::size_t{1} << 17);
   machine.latency = SecondsOfReduction(one, comm) / steps;
   const double bytes = static_cast<double>(many.size() * sizeof(double));
-  machine.bandwidth = 2 * bytes / SecondsOfReduction(many, comm);
+  machine.bandwidth = 2 * (1 - 1.0 / Size(comm)) * bytes / SecondsOfReduction(many, comm);
   return machine;
 }
 

@@ -28,8 +28,7 @@ struct Widths {
       : x(shape.active), l(shape.locked), k(shape.locked + shape.active),
         b(std::min(shape.block, shape.active)), images(shape.hasB ? 3 : 2),
         gram(shape.hasB ? 2 : 1), full(1 / shape.period), look(shape.hasT || shape.hasB ? 1 : 0),
-        t(shape.hasT ? 1 : 0), real(8 / BytesOf(shape)),
-        integer(sizeof(int) / BytesOf(shape)) {}
+        t(shape.hasT ? 1 : 0), real(8 / BytesOf(shape)), integer(sizeof(int) / BytesOf(shape)) {}
 };
 
 /// Of an iteration: sizes in numbers, operations and columns moved a row.
@@ -86,7 +85,7 @@ Formulas OfPpcg(const Widths& w) {
   const double onX = 2 * k * (1 + m) + 2 * k * m;
   const double inBlocks = b * (2 * m + (w.gram + m) + (w.gram + m - 1)) + 4 * s + 10 * m * b;
   return {{{"X in A", 1 - w.full, x * x},
-           {"X in A and in itself", w.full, x * x + k * k},
+           {"X in A and in itself", w.full, k * (k + x)},
            {"norms of R", 1, x},
            {"P against X, lengths of T R", 1, (k + w.t) * x},
            {"P in itself, W against X", 1, (b + k) * x + 1},
@@ -95,10 +94,10 @@ Formulas OfPpcg(const Widths& w) {
            {"small problems", 1, s * s * blocks},
            {"X in itself", 1, x * x}},
           {{"norms of R", 1, x * w.real},
-           {"factors of P and W", 2 * blocks, b * b},
-           {"coefficients", blocks, s * s},
-           {"values", blocks, s},
-           {"verdicts of sub-blocks", 3 * blocks, w.integer},
+           {"factors of P and W", 2, b * x},
+           {"coefficients of sub-blocks", 1, s * s * blocks},
+           {"values of sub-blocks", 1, s * blocks},
+           {"verdicts of sub-blocks", 3, w.integer * blocks},
            {"factor of X", 1, x * x},
            {"verdicts", 2, w.integer},
            {"errors of lengths and of M", 2 + w.full, w.real},

@@ -24,10 +24,13 @@ public:
 
   /// Collective over comm, also where nothing was added.
   void Reduce(MPI_Comm comm) {
+    std::size_t size = 0;
+    for (const auto& part : m_parts)
+      size += part.second;
     std::vector<Scalar> all;
+    all.reserve(size + 1);
     for (const auto& [values, count] : m_parts)
       all.insert(all.end(), values, values + count);
-    const std::size_t size = all.size();
     all.push_back(Scalar{}); // a reduction passes by null storage
     MpiWrapper<Scalar>::AllReduce(all.data(), size, MPI_SUM, comm);
     const Scalar* next = all.data();

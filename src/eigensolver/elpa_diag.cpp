@@ -79,7 +79,7 @@ void ElpaDiag<Scalar>::DecomposeLowest(VectorDense<Scalar>& vecM, VectorDense<Sc
   for (int nAsked = nVectors, pass = 0; pass < 2; ++pass) {
     nVectors = nAsked;
     info = RunElpa(grid, vecM, localZ.data(), vecD, nVectors);
-    MPI_Allreduce(MPI_IN_PLACE, &info, 1, MPI_INT, MPI_MAX, vecM.comm);
+    ReduceInPlace(&info, 1, MPI_INT, MPI_MAX, vecM.comm);
     Replicate(info, vecM);
     if (info != 0) return;
     Replicate(vecD);
@@ -127,8 +127,16 @@ int ElpaDiag<Scalar>::RunElpa(const ElpaGrid& grid, const VectorDense<Scalar>& v
   elpa.Set("mpi_comm_parent", static_cast<int>(MPI_Comm_c2f(grid.comm)));
   elpa.Set("process_row", grid.myrow);
   elpa.Set("process_col", grid.mycol);
+  // What one process could not set must not leave the others waiting in ELPA.
+  const auto isRefused = [&] {
+    int error = std::abs(elpa.Error());
+    ReduceInPlace(&error, 1, MPI_INT, MPI_MAX, grid.comm);
+    return error != 0;
+  };
+  if (isRefused()) return 1;
   elpa.Setup();
   elpa.Set("solver", this->evdType == VES_ELPA_DIAG ? ElpaKernel::oneStage : ElpaKernel::twoStage);
+  if (isRefused()) return 1;
   elpa.Decompose(localM.data(), values.data(), localZ);
   for (int j = 0; elpa.Error() == 0 && j < n; ++j)
     vecD(j) = static_cast<RealType<Scalar>>(values[static_cast<std::size_t>(j)]);

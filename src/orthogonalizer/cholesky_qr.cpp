@@ -2,6 +2,8 @@
 
 #include "../cholesky/scalapack_chol.h"
 #include "../data/imaged.h"
+#include "../data/replicate.h"
+#include "../parallel/blacs_wrapper.h"
 #include "pass_loop.h"
 
 namespace Ves {
@@ -65,19 +67,36 @@ VesReturnCode CholeskyQR<Scalar>::BatchCholQR(VectorDense<Scalar>& vecX, VectorD
                                               const std::vector<int>& dispX, std::vector<int>& nXs,
                                               bool global) {
   const Imaged<Scalar> all(vecX, vecBX, vecAX);
-  const auto grams =
-      TakeOrForm(this->knownGrams, vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
+  const auto grams = TakeOrForm(this->knownGrams, vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
+  const std::vector<int> infos = Factorize(*grams, nXs);
   for (std::size_t j = 0; j < nXs.size(); ++j) {
-    VectorDense<Scalar> gram = (*grams)[j];
-    int info = -1;
-    VES_ASSERT_GOOD(this->CholeskyFactorizer->RunChol(gram, info, 'U'));
-    nXs[j] = ColumnRank(info, nXs[j]);
-    const VectorDense<Scalar> factor(gram, 0, 0, nXs[j], nXs[j]);
+    nXs[j] = ColumnRank(infos[j], nXs[j]);
+    const VectorDense<Scalar> factor((*grams)[j], 0, 0, nXs[j], nXs[j]);
     all.Columns(dispX[j], nXs[j]).ForEach([&](VectorDense<Scalar>& x) {
       VES_ASSERT_GOOD(x.TriangularSolve(factor, 'R', 'U', 'N', 'N'));
     });
   }
   return VES_GOOD;
+}
+
+/// Several small matrices are factorized by every process, and the factors of process 0 count, in
+/// two broadcasts whatever their number. \return the info of each
+template <typename Scalar>
+std::vector<int> CholeskyQR<Scalar>::Factorize(GroupProducts<Scalar>& grams,
+                                               const std::vector<int>& widths) {
+  const bool isLocal = widths.size() > 1 && grams.Packed().nRows < gridFrom;
+  std::vector<int> infos(widths.size(), -1);
+  for (std::size_t j = 0; j < widths.size(); ++j) {
+    VectorDense<Scalar> gram = grams[j];
+    if (isLocal) gram.SetShape(MPI_COMM_SELF, MPI_COMM_SELF, gram.nRows, gram.nCols, gram.ld);
+    VES_ASSERT_GOOD(this->CholeskyFactorizer->RunChol(gram, infos[j], 'U'));
+  }
+  if (isLocal) {
+    VectorDense<Scalar>& all = grams.Packed();
+    Replicate(all);
+    Replicate(infos.data(), static_cast<int>(infos.size()), all.comm, all.auxComm);
+  }
+  return infos;
 }
 
 VES_INSTANTIATE(CholeskyQR);

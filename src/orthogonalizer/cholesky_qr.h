@@ -35,6 +35,9 @@ public:
   virtual VesReturnCode BatchCholQR(VectorDense<Scalar>& vecX, VectorDense<Scalar>& vecBX,
                                     VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
                                     std::vector<int>& nXs, bool global);
+
+private:
+  std::vector<int> Factorize(GroupProducts<Scalar>& grams, const std::vector<int>& widths);
 };
 
 VES_EXTERN_TEMPLATE(CholeskyQR);

@@ -51,6 +51,8 @@ public:
     return Block(m_all, 0, m_firsts[j], m_rows[j], m_cols[j]);
   }
 
+  /// All of them, side by side.
+  Block& Packed() { return m_all; }
   /// Has the products of local rows summed with others.
   void AddTo(JointSum<Scalar>& sum) const { sum.Add(m_all); }
 
@@ -64,6 +66,24 @@ private:
 /// nobody has.
 template <typename Scalar>
 using KnownProducts = std::unique_ptr<GroupProducts<Scalar>>;
+
+/// Known products in the hands of a component for as long as this lives. A component that takes
+/// none has no place for them, and sums its own.
+template <typename Scalar>
+class HandOver {
+public:
+  HandOver(KnownProducts<Scalar>* place, KnownProducts<Scalar> products) : m_place(place) {
+    if (m_place != nullptr) *m_place = std::move(products);
+  }
+  ~HandOver() {
+    if (m_place != nullptr) m_place->reset();
+  }
+  HandOver(const HandOver&) = delete;
+  HandOver& operator=(const HandOver&) = delete;
+
+private:
+  KnownProducts<Scalar>* m_place;
+};
 
 /// The known products, which are used up, or new ones. Collective when global and none are known.
 template <typename Scalar>

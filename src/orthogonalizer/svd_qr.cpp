@@ -83,8 +83,7 @@ bool SvdQR<Scalar>::RunGroups(VectorDense<Scalar>& vecX, VectorDense<Scalar>& ve
                               VectorDense<Scalar>& vecAX, const std::vector<int>& dispX,
                               std::vector<int>& nXs, bool global) {
   const Imaged<Scalar> all(vecX, vecBX, vecAX);
-  const auto grams =
-      TakeOrForm(this->knownGrams, vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
+  const auto grams = TakeOrForm(this->knownGrams, vecX, {dispX, nXs}, vecBX, {dispX, nXs}, global);
   bool areDone = true;
   for (std::size_t j = 0; j < nXs.size(); ++j) {
     const Imaged<Scalar> group = all.Columns(dispX[j], nXs[j]);

@@ -260,6 +260,21 @@ bool BlockSolver<Scalar>::AllFinite(const Pairs& pairs) const {
 }
 
 template <typename Scalar>
+KnownProducts<Scalar>* BlockSolver<Scalar>::PlaceOfGrams() const {
+  auto* const taker = dynamic_cast<DenseOrthogonalizer<Scalar>*>(Orthogonalizer.get());
+  return taker != nullptr ? &taker->knownGrams : nullptr;
+}
+
+template <typename Scalar>
+KnownProducts<Scalar>* BlockSolver<Scalar>::PlaceOfOverlaps() const {
+  VesOrthoProjector* projector = OrthoProjector.get();
+  if (auto* const deflating = dynamic_cast<DeflatingProjector<Scalar>*>(projector))
+    projector = &deflating->Inner();
+  auto* const taker = dynamic_cast<GramSchmidt<Scalar>*>(projector);
+  return taker != nullptr ? &taker->knownOverlaps : nullptr;
+}
+
+template <typename Scalar>
 void BlockSolver<Scalar>::NarrowBands(const Block& estimates, int count) const {
   Block unknown(estimates, count, 0, nBands - count, 1);
   VES_ASSERT_GOOD(unknown.Set2Val(MathConstants<Scalar>::INFTY));

@@ -113,16 +113,13 @@ protected:
   int OrthonormalizeGuess(const Pairs& basis, const VesMatrixBase& matB, int first,
                           int count) const;
 
-  /// Largest orthogonality error of count columns of a basis from first on, among themselves, against
-  /// those before and what is deflated.
+  /// Largest orthogonality error of count columns of a basis from first on, among themselves,
+  /// against those before and what is deflated.
   double OrthoError(const Pairs& basis, int first, int count) const;
-  /// The components, which take products that were summed for them along with others.
-  DenseOrthogonalizer<Scalar>& Orthonormalizer() const {
-    return static_cast<DenseOrthogonalizer<Scalar>&>(*this->Orthogonalizer);
-  }
-  GramSchmidt<Scalar>& Projector() const {
-    return static_cast<GramSchmidt<Scalar>&>(*this->OrthoProjector);
-  }
+  /// Where the components take products that were summed for them along with others; null for a
+  /// component that takes none.
+  KnownProducts<Scalar>* PlaceOfGrams() const;
+  KnownProducts<Scalar>* PlaceOfOverlaps() const;
   /// Passes around orthogonalizer and projector, and within them.
   int Passes() const { return RaisedPasses(maxOrthoIter); }
   int InnerPasses() const { return RaisedPasses(maxOrthoInnerIter); }
@@ -157,8 +154,8 @@ protected:
   bool NormalizeIfFinite(const Pairs& c) const;
 
   /// Makes the columns of C, which are of unit length, B-orthonormal and B-orthogonal to Y;
-  /// dependent columns are dropped, C is narrowed to the rest. Images under A are not looked at. global is false for replicated
-  /// coefficient blocks.
+  /// dependent columns are dropped, C is narrowed to the rest. Images under A are not looked at.
+  /// global is false for replicated coefficient blocks.
   void ProjectAndOrthonormalize(const Pairs& y, Pairs& c, const VesMatrixBase& matB,
                                 bool global) const;
 

@@ -1,11 +1,11 @@
 #include "block_solver.h"
 
-#include "../data/column_product.h"
 #include "../data/finite_entries.h"
 #include "../orthogonalizer/pass_loop.h"
 #include "../parallel/mpi_wrapper.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <vector>
 

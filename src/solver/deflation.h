@@ -76,6 +76,7 @@ public:
     scalarType = m_inner->scalarType;
   }
   std::unique_ptr<VesOrthoProjector> Release() { return std::move(m_inner); }
+  VesOrthoProjector& Inner() { return *m_inner; }
 
   VesReturnCode Run(const VesVectorBase& vecX, const VesVectorBase& vecBX, VesVectorBase& vecY,
                     VesVectorBase& vecBY, const VesMatrixBase& matB, bool global, int maxOrthoIter,

@@ -35,7 +35,7 @@ int InnerPace::Begin(const VesVectorBase& x) {
 
 void InnerPace::Watch(double size) {
   if (m_nBegun == nAlone)
-    m_exhaustion = 0.7 * std::abs(std::log(size / m_size)) / (nAlone - firstWatched);
+    m_exhaustion = 0.7 * std::max(0.0, -std::log(size / m_size)) / (nAlone - firstWatched);
   m_size = size;
 }
 

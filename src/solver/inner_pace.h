@@ -17,8 +17,8 @@ namespace Ves {
 /// residuals, and runs that are fast already have little to gain. On Laplacians, elements and plane
 /// waves runs of some 130, 65, 45, 35, 30 and 20 iterations had rho = 0.83, 0.77, 0.71, 0.57, 0.6
 /// and 0.42 here, and one step took 0.52, 0.54, 0.63, 0.69, 0.63 and 1.1 of the iterations, two
-/// 0.30, 0.39, 0.48, 0.66, 0.53 and 1; without a T it was 0.89, and 3 and 10 steps took 0.26 to 0.28
-/// and 0.09 to 0.15. The first applications are T alone, and rho is that of the last of them; where
+/// 0.30, 0.39, 0.48, 0.66, 0.53 and 1; without a T it was 0.89, and 3 and 10 steps took 0.26 to
+/// 0.28 and 0.09 to 0.15. The first applications are T alone, and rho is that of the last of them; where
 /// steps that cost nothing beside the operators could pay, the next ones make one, and then m has
 /// the smallest C(m) N(m), where that is well below the cost of T alone.
 class VES_EXPORT InnerPace {
@@ -75,8 +75,8 @@ private:
   const MeteredOperator &m_matA, &m_matB, &m_matT;
   int m_nBegun = 0, m_columns = 0, m_chosen = 0;
   double m_size = 0.0, m_exhaustion = 0.0; ///< of the residuals; f
-  Clock m_begin, m_end;                ///< of the last application
-  Times m_alone, m_stepped, m_outside; ///< in the applications of both kinds, and between them
+  Clock m_begin, m_end;                    ///< of the last application
+  Times m_alone, m_stepped, m_outside;     ///< in the applications of both kinds, and between them
 };
 
 } // namespace Ves

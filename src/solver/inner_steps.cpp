@@ -67,6 +67,7 @@ std::size_t InnerSteps<Scalar>::Bytes(int rows, int cols, bool generalized) {
 template <typename Scalar>
 VesReturnCode InnerSteps<Scalar>::Apply(const VesVectorBase& x, VesVectorBase& y) const {
   const auto &residuals = AsDense<Scalar>(x), &solution = AsDense<Scalar>(y);
+  if (x.nCols == 0) return VES_GOOD;
   if (m_pace.IsWatching()) m_pace.Watch(MeanSize(residuals));
   int steps = m_pace.Begin(x);
   if (steps > 0) {

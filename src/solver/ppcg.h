@@ -102,7 +102,8 @@ private:
   bool ReplaceStrays(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Restart(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
 
-  // The steps of an iteration, in their order; those on sub-blocks in ppcg_subspaces.cpp.
+  // The steps of an iteration, in their order; those that orthogonalize in
+  // ppcg_orthogonalization.cpp, those on sub-blocks in ppcg_subspaces.cpp.
   void OrthogonalizeInitialGuess(const VesMatrixBase& matA, const VesMatrixBase& matB) const;
   void Iterate(const VesMatrixBase& matA, const VesMatrixBase& matB,
                const VesMatrixBase& matP) const;
@@ -120,9 +121,14 @@ private:
   void ProjectDirections(const VesMatrixBase& matB, bool isPreconditioned) const;
   void ScaleResiduals(const std::vector<double>& norms) const;
   void SoftLocking() const;
-  void SumProducts(const VesMatrixBase& matB, bool isWatched) const;
-  void OrthogonalizeConjugateDirections(const VesMatrixBase& matB) const;
-  void OrthogonalizeResiduals(const VesMatrixBase& matB) const;
+  /// What the first steps of orthogonalization sum: of the P_j with themselves, of R with X.
+  struct FirstProducts {
+    KnownProducts<Scalar> ofP, ofR;
+  };
+  FirstProducts SumProducts(const VesMatrixBase& matB, bool isWatched) const;
+  void OrthogonalizeConjugateDirections(const VesMatrixBase& matB,
+                                        KnownProducts<Scalar> grams) const;
+  void OrthogonalizeResiduals(const VesMatrixBase& matB, KnownProducts<Scalar> overlaps) const;
   void OrthonormalizeResidualBlocks(const VesMatrixBase& matB) const;
   void AssembleActiveResiduals(const VesMatrixBase& matA) const;
   void ComputeRayleighRitzMatrix() const;

@@ -1,5 +1,8 @@
 #include "ppcg.h"
 
+#include "../data/replicate.h"
+#include "../parallel/blacs_wrapper.h"
+
 #include <algorithm>
 #include <limits>
 #include <numeric>
@@ -71,15 +74,32 @@ void PPCG<Scalar>::ComputeRayleighRitzMatrix() const {
   workG.AllReduce(MPI_SUM, workG.comm);
 }
 
+/// Every process decomposes all tiles, and the results of process 0 count, in three broadcasts
+/// whatever the number of tiles; those that are dealt out over the processes are left to all.
 template <typename Scalar>
 void PPCG<Scalar>::SubspacesDiagonalization() const {
+  const bool isLocal = nVmax < gridFrom;
+  Block values;
+  this->ShapeSmall(values, nVmax, nBlocks);
+  VES_ASSERT_GOOD(values.AllocateMem());
+  VES_ASSERT_GOOD(values.Set2Zero());
+  std::vector<int> infos(nVs.size(), 0);
   for (std::size_t j = 0; j < nVs.size(); ++j) {
-    Block vecG = Tile(j);
-    workD.SetDims(nVs[j], 1, nVs[j]);
+    Block tile = Tile(j), column(values, 0, static_cast<int>(j), nVs[j], 1);
+    for (Block* const block : {&tile, &column})
+      if (isLocal)
+        block->SetShape(MPI_COMM_SELF, MPI_COMM_SELF, block->nRows, block->nCols, block->ld);
     int nVectors = nXs[j];
-    VES_ASSERT_GOOD(this->DenseEigenSolver->RunLowestEvd(vecG, workD, nVectors, info));
-    if (info != 0) return;
-    this->NoteRitzValues(workD);
+    VES_ASSERT_GOOD(this->DenseEigenSolver->RunLowestEvd(tile, column, nVectors, infos[j]));
+  }
+  if (isLocal) {
+    Ves::Replicate(workG);
+    Ves::Replicate(values);
+    this->Replicate(infos);
+  }
+  for (std::size_t j = 0; j < nVs.size() && info == 0; ++j) {
+    info = infos[j];
+    if (info == 0) this->NoteRitzValues(Block(values, 0, static_cast<int>(j), nVs[j], 1));
   }
 }
 
@@ -153,11 +173,11 @@ void PPCG<Scalar>::OrthogonalizeEigenVectors(const VesMatrixBase& matA,
   const std::vector<int> first{0}, all{nX};
   auto gram = std::make_unique<GroupProducts<Scalar>>(x.X, Groups{first, all}, x.BX,
                                                       Groups{first, all}, true);
-  std::vector<Scalar> squares;
+  std::vector<Scalar> squares(static_cast<std::size_t>(nX));
   for (int j = 0; j < nX; ++j)
-    squares.push_back((*gram)[0](j, j));
+    squares[static_cast<std::size_t>(j)] = (*gram)[0](j, j);
   if (check.IsOn() && this->UnitNormError(squares) > Limit::unitNorm) return Restart(matA, matB);
-  this->Orthonormalizer().knownGrams = std::move(gram);
+  const HandOver<Scalar> handed(this->PlaceOfGrams(), std::move(gram));
   int colRank = 0;
   const VesReturnCode code = VES_ASSERT_GOOD_OR(
       VES_ERR_INCOMPATIBLE, this->Orthogonalizer->Run(x.X, x.BX, x.AX, matB, colRank, true,
