@@ -35,8 +35,9 @@ pairs k and the solver:
 - **A and T** and **products on tall blocks** are shared by rows: 1 / p of them each. Operations are
   those of [the theory](theory.md#costs); where blocks are narrow the memory limits them.
 - **Dense problems** are solved by every process for itself, whatever p.
-- **Collectives**, reductions and broadcasts, are as many and as long whatever n and p; each takes
-  log2 p steps of a latency, and its bytes the more time the wider the block.
+- **Collectives**, reductions and broadcasts, are as many and as long whatever n and p, for
+  sub-blocks of PPCG below 100 columns whatever k; each takes log2 p steps of a latency, and its
+  bytes the more time the wider the block.
 - **Memory** of a process is what `VesSolverMemory` says for n / p rows.
 
 The formulas are those of [`ves bench --forecast`](command_line.md#many-processes), which counts
@@ -266,8 +267,8 @@ def forecast(bench, docs):
                        for (machine, k), found in forecasts.items()]))
     text.append("\nThe more processes, the less products count and the more what does not shrink: "
                 "the dense problem of order 3 k of LOBPCG, which a batch makes one of order 3 b "
-                "and PPCG many of order 3 b; and collectives, of which PPCG has more with every "
-                "sub-block. Past the numbers of the table give further processes other work, such "
+                "and PPCG many of order 3 b; and collectives, of which an iteration of PPCG "
+                "has more. Past the numbers of the table give further processes other work, such "
                 "as [k-points](mpi.md).")
     return "\n".join(text)
 
