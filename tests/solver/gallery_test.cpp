@@ -42,7 +42,7 @@ TYPED_TEST(GalleryTest, EveryProblemAndComponent) {
 TYPED_TEST(GalleryTest, EveryDenseEigensolver) {
   for (const auto type : allSolvers)
     for (const auto evd : otherKinds) {
-      Settings s{type, 40, this->threshold};
+      Settings s = WithinReach<TypeParam>(type, 40);
       s.evd = evd;
       SCOPED_TRACE(s);
       Problem<TypeParam> on = OnBox<TypeParam>({7, 7, 7}, true);
