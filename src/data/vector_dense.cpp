@@ -237,8 +237,7 @@ VesReturnCode VectorDense<Scalar>::Normalize(VesVectorBase& vecY, bool global) {
   if (!this->CompareDims(vecY)) return VES_ERR_INCOMPATIBLE;
   VectorDense& y = IsDense<Scalar>(vecY) ? AsDense<Scalar>(vecY) : *this;
   std::vector<Scalar> sums = LocalProducts(y);
-  if (global)
-    MpiWrapper<Scalar>::AllReduce(sums.data(), sums.size() - 1, MPI_SUM, this->comm);
+  if (global) MpiWrapper<Scalar>::AllReduce(sums.data(), sums.size() - 1, MPI_SUM, this->comm);
   ScaleToUnit(y, sums);
   return VES_GOOD;
 }

@@ -106,8 +106,7 @@ VesReturnCode GramSchmidt<Scalar>::BatchGramSchm(const Block& vecX, const Block&
                                                  Block& vecAY, const Indices& dispX,
                                                  const Indices& nXs, const Indices& dispY,
                                                  const Indices& nYs, bool global) {
-  const auto overlaps =
-      TakeOrForm(knownOverlaps, vecBX, {dispX, nXs}, vecY, {dispY, nYs}, global);
+  const auto overlaps = TakeOrForm(knownOverlaps, vecBX, {dispX, nXs}, vecY, {dispY, nYs}, global);
   const Imaged<Scalar> basis(vecX, vecBX, vecAX), block(vecY, vecBY, vecAY);
   for (std::size_t j = 0; j < nXs.size(); ++j) {
     const Block overlap = (*overlaps)[j];
