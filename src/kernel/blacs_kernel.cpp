@@ -15,6 +15,11 @@ void BlacsKernel::GridMap(int& context, const int* map, int ldMap, int nprow, in
   blacs_gridmap_(&context, map, &ldMap, &nprow, &npcol);
 }
 
+void BlacsKernel::MakeRepeatable(int context) {
+  const int repeatableTopologies = 15, yes = 1;
+  blacs_set_(&context, &repeatableTopologies, &yes);
+}
+
 void BlacsKernel::GridInfo(int context, int& nprow, int& npcol, int& myrow, int& mycol) {
   blacs_gridinfo_(&context, &nprow, &npcol, &myrow, &mycol);
 }

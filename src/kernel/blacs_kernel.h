@@ -12,6 +12,9 @@ public:
   static int DefaultContext();
   /// Replaces context, a system context on entry, by the grid of the mapped processes.
   static void GridMap(int& context, const int* map, int ldMap, int nprow, int npcol);
+  /// Makes sums over this grid add in one order. Else those of more than two processes add in the
+  /// order of arrival, and the same call returns other last bits each time.
+  static void MakeRepeatable(int context);
   /// Shape of the grid and the place of this process; all -1 outside the grid.
   static void GridInfo(int context, int& nprow, int& npcol, int& myrow, int& mycol);
   static void GridExit(int context);

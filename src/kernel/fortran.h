@@ -99,6 +99,7 @@ VES_DECLARE_FOR_COMPLEX(c, std::complex<float>, float)
 #undef VES_DECLARE_FOR_COMPLEX
 
 void blacs_get_(const int* context, const int* what, int* value);
+void blacs_set_(const int* context, const int* what, const int* value);
 void blacs_gridmap_(int* context, const int* map, const int* ldmap, const int* nprow,
                     const int* npcol);
 void blacs_gridinfo_(const int* context, int* nprow, int* npcol, int* myrow, int* mycol);

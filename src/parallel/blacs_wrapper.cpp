@@ -54,6 +54,7 @@ void BlacsBase::InitGrid() {
   BlacsKernel::GridInfo(ictxt, nprow, npcol, myrow, mycol);
   gridReady = true;
   inGrid = nprow != -1 && npcol != -1 && myrow != -1 && mycol != -1;
+  if (inGrid) BlacsKernel::MakeRepeatable(ictxt);
 }
 
 void BlacsBase::ExitGrid() {

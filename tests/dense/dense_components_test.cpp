@@ -147,6 +147,21 @@ TYPED_TEST(DenseTest, KnownMatricesOnBothSidesOfTheSwitch) {
   }
 }
 
+/// Of order 30, which a grid of nine processes deals out to all of them.
+TYPED_TEST(DenseTest, SameMatricesGiveTheSameBits) {
+  this->gridDiag.threshold = 0;
+  for (auto* solver : this->eigensolvers) {
+    Problem<TypeParam> first(30, 1.0);
+    first.Diagonalize(*solver);
+    for (int repetition = 0; repetition < 3; ++repetition) {
+      Problem<TypeParam> again(30, 1.0);
+      again.Diagonalize(*solver);
+      EXPECT_TRUE(std::equal(first.M.values, first.M.values + 30 * 30, again.M.values));
+      EXPECT_TRUE(std::equal(first.D.values, first.D.values + 30, again.D.values));
+    }
+  }
+}
+
 /// Without a threshold an empty matrix must not reach the grid, which deals out at least a row.
 TYPED_TEST(DenseTest, EmptyMatrices) {
   Problem<TypeParam> p(0, 1.0);
