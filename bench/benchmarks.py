@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Times whole runs in interleaved rounds and writes docs/performance_figures.md and its pictures.
 
-  benchmarks.py BUILD DOCS [--parts split guide additions growth dense kernels] [--rounds N]
+  benchmarks.py BUILD DOCS [--parts split guide many ...] [--rounds N]
 
 BUILD holds solve from a build with VES_PROFILE_STEPS; raw results stay in BUILD/benchmarks.jsonl.
 Parts that are not measured stay in the page as they are.
@@ -19,6 +19,7 @@ import sys
 TITLES = {
     "split": "Where the time goes",
     "guide": "Solver, block and lock factor",
+    "many": "Hundreds of pairs",
     "additions": "Guards, precision and inner steps",
     "dense": "Dense eigensolvers",
     "kernels": "Kernels of BLAS",
@@ -164,6 +165,24 @@ def guide(bench, _):
     return "\n".join(text)
 
 
+def many(bench, _):
+    """Where A costs next to nothing, and all the rest much."""
+    rows = []
+    for k in (200, 400):
+        problem = ("laplacian", 17, k, "precond=0")
+        found = bench.medians({options: {"case": (*problem, *options)} for options in (
+            LOBPCG, BATCH, PPCG, (*PPCG, "block=16", "guard=20"))}, rounds=1)
+        plain = found[LOBPCG]["seconds"]
+        for options, r in found.items():
+            guards = ", 20 guards" if "guard=20" in options else ""
+            rows.append([f"{k}, {name_of(r)}{guards}", f"{r['seconds'] / plain:.2f}",
+                         f"{r['seconds']:.1f}", r["columnsA"], r["iterations"],
+                         f"{r['megabytesForecast']:.0f}"])
+    return ("Laplacian, n = 4913, without a preconditioner, one process and thread.\n\n"
+            + table(["pairs, solver", "time, of LOBPCG", "s", "columns of A", "iterations", "MB"],
+                    rows))
+
+
 def additions(bench, _):
     problems = {"plane waves, n = 6060, k = 32": ("plane-waves", 12, 32),
                 "plane waves, n = 6060, k = 128": ("plane-waves", 12, 128),
@@ -305,11 +324,14 @@ def parallel(bench, docs):
     """Two processes, and two threads, against one."""
     problems = {"plane waves, n = 6060, k = 128": ("plane-waves", 12, 128),
                 "Laplacian, n = 64000, k = 20": ("laplacian", 40, 20),
-                "Laplacian, n = 262144, k = 20": ("laplacian", 64, 20)}
+                "Laplacian, n = 262144, k = 20": ("laplacian", 64, 20),
+                "elements, n = 20449, k = 20": ("elements", 143, 20)}
     own = lambda r: r["seconds"] - r["secondsA"] - r["secondsT"]  # outside the operators
     rows, lines = [], {}
     for title, problem in problems.items():
-        for name, options in (("LOBPCG, lock factor 1", LOBPCG), ("PPCG", PPCG)):
+        for name, options in (("LOBPCG, lock factor 1", LOBPCG), ("batch 64", BATCH), ("PPCG", PPCG)):
+            if options == BATCH and problem[2] <= 64:  # one batch of 64 is LOBPCG
+                continue
             case = (*problem, *options)
             found = bench.medians({"one": {"case": case},
                                    "processes": {"case": case, "processes": 2},
