@@ -148,8 +148,8 @@ private:
     return Block(workG, 0, static_cast<int>(j) * nVmax, nVs[j], nVs[j]);
   }
   /// Copies rows [first, first + rows) of X_j, P_j and R_j, of a block of the layout of workZ, side
-  /// by side into the first rows of workT.
-  void GatherSubspace(const Block& block, std::size_t j, int first, int rows) const;
+  /// by side into the rows of workT from toRow on.
+  void GatherSubspace(const Block& block, std::size_t j, int first, int rows, int toRow) const;
 
   void GatherDirections(const Block& from, Block& to) const;
 

@@ -1,7 +1,9 @@
 #include "ppcg.h"
 
 #include "../data/replicate.h"
+#include "../kernel/in_pieces.h"
 #include "../parallel/blacs_wrapper.h"
+#include "../parallel/thread_team.h"
 
 #include <algorithm>
 #include <limits>
@@ -42,9 +44,10 @@ void PPCG<Scalar>::AssembleActiveResiduals(const VesMatrixBase& matA) const {
 }
 
 template <typename Scalar>
-void PPCG<Scalar>::GatherSubspace(const Block& block, std::size_t j, int first, int rows) const {
+void PPCG<Scalar>::GatherSubspace(const Block& block, std::size_t j, int first, int rows,
+                                  int toRow) const {
   const auto place = [&](int to, int from, int count) {
-    Block part(workT, 0, to, rows, count);
+    Block part(workT, toRow, to, rows, count);
     VES_ASSERT_GOOD(part.CopyData(Block(block, first, from, rows, count)));
   };
   place(0, dispX[j], nXs[j]);
@@ -60,7 +63,7 @@ void PPCG<Scalar>::ComputeRayleighRitzMatrix() const {
   workG.SetDims(nVmax, nVmax * nBlocks, nVmax);
   VES_ASSERT_GOOD(workG.Set2Zero());
   for (std::size_t j = 0; j < nVs.size(); ++j) {
-    GatherSubspace(workZ, j, 0, nPW);
+    GatherSubspace(workZ, j, 0, nPW, 0);
     const Block tile = Tile(j);
     const auto product = [&](int first, int count, int dispA) {
       Block part(tile, 0, first, first + count, count);
@@ -115,13 +118,17 @@ void PPCG<Scalar>::UpdateEigenVectors() const {
     this->ShapeSmall(vecCP, nRest, nXs[j]);
     VES_ASSERT_GOOD(vecCP.AllocateMem());
     GatherDirections(Block(tile, nXs[j], 0, nRest, nXs[j]), vecCP);
-    Z().ForEach([&](const Block& basis) {
-      InPieces(nPW, int{Pairs::bandRows}, [&](int first, int rows) {
-        GatherSubspace(basis, j, first, rows);
-        Block vecX(basis, first, dispX[j], rows, nXs[j]),
-            vecP(basis, first, dispP[j], rows, nXs[j]);
-        VES_ASSERT_GOOD(vecX.Gemm(Block(workT, 0, 0, rows, nVs[j]), vecCX));
-        VES_ASSERT_GOOD(vecP.Gemm(Block(workT, 0, nXs[j], rows, nRest), vecCP));
+    // Each thread takes its bands through the first rows of workT that are its own.
+    InShares(Shares(nPW, Pairs::bandRows), [&](int, int begin, int length) {
+      Z().ForEach([&](const Block& basis) {
+        InPieces(length, int{Pairs::bandRows}, [&](int before, int rows) {
+          const int first = begin + before;
+          GatherSubspace(basis, j, first, rows, begin);
+          Block vecX(basis, first, dispX[j], rows, nXs[j]),
+              vecP(basis, first, dispP[j], rows, nXs[j]);
+          VES_ASSERT_GOOD(vecX.Gemm(Block(workT, begin, 0, rows, nVs[j]), vecCX));
+          VES_ASSERT_GOOD(vecP.Gemm(Block(workT, begin, nXs[j], rows, nRest), vecCP));
+        });
       });
     });
   }
