@@ -21,16 +21,16 @@ void SolveOn(MPI_Comm comm, VesSolver solver) {
 }
 
 TEST(Communicators, FreedAndReplacedBetweenRuns) {
-  const int rank = RankIn(world), before = mpiMeter.commsAlive;
+  const int rank = RankIn(world), all = SizeOf(world), before = mpiMeter.commsAlive;
   {
     const SolverHandle solver = MakeSolver<double>(large, false);
     // Parts that overlap differently each time, the same again, unlike ones, the first two
     // processes alone and then one alone while the others wait, and the whole job.
-    const int unlike = rank < 3 ? 0 : (rank < 5 && SizeOf(world) > 4 ? 1 : 2);
+    const int unlike = rank < 3 ? 0 : (rank < 5 && all > 4 ? 1 : 2);
     const struct {
       int color, callers;
-    } steps[] = {{rank % 2, 9}, {rank / 2, 9}, {rank / 2, 9}, {unlike, 9},
-                 {rank / 2, 2}, {rank, 1},     {0, 9}};
+    } steps[] = {{rank % 2, all}, {rank / 2, all}, {rank / 2, all}, {unlike, all},
+                 {rank / 2, 2},   {rank, 1},       {0, all}};
     for (const auto& step : steps) {
       const Part part(step.color);
       if (rank < step.callers) SolveOn(part, solver.get());
