@@ -151,8 +151,12 @@ TYPED_TEST(Memory, ForecastIsWithinFivePercent) {
         const auto forecast = static_cast<double>(use.forecast),
                    used = static_cast<double>(use.peak);
         EXPECT_LE(used, 1.05 * forecast) << evd;
-        // For the lowest vectors alone LAPACK takes less than for all, which some steps ask for.
-        EXPECT_GE(used, (evd == VES_LAPACK_LOWEST_DIAG ? 0.9 : 0.95) * forecast) << evd;
+        // For the lowest vectors alone LAPACK takes less than for all, which some steps ask for, and
+        // what several processes deal out among them the forecast counts whole.
+        const bool isLowest = evd == VES_LAPACK_LOWEST_DIAG;
+        if (isLowest || SizeOf(world) == 1) {
+          EXPECT_GE(used, (isLowest ? 0.9 : 0.95) * forecast) << evd;
+        }
         if (c.k < 100) break; // dense problems are small beside tall blocks
       }
     });
